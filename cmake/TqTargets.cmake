@@ -1,0 +1,26 @@
+# The warnings that every target of the project is compiled with.
+function(tq_compile_options target)
+  target_compile_options(${target} PRIVATE -Wall -Wextra -Wpedantic -Wshadow -Wconversion)
+  if(TQ_WERROR)
+    target_compile_options(${target} PRIVATE -Werror)
+  endif()
+endfunction()
+
+# Adds the sources of one folder to the library.
+function(tq_sources)
+  list(TRANSFORM ARGN PREPEND ${CMAKE_CURRENT_SOURCE_DIR}/)
+  target_sources(tq_objects PRIVATE ${ARGN})
+endfunction()
+
+# Adds the test program of one folder, tests_<name>; each of its test cases becomes a test of its own, labelled with the
+# name. A test case whose name holds "Slow" also has the label slow.
+function(tq_tests name)
+  set(target tests_${name})
+  add_executable(${target} ${ARGN})
+  tq_compile_options(${target})
+  target_link_libraries(${target} PRIVATE tq_test_support)
+  gtest_discover_tests(${target} DISCOVERY_MODE PRE_TEST TEST_FILTER "-*Slow*"
+    PROPERTIES LABELS ${name} TIMEOUT 60)
+  gtest_discover_tests(${target} DISCOVERY_MODE PRE_TEST TEST_FILTER "*Slow*" TEST_LIST ${target}_slow
+    PROPERTIES LABELS "${name};slow" TIMEOUT 300)
+endfunction()

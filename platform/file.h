@@ -1,0 +1,125 @@
+/// Files: status, reading, writing in place, renaming, moving, removing, folders, searching.
+///
+/// Every operation that fails sets the last error. Opening for writing never follows a link that stands in the place of
+/// the file itself.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "platform/secure_memory.h"
+#include "platform/types.h"
+
+namespace vk::tq {
+
+struct FileStatus {
+  bool is_directory = false;
+  std::uint64_t size = 0;          ///< bytes
+  std::int64_t last_write_ns = 0;  ///< nanoseconds since 1970-01-01 UTC
+
+  CTime last_write() const { return CTime(last_write_ns / 1'000'000'000); }
+};
+
+/// The status of a file or directory; nothing (2 or 3) when there is none.
+std::optional<FileStatus> GetFileStatus(const std::wstring& path);
+
+/// A file that is open for reading, shared with every other reader and writer.
+class InputFile {
+ public:
+  InputFile() = default;
+  InputFile(InputFile&& other) noexcept;
+  InputFile& operator=(InputFile&& other) noexcept;
+  ~InputFile();
+
+  /// A directory fails with 5.
+  bool Open(const std::wstring& path);
+  bool is_open() const { return handle_ != kClosed; }
+  /// The status of the open file, whatever has become of its name.
+  std::optional<FileStatus> Status() const;
+  /// Reads until the buffer is full or the file ends; the number of bytes read, or nothing on an error.
+  std::optional<std::size_t> Read(void* buffer, std::size_t size);
+
+ private:
+  static constexpr std::intptr_t kClosed = -1;
+  std::intptr_t handle_ = kClosed;
+};
+
+/// A whole file, wiped when it is given back; nothing on failure.
+std::optional<SecureBytes> ReadFile(const std::wstring& path);
+
+/// Writes a file in place, so that a full disk, a failed write or a kill at any moment loses as little as possible:
+/// the old contents stay until the new length is reserved, and what lies behind the new contents is cut off last.
+///
+///   InPlaceWriter file;
+///   if (!file.Open(path, size)) ...   // the old contents are whole
+///   if (!file.Write(data, size)) ...  // any number of calls, size bytes in all
+///   if (!file.Commit()) ...
+///
+/// A file that did not exist before appears under its name with Commit only, where the file system can do that, and is
+/// removed again when the writer is destroyed without one.
+class InPlaceWriter {
+ public:
+  InPlaceWriter() = default;
+  InPlaceWriter(const InPlaceWriter&) = delete;
+  InPlaceWriter& operator=(const InPlaceWriter&) = delete;
+  /// Without a Commit: gives a reservation behind the old contents back, as long as nothing has been written.
+  ~InPlaceWriter();
+
+  /// Opens or creates the file and reserves the final size. On failure nothing has changed on disk.
+  bool Open(const std::wstring& path, std::uint64_t final_size);
+  bool Write(const void* data, std::size_t size);
+  /// Cuts the file to what has been written and closes it.
+  bool Commit();
+
+ private:
+  bool CreateNew(const std::string& native);
+  bool OpenExisting(const std::string& native);
+  bool Reserve(std::uint64_t size);
+  void TakeBack();
+
+  std::intptr_t handle_ = -1;
+  std::uint64_t old_size_ = 0;
+  std::uint64_t written_ = 0;
+  bool is_new_ = false;      ///< made by this writer
+  bool is_unnamed_ = false;  ///< made, and not visible yet
+  std::string native_path_;
+};
+
+/// Writes a whole file in place.
+bool WriteFileInPlace(const std::wstring& path, const void* data, std::size_t size);
+
+/// Gives a file another name in the same file system. Fails with 183 when a different file has that name, also when it
+/// came to be at the same moment; succeeds when both names are the same.
+bool RenameFile(const std::wstring& from, const std::wstring& to);
+
+/// Removes a file. A directory fails with 5.
+bool RemoveFile(const std::wstring& path);
+
+/// Makes one directory; fails with 183 when the name is taken and with 3 when its parent is missing.
+bool CreateFolder(const std::wstring& path);
+
+/// Makes a directory with all its parents; succeeds when it is there already, also when another process made it.
+bool CreateFolders(const std::wstring& path);
+
+/// One hit of a search: a bare name, without its directory.
+struct FoundFile {
+  std::wstring name;
+  bool is_directory = false;
+};
+
+/// The entries of a directory whose names match a pattern with * and ?, in the upper-case lexical order of their names,
+/// with "." and ".." left out. Case does not count; "*.*" and "name.*" also find names without a point. Nothing when no
+/// entry matches (2) or there is no such directory (3).
+std::optional<std::vector<FoundFile>> FindFiles(const std::wstring& directory, std::wstring_view pattern);
+
+/// The family of a base path: the entries named like its last component, followed by a point and anything. The name is
+/// taken to the letter: nothing in it is a pattern, and case counts where the file system tells it apart. Entries with
+/// an extension of three digits come first, then the others, each in upper-case lexical order. Nothing when there is
+/// none (2), or no such directory (3).
+std::optional<std::vector<FoundFile>> FindFamily(const std::wstring& base);
+
+}  // namespace vk::tq

@@ -1,0 +1,260 @@
+#include "support/test_support.h"
+
+#include <fcntl.h>
+#include <poll.h>
+#include <signal.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+#include <sstream>
+#include <stdexcept>
+
+#include "platform/path.h"
+#include "platform/text.h"
+
+namespace vk::tq::testing {
+
+namespace fs = std::filesystem;
+
+TempFolder::TempFolder() {
+  std::string name = (fs::temp_directory_path() / "tq.XXXXXX").string();
+  if (mkdtemp(name.data()) == nullptr) throw std::runtime_error("no temporary folder");
+  native_ = name;
+}
+
+TempFolder::~TempFolder() {
+  std::error_code ignored;
+  fs::remove_all(native_, ignored);
+}
+
+std::wstring TempFolder::path() const { return PathFromNative(native_); }
+
+std::string ReadNative(const std::string& native) {
+  std::ifstream in(native, std::ios::binary);
+  if (!in) ADD_FAILURE() << "cannot read " << native;
+  return {std::istreambuf_iterator<char>(in), {}};
+}
+
+void WriteNative(const std::string& native, std::string_view bytes) {
+  fs::create_directories(fs::path(native).parent_path());
+  std::ofstream out(native, std::ios::binary | std::ios::trunc);
+  out.write(bytes.data(), static_cast<std::streamsize>(bytes.size()));
+  if (!out.flush()) ADD_FAILURE() << "cannot write " << native;
+}
+
+bool ExistsNative(const std::string& native) { return fs::exists(fs::symlink_status(native)); }
+
+std::vector<std::string> ListNative(const std::string& native) {
+  std::vector<std::string> names;
+  for (const auto& entry : fs::directory_iterator(native)) {
+    names.push_back(entry.path().filename().string());
+  }
+  std::sort(names.begin(), names.end());
+  return names;
+}
+
+std::string ToUtf8(std::wstring_view text) { return *EncodeText(kCodePageUtf8, text); }
+
+std::wstring FromUtf8(std::string_view bytes) { return *DecodeText(kCodePageUtf8, bytes); }
+
+std::string ToHex(std::string_view bytes) {
+  static constexpr char kDigits[] = "0123456789abcdef";
+  std::string hex;
+  for (const char c : bytes) {
+    const auto byte = static_cast<unsigned char>(c);
+    hex += {kDigits[byte >> 4], kDigits[byte & 15]};
+  }
+  return hex;
+}
+
+std::string FromHex(std::string_view hex) {
+  std::string bytes;
+  for (std::size_t i = 0; i + 1 < hex.size(); i += 2) {
+    bytes += static_cast<char>(std::stoi(std::string(hex.substr(i, 2)), nullptr, 16));
+  }
+  return bytes;
+}
+
+void PrintTo(const LogLine& line, std::ostream* out) {
+  *out << "{" << line.level << ", " << line.number << ", " << ToUtf8(line.function) << ", \""
+       << ToUtf8(line.message) << "\"";
+  if (line.second) *out << ", second \"" << ToUtf8(*line.second) << "\"";
+  if (line.code) *out << ", code " << *line.code;
+  *out << "}";
+}
+
+void PrintTo(const Event& event, std::ostream* out) {
+  *out << "{0x" << std::hex << event.id << std::dec << ", \"" << ToUtf8(event.message) << "\""
+       << (event.is_shared ? ", shared}" : "}");
+}
+
+struct LogRecorder::Store {
+  std::mutex mutex;
+  std::vector<LogLine> lines;
+  std::vector<Event> events;
+};
+
+LogRecorder::LogRecorder() : store_(std::make_shared<Store>()) {
+  struct Lines : LogSink {
+    explicit Lines(std::shared_ptr<Store> to) : store(std::move(to)) {}
+    void Write(const LogRecord& record) override {
+      LogLine line{record.level, record.number, std::wstring(record.function),
+                   std::wstring(record.message)};
+      if (record.second) line.second = *record.second;
+      line.code = record.code;
+      const std::lock_guard lock(store->mutex);
+      store->lines.push_back(std::move(line));
+    }
+    std::shared_ptr<Store> store;
+  };
+  struct Events : EventSink {
+    explicit Events(std::shared_ptr<Store> to) : store(std::move(to)) {}
+    void Write(unsigned long id, std::wstring_view message, bool is_shared) override {
+      const std::lock_guard lock(store->mutex);
+      store->events.push_back({id, std::wstring(message), is_shared});
+    }
+    std::shared_ptr<Store> store;
+  };
+  InstallLogSink(std::make_shared<Lines>(store_));
+  InstallEventSink(std::make_shared<Events>(store_));
+}
+
+LogRecorder::~LogRecorder() {
+  InstallLogSink(nullptr);
+  InstallEventSink(nullptr);
+}
+
+std::vector<LogLine> LogRecorder::lines() const {
+  const std::lock_guard lock(store_->mutex);
+  return store_->lines;
+}
+
+std::vector<LogLine> LogRecorder::lines(int lowest_level) const {
+  std::vector<LogLine> kept = lines();
+  std::erase_if(kept, [&](const LogLine& line) { return line.level < lowest_level; });
+  return kept;
+}
+
+std::vector<Event> LogRecorder::events() const {
+  const std::lock_guard lock(store_->mutex);
+  return store_->events;
+}
+
+void LogRecorder::Clear() {
+  const std::lock_guard lock(store_->mutex);
+  store_->lines.clear();
+  store_->events.clear();
+}
+
+namespace {
+
+// Points the library's folders into a temporary folder, before anything else of the test runs.
+void UseFolders(const TempFolder& temp) {
+  const auto set = [](const char* name, const std::string& value) {
+    setenv(name, value.c_str(), 1);
+  };
+  set("TQ_COMMON_APPDATA", temp.native("common"));
+  set("TQ_APPDATA", temp.native("user"));
+  set("TQ_VOLUMES", temp.native("volumes"));
+  set("TQ_REGISTRY", temp.native("registry.ini"));
+  set("TQ_ANSI_CODEPAGE", "65001");
+}
+
+}  // namespace
+
+ProductTest::ProductTest() {
+  UseFolders(temp_);
+  fs::create_directories(product_native("config"));
+}
+
+ProductTest::~ProductTest() = default;
+
+std::string ProductTest::product_native(std::string_view name) const {
+  std::string native = temp_.native("common/ORV-INC/Velkorandia/Tessaloquin");
+  if (!name.empty()) native += "/" + std::string(name);
+  return native;
+}
+
+std::wstring ProductTest::product_path(std::wstring_view name) const {
+  return PathFromNative(product_native(ToUtf8(name)));
+}
+
+void ProductTest::WriteKeyFile(std::string_view contents) {
+  WriteNative(product_native("config/data.dat"), contents);
+}
+
+void ProductTest::RemoveKeyFile() { fs::remove(product_native("config/data.dat")); }
+
+ScopedEnvironment::ScopedEnvironment(const char* name, const char* value) : name_(name) {
+  if (const char* old = getenv(name)) old_ = old;
+  if (value != nullptr) {
+    setenv(name, value, 1);
+  } else {
+    unsetenv(name);
+  }
+}
+
+ScopedEnvironment::~ScopedEnvironment() {
+  if (old_) {
+    setenv(name_.c_str(), old_->c_str(), 1);
+  } else {
+    unsetenv(name_.c_str());
+  }
+}
+
+Gate::Gate() {
+  if (pipe2(ends_, O_CLOEXEC) != 0) throw std::runtime_error("no pipe");
+}
+
+Gate::~Gate() {
+  close(ends_[0]);
+  close(ends_[1]);
+}
+
+void Gate::Open() {
+  if (write(ends_[1], "x", 1) != 1) ADD_FAILURE() << "a gate does not open";
+}
+
+bool Gate::Wait(int milliseconds) {
+  pollfd wait{ends_[0], POLLIN, 0};
+  char byte = 0;
+  return poll(&wait, 1, milliseconds) == 1 && read(ends_[0], &byte, 1) == 1;
+}
+
+ChildProcess::ChildProcess(const std::function<int()>& work) : pid_(fork()) {
+  if (pid_ < 0) throw std::runtime_error("no child process");
+  if (pid_ == 0) {
+    int code = 99;
+    try {
+      code = work();
+    } catch (...) {
+    }
+    _exit(code);
+  }
+}
+
+ChildProcess::~ChildProcess() {
+  if (!result_) {
+    Kill();
+    Wait();
+  }
+}
+
+void ChildProcess::Kill() { kill(pid_, SIGKILL); }
+
+int ChildProcess::Wait() {
+  if (!result_) {
+    int status = 0;
+    while (waitpid(pid_, &status, 0) < 0 && errno == EINTR) {
+    }
+    result_ = WIFEXITED(status) ? WEXITSTATUS(status) : -WTERMSIG(status);
+  }
+  return *result_;
+}
+
+}  // namespace vk::tq::testing

@@ -1,0 +1,158 @@
+// What the tests share: temporary product folders, recorders for log lines and events, child processes.
+#pragma once
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <sys/types.h>
+
+#include <functional>
+#include <memory>
+#include <mutex>
+#include <optional>
+#include <ostream>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "foundation/log.h"
+
+namespace vk::tq::testing {
+
+// A folder that is there as long as the object, for nobody else.
+class TempFolder {
+ public:
+  TempFolder();
+  TempFolder(const TempFolder&) = delete;
+  TempFolder& operator=(const TempFolder&) = delete;
+  ~TempFolder();
+
+  const std::string& native() const { return native_; }
+  std::string native(std::string_view name) const { return native_ + "/" + std::string(name); }
+  // In the library's form, for example \tmp\tq.x1y2.
+  std::wstring path() const;
+  std::wstring path(std::wstring_view name) const { return path() + L"\\" + std::wstring(name); }
+
+ private:
+  std::string native_;
+};
+
+std::string ReadNative(const std::string& native);
+void WriteNative(const std::string& native, std::string_view bytes);
+bool ExistsNative(const std::string& native);
+// The names in a folder, sorted.
+std::vector<std::string> ListNative(const std::string& native);
+
+std::string ToUtf8(std::wstring_view text);
+std::wstring FromUtf8(std::string_view bytes);
+std::string ToHex(std::string_view bytes);
+std::string FromHex(std::string_view hex);
+
+// One recorded log line; comparable and printable.
+struct LogLine {
+  int level = 0;
+  int number = 0;
+  std::wstring function;
+  std::wstring message;
+  std::optional<std::wstring> second = {};
+  std::optional<int> code = {};
+
+  bool operator==(const LogLine&) const = default;
+};
+void PrintTo(const LogLine& line, std::ostream* out);
+
+struct Event {
+  unsigned long id = 0;
+  std::wstring message;
+  bool is_shared = false;
+
+  bool operator==(const Event&) const = default;
+};
+void PrintTo(const Event& event, std::ostream* out);
+
+// Records every log line and event while it is installed.
+class LogRecorder {
+ public:
+  LogRecorder();
+  LogRecorder(const LogRecorder&) = delete;
+  LogRecorder& operator=(const LogRecorder&) = delete;
+  ~LogRecorder();
+
+  std::vector<LogLine> lines() const;
+  // Only the lines of at least this level.
+  std::vector<LogLine> lines(int lowest_level) const;
+  std::vector<Event> events() const;
+  void Clear();
+
+ private:
+  struct Store;
+  std::shared_ptr<Store> store_;
+};
+
+// A test with a product folder of its own: every folder of the library lies in a temporary folder, log lines and events
+// are recorded, the ANSI code page is UTF-8.
+class ProductTest : public ::testing::Test {
+ protected:
+  ProductTest();
+  ~ProductTest() override;
+
+  // <common application data>\ORV-INC\Velkorandia\Tessaloquin, native.
+  std::string product_native(std::string_view name = {}) const;
+  std::wstring product_path(std::wstring_view name = {}) const;
+  void WriteKeyFile(std::string_view contents = "0123456789ABCDEF0123456789abcdef");
+  void RemoveKeyFile();
+
+  // A folder for the test's own files.
+  std::string native(std::string_view name) const { return temp_.native(name); }
+  std::wstring path(std::wstring_view name) const { return temp_.path(name); }
+
+  TempFolder temp_;
+  LogRecorder log_;
+};
+
+// Sets an environment variable for a scope; null unsets it.
+class ScopedEnvironment {
+ public:
+  ScopedEnvironment(const char* name, const char* value);
+  ScopedEnvironment(const ScopedEnvironment&) = delete;
+  ScopedEnvironment& operator=(const ScopedEnvironment&) = delete;
+  ~ScopedEnvironment();
+
+ private:
+  std::string name_;
+  std::optional<std::string> old_;
+};
+
+// A one-way signal between processes: any number of Open calls, each ends one Wait.
+class Gate {
+ public:
+  Gate();
+  Gate(const Gate&) = delete;
+  Gate& operator=(const Gate&) = delete;
+  ~Gate();
+  void Open();
+  // False when nothing came in time.
+  bool Wait(int milliseconds = 20000);
+
+ private:
+  int ends_[2];
+};
+
+// A real process that runs a function; what the function gives is its exit code. It is killed when the object goes.
+class ChildProcess {
+ public:
+  explicit ChildProcess(const std::function<int()>& work);
+  ChildProcess(const ChildProcess&) = delete;
+  ChildProcess& operator=(const ChildProcess&) = delete;
+  ~ChildProcess();
+
+  pid_t pid() const { return pid_; }
+  void Kill();
+  // The exit code, or minus the signal that ended it.
+  int Wait();
+
+ private:
+  pid_t pid_;
+  std::optional<int> result_;
+};
+
+}  // namespace vk::tq::testing
