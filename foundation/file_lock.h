@@ -1,7 +1,8 @@
 /// The locks that guard the files of the suite, and the discipline of an operation under one.
 ///
-/// Each lock is a named mutex; no file name enters a lock's name, so one lock covers all jobs or users. An operation
-/// takes its lock anew and gives it back on every way out. The wait is 60000 ms and is made once.
+/// Each lock is a named mutex; no file name enters a lock's name, so one lock covers all jobs or
+/// users. An operation takes its lock anew and gives it back on every way out. The wait is 60000 ms
+/// and is made once.
 #pragma once
 
 #include <cstdint>
@@ -18,17 +19,17 @@ namespace vk::tq {
 
 // ---- For programs that use the library. No class of the library calls these. ----
 
-/// Takes the mutex of that name for everybody ("D:(A;OICI;GA;;;WD)"), and waits for it for 60000 ms. A mutex whose
-/// owner ended without a release is taken over. Null on failure, with one line at level 4, number 100800531,
-/// "GetManageFileMutex". The name "Global\KITORA_QTL_PRINT_MLTTHREAD" stands for the thread that feeds jobs in; any
-/// other name counts as the job management files.
+/// Takes the mutex of that name for everybody ("D:(A;OICI;GA;;;WD)"), and waits for it for 60000
+/// ms. A mutex whose owner ended without a release is taken over. Null on failure, with one line at
+/// level 4, number 100800531, "GetManageFileMutex". The name "Global\KITORA_QTL_PRINT_MLTTHREAD"
+/// stands for the thread that feeds jobs in; any other name counts as the job management files.
 TQ_EXPORT HANDLE GetManageFileMutex(const CString& name);
 
 /// Releases and closes the mutex. Null does nothing. Always null.
 TQ_EXPORT HANDLE ReleaseManageFileMutex(HANDLE mutex);
 
-/// Takes "Global\KITORA_QTL_WHITELIST_DAT_FILE" in the same way; it guards the printer exclusion list. The failure lines
-/// have level 5, number 100800530, "GetPrinterWhiteListMutex".
+/// Takes "Global\KITORA_QTL_WHITELIST_DAT_FILE" in the same way; it guards the printer exclusion
+/// list. The failure lines have level 5, number 100800530, "GetPrinterWhiteListMutex".
 TQ_EXPORT HANDLE GetPrinterWhiteListMutex();
 
 TQ_EXPORT HANDLE ReleasePrinterWhiteListMutex(HANDLE mutex);
@@ -49,8 +50,9 @@ struct FileLock {
   bool has_code;  ///< whether the lines carry the last error
 };
 
-/// Opens the mutex and waits for it once. Anything but a sound acquisition is a failure: a line, and null. A mutex
-/// whose owner ended is given back at once, so that the next one to ask gets a sound lock.
+/// Opens the mutex and waits for it once. Anything but a sound acquisition is a failure: a line,
+/// and null. A mutex whose owner ended is given back at once, so that the next one to ask gets a
+/// sound lock.
 HANDLE TakeFileLock(const FileLock& lock, const SECURITY_ATTRIBUTES* attributes);
 
 /// Replaces the wait of every lock for a scope. For tests that would otherwise last minutes.
@@ -68,10 +70,11 @@ class ScopedLockTimeout {
 /// The lock operations that the file classes have in common.
 class LockOperations {
  protected:
-  /// Puts a descriptor into the record that allows everybody everything, with the inherit flag set. 1, or 0 when that
-  /// fails; the record is then left alone.
+  /// Puts a descriptor into the record that allows everybody everything, with the inherit flag set.
+  /// 1, or 0 when that fails; the record is then left alone.
   static int CreateNullDACL(SECURITY_ATTRIBUTES* attributes);
-  /// Frees the record's descriptor and clears its pointer. 0 when the record or its descriptor is null, else 1.
+  /// Frees the record's descriptor and clears its pointer. 0 when the record or its descriptor is
+  /// null, else 1.
   static int DestroyNullDACL(SECURITY_ATTRIBUTES* attributes);
   /// Releases and closes the mutex.
   static void RelMutex(HANDLE mutex);
@@ -84,13 +87,14 @@ class LockOperations {
     const wchar_t* text;
   };
 
-  /// Runs an operation under a lock: makes attributes for everybody, takes the lock, does the work, and gives both back
-  /// on every way out.
+  /// Runs an operation under a lock: makes attributes for everybody, takes the lock, does the work,
+  /// and gives both back on every way out.
   ///
-  /// `take` is a function of the attributes' address that gives a handle or null. `work` is a function of a reference
-  /// to the result, which starts at 0; whatever it stores last is the result, also when it then throws. An exception
-  /// leaves the line, with the last error as code. Without the lock the result is `without_lock`. When the attributes
-  /// cannot be made, the mutex is opened with those that it has by default.
+  /// `take` is a function of the attributes' address that gives a handle or null. `work` is a
+  /// function of a reference to the result, which starts at 0; whatever it stores last is the
+  /// result, also when it then throws. An exception leaves the line, with the last error as code.
+  /// Without the lock the result is `without_lock`. When the attributes cannot be made, the mutex
+  /// is opened with those that it has by default.
   template <class Take, class Work>
   static int RunLocked(const Take& take, int without_lock, const ExceptionLine& line,
                        const Work& work,

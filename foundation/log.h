@@ -1,9 +1,10 @@
 /// The program log and the system event log, as the library calls them.
 ///
-/// A call writes one line. Levels: 0 trace, 1 detail, 2 progress and values, 3 a setting replaced by its default or a
-/// step of a transfer, 4 a required setting missing or an exception at a public operation, 5 failure of an operation,
-/// 6 no such row. Number 0 means no number. Any thread may call, without a lock. A log call never throws, and the last
-/// error of the thread is the same before and after it.
+/// A call writes one line. Levels: 0 trace, 1 detail, 2 progress and values, 3 a setting replaced
+/// by its default or a step of a transfer, 4 a required setting missing or an exception at a public
+/// operation, 5 failure of an operation, 6 no such row. Number 0 means no number. Any thread may
+/// call, without a lock. A log call never throws, and the last error of the thread is the same
+/// before and after it.
 #pragma once
 
 #include <atomic>
@@ -30,8 +31,8 @@ struct LogRecord {
   std::optional<int> code;                  ///< mostly the last error
 };
 
-/// Takes the lines in place of the default, which appends them to the file that TQ_LOG_FILE names. What a sink throws
-/// is dropped. It is called by any thread, also by several at once.
+/// Takes the lines in place of the default, which appends them to the file that TQ_LOG_FILE names.
+/// What a sink throws is dropped. It is called by any thread, also by several at once.
 class TQ_EXPORT LogSink {
  public:
   virtual ~LogSink();

@@ -1,7 +1,7 @@
 /// Error values and the last error of a thread.
 ///
-/// A platform operation that fails sets the last error of its thread; one that succeeds leaves it alone. The values
-/// are those that log lines and branches of the library depend on.
+/// A platform operation that fails sets the last error of its thread; one that succeeds leaves it
+/// alone. The values are those that log lines and branches of the library depend on.
 #pragma once
 
 #include <cstdint>
@@ -66,7 +66,8 @@ class LastErrorKeeper {
   ErrorCode code_;
 };
 
-/// The C run-time errno value for an error value, for those interfaces that report errno. EIO when none fits.
+/// The C run-time errno value for an error value, for those interfaces that report errno. EIO when
+/// none fits.
 int ErrnoFromError(ErrorCode code) noexcept;
 
 /// The system's text for an error value, without a line break at its end; empty when there is none.

@@ -1,7 +1,7 @@
 /// Files: status, reading, writing in place, renaming, moving, removing, folders, searching.
 ///
-/// Every operation that fails sets the last error. Opening for writing never follows a link that stands in the place of
-/// the file itself.
+/// Every operation that fails sets the last error. Opening for writing never follows a link that
+/// stands in the place of the file itself.
 #pragma once
 
 #include <cstddef>
@@ -40,7 +40,8 @@ class InputFile {
   bool is_open() const { return handle_ != kClosed; }
   /// The status of the open file, whatever has become of its name.
   std::optional<FileStatus> Status() const;
-  /// Reads until the buffer is full or the file ends; the number of bytes read, or nothing on an error.
+  /// Reads until the buffer is full or the file ends; the number of bytes read, or nothing on an
+  /// error.
   std::optional<std::size_t> Read(void* buffer, std::size_t size);
 
  private:
@@ -51,22 +52,24 @@ class InputFile {
 /// A whole file, wiped when it is given back; nothing on failure.
 std::optional<SecureBytes> ReadFile(const std::wstring& path);
 
-/// Writes a file in place, so that a full disk, a failed write or a kill at any moment loses as little as possible:
-/// the old contents stay until the new length is reserved, and what lies behind the new contents is cut off last.
+/// Writes a file in place, so that a full disk, a failed write or a kill at any moment loses as
+/// little as possible: the old contents stay until the new length is reserved, and what lies behind
+/// the new contents is cut off last.
 ///
 ///   InPlaceWriter file;
 ///   if (!file.Open(path, size)) ...   // the old contents are whole
 ///   if (!file.Write(data, size)) ...  // any number of calls, size bytes in all
 ///   if (!file.Commit()) ...
 ///
-/// A file that did not exist before appears under its name with Commit only, where the file system can do that, and is
-/// removed again when the writer is destroyed without one.
+/// A file that did not exist before appears under its name with Commit only, where the file system
+/// can do that, and is removed again when the writer is destroyed without one.
 class InPlaceWriter {
  public:
   InPlaceWriter() = default;
   InPlaceWriter(const InPlaceWriter&) = delete;
   InPlaceWriter& operator=(const InPlaceWriter&) = delete;
-  /// Without a Commit: gives a reservation behind the old contents back, as long as nothing has been written.
+  /// Without a Commit: gives a reservation behind the old contents back, as long as nothing has
+  /// been written.
   ~InPlaceWriter();
 
   /// Opens or creates the file and reserves the final size. On failure nothing has changed on disk.
@@ -92,17 +95,19 @@ class InPlaceWriter {
 /// Writes a whole file in place.
 bool WriteFileInPlace(const std::wstring& path, const void* data, std::size_t size);
 
-/// Gives a file another name in the same file system. Fails with 183 when a different file has that name, also when it
-/// came to be at the same moment; succeeds when both names are the same.
+/// Gives a file another name in the same file system. Fails with 183 when a different file has that
+/// name, also when it came to be at the same moment; succeeds when both names are the same.
 bool RenameFile(const std::wstring& from, const std::wstring& to);
 
 /// Removes a file. A directory fails with 5.
 bool RemoveFile(const std::wstring& path);
 
-/// Makes one directory; fails with 183 when the name is taken and with 3 when its parent is missing.
+/// Makes one directory; fails with 183 when the name is taken and with 3 when its parent is
+/// missing.
 bool CreateFolder(const std::wstring& path);
 
-/// Makes a directory with all its parents; succeeds when it is there already, also when another process made it.
+/// Makes a directory with all its parents; succeeds when it is there already, also when another
+/// process made it.
 bool CreateFolders(const std::wstring& path);
 
 /// One hit of a search: a bare name, without its directory.
@@ -111,15 +116,17 @@ struct FoundFile {
   bool is_directory = false;
 };
 
-/// The entries of a directory whose names match a pattern with * and ?, in the upper-case lexical order of their names,
-/// with "." and ".." left out. Case does not count; "*.*" and "name.*" also find names without a point. Nothing when no
-/// entry matches (2) or there is no such directory (3).
-std::optional<std::vector<FoundFile>> FindFiles(const std::wstring& directory, std::wstring_view pattern);
+/// The entries of a directory whose names match a pattern with * and ?, in the upper-case lexical
+/// order of their names, with "." and ".." left out. Case does not count; "*.*" and "name.*" also
+/// find names without a point. Nothing when no entry matches (2) or there is no such directory (3).
+std::optional<std::vector<FoundFile>> FindFiles(const std::wstring& directory,
+                                                std::wstring_view pattern);
 
-/// The family of a base path: the entries named like its last component, followed by a point and anything. The name is
-/// taken to the letter: nothing in it is a pattern, and case counts where the file system tells it apart. Entries with
-/// an extension of three digits come first, then the others, each in upper-case lexical order. Nothing when there is
-/// none (2), or no such directory (3).
+/// The family of a base path: the entries named like its last component, followed by a point and
+/// anything. The name is taken to the letter: nothing in it is a pattern, and case counts where the
+/// file system tells it apart. Entries with an extension of three digits come first, then the
+/// others, each in upper-case lexical order. Nothing when there is none (2), or no such directory
+/// (3).
 std::optional<std::vector<FoundFile>> FindFamily(const std::wstring& base);
 
 }  // namespace vk::tq

@@ -10,8 +10,8 @@
 
 namespace vk::tq {
 
-/// An account of this machine, user or group, in the platform's own binary form. Two accounts are the same when their
-/// bytes are.
+/// An account of this machine, user or group, in the platform's own binary form. Two accounts are
+/// the same when their bytes are.
 struct AccountId {
   std::vector<unsigned char> bytes;
   bool operator==(const AccountId&) const = default;

@@ -11,13 +11,13 @@ int ProgramLogLevel() noexcept;
 /// Whether the program log has a file (TQ_LOG_FILE). Read once.
 bool HasProgramLog() noexcept;
 
-/// Appends one line, without its line break, to the program log, with a time stamp and the process and thread in front
-/// of it. Line breaks in the text are written as "\n" so that one call is one line. Several processes may append to one
-/// file. Failures are ignored.
+/// Appends one line, without its line break, to the program log, with a time stamp and the process
+/// and thread in front of it. Line breaks in the text are written as "\n" so that one call is one
+/// line. Several processes may append to one file. Failures are ignored.
 void AppendProgramLog(int level, std::wstring_view line) noexcept;
 
-/// Hands one event to the system: an error, a warning or information by the top two bits of its id. Failures are
-/// ignored.
+/// Hands one event to the system: an error, a warning or information by the top two bits of its id.
+/// Failures are ignored.
 void WriteSystemEvent(unsigned long event_id, std::wstring_view text) noexcept;
 
 }  // namespace vk::tq

@@ -1,9 +1,10 @@
 /// INI files ("profiles"): one parse, many questions; many changes, one write.
 ///
-/// Section and key names are told apart without regard to case. Blanks around names and values are no part of them, one
-/// pair of equal quotes around a value is taken off, a line that begins with ';' is a comment, and of several sections
-/// or keys of one name the first counts. A file that begins with the byte-order mark of UTF-16LE or UTF-8 is read as
-/// such, any other in the ANSI code page. A file that is missing or cannot be read is like an empty one.
+/// Section and key names are told apart without regard to case. Blanks around names and values are
+/// no part of them, one pair of equal quotes around a value is taken off, a line that begins with
+/// ';' is a comment, and of several sections or keys of one name the first counts. A file that
+/// begins with the byte-order mark of UTF-16LE or UTF-8 is read as such, any other in the ANSI code
+/// page. A file that is missing or cannot be read is like an empty one.
 #pragma once
 
 #include <cstdint>
@@ -27,16 +28,17 @@ class Profile {
   Profile& operator=(const Profile&) = delete;
   ~Profile();
 
-  /// The value, or the default when the key is missing (blanks at the end of the default are dropped). The result is
-  /// what fits a buffer of so many characters, the terminator included.
-  std::wstring GetString(std::wstring_view section, std::wstring_view key, std::wstring_view default_value,
-                         std::size_t size) const;
+  /// The value, or the default when the key is missing (blanks at the end of the default are
+  /// dropped). The result is what fits a buffer of so many characters, the terminator included.
+  std::wstring GetString(std::wstring_view section, std::wstring_view key,
+                         std::wstring_view default_value, std::size_t size) const;
 
   /// The integer that the value begins with; the default when the key is missing.
-  std::int32_t GetInt(std::wstring_view section, std::wstring_view key, std::int32_t default_value) const;
+  std::int32_t GetInt(std::wstring_view section, std::wstring_view key,
+                      std::int32_t default_value) const;
 
-  /// The names of all sections, or of the keys of one section, in file order, as far as they fit a buffer of so many
-  /// characters in which a NUL follows each name and one more ends the list.
+  /// The names of all sections, or of the keys of one section, in file order, as far as they fit a
+  /// buffer of so many characters in which a NUL follows each name and one more ends the list.
   std::vector<std::wstring> SectionNames(std::size_t size) const;
   std::vector<std::wstring> KeyNames(std::wstring_view section, std::size_t size) const;
 
@@ -51,11 +53,12 @@ struct ProfileValue {
   std::wstring value;
 };
 
-/// Writes values into a file in the order given, in one go. Every other line, comment and the order stay, and so does
-/// the form of the file (its mark and encoding); a file that did not exist is made in the ANSI code page. The file is
-/// locked from the reading to the writing, so that two processes that change different keys both succeed, and it is
-/// written in place: a process that is killed leaves the old or the new text. False, with the last error set, when the
-/// file cannot be read or written; nothing has changed then.
+/// Writes values into a file in the order given, in one go. Every other line, comment and the order
+/// stay, and so does the form of the file (its mark and encoding); a file that did not exist is
+/// made in the ANSI code page. The file is locked from the reading to the writing, so that two
+/// processes that change different keys both succeed, and it is written in place: a process that is
+/// killed leaves the old or the new text. False, with the last error set, when the file cannot be
+/// read or written; nothing has changed then.
 bool WriteProfile(const std::wstring& path, const std::vector<ProfileValue>& values);
 
 /// One value, one write.

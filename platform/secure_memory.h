@@ -13,7 +13,8 @@ namespace vk::tq {
 /// Overwrites memory with zeros, in a way that the compiler does not leave out.
 TQ_EXPORT void SecureZero(void* memory, std::size_t size) noexcept;
 
-/// An allocator that wipes each block when it is freed: a container that grows leaves no copy behind.
+/// An allocator that wipes each block when it is freed: a container that grows leaves no copy
+/// behind.
 template <class T>
 struct WipingAllocator {
   using value_type = T;

@@ -1,6 +1,7 @@
 /// Texts: code pages, case, white space, numbers, path splitting and printf-style formatting.
 ///
-/// Nothing here depends on the C locale of the program, except the ANSI code page when TQ_ANSI_CODEPAGE is not set.
+/// Nothing here depends on the C locale of the program, except the ANSI code page when
+/// TQ_ANSI_CODEPAGE is not set.
 #pragma once
 
 #include <array>
@@ -23,22 +24,25 @@ inline constexpr unsigned kCodePage932 = 932;
 inline constexpr unsigned kCodePageUtf16Le = 1200;
 inline constexpr unsigned kCodePageUtf8 = 65001;
 
-/// Wide text to bytes. A character that the code page lacks becomes '?' (in UTF-8, a lone surrogate or a value that is
-/// no character becomes U+FFFD). Nothing when there is no such code page; the last error is then 87.
+/// Wide text to bytes. A character that the code page lacks becomes '?' (in UTF-8, a lone surrogate
+/// or a value that is no character becomes U+FFFD). Nothing when there is no such code page; the
+/// last error is then 87.
 std::optional<std::string> EncodeText(unsigned code_page, std::wstring_view text);
 
-/// Bytes to wide text. Bytes that are no character become U+FFFD. Nothing when there is no such code page (87).
-/// In UTF-8, the maximal prefix of an ill-formed sequence counts as one character, as The Unicode Standard advises.
+/// Bytes to wide text. Bytes that are no character become U+FFFD. Nothing when there is no such
+/// code page (87). In UTF-8, the maximal prefix of an ill-formed sequence counts as one character,
+/// as The Unicode Standard advises.
 std::optional<std::wstring> DecodeText(unsigned code_page, std::string_view bytes);
 
 /// The number of the ANSI code page in force, for example 932 or 65001. Read anew at each call.
 unsigned AnsiCodePage();
 
-/// Appends the UTF-8 form of a text to a container of bytes that is wiped; no other copy of the text is made.
+/// Appends the UTF-8 form of a text to a container of bytes that is wiped; no other copy of the
+/// text is made.
 void AppendUtf8(std::wstring_view text, SecureBytes& bytes);
 
-/// Turns UTF-8 into wide text piece by piece: a character that is cut by the end of a piece comes out whole with the
-/// next one.
+/// Turns UTF-8 into wide text piece by piece: a character that is cut by the end of a piece comes
+/// out whole with the next one.
 class Utf8Decoder {
  public:
   /// Appends what the bytes complete.
@@ -63,8 +67,9 @@ inline std::wstring Trim(std::wstring_view text) { return std::wstring(TrimView(
 /// Replaces every occurrence, from left to right, of a text that is not empty.
 void ReplaceAll(std::wstring& text, std::wstring_view from, std::wstring_view to);
 
-/// The leading decimal number of a text: optional white space, a sign, digits. It stops at the first other character,
-/// gives 0 for a text without digits, and saturates at the limits of 32 bits. This is _wtoi, and _wtol as well.
+/// The leading decimal number of a text: optional white space, a sign, digits. It stops at the
+/// first other character, gives 0 for a text without digits, and saturates at the limits of 32
+/// bits. This is _wtoi, and _wtol as well.
 std::int32_t ParseInt(std::wstring_view text);
 
 /// The four pieces of a path, as views into it.
@@ -75,7 +80,8 @@ struct PathPieces {
   std::wstring_view extension;  ///< from its point on, or empty
 };
 
-/// Splits a path at its drive, its last separator (backslash or slash) and the last point behind that.
+/// Splits a path at its drive, its last separator (backslash or slash) and the last point behind
+/// that.
 PathPieces SplitPath(std::wstring_view path);
 
 /// One argument of Format.
@@ -97,10 +103,11 @@ FormatArgument MakeFormatArgument(const T& value) {
   }
 }
 
-std::wstring FormatArguments(std::wstring_view format, std::initializer_list<FormatArgument> arguments);
+std::wstring FormatArguments(std::wstring_view format,
+                             std::initializer_list<FormatArgument> arguments);
 
-/// printf for wide text: %s takes wide text, and the sizes of numbers are those of the arguments. Throws
-/// std::exception when the format and the arguments do not fit.
+/// printf for wide text: %s takes wide text, and the sizes of numbers are those of the arguments.
+/// Throws std::exception when the format and the arguments do not fit.
 template <class... Arguments>
 std::wstring Format(std::wstring_view format, const Arguments&... arguments) {
   return FormatArguments(format, {MakeFormatArgument(arguments)...});

@@ -35,8 +35,8 @@ class TQ_EXPORT CInvalidArgException : public std::exception {
   const char* what() const noexcept override;
 };
 
-/// A growing array. Every access by index is checked and throws CInvalidArgException when it lies outside.
-/// New elements are value-initialised: numbers are zero, texts empty.
+/// A growing array. Every access by index is checked and throws CInvalidArgException when it lies
+/// outside. New elements are value-initialised: numbers are zero, texts empty.
 template <class T, class Allocator = std::allocator<T>>
 class CArray {
  public:
@@ -86,12 +86,13 @@ class CArray {
   std::vector<T, Allocator> items_;
 };
 
-/// Binary data. Its storage is wiped whenever it is given back, since it may hold keys or plain text.
+/// Binary data. Its storage is wiped whenever it is given back, since it may hold keys or plain
+/// text.
 using CByteArray = CArray<unsigned char, WipingAllocator<unsigned char>>;
 using CStringArray = CArray<CString>;
 
-/// A map that may be deleted through a pointer to its base. The argument types only name how keys and values are
-/// handed over on other platforms.
+/// A map that may be deleted through a pointer to its base. The argument types only name how keys
+/// and values are handed over on other platforms.
 template <class Key, class ArgKey, class Value, class ArgValue>
 class CMap : public CObject, public std::map<Key, Value, std::less<>> {
  public:

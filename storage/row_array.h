@@ -5,13 +5,14 @@
 
 namespace vk::tq {
 
-/// One row: element name to element text. A copy shares the map, which belongs to the RowArray that holds the row.
+/// One row: element name to element text. A copy shares the map, which belongs to the RowArray that
+/// holds the row.
 struct RowData {
   CMapStringToString* m_pColumns = nullptr;
 };
 
-/// A growing array of rows, which owns their maps: it deletes each with itself. Rows that were taken from it must not
-/// outlive it.
+/// A growing array of rows, which owns their maps: it deletes each with itself. Rows that were
+/// taken from it must not outlive it.
 class TQ_EXPORT RowArray {
  public:
   RowArray() = default;

@@ -9,76 +9,85 @@ namespace vk::tq {
 class XmlDocument;
 class XmlElement;
 
-/// Knows the two outer levels of a document, a root element and record elements in it, and reads and writes the leaf
-/// elements of the records by name. It holds names, never a document: each operation takes a text, and drops the
-/// document that it made of it. An object belongs to one thread.
+/// Knows the two outer levels of a document, a root element and record elements in it, and reads
+/// and writes the leaf elements of the records by name. It holds names, never a document: each
+/// operation takes a text, and drops the document that it made of it. An object belongs to one
+/// thread.
 ///
-/// Texts are wide; the encoding that a declaration names has no effect on them. A text that does not parse is like a
-/// document without elements. Results are 0 for success and 1 for failure, and finding nothing is a success.
+/// Texts are wide; the encoding that a declaration names has no effect on them. A text that does
+/// not parse is like a document without elements. Results are 0 for success and 1 for failure, and
+/// finding nothing is a success.
 ///
-/// A reading operation that fails leaves two lines: at level 3 its own number and message, with a description of the
-/// error, and at level 2, number 130102, "XMLデータ：" with the whole text. A writing operation leaves the first alone.
+/// A reading operation that fails leaves two lines: at level 3 its own number and message, with a
+/// description of the error, and at level 2, number 130102, "XMLデータ：" with the whole text. A
+/// writing operation leaves the first alone.
 class TQ_EXPORT CXml {
  public:
   explicit CXml(CString root_name = L"Velkorandia", CString record_name = L"QTL");
 
   // ---- Reading ----
 
-  /// The text of the first element of that name in any record. Without one, value keeps what it held.
-  /// Failure: 130101.
+  /// The text of the first element of that name in any record. Without one, value keeps what it
+  /// held. Failure: 130101.
   int SelectXMLStringValue01(CString xml, CString name, CString& value);
 
-  /// The same below another parent than the record: a path of element names joined with "/". Failure: 130103.
+  /// The same below another parent than the record: a path of element names joined with "/".
+  /// Failure: 130103.
   int SelectXMLStringValue(const CString& xml, const CString& parent_path, const CString& name,
                            CString& value);
 
   /// Appends the text of every element of that name. Failure: 130101.
   int SelectXMLStringValue(const CString& xml, const CString& name, CStringArray& values);
 
-  /// For every element of those names, sets the map's entry for its name to its text; the last of one name wins, and a
-  /// name that finds nothing makes no entry. The text is parsed once. Failure: 130104.
+  /// For every element of those names, sets the map's entry for its name to its text; the last of
+  /// one name wins, and a name that finds nothing makes no entry. The text is parsed once. Failure:
+  /// 130104.
   int SelectXMLStringValue(const CString& xml, const CStringArray& names,
                            CMapStringToString& values);
 
-  /// Appends the text of every element of those names, grouped by name in the order of the names. Failure: 130101.
+  /// Appends the text of every element of those names, grouped by name in the order of the names.
+  /// Failure: 130101.
   int SelectXMLStringValue03(CString xml, const CStringArray& names, CStringArray& values);
 
-  /// Appends one row for every record, with the names and texts of its child elements. Failure: 130105.
+  /// Appends one row for every record, with the names and texts of its child elements. Failure:
+  /// 130105.
   int SelectXmlData(CString xml, RowArray* rows);
 
-  /// The text of one column of one row; empty when the row has no such column. No rows at all, or a row number beyond
-  /// the last, leave a line at level 6 (130113, 130114) and throw its message as a `wchar_t*`; a negative row
-  /// throws CInvalidArgException.
+  /// The text of one column of one row; empty when the row has no such column. No rows at all, or a
+  /// row number beyond the last, leave a line at level 6 (130113, 130114) and throw its message as
+  /// a `wchar_t*`; a negative row throws CInvalidArgException.
   static CString GetRowData(RowArray* rows, int row, CString key);
 
   // ---- Writing ----
 
-  /// A new document of one record with an element for each name and value, in their order. Failure: an empty text, and
-  /// 130106.
+  /// A new document of one record with an element for each name and value, in their order. Failure:
+  /// an empty text, and 130106.
   CString CreateXmlString01(const CStringArray& names, const CStringArray& values);
 
   /// A new document with one record for each row. Failure: an empty text, and 130106.
   CString CreateXmlString(RowArray& rows);
 
-  /// The same, also saved to a file, indented and in Shift_JIS. On failure (130106, or 130108 when the file cannot be
-  /// written) the result is 1, and xml and an existing file are unchanged.
+  /// The same, also saved to a file, indented and in Shift_JIS. On failure (130106, or 130108 when
+  /// the file cannot be written) the result is 1, and xml and an existing file are unchanged.
   int CreateXmlString(CString path, RowArray& rows, CString& xml);
 
-  /// Adds an element at the end of every record of a text. A text that does not parse is left as it is: 1, and 130111,
-  /// as for any other failure.
+  /// Adds an element at the end of every record of a text. A text that does not parse is left as it
+  /// is: 1, and 130111, as for any other failure.
   int InsertXMLValueText(CString& xml, const CString& name, const CString& value);
-  /// Each pair in turn. Failure: 130112 for a values array that is shorter than names; 1 as well when one pair failed.
+  /// Each pair in turn. Failure: 130112 for a values array that is shorter than names; 1 as well
+  /// when one pair failed.
   int InsertXMLValueText(CString& xml, const CStringArray& names, const CStringArray& values);
 
-  /// Adds an element at the end of every record of a plain XML file and saves it indented, in Shift_JIS. A file that is
-  /// missing or does not parse is left as it is: 1, and 130111.
+  /// Adds an element at the end of every record of a plain XML file and saves it indented, in
+  /// Shift_JIS. A file that is missing or does not parse is left as it is: 1, and 130111.
   int InsertXMLValue(const CString& path, const CString& name, const CString& value);
-  /// Each pair in turn; 1 when one pair failed. A values array that is shorter than names throws CInvalidArgException
-  /// after the pairs before it have been saved.
+  /// Each pair in turn; 1 when one pair failed. A values array that is shorter than names throws
+  /// CInvalidArgException after the pairs before it have been saved.
   int InsertXMLValue(const CString& path, const CStringArray& names, const CStringArray& values);
 
-  /// Replaces the texts of the named elements of the first record; names that it lacks are passed over. Without a
-  /// record: 1, and no line. A text that does not parse: 1, and 130111. xml is unchanged then.
+  /// Replaces the texts of the named elements of the first record; names that it lacks are passed
+  /// over. Without a record: 1, and no line. A text that does not parse: 1, and 130111. xml is
+  /// unchanged then.
   int UpdateXMLValueText(CString& xml, const CStringArray& names, const CStringArray& values);
 
  private:

@@ -1,4 +1,5 @@
-// What the tests share: temporary product folders, recorders for log lines and events, child processes.
+// What the tests share: temporary product folders, recorders for log lines and events, child
+// processes.
 #pragma once
 
 #include <gmock/gmock.h>
@@ -88,8 +89,8 @@ class LogRecorder {
   std::shared_ptr<Store> store_;
 };
 
-// A test with a product folder of its own: every folder of the library lies in a temporary folder, log lines and events
-// are recorded, the ANSI code page is UTF-8.
+// A test with a product folder of its own: every folder of the library lies in a temporary folder,
+// log lines and events are recorded, the ANSI code page is UTF-8.
 class ProductTest : public ::testing::Test {
  protected:
   ProductTest();
@@ -137,7 +138,8 @@ class Gate {
   int ends_[2];
 };
 
-// A real process that runs a function; what the function gives is its exit code. It is killed when the object goes.
+// A real process that runs a function; what the function gives is its exit code. It is killed when
+// the object goes.
 class ChildProcess {
  public:
   explicit ChildProcess(const std::function<int()>& work);
