@@ -84,6 +84,11 @@ struct PathPieces {
 /// that.
 PathPieces SplitPath(std::wstring_view path);
 
+/// The extension as the shell sees it, from its point on: the last point behind the last backslash
+/// and the last blank. Empty when there is none. A slash does not count as a separator here, and a
+/// name with a blank behind its point has no extension.
+std::wstring_view FindExtension(std::wstring_view path);
+
 /// One argument of Format.
 using FormatArgument =
     std::variant<int, unsigned, long long, unsigned long long, const void*, std::wstring_view>;

@@ -1,0 +1,61 @@
+// What the files of this folder share: errno values, file descriptors and native names.
+#pragma once
+
+#include <unistd.h>
+
+#include <cerrno>
+#include <string>
+#include <string_view>
+#include <utility>
+
+#include "platform/error.h"
+#include "platform/path.h"
+
+namespace vk::tq {
+
+static_assert(sizeof(wchar_t) == 4, "in this folder a wide character is a whole code point");
+
+// The error value that stands for an errno value; 31 when there is no better one.
+ErrorCode ErrorFromErrno(int error_number) noexcept;
+
+// Sets the last error and gives false.
+bool Fail(ErrorCode code) noexcept;
+// The same from errno.
+bool FailWithErrno() noexcept;
+
+// A file descriptor that is closed with its owner. The destructor leaves errno alone.
+class FileDescriptor {
+ public:
+  FileDescriptor() = default;
+  explicit FileDescriptor(int descriptor) noexcept : descriptor_(descriptor) {}
+  FileDescriptor(FileDescriptor&& other) noexcept : descriptor_(other.Release()) {}
+  FileDescriptor& operator=(FileDescriptor&& other) noexcept {
+    Reset(other.Release());
+    return *this;
+  }
+  ~FileDescriptor() { Reset(); }
+
+  int get() const noexcept { return descriptor_; }
+  explicit operator bool() const noexcept { return descriptor_ >= 0; }
+  int Release() noexcept { return std::exchange(descriptor_, -1); }
+  void Reset(int descriptor = -1) noexcept;
+
+ private:
+  int descriptor_ = -1;
+};
+
+// Repeats a system call that a signal interrupted.
+template <class Call>
+auto RetryInterrupted(const Call& call) {
+  auto result = call();
+  while (result == -1 && errno == EINTR) result = call();
+  return result;
+}
+
+// A single file name, without any separator, to wide text and back. Native names are UTF-8. A byte
+// that is no UTF-8, and a backslash, which is an ordinary character in native names, become
+// U+DC00 plus the byte: every file can be named, and every name reads back to the byte.
+std::wstring NameFromNative(std::string_view name);
+std::string NameToNative(std::wstring_view name);
+
+}  // namespace vk::tq

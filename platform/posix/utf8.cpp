@@ -1,0 +1,226 @@
+#include "platform/posix/utf8.h"
+
+#include <algorithm>
+#include <array>
+#include <cstdint>
+#include <cstring>
+
+#include "platform/posix/native.h"
+#include "platform/secure_memory.h"
+#include "platform/text.h"
+
+namespace vk::tq {
+namespace {
+
+using Byte = unsigned char;
+using State = Utf8Character::State;
+
+// Texts are converted by blocks of this many characters, which stay in the nearest cache. A block
+// on the stack is wiped, since the text may be a secret.
+constexpr std::size_t kBlock = 1024;
+
+constexpr bool IsHighSurrogate(char32_t c) { return (c & 0xFFFFFC00) == 0xD800; }
+constexpr bool IsLowSurrogate(char32_t c) { return (c & 0xFFFFFC00) == 0xDC00; }
+constexpr bool IsSurrogate(char32_t c) { return (c & 0xFFFFF800) == 0xD800; }
+
+// The second byte of a character has a narrower range behind some first bytes, which shuts out
+// overlong forms, surrogates and values beyond U+10FFFF.
+struct Lead {
+  std::size_t length;
+  char32_t bits;
+  Byte low = 0x80;
+  Byte high = 0xBF;
+};
+
+constexpr Lead LeadOf(Byte byte) {
+  if (byte >= 0xC2 && byte <= 0xDF) return {2, byte & 0x1Fu};
+  if (byte == 0xE0) return {3, 0, 0xA0};
+  if (byte == 0xED) return {3, 0xD, 0x80, 0x9F};
+  if (byte >= 0xE1 && byte <= 0xEF) return {3, byte & 0x0Fu};
+  if (byte == 0xF0) return {4, 0, 0x90};
+  if (byte >= 0xF1 && byte <= 0xF3) return {4, byte & 0x07u};
+  if (byte == 0xF4) return {4, 4, 0x80, 0x8F};
+  return {1, kReplacementCharacter};
+}
+
+Utf8Character Read(const Byte* begin, const Byte* end) {
+  if (*begin < 0x80) return {State::kValid, *begin, 1};
+  const Lead lead = LeadOf(*begin);
+  if (lead.length == 1) return {};
+  char32_t value = lead.bits;
+  Byte low = lead.low;
+  Byte high = lead.high;
+  for (std::size_t i = 1; i < lead.length; ++i) {
+    if (begin + i == end) return {State::kCutOff, kReplacementCharacter, i};
+    const Byte byte = begin[i];
+    if (byte < low || byte > high) return {State::kIllFormed, kReplacementCharacter, i};
+    value = value << 6 | (byte & 0x3Fu);
+    low = 0x80;
+    high = 0xBF;
+  }
+  return {State::kValid, value, lead.length};
+}
+
+// Widens ASCII until the first other byte or the end of either side.
+void WidenAscii(const Byte*& from, const Byte* from_end, wchar_t*& to, const wchar_t* to_end) {
+  constexpr std::ptrdiff_t kStep = 16;
+  const std::ptrdiff_t room = std::min(from_end - from, static_cast<std::ptrdiff_t>(to_end - to));
+  const Byte* const last = from + room;
+  while (last - from >= kStep) {
+    std::array<std::uint64_t, 2> words;
+    std::memcpy(words.data(), from, sizeof words);
+    if (((words[0] | words[1]) & 0x8080808080808080u) != 0) break;
+    for (std::ptrdiff_t i = 0; i < kStep; ++i) to[i] = static_cast<wchar_t>(from[i]);
+    from += kStep;
+    to += kStep;
+  }
+  while (from != last && *from < 0x80) *to++ = static_cast<wchar_t>(*from++);
+}
+
+// Fills a block of wide text; stops early at a character that the end cuts off.
+wchar_t* DecodeBlock(const Byte*& from, const Byte* from_end, wchar_t* to, const wchar_t* to_end) {
+  while (from != from_end && to != to_end) {
+    if (*from < 0x80) {
+      WidenAscii(from, from_end, to, to_end);
+      continue;
+    }
+    const Utf8Character character = Read(from, from_end);
+    if (character.state == State::kCutOff) break;
+    *to++ = static_cast<wchar_t>(character.value);
+    from += character.length;
+  }
+  return to;
+}
+
+Byte* Write(char32_t c, Byte* to) {
+  const auto tail = [](char32_t bits) { return static_cast<Byte>(0x80 | (bits & 0x3F)); };
+  if (c < 0x80) {
+    *to++ = static_cast<Byte>(c);
+  } else if (c < 0x800) {
+    *to++ = static_cast<Byte>(0xC0 | c >> 6);
+    *to++ = tail(c);
+  } else if (c < 0x10000) {
+    *to++ = static_cast<Byte>(0xE0 | c >> 12);
+    *to++ = tail(c >> 6);
+    *to++ = tail(c);
+  } else {
+    *to++ = static_cast<Byte>(0xF0 | c >> 18);
+    *to++ = tail(c >> 12);
+    *to++ = tail(c >> 6);
+    *to++ = tail(c);
+  }
+  return to;
+}
+
+// Narrows ASCII until the first other character.
+void NarrowAscii(std::wstring_view text, std::size_t& index, std::size_t last, Byte*& to) {
+  constexpr std::size_t kStep = 16;
+  while (last - index >= kStep) {
+    std::uint32_t all = 0;
+    for (std::size_t i = 0; i < kStep; ++i) all |= static_cast<std::uint32_t>(text[index + i]);
+    if (all >= 0x80) break;
+    for (std::size_t i = 0; i < kStep; ++i) to[i] = static_cast<Byte>(text[index + i]);
+    index += kStep;
+    to += kStep;
+  }
+  while (index != last && static_cast<std::uint32_t>(text[index]) < 0x80) {
+    *to++ = static_cast<Byte>(text[index++]);
+  }
+}
+
+template <class Bytes>
+void AppendEncoded(std::wstring_view text, Bytes& bytes) {
+  std::size_t size = text.size();
+  for (const wchar_t c : text) {
+    const auto unit = static_cast<std::uint32_t>(c);
+    size += (unit >= 0x80 ? 1u : 0u) + (unit >= 0x800 ? 1u : 0u) + (unit >= 0x10000 ? 1u : 0u);
+  }
+  bytes.reserve(bytes.size() + size);
+
+  std::array<Byte, 4 * kBlock> block;
+  std::size_t most = 0;
+  for (std::size_t index = 0; index < text.size();) {
+    const std::size_t last = std::min(text.size(), index + kBlock);
+    Byte* to = block.data();
+    while (index < last) {
+      NarrowAscii(text, index, last, to);
+      if (index < last) to = Write(ReadCodePoint(text, index), to);
+    }
+    const auto used = static_cast<std::size_t>(to - block.data());
+    bytes.insert(bytes.end(), block.data(), to);
+    most = std::max(most, used);
+  }
+  SecureZero(block.data(), most);
+}
+
+}  // namespace
+
+Utf8Character ReadUtf8(std::string_view bytes) noexcept {
+  const auto* const begin = reinterpret_cast<const Byte*>(bytes.data());
+  return Read(begin, begin + bytes.size());
+}
+
+char32_t ReadCodePoint(std::wstring_view text, std::size_t& index) noexcept {
+  const auto c = static_cast<char32_t>(text[index++]);
+  if (IsHighSurrogate(c) && index < text.size()) {
+    const auto next = static_cast<char32_t>(text[index]);
+    if (IsLowSurrogate(next)) {
+      ++index;
+      return 0x10000 + ((c & 0x3FF) << 10) + (next & 0x3FF);
+    }
+  }
+  return IsSurrogate(c) || c > 0x10FFFF ? kReplacementCharacter : c;
+}
+
+void AppendUtf8Character(char32_t character, std::string& bytes) {
+  std::array<Byte, 4> buffer;
+  bytes.append(buffer.data(), Write(character, buffer.data()));
+}
+
+void AppendToUtf8(std::wstring_view text, std::string& bytes) { AppendEncoded(text, bytes); }
+
+void AppendUtf8(std::wstring_view text, SecureBytes& bytes) { AppendEncoded(text, bytes); }
+
+std::size_t AppendFromUtf8(std::string_view bytes, std::wstring& text) {
+  const auto begins_character = [](char byte) { return (static_cast<Byte>(byte) & 0xC0) != 0x80; };
+  text.reserve(text.size() +
+               static_cast<std::size_t>(std::ranges::count_if(bytes, begins_character)));
+
+  const auto* from = reinterpret_cast<const Byte*>(bytes.data());
+  const Byte* const end = from + bytes.size();
+  std::array<wchar_t, kBlock> block;
+  std::size_t most = 0;
+  while (from != end) {
+    const wchar_t* const to = DecodeBlock(from, end, block.data(), block.data() + block.size());
+    const auto used = static_cast<std::size_t>(to - block.data());
+    if (used == 0) break;
+    text.append(block.data(), used);
+    most = std::max(most, used);
+  }
+  SecureZero(block.data(), most * sizeof(wchar_t));
+  return static_cast<std::size_t>(end - from);
+}
+
+void Utf8Decoder::Decode(std::string_view bytes, std::wstring& text) {
+  while (pending_size_ > 0 && !bytes.empty()) {
+    pending_[pending_size_++] = bytes.front();
+    const Utf8Character character = ReadUtf8({pending_.data(), pending_size_});
+    if (character.state == State::kCutOff) {
+      bytes.remove_prefix(1);
+      continue;
+    }
+    // The last byte either completed the character or belongs to the next one.
+    text += static_cast<wchar_t>(character.value);
+    if (character.is_valid()) bytes.remove_prefix(1);
+    pending_size_ = 0;
+  }
+  const std::size_t cut_off = AppendFromUtf8(bytes, text);
+  pending_size_ += bytes.copy(pending_.data() + pending_size_, cut_off, bytes.size() - cut_off);
+}
+
+void Utf8Decoder::Finish(std::wstring& text) {
+  if (pending_size_ > 0) text += static_cast<wchar_t>(kReplacementCharacter);
+  pending_size_ = 0;
+}
+
+}  // namespace vk::tq
