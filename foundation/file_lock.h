@@ -79,12 +79,15 @@ class LockOperations {
   /// Releases and closes the mutex.
   static void RelMutex(HANDLE mutex);
 
-  /// What stands in the log when an operation under a lock ends in an exception.
+  /// What stands in the log when an operation ends in an exception. The line carries the last error
+  /// as its code, unless it has a second text, mostly a path, or neither.
   struct ExceptionLine {
     int level;
     int number;
     const wchar_t* function;
     const wchar_t* text;
+    const CString* second = nullptr;
+    bool has_code = true;
   };
 
   /// Runs an operation under a lock: makes attributes for everybody, takes the lock, does the work,
@@ -92,9 +95,9 @@ class LockOperations {
   ///
   /// `take` is a function of the attributes' address that gives a handle or null. `work` is a
   /// function of a reference to the result, which starts at 0; whatever it stores last is the
-  /// result, also when it then throws. An exception leaves the line, with the last error as code.
-  /// Without the lock the result is `without_lock`. When the attributes cannot be made, the mutex
-  /// is opened with those that it has by default.
+  /// result, also when it then throws: that leaves the line. Without the lock the result is
+  /// `without_lock`. When the attributes cannot be made, the mutex is opened with those that it has
+  /// by default.
   template <class Take, class Work>
   static int RunLocked(const Take& take, int without_lock, const ExceptionLine& line,
                        const Work& work,
@@ -102,25 +105,34 @@ class LockOperations {
     Attributes attributes;
     const Held held{take(attributes.get())};
     if (held.mutex == nullptr) return without_lock;
-    return RunGuarded(line, work, where);
+    int result = 0;
+    Catch(line, where, work, result);
+    return result;
   }
 
-  /// The handler alone: an exception leaves the line, and the result is what was stored last.
+  /// Runs an operation whose caller holds the lock: an exception leaves the line and gives 0.
   template <class Work>
   static int RunGuarded(const ExceptionLine& line, const Work& work,
                         std::source_location where = std::source_location::current()) {
     int result = 0;
-    try {
-      work(result);
-    } catch (...) {
-      Log4cxxMgr::LogOutDetail(line.level, line.number, line.function,
-                               static_cast<int>(where.line()), static_cast<int>(GetLastError()),
-                               line.text);
-    }
-    return result;
+    return Catch(line, where, work, result) ? result : 0;
   }
 
  private:
+  static void LogException(const ExceptionLine& line, int source_line) noexcept;
+
+  template <class Work>
+  static bool Catch(const ExceptionLine& line, const std::source_location& where, const Work& work,
+                    int& result) {
+    try {
+      work(result);
+      return true;
+    } catch (...) {
+      LogException(line, static_cast<int>(where.line()));
+      return false;
+    }
+  }
+
   class Attributes {
    public:
     Attributes() { CreateNullDACL(&record_); }

@@ -124,9 +124,9 @@ std::optional<std::vector<FoundFile>> FindFiles(const std::wstring& directory,
 
 /// The family of a base path: the entries named like its last component, followed by a point and
 /// anything. The name is taken to the letter: nothing in it is a pattern, and case counts where the
-/// file system tells it apart. Entries with an extension of three digits come first, then the
-/// others, each in upper-case lexical order. Nothing when there is none (2), or no such directory
-/// (3).
+/// file system tells it apart. Files with an extension of three digits come first, then the other
+/// files, then directories, each in upper-case lexical order. Nothing when there is none (2), as
+/// for a base that ends in a separator, or no such directory (3).
 std::optional<std::vector<FoundFile>> FindFamily(const std::wstring& base);
 
 }  // namespace vk::tq

@@ -1,0 +1,291 @@
+#include "platform/file.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstdio>
+#include <utility>
+
+#include "platform/error.h"
+#include "platform/path.h"
+#include "platform/posix/native.h"
+#include "platform/posix/unique_fd.h"
+
+namespace vk::tq {
+
+using posix::FailWithErrno;
+using posix::UniqueFd;
+
+namespace {
+
+FileStatus StatusFromStat(const struct stat& info) {
+  return {S_ISDIR(info.st_mode), static_cast<std::uint64_t>(info.st_size),
+          static_cast<std::int64_t>(info.st_mtim.tv_sec) * 1'000'000'000 + info.st_mtim.tv_nsec};
+}
+
+bool Fail(ErrorCode code) {
+  SetLastError(code);
+  return false;
+}
+
+// A directory is refused as Windows refuses it. So is a pipe or a socket that somebody has put in
+// the file's place: it would block.
+bool IsReadable(int fd) {
+  struct stat info {};
+  if (fstat(fd, &info) != 0) return FailWithErrno();
+  return S_ISREG(info.st_mode) || S_ISCHR(info.st_mode) || S_ISBLK(info.st_mode) ||
+         Fail(kErrorAccessDenied);
+}
+
+std::string ParentOf(const std::string& native) {
+  const std::size_t slash = native.rfind('/');
+  if (slash == std::string::npos) return ".";
+  return slash == 0 ? "/" : native.substr(0, slash);
+}
+
+std::string DescriptorPath(int fd) { return "/proc/self/fd/" + std::to_string(fd); }
+
+}  // namespace
+
+std::optional<FileStatus> GetFileStatus(const std::wstring& path) {
+  struct stat info {};
+  if (stat(PathToNative(path).c_str(), &info) != 0) {
+    FailWithErrno();
+    return {};
+  }
+  return StatusFromStat(info);
+}
+
+InputFile::InputFile(InputFile&& other) noexcept : handle_(std::exchange(other.handle_, kClosed)) {}
+
+InputFile& InputFile::operator=(InputFile&& other) noexcept {
+  std::swap(handle_, other.handle_);
+  return *this;
+}
+
+InputFile::~InputFile() { UniqueFd close(static_cast<int>(handle_)); }
+
+bool InputFile::Open(const std::wstring& path) {
+  UniqueFd old(static_cast<int>(std::exchange(handle_, kClosed)));
+  UniqueFd fd(open(PathToNative(path).c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY));
+  if (!fd) return FailWithErrno();
+  if (!IsReadable(fd.get())) return false;
+  handle_ = fd.release();
+  return true;
+}
+
+std::optional<FileStatus> InputFile::Status() const {
+  struct stat info {};
+  if (fstat(static_cast<int>(handle_), &info) != 0) {
+    FailWithErrno();
+    return {};
+  }
+  return StatusFromStat(info);
+}
+
+std::optional<std::size_t> InputFile::Read(void* buffer, std::size_t size) {
+  std::size_t done = 0;
+  while (done < size) {
+    const ssize_t got =
+        read(static_cast<int>(handle_), static_cast<char*>(buffer) + done, size - done);
+    if (got == 0) break;
+    if (got > 0) {
+      done += static_cast<std::size_t>(got);
+    } else if (errno != EINTR) {
+      FailWithErrno();
+      return {};
+    }
+  }
+  return done;
+}
+
+std::optional<SecureBytes> ReadFile(const std::wstring& path) {
+  InputFile file;
+  if (!file.Open(path)) return {};
+  const std::optional<FileStatus> status = file.Status();
+  if (!status) return {};
+  // One byte more than the file has: a file that keeps its length is read by two calls.
+  SecureBytes bytes(static_cast<std::size_t>(status->size) + 1);
+  std::size_t size = 0;
+  for (;;) {
+    const std::optional<std::size_t> got = file.Read(bytes.data() + size, bytes.size() - size);
+    if (!got) return {};
+    size += *got;
+    if (size < bytes.size()) break;
+    bytes.resize(2 * bytes.size());
+  }
+  bytes.resize(size);
+  return bytes;
+}
+
+InPlaceWriter::~InPlaceWriter() { TakeBack(); }
+
+bool InPlaceWriter::Open(const std::wstring& path, std::uint64_t final_size) {
+  TakeBack();
+  native_path_ = PathToNative(path);
+  // Between the two attempts another process may make the file, or remove it.
+  for (int attempt = 0; attempt < 10; ++attempt) {
+    if (OpenExisting(native_path_)) return Reserve(final_size);
+    if (GetLastError() != kErrorFileNotFound) return false;
+    if (CreateNew(native_path_)) return Reserve(final_size);
+    if (GetLastError() != kErrorAlreadyExists) return false;
+  }
+  return false;
+}
+
+bool InPlaceWriter::OpenExisting(const std::string& native) {
+  UniqueFd fd(open(native.c_str(), O_WRONLY | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY));
+  if (!fd) return FailWithErrno();
+  struct stat info {};
+  if (fstat(fd.get(), &info) != 0) return FailWithErrno();
+  if (!S_ISREG(info.st_mode)) return Fail(kErrorAccessDenied);
+  old_size_ = static_cast<std::uint64_t>(info.st_size);
+  is_new_ = is_unnamed_ = false;
+  handle_ = fd.release();
+  return true;
+}
+
+// Makes the file without a name, so that nobody sees it before it is whole. Where the file system
+// cannot do that, the file is made under its name.
+bool InPlaceWriter::CreateNew(const std::string& native) {
+  UniqueFd fd(open(ParentOf(native).c_str(), O_TMPFILE | O_WRONLY | O_CLOEXEC, 0666));
+  is_unnamed_ = fd && access(DescriptorPath(fd.get()).c_str(), F_OK) == 0;
+  if (!is_unnamed_) {
+    fd.reset(open(native.c_str(), O_CREAT | O_EXCL | O_WRONLY | O_CLOEXEC | O_NOFOLLOW | O_NOCTTY,
+                  0666));
+  }
+  if (!fd) {
+    FailWithErrno();
+    // The file itself was missing a moment ago, so it must be its folder.
+    return GetLastError() == kErrorFileNotFound ? Fail(kErrorPathNotFound) : false;
+  }
+  old_size_ = 0;
+  is_new_ = true;
+  handle_ = fd.release();
+  return true;
+}
+
+bool InPlaceWriter::Reserve(std::uint64_t size) {
+  int error = 0;
+  if (size > 0) {
+    do {
+      error = posix_fallocate(static_cast<int>(handle_), 0, static_cast<off_t>(size));
+    } while (error == EINTR);
+  }
+  if (error == 0) return true;
+  TakeBack();
+  return Fail(posix::ErrorFromErrno(error));
+}
+
+void InPlaceWriter::TakeBack() {
+  UniqueFd fd(static_cast<int>(std::exchange(handle_, -1)));
+  if (!fd) return;
+  const LastErrorKeeper keep;
+  if (is_new_ && !is_unnamed_) {
+    unlink(native_path_.c_str());
+  } else if (!is_new_ && written_ == 0) {
+    [[maybe_unused]] const int ignored = ftruncate(fd.get(), static_cast<off_t>(old_size_));
+  }
+  written_ = 0;
+}
+
+bool InPlaceWriter::Write(const void* data, std::size_t size) {
+  const char* from = static_cast<const char*>(data);
+  while (size > 0) {
+    const ssize_t put = write(static_cast<int>(handle_), from, size);
+    if (put < 0) {
+      if (errno == EINTR) continue;
+      return FailWithErrno();
+    }
+    from += put;
+    size -= static_cast<std::size_t>(put);
+    written_ += static_cast<std::uint64_t>(put);
+  }
+  return true;
+}
+
+bool InPlaceWriter::Commit() {
+  UniqueFd fd(static_cast<int>(std::exchange(handle_, -1)));
+  const std::uint64_t size = std::exchange(written_, 0);
+  if (ftruncate(fd.get(), static_cast<off_t>(size)) != 0) return FailWithErrno();
+  if (is_unnamed_ && linkat(AT_FDCWD, DescriptorPath(fd.get()).c_str(), AT_FDCWD,
+                            native_path_.c_str(), AT_SYMLINK_FOLLOW) != 0) {
+    return FailWithErrno();
+  }
+  return fd.reset() || FailWithErrno();
+}
+
+bool WriteFileInPlace(const std::wstring& path, const void* data, std::size_t size) {
+  InPlaceWriter file;
+  return file.Open(path, size) && file.Write(data, size) && file.Commit();
+}
+
+namespace {
+
+// Whether two names lead to one and the same file by different spellings, rather than by two hard
+// links.
+bool IsSameFile(const std::string& from, const std::string& to) {
+  struct stat left {};
+  struct stat right {};
+  return lstat(from.c_str(), &left) == 0 && lstat(to.c_str(), &right) == 0 &&
+         left.st_dev == right.st_dev && left.st_ino == right.st_ino && left.st_nlink == 1;
+}
+
+// For file systems that cannot rename without replacing.
+bool RenameByLink(const std::string& from, const std::string& to) {
+  if (link(from.c_str(), to.c_str()) != 0) return FailWithErrno();
+  return unlink(from.c_str()) == 0 || FailWithErrno();
+}
+
+}  // namespace
+
+bool RenameFile(const std::wstring& from, const std::wstring& to) {
+  const std::string old_name = PathToNative(from);
+  const std::string new_name = PathToNative(to);
+  if (renameat2(AT_FDCWD, old_name.c_str(), AT_FDCWD, new_name.c_str(), RENAME_NOREPLACE) == 0) {
+    return true;
+  }
+  if (errno == EINVAL || errno == ENOSYS) return RenameByLink(old_name, new_name);
+  if (errno == EEXIST && (old_name == new_name || IsSameFile(old_name, new_name))) {
+    return rename(old_name.c_str(), new_name.c_str()) == 0 || FailWithErrno();
+  }
+  return FailWithErrno();
+}
+
+bool RemoveFile(const std::wstring& path) {
+  return unlink(PathToNative(path).c_str()) == 0 || FailWithErrno();
+}
+
+bool CreateFolder(const std::wstring& path) {
+  if (mkdir(PathToNative(path).c_str(), 0777) == 0) return true;
+  return errno == ENOENT ? Fail(kErrorPathNotFound) : FailWithErrno();
+}
+
+namespace {
+
+bool IsFolder(const std::string& native) {
+  struct stat info {};
+  return stat(native.c_str(), &info) == 0 && S_ISDIR(info.st_mode);
+}
+
+bool CreateNativeFolders(const std::string& native) {
+  if (mkdir(native.c_str(), 0777) == 0) return true;
+  if (errno == EEXIST) return IsFolder(native) || Fail(kErrorAlreadyExists);
+  const std::string parent = ParentOf(native);
+  if (errno != ENOENT || parent.size() >= native.size()) return FailWithErrno();
+  return CreateNativeFolders(parent) &&
+         (mkdir(native.c_str(), 0777) == 0 || IsFolder(native) || FailWithErrno());
+}
+
+}  // namespace
+
+bool CreateFolders(const std::wstring& path) {
+  std::string native = PathToNative(path);
+  while (native.size() > 1 && native.back() == '/') native.pop_back();
+  return CreateNativeFolders(native);
+}
+
+}  // namespace vk::tq
