@@ -12,23 +12,14 @@
 #include "platform/error.h"
 #include "platform/path.h"
 #include "platform/posix/native.h"
-#include "platform/posix/unique_fd.h"
 
 namespace vk::tq {
-
-using posix::FailWithErrno;
-using posix::UniqueFd;
 
 namespace {
 
 FileStatus StatusFromStat(const struct stat& info) {
   return {S_ISDIR(info.st_mode), static_cast<std::uint64_t>(info.st_size),
           static_cast<std::int64_t>(info.st_mtim.tv_sec) * 1'000'000'000 + info.st_mtim.tv_nsec};
-}
-
-bool Fail(ErrorCode code) {
-  SetLastError(code);
-  return false;
 }
 
 // A directory is refused as Windows refuses it. So is a pipe or a socket that somebody has put in
@@ -66,14 +57,14 @@ InputFile& InputFile::operator=(InputFile&& other) noexcept {
   return *this;
 }
 
-InputFile::~InputFile() { UniqueFd close(static_cast<int>(handle_)); }
+InputFile::~InputFile() { FileDescriptor close(static_cast<int>(handle_)); }
 
 bool InputFile::Open(const std::wstring& path) {
-  UniqueFd old(static_cast<int>(std::exchange(handle_, kClosed)));
-  UniqueFd fd(open(PathToNative(path).c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY));
+  FileDescriptor old(static_cast<int>(std::exchange(handle_, kClosed)));
+  FileDescriptor fd(open(PathToNative(path).c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY));
   if (!fd) return FailWithErrno();
   if (!IsReadable(fd.get())) return false;
-  handle_ = fd.release();
+  handle_ = fd.Release();
   return true;
 }
 
@@ -137,24 +128,25 @@ bool InPlaceWriter::Open(const std::wstring& path, std::uint64_t final_size) {
 }
 
 bool InPlaceWriter::OpenExisting(const std::string& native) {
-  UniqueFd fd(open(native.c_str(), O_WRONLY | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY));
+  FileDescriptor fd(
+      open(native.c_str(), O_WRONLY | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY));
   if (!fd) return FailWithErrno();
   struct stat info {};
   if (fstat(fd.get(), &info) != 0) return FailWithErrno();
   if (!S_ISREG(info.st_mode)) return Fail(kErrorAccessDenied);
   old_size_ = static_cast<std::uint64_t>(info.st_size);
   is_new_ = is_unnamed_ = false;
-  handle_ = fd.release();
+  handle_ = fd.Release();
   return true;
 }
 
 // Makes the file without a name, so that nobody sees it before it is whole. Where the file system
 // cannot do that, the file is made under its name.
 bool InPlaceWriter::CreateNew(const std::string& native) {
-  UniqueFd fd(open(ParentOf(native).c_str(), O_TMPFILE | O_WRONLY | O_CLOEXEC, 0666));
+  FileDescriptor fd(open(ParentOf(native).c_str(), O_TMPFILE | O_WRONLY | O_CLOEXEC, 0666));
   is_unnamed_ = fd && access(DescriptorPath(fd.get()).c_str(), F_OK) == 0;
   if (!is_unnamed_) {
-    fd.reset(open(native.c_str(), O_CREAT | O_EXCL | O_WRONLY | O_CLOEXEC | O_NOFOLLOW | O_NOCTTY,
+    fd.Reset(open(native.c_str(), O_CREAT | O_EXCL | O_WRONLY | O_CLOEXEC | O_NOFOLLOW | O_NOCTTY,
                   0666));
   }
   if (!fd) {
@@ -164,7 +156,7 @@ bool InPlaceWriter::CreateNew(const std::string& native) {
   }
   old_size_ = 0;
   is_new_ = true;
-  handle_ = fd.release();
+  handle_ = fd.Release();
   return true;
 }
 
@@ -177,11 +169,11 @@ bool InPlaceWriter::Reserve(std::uint64_t size) {
   }
   if (error == 0) return true;
   TakeBack();
-  return Fail(posix::ErrorFromErrno(error));
+  return Fail(ErrorFromErrno(error));
 }
 
 void InPlaceWriter::TakeBack() {
-  UniqueFd fd(static_cast<int>(std::exchange(handle_, -1)));
+  FileDescriptor fd(static_cast<int>(std::exchange(handle_, -1)));
   if (!fd) return;
   const LastErrorKeeper keep;
   if (is_new_ && !is_unnamed_) {
@@ -208,14 +200,14 @@ bool InPlaceWriter::Write(const void* data, std::size_t size) {
 }
 
 bool InPlaceWriter::Commit() {
-  UniqueFd fd(static_cast<int>(std::exchange(handle_, -1)));
+  FileDescriptor fd(static_cast<int>(std::exchange(handle_, -1)));
   const std::uint64_t size = std::exchange(written_, 0);
   if (ftruncate(fd.get(), static_cast<off_t>(size)) != 0) return FailWithErrno();
   if (is_unnamed_ && linkat(AT_FDCWD, DescriptorPath(fd.get()).c_str(), AT_FDCWD,
                             native_path_.c_str(), AT_SYMLINK_FOLLOW) != 0) {
     return FailWithErrno();
   }
-  return fd.reset() || FailWithErrno();
+  return close(fd.Release()) == 0 || FailWithErrno();
 }
 
 bool WriteFileInPlace(const std::wstring& path, const void* data, std::size_t size) {

@@ -34,14 +34,14 @@ template <class Visit>
 bool ForEachEntry(const std::string& native, const Visit& visit) {
   const std::unique_ptr<DIR, CloseDirectory> directory(opendir(native.c_str()));
   if (directory == nullptr) {
-    posix::FailWithErrno();
+    FailWithErrno();
     if (GetLastError() == kErrorFileNotFound) SetLastError(kErrorPathNotFound);
     return false;
   }
   for (;;) {
     errno = 0;
     const dirent* entry = readdir(directory.get());
-    if (entry == nullptr) return errno == 0 || posix::FailWithErrno();
+    if (entry == nullptr) return errno == 0 || FailWithErrno();
     if (!IsDotName(entry->d_name)) visit(directory.get(), *entry);
   }
 }
@@ -109,7 +109,7 @@ std::optional<std::vector<FoundFile>> FindFiles(const std::wstring& directory,
   const bool matches_all = upper_pattern == L"*" || upper_pattern == L"*.*";
   std::vector<Hit> hits;
   const bool is_read = ForEachEntry(PathToNative(directory), [&](DIR* open, const dirent& entry) {
-    std::wstring name = PathFromNative(entry.d_name);
+    std::wstring name = NameFromNative(entry.d_name);
     std::wstring upper_name = ToUpper(name);
     if (!matches_all && !MatchesPattern(upper_pattern, upper_name)) return;
     hits.push_back({{std::move(name), IsDirectory(open, entry)}, std::move(upper_name)});
@@ -133,7 +133,7 @@ std::optional<std::vector<FoundFile>> FindFamily(const std::wstring& base) {
   const bool is_read = ForEachEntry(directory, [&](DIR* open, const dirent& entry) {
     const std::string_view name = entry.d_name;
     if (!name.starts_with(prefix)) return;
-    Hit hit{{PathFromNative(name), IsDirectory(open, entry)}, {}};
+    Hit hit{{NameFromNative(name), IsDirectory(open, entry)}, {}};
     hit.upper_name = ToUpper(hit.file.name);
     hit.rank = hit.file.is_directory ? 2 : IsThreeDigits(name.substr(prefix.size())) ? 0 : 1;
     hits.push_back(std::move(hit));
