@@ -8,6 +8,7 @@
 #include <cstdint>
 #include <initializer_list>
 #include <optional>
+#include <span>
 #include <string>
 #include <string_view>
 #include <type_traits>
@@ -40,6 +41,26 @@ unsigned AnsiCodePage();
 /// Appends the UTF-8 form of a text to a container of bytes that is wiped; no other copy of the
 /// text is made.
 void AppendUtf8(std::wstring_view text, SecureBytes& bytes);
+
+/// Turns wide text into UTF-8 piece by piece. The text must outlive the encoder.
+class Utf8Encoder {
+ public:
+  explicit Utf8Encoder(std::wstring_view text);
+
+  /// The number of bytes of the whole text.
+  std::size_t length() const { return length_; }
+  /// Fills the buffer with the next bytes and gives their number, which is below the buffer's size
+  /// only at the end of the text. A character that the end of the buffer cuts goes on with the next
+  /// call.
+  std::size_t Encode(std::span<unsigned char> buffer);
+
+ private:
+  std::wstring_view text_;
+  std::size_t index_ = 0;
+  std::size_t length_;
+  std::array<unsigned char, 4> cut_off_{};  // what is left of a character
+  std::size_t cut_off_size_ = 0;
+};
 
 /// Turns UTF-8 into wide text piece by piece: a character that is cut by the end of a piece comes
 /// out whole with the next one.

@@ -113,44 +113,79 @@ Byte* Write(char32_t c, Byte* to) {
 }
 
 // Narrows ASCII until the first other character.
-void NarrowAscii(std::wstring_view text, std::size_t& index, std::size_t last, Byte*& to) {
-  constexpr std::size_t kStep = 16;
-  while (last - index >= kStep) {
+Byte* NarrowAscii(const wchar_t*& from, const wchar_t* from_end, Byte* to) {
+  constexpr std::ptrdiff_t kStep = 16;
+  while (from_end - from >= kStep) {
     std::uint32_t all = 0;
-    for (std::size_t i = 0; i < kStep; ++i) all |= static_cast<std::uint32_t>(text[index + i]);
+    for (std::ptrdiff_t i = 0; i < kStep; ++i) all |= static_cast<std::uint32_t>(from[i]);
     if (all >= 0x80) break;
-    for (std::size_t i = 0; i < kStep; ++i) to[i] = static_cast<Byte>(text[index + i]);
-    index += kStep;
+    for (std::ptrdiff_t i = 0; i < kStep; ++i) to[i] = static_cast<Byte>(from[i]);
+    from += kStep;
     to += kStep;
   }
-  while (index != last && static_cast<std::uint32_t>(text[index]) < 0x80) {
-    *to++ = static_cast<Byte>(text[index++]);
+  while (from != from_end && static_cast<std::uint32_t>(*from) < 0x80) {
+    *to++ = static_cast<Byte>(*from++);
   }
+  return to;
+}
+
+// The number of bytes of a text's UTF-8 form.
+std::size_t CountUtf8(std::wstring_view text) {
+  std::size_t size = 0;
+  for (std::size_t begin = 0; begin < text.size(); begin += kBlock) {
+    const std::wstring_view block = text.substr(begin, kBlock);
+    std::uint32_t all = 0;
+    for (const wchar_t c : block) all |= static_cast<std::uint32_t>(c);
+    size += block.size();
+    if (all < 0x80) continue;
+    std::uint32_t more = 0;
+    std::uint32_t surrogates = 0;
+    for (const wchar_t c : block) {
+      const auto unit = static_cast<std::uint32_t>(c);
+      more += (unit >= 0x80 ? 1u : 0u) + (unit >= 0x800 ? 1u : 0u) +
+              (unit >= 0x10000 && unit <= 0x10FFFF ? 1u : 0u);
+      surrogates += IsSurrogate(unit) ? 1u : 0u;
+    }
+    size += more;
+    if (surrogates == 0) continue;
+    // Each unit of a pair has been counted with 3 bytes; together they have 4.
+    for (std::size_t i = begin; i < begin + block.size() && i + 1 < text.size(); ++i) {
+      if (IsHighSurrogate(static_cast<char32_t>(text[i])) &&
+          IsLowSurrogate(static_cast<char32_t>(text[i + 1]))) {
+        size -= 2;
+      }
+    }
+  }
+  return size;
+}
+
+// Encodes as long as the longest character has room.
+Byte* EncodeRun(std::wstring_view text, std::size_t& index, Byte* to, const Byte* end) {
+  const wchar_t* from = text.data() + index;
+  const wchar_t* const from_end = text.data() + text.size();
+  while (from != from_end && end - to >= 4) {
+    const auto c = static_cast<char32_t>(*from);
+    if (c < 0x80) {
+      to = NarrowAscii(from, from + std::min(from_end - from, end - to), to);
+    } else if (c < 0x10000 && !IsSurrogate(c)) {
+      to = Write(c, to);
+      ++from;
+    } else {
+      index = static_cast<std::size_t>(from - text.data());
+      to = Write(ReadCodePoint(text, index), to);
+      from = text.data() + index;
+    }
+  }
+  index = static_cast<std::size_t>(from - text.data());
+  return to;
 }
 
 template <class Bytes>
 void AppendEncoded(std::wstring_view text, Bytes& bytes) {
-  std::size_t size = text.size();
-  for (const wchar_t c : text) {
-    const auto unit = static_cast<std::uint32_t>(c);
-    size += (unit >= 0x80 ? 1u : 0u) + (unit >= 0x800 ? 1u : 0u) + (unit >= 0x10000 ? 1u : 0u);
-  }
-  bytes.reserve(bytes.size() + size);
-
-  std::array<Byte, 4 * kBlock> block;
-  std::size_t most = 0;
-  for (std::size_t index = 0; index < text.size();) {
-    const std::size_t last = std::min(text.size(), index + kBlock);
-    Byte* to = block.data();
-    while (index < last) {
-      NarrowAscii(text, index, last, to);
-      if (index < last) to = Write(ReadCodePoint(text, index), to);
-    }
-    const auto used = static_cast<std::size_t>(to - block.data());
-    bytes.insert(bytes.end(), block.data(), to);
-    most = std::max(most, used);
-  }
-  SecureZero(block.data(), most);
+  Utf8Encoder encoder(text);
+  const std::size_t old_size = bytes.size();
+  bytes.resize(old_size + encoder.length());
+  encoder.Encode({reinterpret_cast<Byte*>(bytes.data()) + old_size, encoder.length()});
 }
 
 }  // namespace
@@ -199,6 +234,28 @@ std::size_t AppendFromUtf8(std::string_view bytes, std::wstring& text) {
   }
   SecureZero(block.data(), most * sizeof(wchar_t));
   return static_cast<std::size_t>(end - from);
+}
+
+Utf8Encoder::Utf8Encoder(std::wstring_view text) : text_(text), length_(CountUtf8(text)) {}
+
+std::size_t Utf8Encoder::Encode(std::span<unsigned char> buffer) {
+  Byte* to = buffer.data();
+  Byte* const end = to + buffer.size();
+  for (;;) {
+    const auto room = static_cast<std::size_t>(end - to);
+    const std::size_t carried = std::min(cut_off_size_, room);
+    to = std::copy_n(cut_off_.begin(), carried, to);
+    std::copy(cut_off_.begin() + carried, cut_off_.end(), cut_off_.begin());
+    cut_off_size_ -= carried;
+    if (to == end || index_ == text_.size()) return static_cast<std::size_t>(to - buffer.data());
+
+    to = EncodeRun(text_, index_, to, end);
+    if (to != end && index_ != text_.size()) {
+      Byte* const cut_off = cut_off_.data();
+      cut_off_size_ =
+          static_cast<std::size_t>(Write(ReadCodePoint(text_, index_), cut_off) - cut_off);
+    }
+  }
 }
 
 void Utf8Decoder::Decode(std::string_view bytes, std::wstring& text) {
