@@ -6,6 +6,9 @@
 
 namespace vk::tq {
 
+class AesCbc;
+enum class CipherDirection;
+
 /// Enciphers and deciphers bytes, texts and files. It is made and destroyed around each use and
 /// belongs to one thread.
 ///
@@ -77,6 +80,12 @@ class TQ_EXPORT CCrypto {
   int DecryptFileMake(const CString& source, const CString& destination);
 
  private:
+  friend class CryptoTestAccess;
+
+  AesCbc MakeCipher(CipherDirection direction);
+  int MakeFile(CipherDirection direction, const CString& source, const CString& destination);
+  int FailWithErrno();
+
   void GetBytesKey(CByteArray& key);
   static void ResizeBytesArray(const CByteArray& source, CByteArray& target);
   static int GetBytes(unsigned code_page, const CString& text, CByteArray& bytes);

@@ -93,6 +93,9 @@ class TQ_EXPORT CXml {
  private:
   static XmlElement AddNode(XmlDocument& document, XmlElement& parent, const CString& name,
                             const CString& value);
+  static void AddNodes(XmlDocument& document, XmlElement& parent, const CStringArray& names,
+                       const CStringArray& values);
+  void AddRows(XmlDocument& document, const RowArray& rows);
   int SaveIndentXML(CString path, XmlDocument& document);
   void WriteDescriptionXML(XmlDocument& document, XmlElement& parent, const CStringArray& names,
                            const CStringArray& values);
