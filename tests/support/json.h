@@ -1,0 +1,27 @@
+// Reads the recorded facts in tests/data: files with one JSON value (RFC 8259) in each line.
+#pragma once
+
+#include <string>
+#include <string_view>
+#include <utility>
+#include <vector>
+
+namespace vk::tq::testing {
+
+struct Json {
+  // Of a string its contents as UTF-8, of a number or a literal its characters.
+  std::string text;
+  std::vector<Json> items;
+  std::vector<std::pair<std::string, Json>> members;
+
+  bool is_null() const { return text == "null"; }
+  bool Has(std::string_view name) const;
+  // The member of that name; throws std::out_of_range without one.
+  const Json& operator[](std::string_view name) const;
+  int ToInt() const { return std::stoi(text); }
+};
+
+// Throws std::runtime_error for a file that cannot be read or is no such file.
+std::vector<Json> ReadJsonLines(const std::string& native);
+
+}  // namespace vk::tq::testing
