@@ -1,0 +1,484 @@
+#include "jobs/manage_file_access.h"
+
+#include <array>
+#include <stdexcept>
+
+#include "foundation/util.h"
+#include "platform/error.h"
+#include "platform/file.h"
+#include "platform/path.h"
+#include "platform/profile.h"
+#include "platform/text.h"
+#include "storage/crypto.h"
+#include "storage/xml.h"
+
+namespace vk::tq {
+namespace {
+
+// The elements of the numbered file that hold text, in the order in which they are written;
+// spoolsize follows them.
+struct TextElement {
+  const wchar_t* name;
+  CString MANAGE_FILE::*field;
+};
+constexpr std::array<TextElement, 18> kTextElements = {{
+    {L"NotifyName", &MANAGE_FILE::NotifyName},
+    {L"ip", &MANAGE_FILE::ip},
+    {L"printerno", &MANAGE_FILE::printerno},
+    {L"userno", &MANAGE_FILE::userno},
+    {L"userid", &MANAGE_FILE::userid},
+    {L"accountname", &MANAGE_FILE::accountname},
+    {L"printuserno", &MANAGE_FILE::printuserno},
+    {L"usergroupid", &MANAGE_FILE::usergroupid},
+    {L"color", &MANAGE_FILE::color},
+    {L"number", &MANAGE_FILE::number},
+    {L"jobid", &MANAGE_FILE::jobid},
+    {L"comment", &MANAGE_FILE::comment},
+    {L"portname", &MANAGE_FILE::portname},
+    {L"deviceuse", &MANAGE_FILE::deviceuse},
+    {L"printername", &MANAGE_FILE::printername},
+    {L"tavocopy", &MANAGE_FILE::tavocopy},
+    {L"copiedjobid", &MANAGE_FILE::copiedjobid},
+    {L"tavocopyerr", &MANAGE_FILE::tavocopyerr},
+}};
+constexpr const wchar_t* kSpoolSizeElement = L"spoolsize";
+
+constexpr const wchar_t* kRootName = L"Velkorandia";
+constexpr const wchar_t* kRecordName = L"ManageInfo";
+
+// The keys of the status file in the order in which they are written. A key has a number or a text;
+// LocalTimeoutUnsent has neither, since its field depends on the print output method.
+struct StatusKey {
+  const wchar_t* section;
+  const wchar_t* name;
+  std::int32_t MANAGE_FILE::*number = nullptr;
+  CString MANAGE_FILE::*text = nullptr;
+};
+constexpr const wchar_t* kSetting = L"Setting";
+constexpr const wchar_t* kInformation = L"Information";
+constexpr std::array<StatusKey, 10> kStatusKeys = {{
+    {kSetting, L"AuthPrintFlag", &MANAGE_FILE::AuthPrintFlag},
+    {kSetting, L"LocalTimeoutUnsent"},
+    {kSetting, L"AuthPrintTimeout", &MANAGE_FILE::AuthPrintTimeout},
+    {kSetting, L"LogPrintTimeout", &MANAGE_FILE::LogPrintTimeout},
+    {kSetting, L"LogPrintRetryInterval", &MANAGE_FILE::LogPrintRetryInterval},
+    {kSetting, L"LogPrintRetryMaxCount", &MANAGE_FILE::LogPrintRetryMaxCount},
+    {kInformation, L"ManageStatus", &MANAGE_FILE::ManageStatus},
+    {kInformation, L"RetryDatetime", nullptr, &MANAGE_FILE::RetryDatetime},
+    {kInformation, L"RetryCount", &MANAGE_FILE::RetryCount},
+    {kInformation, L"ErrorMessage", nullptr, &MANAGE_FILE::ErrorMessage},
+}};
+
+constexpr FileLock kJobLock = {
+    L"Global\\KITORA_QTL_JOB_MANAGE",
+    L"CManageFileAccess::GetMutex",
+    120600200,
+    L"管理ファイルへのロックが取得できませんでした。",
+    120600210,
+    L"管理ファイルのロックに失敗しました。",
+    false,
+};
+
+// The extension that sends the reader to the status file.
+constexpr int kStatusInFile = 99;
+
+// The path without its extension.
+CString BasePath(const CString& file_name) {
+  const int point = CUtil::GetExtPos(file_name);
+  return point < 0 ? file_name : file_name.substr(0, static_cast<std::size_t>(point));
+}
+
+// The number in the last three characters of a file name.
+int NumberOfName(const CString& name) {
+  return ParseInt(name.size() > 3 ? name.substr(name.size() - 3) : name);
+}
+
+void LogWithPath(int level, int number, const wchar_t* function, int line, const CString& message,
+                 const CString& path) {
+  Log4cxxMgr::LogOutDetail(level, number, function, line, message, path);
+}
+
+constexpr const wchar_t* kReadStatus = L"CManageFileAccess::ReadManageFileStatus";
+
+void LogStatusRead(const wchar_t* function, int status, const CString& path) {
+  LogWithPath(2, 0, function, __LINE__,
+              Format(L"管理ファイル１(ステータス)を読み込みました。管理ステータス：%d", status),
+              path);
+}
+
+// The status file in its short form: exactly one byte, which is the status. 0 when it is not of
+// that form.
+int ReadOneByteStatus(const CString& path, std::int32_t& status) {
+  InputFile file;
+  if (!file.Open(path)) {
+    Log4cxxMgr::LogOutDetail(
+        5, 120600070, kReadStatus, __LINE__,
+        Format(L"管理ファイル１(ステータス)のオープンに失敗しました。filename:%s, errno:%d", path,
+               ErrnoFromError(GetLastError())));
+    return 0;
+  }
+  const auto info = file.Status();
+  const std::uint64_t size = info ? info->size : 0;
+  if (size != 1) {
+    Log4cxxMgr::LogOutDetail(2, 0, kReadStatus, __LINE__,
+                             Format(L"管理ファイル１(ステータス) ファイルサイズ：%d", size));
+    return 0;
+  }
+  unsigned char byte = 0;
+  const auto got = file.Read(&byte, 1);
+  if (!got || *got != 1) {
+    LogWithPath(5, 120600090, kReadStatus, __LINE__,
+                Format(L"管理ファイル１(ステータス)の読み込みに失敗しました errno = %d",
+                       got ? 0 : ErrnoFromError(GetLastError())),
+                path);
+    return 1;
+  }
+  status = byte;
+  LogStatusRead(kReadStatus, status, path);
+  return 1;
+}
+
+bool IsUnsentOfAuthPrint(const MANAGE_FILE& record) { return record.AuthPrintFlag == 1; }
+
+std::int32_t LocalTimeoutUnsent(const MANAGE_FILE& record) {
+  return IsUnsentOfAuthPrint(record) ? record.LocalTimeoutUnsentAuthPrint
+                                     : record.LocalTimeoutUnsentLogPrint;
+}
+
+CString ValueOf(const StatusKey& key, const MANAGE_FILE& record) {
+  if (key.text != nullptr) return record.*key.text;
+  return Format(L"%d", key.number != nullptr ? record.*key.number : LocalTimeoutUnsent(record));
+}
+
+// One sentence a line, and the remedy section set apart.
+CString EventText(CString message) {
+  message = Trim(message);
+  ReplaceAll(message, L"。", L"。\r\n");
+  ReplaceAll(message, L",", L"\r\n");
+  ReplaceAll(message, L"【対処】", L"\r\n【対処】\r\n");
+  return message;
+}
+
+void ReportErrorMessage(const CString& status_file) {
+  const CString message = Profile(status_file).GetString(kInformation, L"ErrorMessage", L"", 512);
+  if (!message.empty()) CEventLogMgr::EventLogOutShared(kEventWarning, EventText(message));
+}
+
+bool IsStatusFileName(const CString& name) {
+  return name.size() >= 4 && EqualsNoCase(name.substr(name.size() - 4), L".dat");
+}
+
+void RemoveFamily(const CString& directory, const std::vector<FoundFile>& family) {
+  for (const FoundFile& file : family) {
+    if (!file.is_directory) continue;
+    SetLastError(kErrorAccessDenied);
+    throw std::runtime_error("a directory is named like a file of the job");
+  }
+  for (const FoundFile& file : family) {
+    const CString path = Format(L"%s\\%s", directory, file.name);
+    if (IsStatusFileName(file.name)) ReportErrorMessage(path);
+    if (!RemoveFile(path)) throw std::runtime_error("a file of the job cannot be removed");
+    Log4cxxMgr::LogOutDetail(2, 120600050, L"CManageFileAccess::Delete", __LINE__,
+                             Format(L"管理ファイルを削除しました。管理ファイル = %s", path));
+  }
+}
+
+void Normalise(CString& value, std::wstring_view allowed) {
+  if (value.size() != 1 || allowed.find(value[0]) == std::wstring_view::npos) value = L"0";
+}
+
+}  // namespace
+
+CManageFileAccess::CManageFileAccess(const wchar_t* name) {
+  if (name == nullptr) return;
+  info_file_name_ = InternalPath(name);
+  const CString base = BasePath(info_file_name_);
+  const auto family = FindFamily(base);
+  info_file_name_ = Format(L"%s.%03d", base, family ? NumberOfName(family->front().name) : 0);
+  InitManageData();
+}
+
+CManageFileAccess::~CManageFileAccess() { InitManageData(); }
+
+void CManageFileAccess::InitManageData() {
+  const CTime file_time = record_.FileTime;
+  record_ = MANAGE_FILE();
+  record_.FileTime = file_time;
+}
+
+HANDLE CManageFileAccess::GetMutex(SECURITY_ATTRIBUTES* attributes) {
+  return TakeFileLock(kJobLock, attributes);
+}
+
+template <class Work>
+int CManageFileAccess::RunWithJobLock(const wchar_t* function, const wchar_t* exception_text,
+                                      const Work& work) {
+  return RunLocked([this](SECURITY_ATTRIBUTES* attributes) { return GetMutex(attributes); }, 0,
+                   {4, 0, function, exception_text}, work);
+}
+
+int CManageFileAccess::IsExist() {
+  constexpr const wchar_t* kFunction = L"CManageFileAccess::IsExist";
+  return RunGuarded({5, 120600020, kFunction,
+                     L"管理ファイルの存在確認処理で予期せぬエラーが発生しました。", nullptr, false},
+                    [&](int& result) {
+                      if (FindFamily(BasePath(info_file_name_))) {
+                        result = 1;
+                      } else if (GetLastError() != kErrorFileNotFound) {
+                        Log4cxxMgr::LogOutDetail(5, 120600010, kFunction, __LINE__,
+                                                 static_cast<int>(GetLastError()),
+                                                 L"ファイルの一覧取得に失敗しました。");
+                      }
+                    });
+}
+
+int CManageFileAccess::Delete() {
+  constexpr const wchar_t* kFunction = L"CManageFileAccess::Delete";
+  ErrorCode search_error = kErrorSuccess;
+  const int result = RunLocked(
+      [this](SECURITY_ATTRIBUTES* attributes) { return GetMutex(attributes); }, 0,
+      {5, 120600060, kFunction, L"削除処理で予期せぬエラーが発生しました。"},
+      [&](int& removed) {
+        const std::size_t separator = info_file_name_.rfind(L'\\');
+        const CString directory =
+            separator == CString::npos ? CString(L".") : info_file_name_.substr(0, separator);
+        const auto family = FindFamily(BasePath(info_file_name_));
+        if (!family) {
+          search_error = GetLastError();
+          return;
+        }
+        RemoveFamily(directory, *family);
+        removed = 1;
+      });
+  // What the search gave is reported when the lock is free again.
+  if (search_error == kErrorSuccess) return result;
+  if (search_error == kErrorFileNotFound) {
+    Log4cxxMgr::LogOutDetail(3, 120600040, kFunction, __LINE__,
+                             L"削除：管理ファイルは存在しません。");
+    return 1;
+  }
+  Log4cxxMgr::LogOutDetail(5, 120600030, kFunction, __LINE__, static_cast<int>(search_error),
+                           L"ファイルの一覧取得に失敗しました。");
+  return 0;
+}
+
+int CManageFileAccess::ReadStatus() {
+  return RunWithJobLock(L"CManageFileAccess::ReadStatus",
+                        L"管理ファイル１(ステータス)の読み込み処理で例外が発生しました。",
+                        [&](int& result) { result = ReadEitherStatus(); });
+}
+
+int CManageFileAccess::WriteStatus() {
+  return RunWithJobLock(L"CManageFileAccess::WriteStatus",
+                        L"管理ファイル１(ステータス)の書き込み処理で例外が発生しました。",
+                        [&](int& result) { result = WriteManageFileStatus(); });
+}
+
+int CManageFileAccess::ReadInformation() {
+  return RunWithJobLock(L"CManageFileAccess::ReadInformation",
+                        L"管理ファイル２(情報)の読み込み処理で例外が発生しました。",
+                        [&](int& result) { result = ReadManageFileInformation(); });
+}
+
+int CManageFileAccess::WriteInformation() {
+  return RunWithJobLock(L"CManageFileAccess::WriteInformation",
+                        L"管理ファイル２(情報)の書き込み処理で例外が発生しました。",
+                        [&](int& result) { result = WriteManageFileInformation(); });
+}
+
+int CManageFileAccess::ReadAll() {
+  return RunWithJobLock(L"CManageFileAccess::ReadAll",
+                        L"管理ファイル(ステータス、情報)の読み込み処理で例外が発生しました。",
+                        [&](int& result) {
+                          result = IsExist();
+                          if (result != 1) return;
+                          result = ReadEitherStatus();
+                          if (ReadManageFileInformation() == 0) result = 0;
+                        });
+}
+
+int CManageFileAccess::WriteAll() { return WriteAll(0); }
+
+int CManageFileAccess::WriteAll(int flag) {
+  return RunWithJobLock(L"CManageFileAccess::WriteAll",
+                        L"管理ファイル(ステータス、情報)の書き込み処理で例外が発生しました。",
+                        [&](int& result) {
+                          result = WriteManageFileInformation();
+                          if (result != 0) result = WriteManageFileStatus(flag);
+                        });
+}
+
+int CManageFileAccess::ReadEitherStatus() {
+  const int result = ReadManageFileStatus();
+  return result != 0 ? result : ReadManageFileStatusINI();
+}
+
+int CManageFileAccess::ReadManageFileStatus() {
+  CString path;
+  return RunGuarded(
+      {5, 120600100, kReadStatus,
+       L"管理ファイル１(ステータス)の読み込み処理で予期せぬエラーが発生しました。", &path},
+      [&](int& result) {
+        record_.ManageStatus = NumberOfName(info_file_name_);
+        result = 1;
+        if (record_.ManageStatus != kStatusInFile) return;
+        const CString base = BasePath(info_file_name_);
+        path = base + L".dat";
+        if (GetFileStatus(path)) {
+          result = ReadOneByteStatus(path, record_.ManageStatus);
+          return;
+        }
+        path = base + L".dat2";
+        if (!GetFileStatus(path)) return;
+        const Profile profile(path);
+        record_.ManageStatus = profile.GetInt(kInformation, L"ManageStatus", 1);
+        record_.PrinterIpAddress = profile.GetString(kInformation, L"PrinterIpAddress", L"", 1024);
+        LogStatusRead(kReadStatus, record_.ManageStatus, path);
+      });
+}
+
+int CManageFileAccess::ReadManageFileStatusINI() {
+  constexpr const wchar_t* kFunction = L"CManageFileAccess::ReadManageFileStatusINI";
+  CString path;
+  return RunGuarded(
+      {5, 120600320, kFunction,
+       L"管理ファイル１(ステータス)の読み込み処理で予期せぬエラーが発生しました。", &path},
+      [&](int& result) {
+        record_.ManageStatus = NumberOfName(info_file_name_);
+        result = 1;
+        if (record_.ManageStatus != kStatusInFile) return;
+        path = BasePath(info_file_name_) + L".dat";
+        if (!GetFileStatus(path)) return;
+        const int status = Profile(path).GetInt(kInformation, L"ManageStatus", -1);
+        if (status == -1) {
+          LogWithPath(5, 120600310, kFunction, __LINE__,
+                      L"管理ファイル１(ステータス)の管理ステータスの取得に失敗しました。", path);
+          result = 0;
+          return;
+        }
+        record_.ManageStatus = status;
+        LogStatusRead(kFunction, status, path);
+      });
+}
+
+int CManageFileAccess::WriteManageFileStatus() { return WriteManageFileStatus(0); }
+
+int CManageFileAccess::WriteManageFileStatus(int flag) {
+  return RunGuarded({5, 120600140, L"CManageFileAccess::WriteManageFileStatus",
+                     L"管理ファイル１(ステータス)の書き込み処理で予期せぬエラーが発生しました。"},
+                    [&](int& result) {
+                      const CString base = BasePath(info_file_name_);
+                      const CString new_name = flag != 0
+                                                   ? Format(L"%s.099", base)
+                                                   : Format(L"%s.%03d", base, record_.ManageStatus);
+                      // The rename comes first: the information travels with it, and when it fails
+                      // no status file is written.
+                      if (!RenameFile(info_file_name_, new_name)) {
+                        throw std::runtime_error("the numbered file cannot be renamed");
+                      }
+                      info_file_name_ = new_name;
+                      if (IsMatchStatusMain(record_.ManageStatus, 95, 96, 97, 98, 99, -1) == 1) {
+                        WriteStatusFile(Format(L"%s%s", base, L".dat"));
+                      }
+                      result = 1;
+                    });
+}
+
+void CManageFileAccess::WriteStatusFile(const CString& path) {
+  constexpr const wchar_t* kFunction = L"CManageFileAccess::WriteManageFileStatus";
+  Log4cxxMgr::LogOutDetail(2, 0, kFunction, __LINE__,
+                           L"管理ファイル1（ステータス）を作成しました。管理ファイル名：" + path);
+  std::vector<ProfileValue> values;
+  for (const StatusKey& key : kStatusKeys) {
+    values.push_back({key.section, key.name, ValueOf(key, record_)});
+  }
+  // The status stands in the name already; a status file that cannot be written does not make the
+  // change fail.
+  WriteProfile(path, values);
+
+  const wchar_t* unsent =
+      IsUnsentOfAuthPrint(record_)
+          ? L"送信初期状態監視時間にローカル認証プリントの送信初期状態監視時間(86)：%dを設定、"
+          : L"送信初期状態監視時間にローカルログだけプリントの送信初期状態監視時間(81)：%dを設定、";
+  Log4cxxMgr::LogOutDetail(
+      2, 0, kFunction, __LINE__,
+      Format(L"印刷出力方法：%d、", record_.AuthPrintFlag) +
+          Format(unsent, LocalTimeoutUnsent(record_)) +
+          Format(L"認証印刷のタイムアウト監視時間(18)：%d、", record_.AuthPrintTimeout) +
+          Format(L"ログだけ印刷のタイムアウト監視時間(82)：%d、", record_.LogPrintTimeout) +
+          Format(L"ログだけ印刷のリトライ間隔時間(83)：%d、", record_.LogPrintRetryInterval) +
+          Format(L"ログだけ印刷の最大リトライ印刷回数(84)：%d、", record_.LogPrintRetryMaxCount) +
+          Format(L"管理ステータス：%d", record_.ManageStatus));
+  CUtil::SetFileAccess(path, L"users", 1);
+  CUtil::SetFileAccess(path, L"power users", 1);
+}
+
+int CManageFileAccess::ReadManageFileInformation() {
+  constexpr const wchar_t* kFunction = L"CManageFileAccess::ReadManageFileInformation";
+  return RunGuarded(
+      {5, 120600170, kFunction,
+       L"管理ファイル２(情報)の読み込み処理で予期せぬエラーが発生しました。", &info_file_name_},
+      [&](int& result) {
+        const auto status = GetFileStatus(info_file_name_);
+        if (!status) {
+          LogWithPath(5, 120600160, kFunction, __LINE__, L"管理ファイル２(情報)が存在しません。",
+                      info_file_name_);
+          return;
+        }
+        CString xml;
+        const WipeOnExit wipe(xml);
+        if (CCrypto().CryptingStringReader(info_file_name_, xml) != 0) {
+          LogWithPath(5, 120600150, kFunction, __LINE__,
+                      L"管理ファイル２(情報)の復号化に失敗しました。", info_file_name_);
+          record_.FileTime = status->last_write();
+          return;
+        }
+        CStringArray names;
+        for (const TextElement& element : kTextElements) names.Add(element.name);
+        names.Add(kSpoolSizeElement);
+        CMapStringToString values;
+        CXml(kRootName, kRecordName).SelectFirstXMLStringValue(xml, names, values);
+        // An element that is missing leaves its field as it was.
+        for (const TextElement& element : kTextElements) {
+          values.Lookup(element.name, record_.*element.field);
+        }
+        record_.spoolsize = ParseInt(values[kSpoolSizeElement]);
+        Normalise(record_.tavocopy, L"01");
+        Normalise(record_.tavocopyerr, L"012");
+        LogWithPath(2, 0, kFunction, __LINE__, L"管理ファイル２(情報)を読み込みました。",
+                    info_file_name_);
+        record_.FileTime = status->last_write();
+        result = 1;
+      });
+}
+
+int CManageFileAccess::WriteManageFileInformation() {
+  constexpr const wchar_t* kFunction = L"CManageFileAccess::WriteManageFileInformation";
+  return RunGuarded(
+      {5, 120600190, kFunction,
+       L"管理ファイル２(情報)の書き込み処理で予期せぬエラーが発生しました。", nullptr, false},
+      [&](int& result) {
+        CStringArray names;
+        CStringArray values;
+        for (const TextElement& element : kTextElements) {
+          names.Add(element.name);
+          values.Add(record_.*element.field);
+        }
+        names.Add(kSpoolSizeElement);
+        values.Add(Format(L"%d", record_.spoolsize));
+        Log4cxxMgr::LogOutDetail(
+            2, 120600180, kFunction, __LINE__,
+            Format(L"管理ファイル２(情報)を書き込みます。[strDeviceUse:%s]", record_.deviceuse));
+        CString xml = CXml(kRootName, kRecordName).CreateXmlString01(names, values);
+        const WipeOnExit wipe(xml);
+        // An empty text would take the place of the job's data.
+        if (xml.empty() || CCrypto().CryptingStringWriter(xml, info_file_name_) != 0) {
+          Log4cxxMgr::LogOutDetail(5, 120600180, kFunction, __LINE__,
+                                   L"管理ファイル２(情報)の書き込みに失敗しました。");
+          return;
+        }
+        result = 1;
+      });
+}
+
+}  // namespace vk::tq

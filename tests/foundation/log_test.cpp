@@ -1,0 +1,101 @@
+#include "foundation/log.h"
+
+#include <stdexcept>
+#include <thread>
+
+#include "platform/error.h"
+#include "support/test_support.h"
+
+namespace vk::tq::testing {
+namespace {
+
+using ::testing::ElementsAre;
+using ::testing::HasSubstr;
+
+TEST(LogTest, TheThreeFormsOfALine) {
+  const LogRecorder log;
+  Log4cxxMgr::LogOutDetail(2, 7, L"C::F", 1, L"text");
+  Log4cxxMgr::LogOutDetail(3, 0, L"C::F", 2, L"text", L"second");
+  Log4cxxMgr::LogOutDetail(5, 8, L"C::F", 3, -4, L"text");
+  EXPECT_THAT(log.lines(), ElementsAre(LogLine{2, 7, L"C::F", L"text"},
+                                       LogLine{3, 0, L"C::F", L"text", L"second"},
+                                       LogLine{5, 8, L"C::F", L"text", {}, -4}));
+}
+
+TEST(LogTest, EventsKeepTheirKind) {
+  const LogRecorder log;
+  CEventLogMgr::EventLogOut(kEventError, L"one");
+  CEventLogMgr::EventLogOutShared(kEventWarning, L"two");
+  EXPECT_THAT(log.events(),
+              ElementsAre(Event{0xC0004000, L"one", false}, Event{0x80003000, L"two", true}));
+}
+
+// Logs, changes the last error, and throws.
+struct Troublemaker : LogSink, EventSink {
+  void Write(const LogRecord&) override { Trouble(); }
+  void Write(unsigned long, std::wstring_view, bool) override { Trouble(); }
+  void Trouble() {
+    ++calls;
+    Log4cxxMgr::LogOutDetail(5, 0, L"Troublemaker", __LINE__, L"again");
+    CEventLogMgr::EventLogOut(kEventError, L"again");
+    SetLastError(99);
+    throw std::runtime_error("trouble");
+  }
+  int calls = 0;
+};
+
+TEST(LogTest, ASinkNeverDisturbsTheCaller) {
+  const auto sink = std::make_shared<Troublemaker>();
+  InstallLogSink(sink);
+  InstallEventSink(sink);
+  SetLastError(12);
+  Log4cxxMgr::LogOutDetail(5, 0, L"F", __LINE__, L"text");
+  EXPECT_EQ(0, CEventLogMgr::EventLogOut(kEventError, L"text"));
+  EXPECT_EQ(12U, GetLastError());
+  EXPECT_EQ(2, sink->calls);
+  InstallLogSink(nullptr);
+  InstallEventSink(nullptr);
+}
+
+TEST(LogTest, LinesBelowTheLevelOfTheSinkAreLeftOut) {
+  const auto sink = std::make_shared<Troublemaker>();
+  InstallLogSink(sink, 4);
+  EXPECT_FALSE(Log4cxxMgr::IsKept(3));
+  Log4cxxMgr::LogOutDetail(3, 0, L"F", __LINE__, L"text");
+  EXPECT_EQ(0, sink->calls);
+  InstallLogSink(nullptr);
+}
+
+TEST(LogTest, SinksAreReplacedWhileOthersLog) {
+  std::thread logger([] {
+    for (int i = 0; i < 2000; ++i) Log4cxxMgr::LogOutDetail(5, i, L"F", __LINE__, L"text");
+  });
+  for (int i = 0; i < 200; ++i) const LogRecorder log;
+  logger.join();
+}
+
+// The default, in a process of its own, since the file's name is read once.
+TEST(LogTest, SeveralProcessesShareTheProgramLog) {
+  const TempFolder temp;
+  const ScopedEnvironment file("TQ_LOG_FILE", temp.native("log.txt").c_str());
+  const ScopedEnvironment level("TQ_LOG_LEVEL", "3");
+  std::vector<std::unique_ptr<ChildProcess>> writers;
+  for (int writer = 0; writer < 3; ++writer) {
+    writers.push_back(std::make_unique<ChildProcess>([writer] {
+      for (int i = 0; i < 200; ++i) {
+        Log4cxxMgr::LogOutDetail(2, 1, L"C::F", 1, L"below the level");
+        Log4cxxMgr::LogOutDetail(5, 1000 * writer + i, L"C::F", 1, 5,
+                                 L"行\r\n" + std::wstring(99, L'x'));
+      }
+      return 0;
+    }));
+  }
+  for (const auto& writer : writers) EXPECT_EQ(0, writer->Wait());
+  const std::string text = ReadNative(temp.native("log.txt"));
+  EXPECT_EQ(600, std::count(text.begin(), text.end(), '\n')) << "one line a call";
+  EXPECT_THAT(text, HasSubstr("2199 C::F(1) 行"));
+  EXPECT_EQ(std::string::npos, text.find("below"));
+}
+
+}  // namespace
+}  // namespace vk::tq::testing

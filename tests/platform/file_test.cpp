@@ -1,0 +1,255 @@
+#include "platform/file.h"
+
+#include <fcntl.h>
+#include <sys/resource.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <csignal>
+#include <cstring>
+#include <filesystem>
+
+#include "platform/error.h"
+#include "platform/path.h"
+#include "support/test_support.h"
+
+namespace vk::tq::testing {
+namespace {
+
+namespace fs = std::filesystem;
+using ::testing::ElementsAre;
+
+class FileTest : public ::testing::Test {
+ protected:
+  std::wstring path(std::wstring_view name) const { return temp_.path(name); }
+  std::string native(std::string_view name) const { return temp_.native(name); }
+  std::vector<std::string> All() const { return ListNative(temp_.native()); }
+
+  TempFolder temp_;
+};
+
+std::vector<std::wstring> Names(const std::optional<std::vector<FoundFile>>& files) {
+  std::vector<std::wstring> names;
+  if (files) {
+    for (const FoundFile& file : *files) names.push_back(file.name);
+  }
+  return names;
+}
+
+// Runs work in a process that cannot make files larger than the limit.
+int WithFileSizeLimit(rlim_t bytes, const std::function<int()>& work) {
+  ChildProcess child([&] {
+    std::signal(SIGXFSZ, SIG_IGN);
+    const rlimit limit{bytes, bytes};
+    return setrlimit(RLIMIT_FSIZE, &limit) == 0 ? work() : 98;
+  });
+  return child.Wait();
+}
+
+TEST_F(FileTest, StatusTellsKindSizeAndTime) {
+  WriteNative(native("file"), "12345");
+  const timespec times[2] = {{0, UTIME_OMIT}, {1'000'000'000, 123'456'789}};
+  ASSERT_EQ(0, utimensat(AT_FDCWD, native("file").c_str(), times, 0));
+  const auto status = GetFileStatus(path(L"file"));
+  ASSERT_TRUE(status);
+  EXPECT_FALSE(status->is_directory);
+  EXPECT_EQ(5U, status->size);
+  EXPECT_EQ(1'000'000'000'123'456'789, status->last_write_ns);
+  EXPECT_EQ(CTime(1'000'000'000), status->last_write());
+  EXPECT_TRUE(GetFileStatus(temp_.path())->is_directory);
+  SetLastError(0);
+  EXPECT_FALSE(GetFileStatus(path(L"none")));
+  EXPECT_EQ(2U, GetLastError());
+}
+
+TEST_F(FileTest, OnlyFilesCanBeRead) {
+  WriteNative(native("file"), "abc");
+  fs::create_directory(native("folder"));
+  ASSERT_EQ(0, mkfifo(native("pipe").c_str(), 0600));
+  EXPECT_EQ("abc", std::string(reinterpret_cast<const char*>(ReadFile(path(L"file"))->data()), 3));
+  EXPECT_FALSE(ReadFile(path(L"none")));
+  EXPECT_EQ(2U, GetLastError());
+  for (const wchar_t* name : {L"folder", L"pipe"}) {
+    InputFile file;
+    EXPECT_FALSE(file.Open(path(name)));
+    EXPECT_EQ(5U, GetLastError());
+    EXPECT_FALSE(file.is_open());
+  }
+}
+
+TEST_F(FileTest, AWriteInPlaceKeepsTheFileItself) {
+  WriteNative(native("file"), "a longer text than the new one");
+  chmod(native("file").c_str(), 0640);
+  struct stat before {};
+  stat(native("file").c_str(), &before);
+  for (const char* text : {"new", "", "much longer than all of the others before it"}) {
+    ASSERT_TRUE(WriteFileInPlace(path(L"file"), text, std::strlen(text)));
+    EXPECT_EQ(text, ReadNative(native("file")));
+  }
+  struct stat after {};
+  stat(native("file").c_str(), &after);
+  EXPECT_EQ(before.st_ino, after.st_ino);
+  EXPECT_EQ(before.st_mode, after.st_mode);
+}
+
+TEST_F(FileTest, ANewFileAppearsWhole) {
+  {
+    InPlaceWriter file;
+    ASSERT_TRUE(file.Open(path(L"new"), 3));
+    ASSERT_TRUE(file.Write("abc", 3));
+    EXPECT_THAT(All(), ElementsAre());
+    ASSERT_TRUE(file.Commit());
+  }
+  EXPECT_EQ("abc", ReadNative(native("new")));
+  {
+    InPlaceWriter dropped;
+    ASSERT_TRUE(dropped.Open(path(L"dropped"), 3));
+    ASSERT_TRUE(dropped.Write("abc", 3));
+  }
+  EXPECT_THAT(All(), ElementsAre("new"));
+  EXPECT_FALSE(WriteFileInPlace(path(L"none\\file"), "x", 1));
+  EXPECT_EQ(3U, GetLastError());
+}
+
+TEST_F(FileTest, AReservationIsTakenBackAsLongAsNothingIsWritten) {
+  WriteNative(native("file"), "old");
+  {
+    InPlaceWriter file;
+    ASSERT_TRUE(file.Open(path(L"file"), 100000));
+    EXPECT_EQ(100000U, fs::file_size(native("file")));
+    EXPECT_EQ("old", ReadNative(native("file")).substr(0, 3));
+  }
+  EXPECT_EQ("old", ReadNative(native("file")));
+}
+
+TEST_F(FileTest, AFullDiskShowsBeforeTheOldContentsAreTouched) {
+  WriteNative(native("file"), "old");
+  const std::string large(10000, 'x');
+  EXPECT_EQ(223, WithFileSizeLimit(4096, [&] {
+              for (const wchar_t* name : {L"file", L"new"}) {
+                if (WriteFileInPlace(path(name), large.data(), large.size())) return 1;
+              }
+              return static_cast<int>(GetLastError());
+            }));
+  EXPECT_EQ("old", ReadNative(native("file")));
+  EXPECT_THAT(All(), ElementsAre("file"));
+}
+
+TEST_F(FileTest, NoWriteFollowsAPlantedLink) {
+  WriteNative(native("victim"), "precious");
+  fs::create_symlink(native("victim"), native("link"));
+  fs::create_symlink(native("nowhere"), native("dangling"));
+  for (const wchar_t* name : {L"link", L"dangling"}) {
+    EXPECT_FALSE(WriteFileInPlace(path(name), "x", 1));
+    EXPECT_EQ(5U, GetLastError());
+  }
+  EXPECT_EQ("precious", ReadNative(native("victim")));
+  EXPECT_FALSE(ExistsNative(native("nowhere")));
+}
+
+TEST_F(FileTest, RenameReplacesNothing) {
+  WriteNative(native("a"), "a");
+  WriteNative(native("b"), "b");
+  EXPECT_FALSE(RenameFile(path(L"a"), path(L"b")));
+  EXPECT_EQ(183U, GetLastError());
+  fs::create_hard_link(native("a"), native("twin"));
+  EXPECT_FALSE(RenameFile(path(L"a"), path(L"twin"))) << "another name of the same file";
+  EXPECT_TRUE(RenameFile(path(L"a"), path(L"a")));
+  EXPECT_TRUE(RenameFile(path(L"b"), temp_.path() + L"\\.\\b")) << "the same name, spelt otherwise";
+  EXPECT_FALSE(RenameFile(path(L"none"), path(L"none")));
+  EXPECT_EQ(2U, GetLastError());
+  EXPECT_TRUE(RenameFile(path(L"a"), path(L"c")));
+  EXPECT_THAT(All(), ElementsAre("b", "c", "twin"));
+}
+
+TEST_F(FileTest, RemoveTakesFilesOnly) {
+  WriteNative(native("file"), "");
+  fs::create_directory(native("folder"));
+  EXPECT_TRUE(RemoveFile(path(L"file")));
+  EXPECT_FALSE(RemoveFile(path(L"file")));
+  EXPECT_EQ(2U, GetLastError());
+  EXPECT_FALSE(RemoveFile(path(L"folder")));
+  EXPECT_EQ(5U, GetLastError());
+}
+
+TEST_F(FileTest, FoldersAreMade) {
+  EXPECT_FALSE(CreateFolder(path(L"a\\b")));
+  EXPECT_EQ(3U, GetLastError());
+  EXPECT_TRUE(CreateFolder(path(L"a")));
+  EXPECT_FALSE(CreateFolder(path(L"a")));
+  EXPECT_EQ(183U, GetLastError());
+  EXPECT_TRUE(CreateFolders(path(L"a\\b\\日本 語\\d\\")));
+  EXPECT_TRUE(CreateFolders(path(L"a\\b\\日本 語\\d")));
+  EXPECT_TRUE(fs::is_directory(native("a/b/日本 語/d")));
+  WriteNative(native("file"), "");
+  EXPECT_FALSE(CreateFolders(path(L"file")));
+  EXPECT_FALSE(CreateFolders(path(L"file\\x")));
+}
+
+TEST_F(FileTest, FoldersAreMadeByTwoProcessesAtOnce) {
+  for (int round = 0; round < 50; ++round) {
+    const std::wstring deep = path(L"r" + std::to_wstring(round) + L"\\a\\b\\c\\d\\e");
+    ChildProcess other([&] { return CreateFolders(deep) ? 0 : 1; });
+    EXPECT_TRUE(CreateFolders(deep));
+    EXPECT_EQ(0, other.Wait());
+  }
+}
+
+TEST_F(FileTest, ASearchMatchesAsOnWindows) {
+  for (const char* name :
+       {"b.txt", "A.TXT", "noext", "c.tar.gz", "日本.txt", ".hidden", "Ｆ.txt"}) {
+    WriteNative(native(name), "");
+  }
+  fs::create_directory(native("folder.txt"));
+  const struct {
+    const wchar_t* pattern;
+    std::vector<std::wstring> names;
+  } kCases[] = {
+      {L"*.txt", {L"A.TXT", L"b.txt", L"folder.txt", L"日本.txt", L"Ｆ.txt"}},
+      {L"*.*",
+       {L".hidden", L"A.TXT", L"b.txt", L"c.tar.gz", L"folder.txt", L"noext", L"日本.txt",
+        L"Ｆ.txt"}},
+      {L"NOEXT.*", {L"noext"}},
+      {L"?.txt", {L"A.TXT", L"b.txt", L"Ｆ.txt"}},
+      {L"ｆ.*", {L"Ｆ.txt"}},
+      {L"*.gz", {L"c.tar.gz"}},
+      {L"c*r*", {L"c.tar.gz"}},
+      {L"none*", {}},
+  };
+  for (const auto& test : kCases) {
+    EXPECT_EQ(test.names, Names(FindFiles(temp_.path(), test.pattern))) << ToUtf8(test.pattern);
+  }
+  EXPECT_EQ(2U, GetLastError());
+  EXPECT_FALSE(FindFiles(path(L"nowhere"), L"*"));
+  EXPECT_EQ(3U, GetLastError());
+}
+
+TEST_F(FileTest, AFamilyIsFoundToTheLetter) {
+  for (const char* name :
+       {"J.dat", "J.096", "J.Zz", "J.aa", "J", "J2.001", "j.001", "xJ.001", "J*.001", ".005"}) {
+    WriteNative(native(name), "");
+  }
+  fs::create_directory(native("J.001"));
+  EXPECT_EQ((std::vector<std::wstring>{L"J.096", L"J.aa", L"J.dat", L"J.Zz", L"J.001"}),
+            Names(FindFamily(path(L"J"))));
+  EXPECT_EQ((std::vector<std::wstring>{L"J*.001"}), Names(FindFamily(path(L"J*"))));
+  for (const wchar_t* base : {L"", L"K"}) {
+    EXPECT_FALSE(FindFamily(path(base))) << "a base without a name has no family";
+    EXPECT_EQ(2U, GetLastError());
+  }
+  EXPECT_FALSE(FindFamily(path(L"nowhere\\J")));
+  EXPECT_EQ(3U, GetLastError());
+}
+
+TEST_F(FileTest, ANameThatIsNoUtf8CanBeReached) {
+  WriteNative(native("J.\xff\\1"), "odd");
+  const auto family = FindFamily(path(L"J"));
+  ASSERT_TRUE(family);
+  const std::wstring odd = path(family->front().name);
+  EXPECT_EQ(3U, GetFileStatus(odd)->size);
+  EXPECT_TRUE(RemoveFile(odd));
+  EXPECT_THAT(All(), ElementsAre());
+}
+
+}  // namespace
+}  // namespace vk::tq::testing
