@@ -45,6 +45,11 @@ class TQ_EXPORT CXml {
   int SelectXMLStringValue(const CString& xml, const CStringArray& names,
                            CMapStringToString& values);
 
+  /// The same, but the first element of a name wins, as in SelectXMLStringValue01: for a caller
+  /// that would otherwise have the text parsed once for each name. Failure: 130101.
+  int SelectFirstXMLStringValue(const CString& xml, const CStringArray& names,
+                                CMapStringToString& values);
+
   /// Appends the text of every element of those names, grouped by name in the order of the names.
   /// Failure: 130101.
   int SelectXMLStringValue03(CString xml, const CStringArray& names, CStringArray& values);

@@ -182,10 +182,10 @@ TEST_F(ManageFileAccessTest, ARecordComesBackWhole) {
 
   CString xml;
   ASSERT_EQ(0, CCrypto().CryptingStringReader(Base(L"B.005"), xml));
-  EXPECT_THAT(xml, ::testing::MatchesRegex(
-                       L"<\\?xml version=\"1.0\" encoding=\"Shift_JIS\".*<Velkorandia><ManageInfo>"
-                       L"<NotifyName>.*</NotifyName><ip>.*</tavocopyerr><spoolsize>-2147483647"
-                       L"</spoolsize></ManageInfo></Velkorandia>\n?"));
+  EXPECT_THAT(ToUtf8(xml), ::testing::MatchesRegex(
+                       "<\\?xml version=\"1.0\" encoding=\"Shift_JIS\".*<Velkorandia><ManageInfo>"
+                       "<NotifyName>.*</NotifyName><ip>.*</tavocopyerr><spoolsize>-2147483647"
+                       "</spoolsize></ManageInfo></Velkorandia>\n?"));
 }
 
 TEST_F(ManageFileAccessTest, ElementsAreReadAsTheyAre) {
