@@ -20,6 +20,7 @@ struct AccountId {
 /// Bits of AccessEntry::flags.
 inline constexpr std::uint8_t kObjectInherit = 0x01;
 inline constexpr std::uint8_t kContainerInherit = 0x02;
+inline constexpr std::uint8_t kInheritOnly = 0x08;  ///< does not count for the object itself
 inline constexpr std::uint8_t kInherited = 0x10;
 
 /// Generic all access.

@@ -1,0 +1,611 @@
+#include "platform/named_mutex.h"
+
+#include <fcntl.h>
+#include <signal.h>
+#include <sys/mman.h>
+#include <sys/sem.h>
+#include <sys/time.h>
+#include <time.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <chrono>
+#include <map>
+#include <random>
+#include <set>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "platform/error.h"
+#include "platform/posix/named_mutex_internal.h"
+#include "support/test_support.h"
+
+namespace vk::tq {
+namespace {
+
+using std::chrono::milliseconds;
+using std::chrono::steady_clock;
+using testing::ChildProcess;
+using testing::Gate;
+
+constexpr std::uint32_t kLong = 20000;  // no wait of a sound mutex lasts so long
+constexpr uid_t kNobody = 65534;
+
+// Attributes that let everybody in.
+class ForAll {
+ public:
+  ForAll() { record_.lpSecurityDescriptor = CreateNullDaclDescriptor(); }
+  ForAll(const ForAll&) = delete;
+  ForAll& operator=(const ForAll&) = delete;
+  ~ForAll() { FreeDescriptor(record_.lpSecurityDescriptor); }
+  const SECURITY_ATTRIBUTES* get() const { return &record_; }
+
+ private:
+  SECURITY_ATTRIBUTES record_;
+};
+
+// A handle for a scope.
+class Mutex {
+ public:
+  Mutex(const SECURITY_ATTRIBUTES* attributes, const std::wstring& name)
+      : handle_(CreateNamedMutex(attributes, name)) {}
+  explicit Mutex(const std::wstring& name) : Mutex(ForAll().get(), name) {}
+  Mutex(const Mutex&) = delete;
+  Mutex& operator=(const Mutex&) = delete;
+  ~Mutex() { CloseNamedMutex(handle_); }
+
+  bool is_open() const { return handle_ != nullptr; }
+  WaitResult Wait(std::uint32_t time = kLong) { return WaitForNamedMutex(handle_, time); }
+  bool Release() { return ReleaseNamedMutex(handle_); }
+
+ private:
+  HANDLE handle_;
+};
+
+// Takes and gives back with a handle of its own; what the wait gave.
+WaitResult TakeOnce(const std::wstring& name, std::uint32_t time = kLong) {
+  Mutex mutex(name);
+  const WaitResult result = mutex.Wait(time);
+  if (result == WaitResult::kAcquired || result == WaitResult::kAbandoned) mutex.Release();
+  return result;
+}
+
+// The same on a thread of its own.
+WaitResult TakeOnThread(const std::wstring& name, std::uint32_t time = 0) {
+  WaitResult result = WaitResult::kFailed;
+  std::thread([&] { result = TakeOnce(name, time); }).join();
+  return result;
+}
+
+// A record that processes share.
+template <class T>
+class Shared {
+ public:
+  Shared()
+      : record_(new (mmap(nullptr, sizeof(T), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS,
+                          -1, 0)) T{}) {}
+  Shared(const Shared&) = delete;
+  Shared& operator=(const Shared&) = delete;
+  ~Shared() { munmap(record_, sizeof(T)); }
+  T* operator->() const { return record_; }
+
+ private:
+  T* record_;
+};
+
+class NamedMutexTest : public ::testing::Test {
+ protected:
+  internal::ScopedMutexNamespace space_;
+  const std::wstring name_ = L"Global\\TQ_TEST";
+};
+
+// Each process counts with plain reads and writes, on two threads of its own.
+TEST_F(NamedMutexTest, OrdersThreadsAndProcesses) {
+  struct Count {
+    volatile int value;
+  };
+  const Shared<Count> count;
+  constexpr int kTurns = 300;
+  const auto work = [&] {
+    for (int i = 0; i < kTurns; ++i) {
+      Mutex mutex(name_);
+      if (mutex.Wait() != WaitResult::kAcquired) return;
+      const int seen = count->value;
+      if (i % 16 == 0) std::this_thread::yield();
+      count->value = seen + 1;
+      mutex.Release();
+    }
+  };
+  const auto process = [&] {
+    std::thread other(work);
+    work();
+    other.join();
+    return 0;
+  };
+  ChildProcess first(process);
+  ChildProcess second(process);
+  process();
+  EXPECT_EQ(first.Wait(), 0);
+  EXPECT_EQ(second.Wait(), 0);
+  EXPECT_EQ(count->value, 6 * kTurns);
+}
+
+void IgnoreSignal(int) {}
+
+TEST_F(NamedMutexTest, WaitLastsItsTimeAndSleeps) {
+  Gate held;
+  ChildProcess owner([&] {
+    Mutex mutex(name_);
+    mutex.Wait();
+    held.Open();
+    pause();
+    return 0;
+  });
+  ASSERT_TRUE(held.Wait());
+  EXPECT_EQ(TakeOnce(name_, 0), WaitResult::kTimeout);
+
+  // Signals interrupt the wait, and must neither end nor lengthen it.
+  struct sigaction action {};
+  action.sa_handler = IgnoreSignal;
+  sigaction(SIGALRM, &action, nullptr);
+  const itimerval every_5_ms{{0, 5000}, {0, 5000}};
+  setitimer(ITIMER_REAL, &every_5_ms, nullptr);
+  SetLastError(77);
+  timespec busy_before{};
+  timespec busy_after{};
+  clock_gettime(CLOCK_THREAD_CPUTIME_ID, &busy_before);
+  const auto begin = steady_clock::now();
+  EXPECT_EQ(TakeOnce(name_, 300), WaitResult::kTimeout);
+  const auto lasted = steady_clock::now() - begin;
+  clock_gettime(CLOCK_THREAD_CPUTIME_ID, &busy_after);
+  const itimerval never{};
+  setitimer(ITIMER_REAL, &never, nullptr);
+
+  EXPECT_GE(lasted, milliseconds(300));
+  EXPECT_LT(lasted, milliseconds(5000));
+  const auto busy = (busy_after.tv_sec - busy_before.tv_sec) * 1'000'000'000 + busy_after.tv_nsec -
+                    busy_before.tv_nsec;
+  EXPECT_LT(busy, 100'000'000);
+  EXPECT_EQ(GetLastError(), 77U);
+}
+
+TEST_F(NamedMutexTest, HandsOverWithinMilliseconds) {
+  struct Times {
+    std::atomic<std::int64_t> released;
+  };
+  const Shared<Times> times;
+  std::int64_t shortest = INT64_MAX;
+  for (int i = 0; i < 10; ++i) {
+    Gate held;
+    ChildProcess owner([&] {
+      Mutex mutex(name_);
+      mutex.Wait();
+      held.Open();
+      std::this_thread::sleep_for(milliseconds(20));
+      times->released = steady_clock::now().time_since_epoch().count();
+      mutex.Release();
+      return 0;
+    });
+    ASSERT_TRUE(held.Wait());
+    Mutex mutex(name_);
+    ASSERT_EQ(mutex.Wait(), WaitResult::kAcquired);
+    shortest = std::min(shortest, steady_clock::now().time_since_epoch().count() - times->released);
+    mutex.Release();
+  }
+  EXPECT_LT(std::chrono::nanoseconds(shortest), milliseconds(20));
+}
+
+// The owner says in shared memory what it is about, so that each kill can be judged.
+TEST_F(NamedMutexTest, KilledOwnerIsReportedOnce) {
+  struct Record {
+    std::atomic<bool> is_inside;
+  };
+  const Shared<Record> record;
+  std::mt19937 random(::testing::UnitTest::GetInstance()->random_seed());
+  std::uniform_int_distribution<int> pause_microseconds(0, 400);
+  int seen = 0;
+  for (int i = 0; i < 250; ++i) {
+    Gate running;
+    record->is_inside = false;
+    ChildProcess owner([&] {
+      running.Open();
+      for (;;) {
+        Mutex mutex(name_);
+        mutex.Wait();
+        record->is_inside = true;
+        for (int spin = 0; spin < 2000; ++spin) record->is_inside.load();
+        record->is_inside = false;
+        mutex.Release();
+      }
+      return 0;
+    });
+    ASSERT_TRUE(running.Wait());
+    std::this_thread::sleep_for(std::chrono::microseconds(pause_microseconds(random)));
+    owner.Kill();
+    const WaitResult first = TakeOnce(name_);
+    owner.Wait();
+    if (record->is_inside) {
+      ASSERT_EQ(first, WaitResult::kAbandoned) << i;
+      ++seen;
+    } else {
+      ASSERT_THAT(first, ::testing::AnyOf(WaitResult::kAcquired, WaitResult::kAbandoned)) << i;
+    }
+    ASSERT_EQ(TakeOnce(name_), WaitResult::kAcquired) << i;
+  }
+  EXPECT_GT(seen, 0);
+}
+
+// Several processes at once, killed at random and replaced. With default attributes the set is also
+// removed and made anew all the time.
+class KillStormTest : public NamedMutexTest, public ::testing::WithParamInterface<bool> {};
+
+TEST_P(KillStormTest, NobodyHangsOrDoubles) {
+  struct Record {
+    std::atomic<pid_t> owner;
+    std::atomic<int> doubles, untold, failures, abandoned, turns;
+  };
+  const Shared<Record> record;
+  const bool is_for_all = GetParam();
+  const auto worker = [&] {
+    const pid_t self = getpid();
+    for (;;) {
+      const ForAll all;
+      Mutex mutex(is_for_all ? all.get() : nullptr, name_);
+      const WaitResult result = mutex.Wait();
+      if (result == WaitResult::kAbandoned) {
+        ++record->abandoned;
+        record->owner = 0;
+      } else if (result != WaitResult::kAcquired) {
+        ++record->failures;
+        continue;
+      }
+      const pid_t other = record->owner.exchange(self);
+      if (other != 0) ++(kill(other, 0) == 0 ? record->doubles : record->untold);
+      for (int spin = 0; spin < 500; ++spin) record->owner.load();
+      if (record->owner.exchange(0) != self) ++record->doubles;
+      ++record->turns;
+      mutex.Release();
+    }
+    return 0;
+  };
+  std::mt19937 random(::testing::UnitTest::GetInstance()->random_seed());
+  std::vector<std::unique_ptr<ChildProcess>> workers;
+  for (int i = 0; i < 4; ++i) workers.push_back(std::make_unique<ChildProcess>(worker));
+  int kills = 0;
+  const auto end = steady_clock::now() + milliseconds(1500);
+  while (steady_clock::now() < end) {
+    std::this_thread::sleep_for(std::chrono::microseconds(random() % 3000));
+    auto& victim = workers[random() % workers.size()];
+    victim.reset();  // killed, and waited for
+    ++kills;
+    victim = std::make_unique<ChildProcess>(worker);
+  }
+  workers.clear();
+  kills += 4;
+  EXPECT_EQ(record->doubles, 0);
+  EXPECT_EQ(record->untold, 0);
+  EXPECT_EQ(record->failures, 0);
+  EXPECT_LE(record->abandoned, kills);
+  EXPECT_GT(record->turns, 0);
+  EXPECT_NE(TakeOnce(name_), WaitResult::kTimeout);
+  EXPECT_EQ(TakeOnce(name_), WaitResult::kAcquired);
+}
+
+INSTANTIATE_TEST_SUITE_P(Attributes, KillStormTest, ::testing::Bool());
+
+TEST_F(NamedMutexTest, EndedThreadLeavesItAbandoned) {
+  Gate held;
+  std::thread waiter([&] {
+    ASSERT_TRUE(held.Wait());
+    Mutex mutex(name_);
+    EXPECT_EQ(mutex.Wait(), WaitResult::kAbandoned);
+    EXPECT_TRUE(mutex.Release());
+  });
+  std::thread owner([&] {
+    Mutex mutex(name_);
+    EXPECT_EQ(mutex.Wait(), WaitResult::kAcquired);
+    EXPECT_EQ(mutex.Wait(), WaitResult::kAcquired);
+    held.Open();
+    std::this_thread::sleep_for(milliseconds(20));
+  });
+  owner.join();
+  waiter.join();
+  EXPECT_EQ(TakeOnce(name_), WaitResult::kAcquired);
+}
+
+TEST_F(NamedMutexTest, OwnerTakesItAgainAndNobodyElseGivesItBack) {
+  Mutex mutex(name_);
+  Mutex again(name_);
+  ASSERT_EQ(mutex.Wait(), WaitResult::kAcquired);
+  ASSERT_EQ(again.Wait(0), WaitResult::kAcquired);
+  std::thread([&] {
+    SetLastError(0);
+    EXPECT_FALSE(mutex.Release());
+    EXPECT_EQ(GetLastError(), kErrorNotOwner);
+  }).join();
+  EXPECT_TRUE(mutex.Release());
+  EXPECT_EQ(TakeOnThread(name_), WaitResult::kTimeout);
+  EXPECT_TRUE(again.Release());
+  EXPECT_EQ(TakeOnThread(name_), WaitResult::kAcquired);
+  EXPECT_FALSE(mutex.Release());
+  EXPECT_EQ(GetLastError(), kErrorNotOwner);
+  EXPECT_FALSE(ReleaseNamedMutex(nullptr));
+  EXPECT_EQ(WaitForNamedMutex(nullptr, 0), WaitResult::kFailed);
+  CloseNamedMutex(nullptr);
+}
+
+// A child inherits the owner's memory, but not the mutex; and its end must not give it back.
+TEST_F(NamedMutexTest, ForkDoesNotInheritOwnership) {
+  Mutex mutex(name_);
+  ASSERT_EQ(mutex.Wait(), WaitResult::kAcquired);
+  ChildProcess child([&]() -> int {
+    if (mutex.Wait(0) != WaitResult::kTimeout) return 1;
+    if (mutex.Release() || GetLastError() != kErrorNotOwner) return 2;
+    Mutex other(name_ + L"2");
+    if (other.Wait(0) != WaitResult::kAcquired || !other.Release()) return 3;
+    std::exit(0);  // runs the thread's destructors
+  });
+  EXPECT_EQ(child.Wait(), 0);
+  EXPECT_EQ(TakeOnThread(name_), WaitResult::kTimeout);
+  EXPECT_TRUE(mutex.Release());
+}
+
+TEST_F(NamedMutexTest, ClosingKeepsOwnership) {
+  {
+    Mutex mutex(name_);
+    ASSERT_EQ(mutex.Wait(), WaitResult::kAcquired);
+  }
+  EXPECT_EQ(TakeOnThread(name_), WaitResult::kTimeout);
+  Mutex mutex(name_);
+  EXPECT_TRUE(mutex.Release());
+  EXPECT_EQ(TakeOnThread(name_), WaitResult::kAcquired);
+}
+
+TEST_F(NamedMutexTest, TwoNamesAreNeverOneMutex) {
+  const std::wstring long_name(240, L'長');
+  const std::wstring names[] = {L"job",
+                                L"JOB",
+                                L"Global\\job",
+                                L"global\\job",
+                                L"Local\\job",
+                                L"Global\\",
+                                L"",
+                                L"a/b",
+                                L"a\\b",
+                                L"..\\..\\etc\\x",
+                                L"管理ファイル",
+                                L"Global\\管理ファイル",
+                                long_name,
+                                long_name + L"あ",
+                                L"job ",
+                                L"%s%n",
+                                std::wstring(L"job\0x", 5),
+                                std::wstring(1, wchar_t(0xD800))};
+  for (const std::wstring& held : names) {
+    Mutex mutex(held);
+    ASSERT_EQ(mutex.Wait(), WaitResult::kAcquired);
+    std::thread([&] {
+      for (const std::wstring& other : names) {
+        EXPECT_EQ(TakeOnce(other, 0),
+                  &held == &other ? WaitResult::kTimeout : WaitResult::kAcquired)
+            << testing::ToHex(std::string(reinterpret_cast<const char*>(other.data()),
+                                          other.size() * sizeof(wchar_t)));
+      }
+    }).join();
+    EXPECT_TRUE(mutex.Release());
+  }
+}
+
+// The id of a set of a given size under a key, removed at the end of the scope.
+class ForeignSet {
+ public:
+  ForeignSet(std::int32_t key, int size) : id_(semget(key, size, IPC_CREAT | IPC_EXCL | 0666)) {
+    EXPECT_GE(id_, 0);
+  }
+  ForeignSet(const ForeignSet&) = delete;
+  ForeignSet& operator=(const ForeignSet&) = delete;
+  ~ForeignSet() { semctl(id_, 0, IPC_RMID); }
+
+ private:
+  int id_;
+};
+
+TEST_F(NamedMutexTest, NamesWithOneKeyStayApart) {
+  std::map<std::int32_t, std::wstring> names;
+  std::wstring first;
+  std::wstring second;
+  for (int i = 0; second.empty(); ++i) {
+    const std::wstring name = L"Global\\" + std::to_wstring(i);
+    const auto [place, is_new] = names.try_emplace(internal::NamedMutexKey(name), name);
+    if (!is_new) {
+      first = place->second;
+      second = name;
+    }
+  }
+  Mutex one(first);
+  Mutex two(second);
+  ASSERT_EQ(one.Wait(), WaitResult::kAcquired);
+  ASSERT_EQ(two.Wait(0), WaitResult::kAcquired);
+  EXPECT_NE(internal::FindNamedMutexSet(first), internal::FindNamedMutexSet(second));
+  EXPECT_EQ(TakeOnThread(second), WaitResult::kTimeout);
+  one.Release();
+  // The second name is still found behind the place that is free now.
+  semctl(internal::FindNamedMutexSet(first), 0, IPC_RMID);
+  EXPECT_EQ(TakeOnThread(second), WaitResult::kTimeout);
+  EXPECT_EQ(TakeOnThread(first), WaitResult::kAcquired);
+  two.Release();
+}
+
+TEST_F(NamedMutexTest, SetsOfOtherProgramsAreLeftAlone) {
+  for (const int size : {1, 400}) {
+    const std::wstring name = name_ + std::to_wstring(size);
+    const ForeignSet foreign(internal::NamedMutexKey(name), size);
+    Mutex mutex(name);
+    ASSERT_EQ(mutex.Wait(), WaitResult::kAcquired) << size;
+    EXPECT_EQ(TakeOnThread(name), WaitResult::kTimeout) << size;
+    EXPECT_TRUE(mutex.Release());
+  }
+  std::vector<std::unique_ptr<ForeignSet>> all;
+  for (int i = 0; i < 4; ++i) {
+    all.push_back(std::make_unique<ForeignSet>(internal::NamedMutexKey(name_) + i, 1));
+  }
+  EXPECT_FALSE(Mutex(name_).is_open());
+  EXPECT_EQ(GetLastError(), kErrorNoSystemResources);
+}
+
+// An administrator removes the set with ipcrm.
+TEST_F(NamedMutexTest, RemovedSetIsMadeAnew) {
+  Mutex idle(name_);
+  Gate held;
+  ChildProcess owner([&] {
+    Mutex mutex(name_);
+    mutex.Wait();
+    held.Open();
+    pause();
+    return 0;
+  });
+  ASSERT_TRUE(held.Wait());
+  const int set = internal::FindNamedMutexSet(name_);
+  std::thread waiter([&] {
+    Mutex mutex(name_);
+    EXPECT_EQ(mutex.Wait(), WaitResult::kAcquired);
+    EXPECT_TRUE(mutex.Release());
+  });
+  while (semctl(set, 0, GETZCNT) == 0) std::this_thread::sleep_for(milliseconds(1));
+  ASSERT_EQ(semctl(set, 0, IPC_RMID), 0);
+  waiter.join();
+  EXPECT_EQ(idle.Wait(), WaitResult::kAcquired);
+  semctl(internal::FindNamedMutexSet(name_), 0, IPC_RMID);
+  EXPECT_FALSE(idle.Release());
+  EXPECT_EQ(GetLastError(), kErrorInvalidHandle);
+  EXPECT_EQ(idle.Wait(), WaitResult::kAcquired);
+  EXPECT_TRUE(idle.Release());
+}
+
+TEST_F(NamedMutexTest, DefaultAttributesLeaveNothingBehind) {
+  for (const bool is_taken : {false, true}) {
+    Mutex mutex(nullptr, name_);
+    ASSERT_GE(internal::FindNamedMutexSet(name_), 0);
+    if (is_taken) {
+      EXPECT_EQ(mutex.Wait(), WaitResult::kAcquired);
+      EXPECT_TRUE(mutex.Release());
+    }
+    Mutex(nullptr, name_);
+    EXPECT_EQ(internal::FindNamedMutexSet(name_), -1);
+    EXPECT_EQ(mutex.Wait(), WaitResult::kAcquired);  // an open handle serves nevertheless
+    EXPECT_TRUE(mutex.Release());
+  }
+  EXPECT_EQ(internal::FindNamedMutexSet(name_), -1);
+}
+
+// Runs a function as another user.
+int AsNobody(const std::function<int()>& work) {
+  return ChildProcess([&] { return setresuid(kNobody, kNobody, kNobody) == 0 ? work() : 98; })
+      .Wait();
+}
+
+TEST_F(NamedMutexTest, AttributesDecideWhoMayOpenIt) {
+  if (geteuid() != 0) GTEST_SKIP() << "needs a second user";
+  enum { kTaken = 1, kDenied = 2, kHeld = 3, kElse = 4 };
+  const auto take = [&] {
+    Mutex mutex(name_);
+    if (!mutex.is_open()) return GetLastError() == kErrorAccessDenied ? kDenied : kElse;
+    const WaitResult result = mutex.Wait(0);
+    if (result == WaitResult::kTimeout) return kHeld;
+    return result == WaitResult::kAcquired && mutex.Release() ? kTaken : kElse;
+  };
+  {
+    Mutex mine(nullptr, name_);
+    EXPECT_EQ(AsNobody(take), kDenied);
+    mine.Wait();
+    EXPECT_EQ(AsNobody(take), kDenied);
+    mine.Release();
+  }
+  {
+    SECURITY_ATTRIBUTES attributes;
+    attributes.lpSecurityDescriptor = CreateDescriptorFromText(L"D:(A;OICI;GA;;;WD)");
+    Mutex ours(&attributes, name_);
+    FreeDescriptor(attributes.lpSecurityDescriptor);
+    EXPECT_EQ(AsNobody(take), kTaken);
+    ours.Wait();
+    EXPECT_EQ(AsNobody(take), kHeld);
+    ours.Release();
+  }
+  // And the other way round: what an ordinary user made for everybody, and for the user alone.
+  EXPECT_EQ(AsNobody([&] { return TakeOnce(name_ + L"2") == WaitResult::kAcquired ? 0 : 1; }), 0);
+  EXPECT_EQ(TakeOnce(name_ + L"2"), WaitResult::kAcquired);
+}
+
+// A process that writes its log-in user begins a session of the kernel's audit.
+TEST_F(NamedMutexTest, SessionsHaveTheirOwnNames) {
+  enum { kNoSession = 1, kHeldBoth = 2, kHeldOne = 3, kElse = 4 };
+  const auto in_new_session = [&] {
+    const int file = open("/proc/self/loginuid", O_WRONLY | O_CLOEXEC);
+    const bool is_new = file >= 0 && write(file, "12345", 5) == 5;
+    close(file);
+    if (!is_new) return kNoSession;
+    if (TakeOnce(L"Global\\name", 0) != WaitResult::kTimeout) return kElse;
+    return TakeOnce(L"name", 0) == WaitResult::kTimeout ? kHeldBoth : kHeldOne;
+  };
+  Mutex local(L"name");
+  Mutex global(L"Global\\name");
+  ASSERT_EQ(local.Wait(), WaitResult::kAcquired);
+  ASSERT_EQ(global.Wait(), WaitResult::kAcquired);
+  EXPECT_EQ(TakeOnThread(L"name"), WaitResult::kTimeout);
+  const int seen = ChildProcess(in_new_session).Wait();
+  if (seen == kNoSession) GTEST_SKIP() << "cannot begin a session";
+  EXPECT_EQ(seen, kHeldOne);
+  EXPECT_EQ(ChildProcess([] {
+              return setsid() > 0 ? static_cast<int>(TakeOnce(L"name", 0)) & 0xFF : 0;
+            }).Wait(),
+            static_cast<int>(WaitResult::kTimeout) & 0xFF);
+}
+
+TEST(SecurityDescriptorTest, TextMustAllowEverybodyEverything) {
+  const struct {
+    const wchar_t* text;
+    bool is_served;
+  } cases[] = {
+      {L"D:(A;OICI;GA;;;WD)", true},
+      {L"D:(A;;GA;;;WD)", true},
+      {L"D:(A;CI;GA;;;WD)", true},
+      {L"D:(A;CIOI;GA;;;WD)", true},
+      {L"", false},
+      {L"D:", false},
+      {L"D:(D;OICI;GA;;;WD)", false},
+      {L"D:(A;OICI;GR;;;WD)", false},
+      {L"D:(A;OICI;GA;;;BA)", false},
+      {L"D:(A;OICIGA;;;WD)", false},
+      {L"D:(A;ID;GA;;;WD)", false},
+      {L"D:(A;OICI;GA;;;WD)x", false},
+      {L"O:BAD:(A;;GA;;;WD)", false},
+  };
+  for (const auto& one : cases) {
+    SetLastError(0);
+    void* const descriptor = CreateDescriptorFromText(one.text);
+    EXPECT_EQ(descriptor != nullptr, one.is_served) << testing::ToUtf8(one.text);
+    EXPECT_EQ(GetLastError(), one.is_served ? 0 : kErrorInvalidParameter);
+    FreeDescriptor(descriptor);
+  }
+}
+
+TEST_F(NamedMutexTest, SlowWaitOf60000Milliseconds) {
+  Gate held;
+  ChildProcess owner([&] {
+    Mutex mutex(name_);
+    mutex.Wait();
+    held.Open();
+    pause();
+    return 0;
+  });
+  ASSERT_TRUE(held.Wait());
+  const auto begin = steady_clock::now();
+  EXPECT_EQ(TakeOnce(name_, 60000), WaitResult::kTimeout);
+  const auto lasted = steady_clock::now() - begin;
+  EXPECT_GE(lasted, milliseconds(60000));
+  EXPECT_LT(lasted, milliseconds(75000));
+}
+
+}  // namespace
+}  // namespace vk::tq
