@@ -14,6 +14,7 @@
 #include "platform/error.h"
 #include "platform/path.h"
 #include "platform/posix/code_page.h"
+#include "platform/posix/upper_case.h"
 #include "platform/posix/utf8.h"
 
 namespace vk::tq {
@@ -38,17 +39,8 @@ class Locale {
 
 // It is never freed: other static objects may still compare texts when the program ends.
 locale_t UnicodeLocale() {
-  static const Locale* const locale = [] {
-    auto* unicode = new Locale("C.UTF-8");
-    return unicode->get() != nullptr ? unicode : new Locale("C");
-  }();
-  return locale->get();
-}
-
-wchar_t ToUpperCharacter(wchar_t c) {
-  if (c < 0x80) return c >= L'a' && c <= L'z' ? c - (L'a' - L'A') : c;
-  static const locale_t locale = UnicodeLocale();
-  return static_cast<wchar_t>(towupper_l(static_cast<wint_t>(c), locale));
+  const locale_t unicode = newlocale(LC_CTYPE_MASK, "C.UTF-8", nullptr);
+  return unicode != nullptr ? unicode : newlocale(LC_CTYPE_MASK, "C", nullptr);
 }
 
 // The property White_Space of Unicode.
@@ -127,6 +119,11 @@ unsigned LocaleCodePage() {
 }
 
 }  // namespace
+
+wchar_t ToUpperByTable(wchar_t c) noexcept {
+  static const locale_t locale = UnicodeLocale();
+  return static_cast<wchar_t>(towupper_l(static_cast<wint_t>(c), locale));
+}
 
 unsigned AnsiCodePage() {
   if (const auto value = EnvironmentOverride("TQ_ANSI_CODEPAGE")) {

@@ -1,0 +1,179 @@
+#include "platform/posix/profile_file.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+
+#include <algorithm>
+#include <chrono>
+#include <thread>
+
+namespace vk::tq::internal {
+namespace {
+
+using std::chrono::milliseconds;
+
+constexpr int kOpenFlags = O_CLOEXEC | O_NONBLOCK | O_NOCTTY;
+
+// A writer holds the lock for less than a millisecond. Whoever holds it longer was stopped, or
+// means ill: nobody waits for that for ever. A reader then reads without the lock.
+constexpr milliseconds kWriterWait(10'000);
+constexpr milliseconds kReaderWait(200);
+
+bool Lock(int file, short kind, milliseconds limit) {
+  constexpr std::chrono::microseconds kShortestPause(20);
+  constexpr std::chrono::microseconds kLongestPause(1'000);
+  struct flock lock {};
+  lock.l_type = kind;
+  lock.l_whence = SEEK_SET;
+  const auto end = std::chrono::steady_clock::now() + limit;
+  for (auto pause = kShortestPause;; pause = std::min(2 * pause, kLongestPause)) {
+    if (fcntl(file, F_OFD_SETLK, &lock) == 0) return true;
+    if (errno != EAGAIN && errno != EACCES && errno != EINTR) return FailWithErrno();
+    if (std::chrono::steady_clock::now() >= end) return Fail(kErrorSharingViolation);
+    std::this_thread::sleep_for(pause);
+  }
+}
+
+// A child that another thread of this process forked meanwhile shares the lock: closing the file
+// here would not end it.
+void Unlock(int file) {
+  struct flock lock {};
+  lock.l_type = F_UNLCK;
+  lock.l_whence = SEEK_SET;
+  fcntl(file, F_OFD_SETLK, &lock);
+}
+
+bool IsRegular(int file, struct stat& status) {
+  if (fstat(file, &status) != 0) return FailWithErrno();
+  return S_ISREG(status.st_mode) || Fail(kErrorAccessDenied);
+}
+
+bool ReadAll(int file, std::string& bytes) {
+  struct stat status {};
+  if (!IsRegular(file, status)) return false;
+  // One more than the file holds, so that its end shows without another reading.
+  bytes.resize(static_cast<std::size_t>(status.st_size) + 1);
+  for (std::size_t size = 0;;) {
+    const ssize_t count = RetryInterrupted([&] {
+      return pread(file, bytes.data() + size, bytes.size() - size, static_cast<off_t>(size));
+    });
+    if (count < 0) return FailWithErrno();
+    size += static_cast<std::size_t>(count);
+    if (count == 0) {
+      bytes.resize(size);
+      return true;
+    }
+    if (size == bytes.size()) bytes.resize(2 * size);
+  }
+}
+
+}  // namespace
+
+std::optional<std::string> ReadProfileFile(const std::string& native) {
+  const FileDescriptor file(open(native.c_str(), O_RDONLY | kOpenFlags));
+  std::string bytes;
+  struct stat status {};
+  if (!file) {
+    FailWithErrno();
+    return std::nullopt;
+  }
+  if (!IsRegular(file.get(), status)) return std::nullopt;
+  {
+    const LastErrorKeeper keeper;
+    Lock(file.get(), F_RDLCK, kReaderWait);
+  }
+  const bool is_read = ReadAll(file.get(), bytes);
+  Unlock(file.get());
+  if (!is_read) return std::nullopt;
+  return bytes;
+}
+
+ProfileFile::~ProfileFile() {
+  if (!file_) return;
+  if (is_new_) unlink(native_.c_str());
+  Unlock(file_.get());
+}
+
+bool ProfileFile::Open(const std::string& native) {
+  native_ = native;
+  // Another process may remove the file, or put another one in its place, before its lock is here.
+  do {
+    if (!OpenOnce() || !Lock(file_.get(), F_WRLCK, kWriterWait)) return false;
+  } while (!IsStillNamed());
+  return ReadAll(file_.get(), bytes_);
+}
+
+bool ProfileFile::OpenOnce() {
+  constexpr int kFlags = O_RDWR | O_NOFOLLOW | kOpenFlags;
+  for (;;) {
+    is_new_ = false;
+    file_.Reset(open(native_.c_str(), kFlags));
+    if (file_) break;
+    if (errno != ENOENT) return FailWithErrno();
+    file_.Reset(open(native_.c_str(), kFlags | O_CREAT | O_EXCL, 0666));
+    is_new_ = static_cast<bool>(file_);
+    if (file_) break;
+    if (errno == ENOENT) return Fail(kErrorPathNotFound);
+    if (errno != EEXIST) return FailWithErrno();
+  }
+  struct stat status {};
+  return IsRegular(file_.get(), status);
+}
+
+bool ProfileFile::IsStillNamed() const {
+  struct stat opened {};
+  struct stat named {};
+  return fstat(file_.get(), &opened) == 0 && lstat(native_.c_str(), &named) == 0 &&
+         opened.st_dev == named.st_dev && opened.st_ino == named.st_ino;
+}
+
+bool ProfileFile::Reserve(std::size_t size) {
+  if (size <= bytes_.size()) return true;
+  const auto old_size = static_cast<off_t>(bytes_.size());
+  if (fallocate(file_.get(), 0, old_size, static_cast<off_t>(size) - old_size) == 0) return true;
+  if (errno == EOPNOTSUPP || errno == ENOSYS) return true;
+  return FailWithErrno();
+}
+
+bool ProfileFile::WriteAt(std::size_t offset, std::string_view bytes) {
+  while (!bytes.empty()) {
+    const ssize_t count = RetryInterrupted([&] {
+      return pwrite(file_.get(), bytes.data(), bytes.size(), static_cast<off_t>(offset));
+    });
+    if (count < 0) return FailWithErrno();
+    offset += static_cast<std::size_t>(count);
+    bytes.remove_prefix(static_cast<std::size_t>(count));
+  }
+  return true;
+}
+
+void ProfileFile::Restore(std::size_t offset) {
+  const LastErrorKeeper keeper;
+  WriteAt(offset, std::string_view(bytes_).substr(offset));
+  if (ftruncate(file_.get(), static_cast<off_t>(bytes_.size())) != 0) FailWithErrno();
+}
+
+bool ProfileFile::Replace(std::string_view bytes) {
+  if (bytes == bytes_) return true;
+  // What has not changed is not written. NULs cover what a shorter text leaves of the old one: if
+  // this process ends before the file is cut, they mean nothing to a reader.
+  const auto begin =
+      static_cast<std::size_t>(std::ranges::mismatch(bytes, bytes_).in1 - bytes.begin());
+  std::string changed(bytes.substr(begin));
+  if (bytes.size() < bytes_.size()) changed.append(bytes_.size() - bytes.size(), '\0');
+  if (!Reserve(bytes.size()) || !WriteAt(begin, changed)) {
+    Restore(begin);
+    return false;
+  }
+  if (bytes.size() < bytes_.size() &&
+      ftruncate(file_.get(), static_cast<off_t>(bytes.size())) != 0) {
+    Restore(begin);
+    return FailWithErrno();
+  }
+  is_new_ = false;
+  Unlock(file_.get());
+  if (close(file_.Release()) != 0 && errno != EINTR) return FailWithErrno();
+  return true;
+}
+
+}  // namespace vk::tq::internal

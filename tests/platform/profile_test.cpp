@@ -1,0 +1,327 @@
+#include "platform/profile.h"
+
+#include <fcntl.h>
+#include <sys/resource.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <chrono>
+#include <csignal>
+#include <filesystem>
+#include <random>
+#include <thread>
+
+#include "platform/error.h"
+#include "support/json.h"
+#include "support/test_support.h"
+
+namespace vk::tq::testing {
+namespace {
+
+namespace fs = std::filesystem;
+using ::testing::ElementsAre;
+using ::testing::HasSubstr;
+using ::testing::IsEmpty;
+
+constexpr std::size_t kEnough = 1024;
+
+class ProfileTest : public ::testing::Test {
+ protected:
+  void Write(std::string_view bytes) const { WriteNative(native_, bytes); }
+  std::string Bytes() const { return ReadNative(native_); }
+  std::wstring Get(std::wstring_view section, std::wstring_view key) const {
+    return Profile(path_).GetString(section, key, L"<def>", kEnough);
+  }
+  bool Set(std::wstring_view section, std::wstring_view key, std::wstring_view value) const {
+    return WriteProfileString(path_, section, key, value);
+  }
+  // The file that a text becomes when one value is written.
+  std::string Changed(std::string_view bytes, std::wstring_view section, std::wstring_view key,
+                      std::wstring_view value) const {
+    Write(bytes);
+    EXPECT_TRUE(Set(section, key, value));
+    return Bytes();
+  }
+
+  TempFolder temp_;
+  std::string native_ = temp_.native("file.ini");
+  std::wstring path_ = temp_.path(L"file.ini");
+  ScopedEnvironment code_page_{"TQ_ANSI_CODEPAGE", "65001"};
+};
+
+std::string LineByLine(const std::vector<std::wstring>& names) {
+  std::string list;
+  for (const auto& name : names) list += ToUtf8(name) + '\n';
+  return list;
+}
+
+// A recorded list: NUL behind each name, the last of which may be cut.
+std::string RecordedList(std::string list) {
+  std::replace(list.begin(), list.end(), '\0', '\n');
+  if (!list.empty() && list.back() != '\n') list += '\n';
+  return list;
+}
+
+TEST_F(ProfileTest, AnswersAsRecorded) {
+  const auto rows = ReadJsonLines(TQ_TEST_DATA "/profile.jsonl");
+  ASSERT_EQ(120U, rows.size());
+  for (std::size_t row = 0; row < rows.size(); ++row) {
+    SCOPED_TRACE("row " + std::to_string(row));
+    const auto wide = [](const Json& json, std::string_view name) {
+      return FromUtf8(json[name].text);
+    };
+    Write(FromHex(rows[row]["file"].text));
+    const Profile profile(path_);
+    for (const Json& get : rows[row]["get"].items) {
+      const std::wstring section = wide(get, "section");
+      const std::wstring key = wide(get, "key");
+      const auto size = static_cast<std::size_t>(get["size"].ToInt());
+      const std::wstring value = profile.GetString(section, key, L"<def>", size);
+      EXPECT_EQ(get["value"].text, ToUtf8(value)) << ToUtf8(section + L" " + key);
+      EXPECT_EQ(get["len"].ToInt(), static_cast<int>(value.size()));
+      EXPECT_EQ(get["int"].ToInt(), profile.GetInt(section, key, -3));
+    }
+    EXPECT_EQ(RecordedList(rows[row]["sections"].text), LineByLine(profile.SectionNames(kEnough)));
+    const std::wstring keys_of = wide(rows[row], "keys_of");
+    EXPECT_EQ(RecordedList(rows[row]["keys"].text), LineByLine(profile.KeyNames(keys_of, kEnough)));
+    EXPECT_EQ(RecordedList(rows[row]["keys_12"].text), LineByLine(profile.KeyNames(keys_of, 12)));
+    for (const Json& set : rows[row]["set"].items) {
+      const std::wstring section = wide(set, "section");
+      const std::wstring key = wide(set, "key");
+      EXPECT_EQ(set["ok"].ToInt() == 1, Set(section, key, wide(set, "value")));
+      EXPECT_EQ(set["reads_back"].text, ToUtf8(Get(section, key))) << ToUtf8(section + L" " + key);
+    }
+  }
+}
+
+TEST_F(ProfileTest, ReadsWhatPeopleWrite) {
+  using namespace std::string_literals;
+  Write(
+      "lost=1\r\n[A]\rold=mac\n\n\r\n  k = v \r\n[\xC3\x9C]x\n\xEF\xBC\xA1=wide\nq=\"two \"\nd='\n"
+      "[open\n\0\0\x1A"s);
+  EXPECT_EQ(L"mac", Get(L"a", L"OLD"));
+  EXPECT_EQ(L"v", Get(L" A ", L" K ")) << "blanks around the names that are asked for";
+  EXPECT_EQ(L"wide", Get(L"ü", L"ａ"));
+  EXPECT_EQ(L"two ", Get(L"Ü", L"q"));
+  EXPECT_EQ(L"'", Get(L"Ü", L"d"));
+  EXPECT_EQ(L"<def>", Get(L"", L"lost")) << "keys without a section";
+  EXPECT_THAT(Profile(path_).KeyNames(L"Ü", kEnough), ElementsAre(L"Ａ", L"q", L"d"));
+  EXPECT_EQ(L" x", Profile(path_).GetString(L"A", L"none", L" x  ", kEnough));
+  EXPECT_EQ(L"", Profile(path_).GetString(L"A", L"k", L"", 0));
+}
+
+TEST_F(ProfileTest, IntegersHaveThreePrefixesAndWrap) {
+  Write("[n]\na=0b101\nb=-0o17\nc=0xfFg\nd=4294967299\ne=\" 7\"\nf=x\ng=08\n");
+  const Profile profile(path_);
+  EXPECT_EQ(5, profile.GetInt(L"n", L"a", 9));
+  EXPECT_EQ(-15, profile.GetInt(L"n", L"b", 9));
+  EXPECT_EQ(255, profile.GetInt(L"n", L"c", 9));
+  EXPECT_EQ(3, profile.GetInt(L"n", L"d", 9));
+  EXPECT_EQ(7, profile.GetInt(L"n", L"e", 9));
+  EXPECT_EQ(0, profile.GetInt(L"n", L"f", 9));
+  EXPECT_EQ(8, profile.GetInt(L"n", L"g", 9));
+}
+
+TEST_F(ProfileTest, WhatCannotBeReadIsEmpty) {
+  EXPECT_EQ(L"<def>", Get(L"a", L"b"));
+  fs::create_directory(native_);
+  EXPECT_EQ(L"<def>", Get(L"a", L"b"));
+  EXPECT_FALSE(Set(L"a", L"b", L"c"));
+  EXPECT_EQ(kErrorAccessDenied, GetLastError());
+  fs::remove(native_);
+  ASSERT_EQ(0, mkfifo(native_.c_str(), 0600));
+  EXPECT_EQ(L"<def>", Get(L"a", L"b")) << "a pipe is not waited for";
+  EXPECT_FALSE(Set(L"a", L"b", L"c"));
+}
+
+TEST_F(ProfileTest, AChangeKeepsEveryOtherByte) {
+  const struct {
+    const char* before;
+    const wchar_t* section;
+    const wchar_t* key;
+    const char* after;
+  } cases[] = {
+      {"", L"S", L"k", "[S]\r\nk=new\r\n"},
+      {"; c\n[S]\n K  = \"old\" ;x\nk=2", L"s", L"k", "; c\n[S]\n K  = new\nk=2"},
+      {"[S]\nk=old", L"S", L"k", "[S]\nk=new"},
+      {"[S]\nk=", L"S", L"k", "[S]\nk=new"},
+      {"[S]\nk\nk=2\n", L"S", L"k", "[S]\nk=new\nk=2\n"},
+      {"[S]\na=1\n\n; of T\n[T]\n", L"S", L"k", "[S]\na=1\nk=new\n\n; of T\n[T]\n"},
+      {"[S]x\r[T]\r", L"S", L"k", "[S]x\rk=new\r[T]\r"},
+      {"[S]", L"S", L"k", "[S]\r\nk=new\r\n"},
+      {"[A]\nk=1\n\n", L"S", L"k", "[A]\nk=1\n\n[S]\nk=new\n"},
+      {"[S]\nk=1\n[s]\nk=2\n", L"S", L"k", "[S]\nk=new\n[s]\nk=2\n"},
+      {"\xEF\xBB\xBF[\xC3\xA4]\n\xFF=\x80\n", L"Ä", L"k",
+       "\xEF\xBB\xBF[\xC3\xA4]\n\xFF=\x80\nk=new\n"},
+  };
+  for (const auto& test : cases) {
+    EXPECT_EQ(test.after, Changed(test.before, test.section, test.key, L"new")) << test.before;
+  }
+}
+
+TEST_F(ProfileTest, NulsOfAKilledProcessAreDropped) {
+  EXPECT_EQ("[S]\nk=1\nm=2\n", Changed(std::string("[S]\nk=1\n\0\0\0", 11), L"S", L"m", L"2"));
+}
+
+TEST_F(ProfileTest, AFileKeepsItsEncoding) {
+  using namespace std::string_literals;
+  EXPECT_EQ("\xFF\xFE[\0S\0]\0\n\0k\0=\0 \0\x42\x30\n\0"s,
+            Changed("\xFF\xFE[\0S\0]\0\n\0k\0=\0 \0o\0l\0d\0\n\0"s, L"s", L"K", L"あ"));
+  // The second byte of 0x83 0x5C is a backslash elsewhere; ② is one of the characters that only
+  // code page 932 has.
+  const ScopedEnvironment japanese("TQ_ANSI_CODEPAGE", "932");
+  EXPECT_EQ("[\x83\x5C]\r\nk=\x87\x41\r\n\x83\x5C=\x81\x60\r\n",
+            Changed("[\x83\x5C]\r\nk=\x87\x40\r\n\x83\x5C=\x81\x60\r\n", L"ソ", L"k", L"②"));
+  EXPECT_EQ(L"～", Get(L"ソ", L"ソ"));
+  const ScopedEnvironment unknown("TQ_ANSI_CODEPAGE", "64999");
+  EXPECT_FALSE(Set(L"S", L"k", L"あ"));
+  EXPECT_EQ(kErrorInvalidParameter, GetLastError());
+}
+
+TEST_F(ProfileTest, ManyChangesAreOneWrite) {
+  Write("[A]\nx=1\n");
+  EXPECT_TRUE(WriteProfile(path_, {{L"A", L"x", L"2"}, {L"B", L"y", L"3"}, {L"A", L"x", L"4"}}));
+  EXPECT_EQ("[A]\nx=4\n[B]\ny=3\n", Bytes());
+  EXPECT_FALSE(WriteProfile(path_, {{L"A", L"x", L"5"}, {L"A", L"y", L"1\nz=2"}}));
+  EXPECT_EQ(kErrorInvalidParameter, GetLastError());
+  EXPECT_EQ("[A]\nx=4\n[B]\ny=3\n", Bytes()) << "all or nothing";
+}
+
+TEST_F(ProfileTest, TheFileItselfStays) {
+  Write("[A]\nlong=0123456789\n");
+  ASSERT_EQ(0, chmod(native_.c_str(), 0640));
+  struct stat before {};
+  ASSERT_EQ(0, stat(native_.c_str(), &before));
+  EXPECT_TRUE(Set(L"A", L"long", L"1"));
+  EXPECT_TRUE(Set(L"A", L"more", std::wstring(9000, L'x')));
+  struct stat after {};
+  ASSERT_EQ(0, stat(native_.c_str(), &after));
+  EXPECT_EQ(before.st_ino, after.st_ino);
+  EXPECT_EQ(before.st_mode, after.st_mode);
+  EXPECT_EQ("[A]\nlong=1\nmore=" + std::string(9000, 'x') + "\n", Bytes());
+}
+
+TEST_F(ProfileTest, FailuresTellTheirErrorAndChangeNothing) {
+  EXPECT_FALSE(WriteProfileString(temp_.path(L"none\\file.ini"), L"A", L"x", L"1"));
+  EXPECT_EQ(kErrorPathNotFound, GetLastError());
+  WriteNative(temp_.native("other"), "[A]\nx=1\n");
+  fs::create_symlink(temp_.native("other"), native_);
+  EXPECT_FALSE(Set(L"A", L"x", L"2")) << "a link in place of the file is not followed";
+  EXPECT_EQ(kErrorAccessDenied, GetLastError());
+  EXPECT_EQ("[A]\nx=1\n", Bytes());
+}
+
+TEST_F(ProfileTest, AFullDiskLeavesTheOldText) {
+  const std::string old = "[A]\nx=1\n" + std::string(500, '\n');
+  Write(old);
+  ChildProcess child([&] {
+    std::signal(SIGXFSZ, SIG_IGN);
+    const rlimit limit{512, 512};
+    if (setrlimit(RLIMIT_FSIZE, &limit) != 0) return 98;
+    if (Set(L"A", L"x", std::wstring(100, L'y'))) return 1;
+    if (GetLastError() != kErrorFileTooLarge) return 2;
+    if (WriteProfileString(temp_.path(L"new.ini"), L"A", L"x", std::wstring(1000, L'y'))) return 3;
+    return 0;
+  });
+  EXPECT_EQ(0, child.Wait());
+  EXPECT_EQ(old, Bytes());
+  EXPECT_THAT(ListNative(temp_.native()), ElementsAre("file.ini"));
+}
+
+TEST_F(ProfileTest, ProcessesThatChangeDifferentKeysBothSucceed) {
+  constexpr int kRounds = 1000;
+  // The file does not exist at first: both may make it.
+  const auto count = [&](std::wstring key) {
+    for (int i = 1; i <= kRounds; ++i) {
+      if (!Set(L"S", key,
+               std::to_wstring(i) + std::wstring(static_cast<std::size_t>(i % 40), L'.'))) {
+        return 1;
+      }
+      if (Profile(path_).GetInt(L"S", key, -1) != i) return 2;
+    }
+    return 0;
+  };
+  ChildProcess one([&] { return count(L"one"); });
+  ChildProcess two([&] { return count(L"two"); });
+  EXPECT_EQ(0, one.Wait());
+  EXPECT_EQ(0, two.Wait());
+  EXPECT_EQ(kRounds, Profile(path_).GetInt(L"S", L"one", -1));
+  EXPECT_EQ(kRounds, Profile(path_).GetInt(L"S", L"two", -1));
+}
+
+TEST_F(ProfileTest, AFileThatIsReplacedMeanwhileIsOpenedAnew) {
+  std::vector<std::unique_ptr<ChildProcess>> writers;
+  for (int writer = 0; writer < 3; ++writer) {
+    writers.push_back(std::make_unique<ChildProcess>([&, writer] {
+      for (int i = 0; i < 200; ++i) {
+        if (!Set(L"S", L"key" + std::to_wstring(writer), std::to_wstring(i))) return 1;
+      }
+      return 0;
+    }));
+  }
+  for (int i = 0; i < 200; ++i) {
+    fs::remove(native_);
+    std::this_thread::sleep_for(std::chrono::microseconds(100));
+  }
+  for (const auto& writer : writers) EXPECT_EQ(0, writer->Wait());
+  Set(L"S", L"last", L"1");
+  EXPECT_EQ(L"1", Get(L"S", L"last"));
+}
+
+TEST_F(ProfileTest, AReaderWaitsForAWriterButNotForEver) {
+  Write("[A]\nx=1\n");
+  const int file = open(native_.c_str(), O_RDWR | O_CLOEXEC);
+  struct flock lock {};
+  lock.l_type = F_WRLCK;
+  ASSERT_EQ(0, fcntl(file, F_OFD_SETLK, &lock));
+  EXPECT_EQ(L"1", Get(L"A", L"x"));
+  std::thread release([&] {
+    std::this_thread::sleep_for(std::chrono::milliseconds(50));
+    close(file);
+  });
+  EXPECT_TRUE(Set(L"A", L"x", L"2"));
+  release.join();
+  EXPECT_EQ(L"2", Get(L"A", L"x"));
+}
+
+// A process that is killed at any moment leaves the old or the new text: every key has one of its
+// two values, whole, and the keys that nobody writes stand.
+TEST_F(ProfileTest, AKilledWriterLeavesTheOldOrTheNewText) {
+  const std::wstring values[] = {L"short", std::wstring(700, L'v')};
+  std::mt19937 random(1);
+  ASSERT_TRUE(WriteProfile(path_, {{L"A", L"changes", values[0]}, {L"B", L"stays", L"here"}}));
+  for (int round = 0; round < 200; ++round) {
+    ChildProcess writer([&] {
+      for (std::size_t i = 0;; ++i) {
+        if (!Set(L"A", L"changes", values[i % 2])) return 1;
+      }
+    });
+    std::this_thread::sleep_for(std::chrono::microseconds(random() % 4000));
+    writer.Kill();
+    EXPECT_EQ(-SIGKILL, writer.Wait());
+    EXPECT_THAT(Get(L"A", L"changes"), ::testing::AnyOf(values[0], values[1]));
+    EXPECT_EQ(L"here", Get(L"B", L"stays"));
+    EXPECT_THAT(Profile(path_).SectionNames(kEnough), ElementsAre(L"A", L"B"));
+    EXPECT_THAT(Profile(path_).KeyNames(L"B", kEnough), ElementsAre(L"stays"));
+  }
+}
+
+TEST_F(ProfileTest, TenThousandEntriesAreAnsweredFromOneParse) {
+  std::string bytes = "[List]\r\n";
+  for (int i = 0; i < 10'000; ++i) {
+    bytes += "User" + std::to_string(i) + "=" + std::to_string(7 * i) + "\r\n";
+  }
+  Write(bytes);
+  const auto begin = std::chrono::steady_clock::now();
+  const Profile profile(path_);
+  const auto names = profile.KeyNames(L"List", 1'000'000);
+  ASSERT_EQ(10'000U, names.size());
+  for (int i = 0; i < 10'000; ++i) {
+    EXPECT_EQ(7 * i, profile.GetInt(L"LIST", names[static_cast<std::size_t>(i)], -1));
+  }
+  // Ten thousand searches from the beginning would take longer.
+  EXPECT_LT(std::chrono::steady_clock::now() - begin, std::chrono::seconds(2));
+}
+
+}  // namespace
+}  // namespace vk::tq::testing
