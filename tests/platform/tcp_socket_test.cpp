@@ -1,0 +1,188 @@
+#include "platform/tcp_socket.h"
+
+#include <fcntl.h>
+#include <pthread.h>
+#include <signal.h>
+
+#include "support/loopback_server.h"
+#include "support/test_support.h"
+
+namespace vk::tq {
+namespace {
+
+using std::chrono::milliseconds;
+using std::chrono::steady_clock;
+using testing::LoopbackServer;
+using testing::Peer;
+
+constexpr std::uint32_t kLoopback = 0x7F000001;
+
+// A socket that is closed with its scope.
+struct Socket {
+  Socket() : number(OpenTcpSocket()) {}
+  Socket(const Socket&) = delete;
+  Socket& operator=(const Socket&) = delete;
+  ~Socket() { CloseTcpSocket(number); }
+  const int number;
+};
+
+TEST(TcpSocketTest, ResolvesNamesAndDottedAddresses) {
+  EXPECT_EQ(ResolveHost("127.0.0.1"), kLoopback);
+  EXPECT_EQ(ResolveHost("192.0.2.5"), 0xC0000205u);
+  EXPECT_EQ(ResolveHost("localhost"), kLoopback);
+  for (const char* name : {"", "a..b", "::1"}) {
+    SetLastError(kErrorSuccess);
+    EXPECT_FALSE(ResolveHost(name)) << name;
+    EXPECT_GE(GetLastError(), kErrorHostNotFound) << name;
+    EXPECT_LE(GetLastError(), kErrorHostNoData) << name;
+  }
+}
+
+TEST(TcpSocketTest, ConnectionCarriesBytesUntilThePeerCloses) {
+  LoopbackServer server([](Peer& peer, int) { peer.Write(peer.Read(5) + "!"); });
+  Socket socket;
+  EXPECT_NE(fcntl(socket.number, F_GETFD) & FD_CLOEXEC, 0);
+  SetLastError(kErrorAccessDenied);
+  ASSERT_TRUE(ConnectTcp(socket.number, kLoopback, server.port(), milliseconds(5000)));
+  EXPECT_EQ(WaitForSocket(socket.number, SocketEvent::kWritable, milliseconds(5000)),
+            SocketWait::kReady);
+  ASSERT_TRUE(SendTcp(socket.number, "hello", 5, milliseconds(5000)));
+  EXPECT_EQ(GetLastError(), kErrorAccessDenied) << "a success leaves the last error alone";
+
+  std::string received;
+  char buffer[4];
+  for (std::optional<std::size_t> count; received.size() < 6; received.append(buffer, *count)) {
+    ASSERT_EQ(WaitForSocket(socket.number, SocketEvent::kReadable, milliseconds(5000)),
+              SocketWait::kReady);
+    count = ReceiveTcp(socket.number, buffer, sizeof buffer);
+    ASSERT_TRUE(count && *count > 0);
+  }
+  EXPECT_EQ(received, "hello!");
+  ASSERT_EQ(WaitForSocket(socket.number, SocketEvent::kReadable, milliseconds(5000)),
+            SocketWait::kReady);
+  EXPECT_EQ(ReceiveTcp(socket.number, buffer, sizeof buffer), 0u);
+}
+
+TEST(TcpSocketTest, SendsEverythingThatTheSystemTakesInPieces) {
+  const std::string sent(4'000'000, 'x');
+  std::atomic<std::size_t> received = 0;
+  LoopbackServer server(
+      [&](Peer& peer, int) {
+        for (std::string part; !(part = peer.Read(100'000)).empty();) received += part.size();
+      },
+      4096);
+  {
+    Socket socket;
+    ASSERT_TRUE(ConnectTcp(socket.number, kLoopback, server.port(), milliseconds(5000)));
+    EXPECT_TRUE(SendTcp(socket.number, sent.data(), sent.size(), milliseconds(5000)));
+  }
+  server.Stop();
+  EXPECT_EQ(received, sent.size());
+}
+
+TEST(TcpSocketTest, SendGivesUpOnAPeerThatTakesNothing) {
+  LoopbackServer server(1);
+  const std::string sent(50'000'000, 'x');
+  Socket socket;
+  ASSERT_TRUE(ConnectTcp(socket.number, kLoopback, server.port(), milliseconds(5000)));
+  EXPECT_FALSE(SendTcp(socket.number, sent.data(), sent.size(), milliseconds(50)));
+  EXPECT_EQ(GetLastError(), kErrorSocketTimeout);
+}
+
+TEST(TcpSocketTest, SendingToAPeerThatHasClosedIsAnErrorAndNoSignal) {
+  LoopbackServer server([](Peer&, int) {});
+  Socket socket;
+  ASSERT_TRUE(ConnectTcp(socket.number, kLoopback, server.port(), milliseconds(5000)));
+  ASSERT_EQ(WaitForSocket(socket.number, SocketEvent::kReadable, milliseconds(5000)),
+            SocketWait::kReady);
+  // The first bytes go out, and are answered by a reset.
+  bool is_sent = true;
+  for (int i = 0; is_sent && i < 5000; ++i) {
+    is_sent = SendTcp(socket.number, "x", 1, milliseconds(5000));
+    std::this_thread::sleep_for(milliseconds(1));
+  }
+  EXPECT_FALSE(is_sent);
+  EXPECT_EQ(GetLastError(), kErrorConnectionReset);
+}
+
+TEST(TcpSocketTest, RefusedConnectionIsToldByTheSend) {
+  LoopbackServer server(1);
+  server.Stop();
+  Socket socket;
+  EXPECT_FALSE(ConnectTcp(socket.number, kLoopback, server.port(), milliseconds(5000)));
+  EXPECT_EQ(GetLastError(), kErrorWouldBlock);
+  EXPECT_FALSE(SendTcp(socket.number, "x", 1, milliseconds(5000)));
+  EXPECT_EQ(GetLastError(), kErrorConnectionRefused);
+}
+
+TEST(TcpSocketTest, AttemptThatCannotBeginHasAnErrorOfItsOwn) {
+  Socket socket;
+  EXPECT_FALSE(ConnectTcp(socket.number, 0xFFFFFFFF, 9, milliseconds(100)));
+  EXPECT_NE(GetLastError(), kErrorWouldBlock);
+}
+
+TEST(TcpSocketTest, ConnectionThatIsNotAnsweredEndsWithTheWait) {
+  LoopbackServer server(0);
+  Socket first;  // fills the queue
+  ASSERT_TRUE(ConnectTcp(first.number, kLoopback, server.port(), milliseconds(5000)));
+  Socket second;
+  const auto start = steady_clock::now();
+  EXPECT_FALSE(ConnectTcp(second.number, kLoopback, server.port(), milliseconds(200)));
+  EXPECT_EQ(GetLastError(), kErrorWouldBlock);
+  EXPECT_FALSE(SendTcp(second.number, "x", 1, milliseconds(60'000)));
+  EXPECT_EQ(GetLastError(), kErrorNotConnected);
+  const auto time = steady_clock::now() - start;
+  EXPECT_GE(time, milliseconds(200));
+  EXPECT_LT(time, milliseconds(10'000));
+}
+
+TEST(TcpSocketTest, WaitsAndOperationsTellWhatIsWrong) {
+  LoopbackServer server(1);
+  Socket socket;
+  ASSERT_TRUE(ConnectTcp(socket.number, kLoopback, server.port(), milliseconds(5000)));
+  char byte = 0;
+  EXPECT_FALSE(ReceiveTcp(socket.number, &byte, 1));
+  EXPECT_EQ(GetLastError(), kErrorWouldBlock);
+  EXPECT_EQ(WaitForSocket(socket.number, SocketEvent::kReadable, milliseconds(1)),
+            SocketWait::kTimeout);
+  EXPECT_EQ(GetLastError(), kErrorSocketTimeout);
+
+  for (const int closed : {kNoSocket, 1'000'000}) {
+    EXPECT_EQ(WaitForSocket(closed, SocketEvent::kReadable, milliseconds(60'000)),
+              SocketWait::kFailed);
+    EXPECT_EQ(GetLastError(), kErrorNotSocket);
+    SetLastError(kErrorSuccess);
+    EXPECT_FALSE(ReceiveTcp(closed, &byte, 1));
+    EXPECT_EQ(GetLastError(), kErrorNotSocket);
+  }
+}
+
+TEST(TcpSocketTest, InterruptedCallsGoOn) {
+  struct sigaction action {};
+  action.sa_handler = [](int) {};
+  struct sigaction old {};
+  sigaction(SIGUSR1, &action, &old);
+  std::atomic<bool> is_done = false;
+  const pthread_t caller = pthread_self();
+  std::thread interrupter([&] {
+    while (!is_done) {
+      pthread_kill(caller, SIGUSR1);
+      std::this_thread::sleep_for(milliseconds(1));
+    }
+  });
+  LoopbackServer server(0);
+  Socket first;
+  EXPECT_TRUE(ConnectTcp(first.number, kLoopback, server.port(), milliseconds(5000)));
+  Socket second;
+  const auto start = steady_clock::now();
+  EXPECT_FALSE(ConnectTcp(second.number, kLoopback, server.port(), milliseconds(100)));
+  EXPECT_EQ(WaitForSocket(first.number, SocketEvent::kReadable, milliseconds(100)),
+            SocketWait::kTimeout);
+  EXPECT_GE(steady_clock::now() - start, milliseconds(200));
+  is_done = true;
+  interrupter.join();
+  sigaction(SIGUSR1, &old, nullptr);
+}
+
+}  // namespace
+}  // namespace vk::tq

@@ -1,0 +1,654 @@
+#include "transport/shared_printer_communication.h"
+
+#include <ctime>
+#include <numeric>
+
+#include "platform/error.h"
+#include "platform/path.h"
+#include "platform/tcp_socket.h"
+#include "support/loopback_server.h"
+#include "support/test_support.h"
+
+namespace vk::tq {
+
+using std::chrono::milliseconds;
+using std::chrono::steady_clock;
+using testing::FromHex;
+using testing::FromUtf8;
+using testing::LogLine;
+using testing::LoopbackServer;
+using testing::Peer;
+using testing::ToHex;
+
+class SharedPrinterCommunicationTest : public testing::ProductTest {
+ protected:
+  // A print information file; the channel looks at its name and length only.
+  CString MakeFile(std::string_view contents = "contents", std::string_view name = "job.xml") {
+    testing::WriteNative(native(name), contents);
+    return path(FromUtf8(name));
+  }
+
+  static CSharedPrinterCommunication ChannelTo(const LoopbackServer& server, int retry = 0,
+                                               int timeout = 5000) {
+    return {L"127.0.0.1", server.port(), timeout, retry};
+  }
+
+  static LogLine Step(int number, const wchar_t* text) {
+    return {2, number, L"CSharedPrinterCommunication::SocketConnect", text};
+  }
+  static LogLine Length(int length) {
+    return {2, 0, kReceiveData, L"受信するデータ長：" + std::to_wstring(length)};
+  }
+  static LogLine Received(int length) {
+    return {2, 0, kReceiveData, std::to_wstring(length) + L"バイトを受信しました"};
+  }
+  static LogLine TimeText(const CString& text) {
+    return {3, 150101, L"CSharedPrinterCommunication::GetServerTime",
+            L"共有プリンタサーバ時刻受信/[" + text + L"]"};
+  }
+  static std::vector<LogLine> ConnectLines() {
+    return {Step(150001, L"共有プリンタ転送: 接続情報生成開始"),
+            Step(150002, L"共有プリンタ転送: 接続情報生成完了"),
+            Step(150003, L"共有プリンタ転送: 接続開始"),
+            Step(150004, L"共有プリンタ転送: 接続完了")};
+  }
+  static std::vector<LogLine> ConnectLinesAnd(const std::vector<LogLine>& more) {
+    std::vector<LogLine> lines = ConnectLines();
+    lines.insert(lines.end(), more.begin(), more.end());
+    return lines;
+  }
+
+  static int CheckSocketStat(int socket, int mode) {
+    CSharedPrinterCommunication channel(L"", 0, 0, 0);
+    channel.m_socket = socket;
+    const int result = channel.CheckSocketStat(mode);
+    channel.m_socket = kNoSocket;
+    return result;
+  }
+
+  static std::size_t OpenDescriptors() { return testing::ListNative("/proc/self/fd").size(); }
+
+  static constexpr wchar_t kReceiveData[] = L"CSharedPrinterCommunication::ReceiveData";
+};
+
+namespace {
+
+std::string BigEndian(std::size_t length) {
+  std::string bytes;
+  for (int shift = 24; shift >= 0; shift -= 8) bytes += static_cast<char>(length >> shift & 0xFF);
+  return bytes;
+}
+
+std::string Filled(std::string text, std::size_t size) {
+  text.resize(size, '\0');
+  return text;
+}
+
+// The answer to CS02.
+std::string TimeAnswer(std::string_view text) {
+  return "CR02" + BigEndian(text.size()) + std::string(text);
+}
+
+TEST_F(SharedPrinterCommunicationTest, DeliversAFileAsItIsStored) {
+  struct Case {
+    const char* code_page;
+    const char* file;
+    std::size_t size;
+    std::string name;  // as it goes out
+  };
+  const Case cases[] = {
+      {"65001", "job.xml", 0, "job"},
+      {"65001", "job.xml", 1000, "job"},
+      {"65001", "a.xml.xml", 1, "a"},
+      {"65001", "b.xmlc.d", 1, "bc"},
+      {"65001", "abcdefghijklmnopqrstuvwxy.xml", 1, "abcdefghijklmnopqrstuvwxy"},
+      {"65001", "abcdefghijklmnopqrstuvwxyz.xml", 1, "abcdefghijklmnopqrstuvwxyz"},
+      {"65001", "abcdefghijklmnopqrstuvwxyz0123456789.xml", 1, "abcdefghijklmnopqrstuvwxyz"},
+      {"65001", "日本語.xml", 1, "日本語"},
+      // Nine characters of three bytes: the ninth is cut after two.
+      {"65001", "ああああああああああああ.xml", 1,
+       FromHex("e38182e38182e38182e38182e38182e38182e38182e38182e381")},
+      {"932", "表.xml", 1, FromHex("955c")},
+      // One byte and characters of two: the thirteenth of these is cut in half.
+      {"932", "aあああああああああああああああああ.xml", 1,
+       "a" + FromHex("82a082a082a082a082a082a082a082a082a082a082a082a082")},
+      {"932", "é.xml", 1, "?"},
+  };
+  std::string frame;
+  LoopbackServer server([&](Peer& peer, int) {
+    frame = peer.ReadFrame();
+    peer.Write("CR010");
+  });
+  for (const Case& c : cases) {
+    const testing::ScopedEnvironment code_page("TQ_ANSI_CODEPAGE", c.code_page);
+    std::string contents(c.size, '\0');
+    std::iota(contents.begin(), contents.end(), '\0');
+    const CString path = MakeFile(contents, c.file);
+    CSharedPrinterCommunication channel = ChannelTo(server);
+    ASSERT_EQ(channel.SendNemiInfFile(path), 1) << c.file;
+    EXPECT_EQ(ToHex(frame), ToHex("CS01" + BigEndian(26 + c.size) + Filled(c.name, 26) + contents))
+        << c.file;
+  }
+  EXPECT_EQ(server.connections(), static_cast<int>(std::size(cases)));
+}
+
+TEST_F(SharedPrinterCommunicationTest, DeliveryLeavesTheLinesOfItsConnection) {
+  LoopbackServer server([&](Peer& peer, int) {
+    peer.ReadFrame();
+    peer.Write("CR010");
+  });
+  std::string slashes = native("job.xml");  // a path of this machine is taken as well
+  MakeFile();
+  log_.Clear();
+  EXPECT_EQ(ChannelTo(server).SendNemiInfFile(FromUtf8(slashes)), 1);
+  EXPECT_EQ(log_.lines(), ConnectLines());
+}
+
+TEST_F(SharedPrinterCommunicationTest, FileThatCannotBeReadMakesNoConnection) {
+  LoopbackServer server([](Peer& peer, int) { peer.ReadFrame(); });
+  CSharedPrinterCommunication channel = ChannelTo(server, 3);
+  EXPECT_EQ(channel.SendNemiInfFile(path(L"missing.xml")), 0);
+  EXPECT_EQ(channel.SendNemiInfFile(temp_.path()), 0);
+  EXPECT_EQ(channel.SendNemiInfFile(L""), 0);
+  testing::WriteNative(native("huge.xml"), "");
+  ASSERT_EQ(truncate(native("huge.xml").c_str(), 0xFFFFFFFFL - 25), 0);
+  EXPECT_EQ(channel.SendNemiInfFile(path(L"huge.xml")), 0) << "the length field has 32 bits";
+  const testing::ScopedEnvironment code_page("TQ_ANSI_CODEPAGE", "4711");
+  EXPECT_EQ(channel.SendNemiInfFile(MakeFile()), 0);
+  EXPECT_EQ(channel.SendSpoolPrintOut(L"u", L"j", L"c"), 0);
+  EXPECT_EQ(server.connections(), 0);
+  EXPECT_TRUE(log_.lines().empty());
+}
+
+TEST_F(SharedPrinterCommunicationTest, FileIsSentAsItWasSizedOrAsMuchAsIsThere) {
+  std::string frame;
+  LoopbackServer server([&](Peer& peer, int) {
+    frame = peer.ReadFrame();
+    peer.Write("CR010");
+  });
+  // What the kernel shows here is longer than its size says, as a file that has grown.
+  ASSERT_EQ(ChannelTo(server).SendNemiInfFile(L"\\proc\\self\\status"), 1);
+  EXPECT_EQ(frame, "CS01" + BigEndian(26) + Filled("status", 26));
+  // And here it is shorter, as a file that has shrunk.
+  const std::string online = "/sys/devices/system/cpu/online";
+  if (!testing::ExistsNative(online)) GTEST_SKIP() << "no /sys";
+  ASSERT_EQ(ChannelTo(server).SendNemiInfFile(PathFromNative(online)), 1);
+  const std::string contents = testing::ReadNative(online);
+  EXPECT_EQ(frame, "CS01" + BigEndian(26 + contents.size()) + Filled("online", 26) + contents);
+}
+
+TEST_F(SharedPrinterCommunicationTest, LargeFrameGoesOutCompleteToASlowReader) {
+  std::string frame;
+  LoopbackServer server(
+      [&](Peer& peer, int) {
+        std::this_thread::sleep_for(milliseconds(100));
+        frame = peer.ReadFrame();
+        peer.Write("CR010");
+      },
+      4096);
+  const std::string contents(5'000'000, 'x');
+  EXPECT_EQ(ChannelTo(server).SendNemiInfFile(MakeFile(contents)), 1);
+  EXPECT_EQ(frame.size(), 34 + contents.size());
+}
+
+TEST_F(SharedPrinterCommunicationTest, StatusAnswerDecides) {
+  struct Case {
+    std::vector<std::string> pieces;
+    int delivery;
+    int print_out;
+  };
+  const Case cases[] = {
+      {{"CR010"}, 1, 0},
+      {{"CR060"}, 0, 1},
+      {{"CR011"}, 0, 0},
+      {{"CR061"}, 0, 0},
+      {{std::string("CR01\0", 5)}, 1, 0},
+      {{"CR01\xff"}, 1, 0},
+      {{"CR", "010"}, 1, 0},
+      {{"C", "R", "0", "6", "2"}, 0, 1},
+      {{"CR010 and more than was asked for"}, 1, 0},
+      {{"cr010"}, 0, 0},
+      {{"CR02", "0"}, 0, 0},
+      {{"CR01"}, 0, 0},
+      {{}, 0, 0},
+  };
+  const CString path = MakeFile();
+  const Case* now = nullptr;
+  LoopbackServer server([&](Peer& peer, int) {
+    peer.ReadFrame();
+    for (const std::string& piece : now->pieces) {
+      peer.Write(piece);
+      if (now->pieces.size() > 1) std::this_thread::sleep_for(milliseconds(5));
+    }
+  });
+  for (const Case& c : cases) {
+    now = &c;
+    EXPECT_EQ(ChannelTo(server).SendNemiInfFile(path), c.delivery) << &c - cases;
+    EXPECT_EQ(ChannelTo(server).SendSpoolPrintOut(L"u", L"j", L"c"), c.print_out) << &c - cases;
+  }
+}
+
+TEST_F(SharedPrinterCommunicationTest, DeliveryIsRepeatedUntilItIsAccepted) {
+  struct Case {
+    int retry;
+    int accepted_at;  // the connection that is accepted, from 0
+    int result;
+    int connections;
+  };
+  const Case cases[] = {
+      {3, 9, 0, 4}, {3, 2, 1, 3}, {0, 9, 0, 1}, {0, 0, 1, 1}, {-1, 9, 0, 1}, {1, 1, 1, 2},
+  };
+  const CString path = MakeFile();
+  for (const Case& c : cases) {
+    LoopbackServer server([&](Peer& peer, int index) {
+      peer.ReadFrame();
+      const bool closes = index % 2 == 1;  // any failure counts, not the refusal alone
+      if (index == c.accepted_at) {
+        peer.Write("CR010");
+      } else if (!closes) {
+        peer.Write("CR011");
+      }
+    });
+    EXPECT_EQ(ChannelTo(server, c.retry).SendNemiInfFile(path), c.result) << &c - cases;
+    EXPECT_EQ(server.connections(), c.connections) << &c - cases;
+  }
+}
+
+TEST_F(SharedPrinterCommunicationTest, PeerThatEndsAtAnyByteDoesNoHarm) {
+  const CString path = MakeFile(std::string(300'000, 'x'));
+  const std::size_t before = OpenDescriptors();
+  {
+    const std::string answers[] = {"CR010", "CR060", TimeAnswer("2026/1/2 3:04:05")};
+    std::size_t answered = 0;
+    int kind = 0;
+    bool is_reset = false;
+    std::size_t read = 0;
+    LoopbackServer server([&](Peer& peer, int) {
+      if (is_reset) peer.ResetOnClose();
+      if (read < 8) {
+        peer.Read(read);
+      } else {
+        kind == 2 ? peer.Read(8) : peer.ReadFrame();
+      }
+      peer.Write(answers[kind].substr(0, answered));
+    });
+    CSharedPrinterCommunication channel = ChannelTo(server, 1);
+    const auto exchange = [&] {
+      if (kind == 0) return channel.SendNemiInfFile(path) != 0;
+      if (kind == 1) return channel.SendSpoolPrintOut(L"u", L"j", L"c") != 0;
+      return channel.GetServerTime(L"").GetTime() != 0;
+    };
+    for (kind = 0; kind < 3; ++kind) {
+      const std::string& whole = answers[kind];
+      for (const bool reset : {false, true}) {
+        is_reset = reset;
+        read = 8;
+        for (answered = 0; answered < whole.size(); ++answered) {
+          const bool result = exchange();
+          // A time is scanned as far as it came, and its last digit may be missing. A reset may
+          // also take away what came before it.
+          const bool expected = kind == 2 && answered + 1 == whole.size();
+          if (!is_reset || !expected) {
+            EXPECT_EQ(result, expected) << kind << " " << answered;
+          }
+        }
+        answered = 0;
+        for (read = 0; read < 8; ++read) EXPECT_FALSE(exchange()) << kind << " " << read;
+      }
+    }
+  }
+  EXPECT_EQ(OpenDescriptors(), before);
+}
+
+TEST_F(SharedPrinterCommunicationTest, UnresolvedServerEndsBehindTheFirstLine) {
+  const CString path = MakeFile();
+  const LogLine first = ConnectLines()[0];
+  const std::size_t before = OpenDescriptors();
+  for (const CString& name :
+       {CString(L""), CString(L"a..b"), CString(256, L'x'), CString(100, L'あ')}) {
+    log_.Clear();
+    SetLastError(kErrorWouldBlock);  // what is left of an earlier call decides nothing
+    CSharedPrinterCommunication channel(name, 9, 1000, 1);
+    EXPECT_EQ(channel.SendNemiInfFile(path), 0);
+    EXPECT_EQ(channel.SendSpoolPrintOut(L"u", L"j", L"c"), 0);
+    EXPECT_EQ(channel.GetServerTime(L""), CTime());
+    EXPECT_EQ(log_.lines(), std::vector<LogLine>(4, first)) << "two attempts and two exchanges";
+  }
+  EXPECT_EQ(OpenDescriptors(), before);
+}
+
+TEST_F(SharedPrinterCommunicationTest, RefusedConnectionFailsAtTheSend) {
+  LoopbackServer server(1);
+  server.Stop();
+  const std::size_t before = OpenDescriptors();
+  EXPECT_EQ(ChannelTo(server).SendNemiInfFile(MakeFile()), 0);
+  EXPECT_EQ(log_.lines(), ConnectLines());
+  log_.Clear();
+  EXPECT_EQ(ChannelTo(server).GetServerTime(L""), CTime());
+  EXPECT_EQ(log_.lines(), ConnectLinesAnd({TimeText(L"")})) << "nothing was asked, nothing came";
+  EXPECT_EQ(OpenDescriptors(), before);
+}
+
+TEST_F(SharedPrinterCommunicationTest, ConnectionThatCannotBeginFailsAtOnce) {
+  CSharedPrinterCommunication channel(L"255.255.255.255", 9, 1000, 0);
+  EXPECT_EQ(channel.GetServerTime(L""), CTime());
+  EXPECT_EQ(log_.lines(), ConnectLines()) << "no line for a time that was not asked for";
+}
+
+TEST_F(SharedPrinterCommunicationTest,
+       ServerThatDoesNotAnswerCostsTheConnectTimeoutForEachAttempt) {
+  LoopbackServer server(0);
+  const int first = OpenTcpSocket();  // fills the queue
+  ASSERT_TRUE(ConnectTcp(first, 0x7F000001, server.port(), milliseconds(5000)));
+  const CString path = MakeFile();
+  const auto start = steady_clock::now();
+  EXPECT_EQ(ChannelTo(server, 2, 150).SendNemiInfFile(path), 0);
+  const auto time = steady_clock::now() - start;
+  CloseTcpSocket(first);
+  EXPECT_GE(time, milliseconds(450));
+  EXPECT_LT(time, milliseconds(4500)) << "no wait for an answer to what was never sent";
+}
+
+TEST_F(SharedPrinterCommunicationTest, PrintOutRequestCarriesTheTextAndAsManyZeroBytes) {
+  struct Case {
+    const char* code_page;
+    const wchar_t* user;
+    const wchar_t* job;
+    const wchar_t* client;
+    std::string text;
+  };
+  const std::string tail = "<PrintMode>OUTPUT</PrintMode></QTL></Velkorandia>";
+  const Case cases[] = {
+      {"65001", L"user", L"42", L"pc1",
+       "<Velkorandia><QTL><JobUser>user</JobUser><JobAccessKey></JobAccessKey><JobId>42</JobId>"
+       "<ClientName>pc1</ClientName>" +
+           tail},
+      {"65001", L"", L"a&b%s", L"日本",
+       "<Velkorandia><QTL><JobUser></JobUser><JobAccessKey></JobAccessKey><JobId>a&b%s</JobId>"
+       "<ClientName>日本</ClientName>" +
+           tail},
+      {"932", L"表", L"1", L"①",
+       "<Velkorandia><QTL><JobUser>" + FromHex("955c") +
+           "</JobUser><JobAccessKey></JobAccessKey><JobId>1</JobId><ClientName>" + FromHex("8740") +
+           "</ClientName>" + tail},
+  };
+  std::string frame;
+  LoopbackServer server([&](Peer& peer, int) {
+    frame = peer.ReadFrame();
+    peer.Write("CR060");
+  });
+  for (const Case& c : cases) {
+    const testing::ScopedEnvironment code_page("TQ_ANSI_CODEPAGE", c.code_page);
+    EXPECT_EQ(ChannelTo(server, 5).SendSpoolPrintOut(c.user, c.job, c.client), 1);
+    const std::size_t size = 2 * c.text.size();
+    EXPECT_EQ(ToHex(frame), ToHex("CS06" + BigEndian(size) + Filled(c.text, size)));
+  }
+}
+
+TEST_F(SharedPrinterCommunicationTest, PrintOutRequestIsNotRepeated) {
+  LoopbackServer server([](Peer& peer, int) {
+    peer.ReadFrame();
+    peer.Write("CR061");
+  });
+  EXPECT_EQ(ChannelTo(server, 5).SendSpoolPrintOut(L"u", L"j", L"c"), 0);
+  EXPECT_EQ(server.connections(), 1);
+}
+
+// Seconds since 1970 of 2026-01-02 03:04:05 UTC.
+constexpr std::int64_t kNight = 1767323045;
+constexpr std::int64_t kNineHours = 32400;
+
+struct TimeCase {
+  const char* text;
+  std::int64_t time;  // as UTC, before the correction; -1 for none
+};
+
+constexpr TimeCase kTimeCases[] = {
+    {"2026/1/2 3:04:05", kNight},
+    {"2026/01/02 03:04:05", kNight},
+    {"2026/01/02\t\r\n 03:04:05", kNight},
+    {" 2026/ 1/ 2 3: 4: 5 and more", kNight},
+    {"+2026/+1/2+3:04:05", kNight},
+    {"2026/1/23:04:05", -1},
+    {"2026 /1/2 3:04:05", -1},
+    {"2026-1-2 3:04:05", -1},
+    {"2026/1/2 3:04", -1},
+    {"2026/1/2 3:04:", -1},
+    {"2026/1/2", -1},
+    {"", -1},
+    {"x2026/1/2 3:04:05", -1},
+    {"2026/13/2 3:04:05", -1},
+    {"2026/0/2 3:04:05", -1},
+    {"2026/1/0 3:04:05", -1},
+    {"2026/1/32 3:04:05", -1},
+    {"2026/1/2 24:04:05", -1},
+    {"2026/1/2 -1:04:05", -1},
+    {"2026/1/2 3:60:05", -1},
+    {"2026/1/2 3:04:60", -1},
+    {"1969/1/2 3:04:05", -1},
+    {"3001/1/2 3:04:05", -1},
+    {"4294969322/1/2 3:04:05", -1},
+    {"18446744073709553642/1/2 3:04:05", -1},
+    {"2026/2/31 0:00:00", 1772496000},     // 2026-03-03
+    {"3000/12/31 23:59:59", 32535215999},  // the last one
+    {"1970/1/1 0:00:00", 0},               // plus nine hours
+};
+
+TEST_F(SharedPrinterCommunicationTest, TimeIsTheServersTextAndNineHours) {
+  const testing::ScopedEnvironment zone("TZ", "UTC0");
+  tzset();
+  const char* answer = nullptr;
+  std::string frame;
+  LoopbackServer server([&](Peer& peer, int) {
+    frame = peer.Read(8);
+    peer.Write(TimeAnswer(answer));
+  });
+  for (const TimeCase& c : kTimeCases) {
+    answer = c.text;
+    const CTime time = ChannelTo(server, 5).GetServerTime(L"not read");
+    EXPECT_EQ(time.GetTime(), c.time < 0 ? 0 : c.time + kNineHours) << c.text;
+    EXPECT_EQ(log_.lines(3).back(), TimeText(FromUtf8(c.text)));
+  }
+  EXPECT_EQ(frame, std::string("CS02\0\0\0\1", 8));
+  EXPECT_EQ(server.connections(), static_cast<int>(std::size(kTimeCases))) << "nothing is repeated";
+}
+
+TEST_F(SharedPrinterCommunicationTest, TimeIsReadInTheZoneOfTheClient) {
+  struct Case {
+    const char* zone;
+    const char* text;
+    std::int64_t time;
+  };
+  static constexpr Case kCases[] = {
+      {"JST-9", "2026/1/2 12:04:05", kNight},
+      {"EST5EDT,M3.2.0,M11.1.0", "2026/1/1 22:04:05", kNight},
+      {"EST5EDT,M3.2.0,M11.1.0", "2026/7/1 00:00:00", 1782878400},  // daylight saving time
+      {"JST-9", "1970/1/1 8:59:59", -1},  // a second before the beginning is a time as well
+  };
+  for (const Case& c : kCases) {
+    LoopbackServer server([&](Peer& peer, int) {
+      peer.Read(8);
+      peer.Write(TimeAnswer(c.text));
+    });
+    testing::ChildProcess child([&] {
+      setenv("TZ", c.zone, 1);
+      tzset();
+      InstallLogSink(nullptr);
+      return ChannelTo(server).GetServerTime(L"").GetTime() == c.time + kNineHours ? 0 : 1;
+    });
+    EXPECT_EQ(child.Wait(), 0) << c.zone << " " << c.text;
+  }
+}
+
+TEST_F(SharedPrinterCommunicationTest, TimeLinesTellEachPiece) {
+  LoopbackServer server([](Peer& peer, int) {
+    peer.Read(8);
+    peer.Write(TimeAnswer("2026/1/2 3:04:05"));
+  });
+  EXPECT_NE(ChannelTo(server).GetServerTime(L""), CTime());
+  EXPECT_EQ(log_.lines(), ConnectLinesAnd({Length(8), Received(8), Length(16), Received(16),
+                                           TimeText(L"2026/1/2 3:04:05")}));
+}
+
+TEST_F(SharedPrinterCommunicationTest, BodyOfATimeIsBounded) {
+  const LogLine too_long = {5,
+                            101128,
+                            L"CSharedPrinterCommunication::GetServerTime",
+                            L"クライアント通信スレッドの受信エラーが発生しました。",
+                            {},
+                            10040};
+  const std::string full = Filled("2026/1/2 3:04:05", 1024);
+  const std::string no_end = "2026/1/2 3:04:05" + std::string(1008, 'x');
+  struct Case {
+    std::uint32_t length;
+    std::string body;
+    bool is_time;
+    std::vector<LogLine> lines;  // behind those of the header
+  };
+  const Case cases[] = {
+      {0, "", false, {Length(0), TimeText(L"")}},
+      {1024, full, true, {Length(1024), Received(1024), TimeText(L"2026/1/2 3:04:05")}},
+      {1024, no_end, true, {Length(1024), Received(1024), TimeText(FromUtf8(no_end))}},
+      {1025, full + "x", false, {too_long, TimeText(L"")}},
+      {0x7FFFFFFF, full, false, {too_long, TimeText(L"")}},
+      {0x80000000, full, false, {Length(-2147483647 - 1), TimeText(L"")}},
+      {0xFFFFFFFF, full, false, {Length(-1), TimeText(L"")}},
+  };
+  const Case* now = nullptr;
+  LoopbackServer server([&](Peer& peer, int) {
+    peer.Read(8);
+    peer.Write("CR02" + BigEndian(now->length));
+    std::this_thread::sleep_for(milliseconds(20));  // the header is a piece of its own
+    peer.Write(now->body);
+  });
+  for (const Case& c : cases) {
+    now = &c;
+    log_.Clear();
+    EXPECT_EQ(ChannelTo(server).GetServerTime(L"") != CTime(), c.is_time) << c.length;
+    std::vector<LogLine> lines = log_.lines();
+    const LogLine piece = Received(1024);  // a body may come in any number of pieces
+    lines.erase(
+        std::unique(lines.begin(), lines.end(),
+                    [&](const LogLine& a, const LogLine& b) { return a == b && a == piece; }),
+        lines.end());
+    std::vector<LogLine> expected = ConnectLinesAnd({Length(8), Received(8)});
+    expected.insert(expected.end(), c.lines.begin(), c.lines.end());
+    EXPECT_EQ(lines, expected) << c.length;
+  }
+}
+
+TEST_F(SharedPrinterCommunicationTest, ConnectionThatEndsInTheTimeLeavesWhatCame) {
+  LoopbackServer server([](Peer& peer, int index) {
+    peer.Read(8);
+    peer.Write(index == 0 ? "CR02" + BigEndian(100) + "2026/1/2 3:04:05" : std::string("CR0"));
+  });
+  EXPECT_NE(ChannelTo(server).GetServerTime(L""), CTime());
+  EXPECT_EQ(log_.lines().back(), TimeText(L"2026/1/2 3:04:05"));
+  EXPECT_EQ(ChannelTo(server).GetServerTime(L""), CTime());
+  EXPECT_EQ(log_.lines().back(), TimeText(L"")) << "a header without its length has no body";
+}
+
+TEST_F(SharedPrinterCommunicationTest, TimeThatStopsComingIsNone) {
+  LoopbackServer server([](Peer& peer, int index) {
+    peer.Read(8);
+    peer.Write(index == 0 ? "CR02" + BigEndian(100) + "2026/1/2 3:04:05" : std::string("CR0"));
+    peer.Read(1);  // until the client has had enough
+  });
+  const LogLine timeout = {
+      5, 141128, kReceiveData, L"クライアント通信で受信タイムアウトが発生しました。", {}, 10060};
+  const ScopedExchangeWaits waits(milliseconds(60'000), milliseconds(100));
+  for (const wchar_t* text : {L"2026/1/2 3:04:05", L"CR0"}) {
+    log_.Clear();
+    EXPECT_EQ(ChannelTo(server).GetServerTime(L""), CTime());
+    EXPECT_THAT(log_.lines(3), ::testing::ElementsAre(timeout, TimeText(text)));
+  }
+}
+
+TEST_F(SharedPrinterCommunicationTest, TimeThatBreaksOffIsAnError) {
+  LoopbackServer server([&](Peer& peer, int) {
+    peer.ResetOnClose();
+    peer.Read(8);
+    peer.Write("CR02" + BigEndian(100));
+    // Until the client waits for the body.
+    for (int i = 0; i < 5000 && log_.lines().size() < 7; ++i) {
+      std::this_thread::sleep_for(milliseconds(1));
+    }
+  });
+  EXPECT_EQ(ChannelTo(server).GetServerTime(L""), CTime());
+  EXPECT_THAT(log_.lines(3), ::testing::ElementsAre(
+                                 LogLine{5,
+                                         101128,
+                                         kReceiveData,
+                                         L"クライアント通信スレッドの受信エラーが発生しました。",
+                                         {},
+                                         10054},
+                                 TimeText(L"")));
+}
+
+TEST_F(SharedPrinterCommunicationTest, WaitsCountAnewForEachPiece) {
+  const auto drip = [](Peer& peer, std::string_view answer) {
+    for (const char c : answer) {
+      std::this_thread::sleep_for(milliseconds(220));
+      peer.Write({&c, 1});
+    }
+  };
+  LoopbackServer delivery([&](Peer& peer, int) {
+    peer.ReadFrame();
+    drip(peer, "CR010");
+  });
+  LoopbackServer time([&](Peer& peer, int) {
+    peer.Read(8);
+    peer.Write("CR02" + BigEndian(16) + "2026/1/2 3:");
+    drip(peer, "04:05");
+  });
+  const ScopedExchangeWaits waits(milliseconds(1000), milliseconds(1000));
+  EXPECT_EQ(ChannelTo(delivery).SendNemiInfFile(MakeFile()), 1);
+  EXPECT_NE(ChannelTo(time).GetServerTime(L""), CTime());
+}
+
+TEST_F(SharedPrinterCommunicationTest, SilentServerFailsAStatusAnswer) {
+  LoopbackServer server([](Peer& peer, int) {
+    peer.ReadFrame();
+    peer.Write("CR01");
+    peer.Read(1);
+  });
+  const ScopedExchangeWaits waits(milliseconds(50), milliseconds(60'000));
+  EXPECT_EQ(ChannelTo(server, 1).SendNemiInfFile(MakeFile()), 0);
+  EXPECT_EQ(server.connections(), 2);
+}
+
+TEST_F(SharedPrinterCommunicationTest, SlowWaitsAreFiveAndTenSeconds) {
+  EXPECT_EQ(CSharedPrinterCommunication::RECEIVE_TIMEOUT, 10'000'000);
+  LoopbackServer silent(2);
+  const auto start = steady_clock::now();
+  steady_clock::duration status_time{};
+  std::thread status([&] {
+    ChannelTo(silent).SendSpoolPrintOut(L"u", L"j", L"c");
+    status_time = steady_clock::now() - start;
+  });
+  ChannelTo(silent).GetServerTime(L"");
+  const auto data_time = steady_clock::now() - start;
+  status.join();
+  EXPECT_GE(status_time, milliseconds(5000));
+  EXPECT_LT(status_time, milliseconds(9000));
+  EXPECT_GE(data_time, milliseconds(10'000));
+  EXPECT_LT(data_time, milliseconds(19'000));
+}
+
+TEST_F(SharedPrinterCommunicationTest, SocketStateIsAskedForBothDirections) {
+  LoopbackServer server(1);
+  const int socket = OpenTcpSocket();
+  ASSERT_TRUE(ConnectTcp(socket, 0x7F000001, server.port(), milliseconds(5000)));
+  const ScopedExchangeWaits waits(milliseconds(20), milliseconds(20));
+  EXPECT_EQ(CheckSocketStat(socket, 0), 0);
+  EXPECT_EQ(CheckSocketStat(socket, 1), 1);
+  EXPECT_EQ(CheckSocketStat(socket, 2), 0);
+  EXPECT_EQ(CheckSocketStat(socket, -1), 0);
+  server.Stop();  // resets what it never accepted
+  EXPECT_EQ(CheckSocketStat(socket, 0), 1);
+  CloseTcpSocket(socket);
+  EXPECT_EQ(CheckSocketStat(kNoSocket, 0), 0);
+}
+
+}  // namespace
+}  // namespace vk::tq
