@@ -1,6 +1,8 @@
 # Keeps the floors of the house apart: an include points to the same folder or to a floor below, and only platform/posix
 # includes headers of the operating system or of a third party.
 #   cmake -D ROOT=<source folder> -P CheckLayers.cmake
+cmake_minimum_required(VERSION 3.25)
+
 set(below_platform "")
 set(below_foundation platform)
 set(below_storage platform foundation)
