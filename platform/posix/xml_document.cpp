@@ -205,7 +205,7 @@ void StartElement(void* context, const xmlChar* name, const xmlChar* prefix, con
                         defaulted_count, attributes);
 }
 
-// The bytes stay where they are, with a NUL behind them.
+// The bytes have a NUL behind them.
 Document ParseBytes(const SecureBytes& bytes, bool ignore_declared_encoding) {
   static const bool is_initialised = (xmlInitParser(), true);
   static_cast<void>(is_initialised);
@@ -213,34 +213,19 @@ Document ParseBytes(const SecureBytes& bytes, bool ignore_declared_encoding) {
 
   const SilentScope silent;
   struct FreeParser {
-    void operator()(xmlParserCtxt* parser) const {
-      if (parser->myDoc != nullptr) FreeDocument()(parser->myDoc);
-      parser->myDoc = nullptr;
-      xmlFreeParserCtxt(parser);
-    }
+    void operator()(xmlParserCtxt* parser) const { xmlFreeParserCtxt(parser); }
   };
   const std::unique_ptr<xmlParserCtxt, FreeParser> parser(Require(xmlNewParserCtxt()));
-  // A text may be long: nothing in it can grow, since there are no entities.
-  xmlCtxtUseOptions(parser.get(), XML_PARSE_NONET | XML_PARSE_HUGE | XML_PARSE_NOERROR |
-                                      XML_PARSE_NOWARNING |
-                                      (ignore_declared_encoding ? XML_PARSE_IGNORE_ENC : 0));
   parser->sax->internalSubset = RefuseDocumentType;
   parser->sax->startElementNs = StartElement;
-
-  xmlParserInputBuffer* const buffer = Require(
-      xmlParserInputBufferCreateStatic(reinterpret_cast<const char*>(bytes.data()),
-                                       static_cast<int>(bytes.size() - 1), XML_CHAR_ENCODING_NONE));
-  xmlParserInput* const input = xmlNewIOInputStream(parser.get(), buffer, XML_CHAR_ENCODING_NONE);
-  if (input == nullptr) {
-    xmlFreeParserInputBuffer(buffer);
-    throw XmlError(XmlError::kOutOfMemory);
-  }
-  if (inputPush(parser.get(), input) < 0) throw XmlError(XmlError::kOutOfMemory);
-
-  xmlParseDocument(parser.get());
-  if (parser->wellFormed == 0 || parser->nsWellFormed == 0) return {};
-  Document document(std::exchange(parser->myDoc, nullptr));
-  if (document != nullptr) DropBlanks(xmlDocGetRootElement(document.get()));
+  // A text may be long: nothing in it can grow, since there are no entities.
+  Document document(xmlCtxtReadMemory(parser.get(), reinterpret_cast<const char*>(bytes.data()),
+                                      static_cast<int>(bytes.size() - 1), nullptr, nullptr,
+                                      XML_PARSE_NONET | XML_PARSE_HUGE | XML_PARSE_NOERROR |
+                                          XML_PARSE_NOWARNING |
+                                          (ignore_declared_encoding ? XML_PARSE_IGNORE_ENC : 0)));
+  if (document == nullptr || parser->nsWellFormed == 0) return {};
+  DropBlanks(xmlDocGetRootElement(document.get()));
   return document;
 }
 
