@@ -12,17 +12,21 @@
 #include <mutex>
 #include <sstream>
 
+#include "foundation/util.h"
+
 namespace demo {
 
 namespace fs = std::filesystem;
 
 std::string Narrow(std::wstring_view text) {
-  const std::u8string bytes = fs::path(text).u8string();
-  return {bytes.begin(), bytes.end()};
+  std::string bytes(4 * text.size() + 1, '\0');
+  const std::size_t size = std::wcstombs(bytes.data(), std::wstring(text).c_str(), bytes.size());
+  bytes.resize(size == static_cast<std::size_t>(-1) ? 0 : size);
+  return bytes;
 }
 
-std::wstring Wide(std::string_view bytes) {
-  return fs::path(std::u8string(bytes.begin(), bytes.end())).wstring();
+std::wstring Wide(const std::string& bytes) {
+  return vk::tq::CUtil::ConvertToUnicode(65001, bytes.c_str());
 }
 
 void Chapter(std::string_view title) {

@@ -11,8 +11,9 @@
 
 namespace demo {
 
+// Wide text to the terminal's UTF-8, and back. main() sets the locale.
 std::string Narrow(std::wstring_view text);
-std::wstring Wide(std::string_view bytes);
+std::wstring Wide(const std::string& bytes);
 
 // Prints a heading, a line of explanation, and lists that are set off from them.
 void Chapter(std::string_view title);

@@ -1,10 +1,12 @@
 // Holds one print job back, reads it again as another program would, and removes it.
+#include <clocale>
 #include <cstdio>
 
 #include "jobs/manage_file_access.h"
 
 int main() {
   using vk::tq::CManageFileAccess;
+  std::setlocale(LC_ALL, "");
 
   // A new job: fill the record, write it. The file C:\Jobs\Job0001.005 now holds it, enciphered.
   CManageFileAccess job(L"C:\\Jobs\\Job0001");

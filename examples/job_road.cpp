@@ -2,6 +2,7 @@
 //
 // Run without arguments it makes a temporary product folder and goes down the road. `job_road
 // --read BASE` is the second process: it binds to the job, and prints what it sees.
+#include <clocale>
 #include <cstdio>
 #include <cstring>
 
@@ -113,6 +114,7 @@ class JobRoad {
 }  // namespace
 
 int main(int count, char** arguments) {
+  std::setlocale(LC_CTYPE, "C.UTF-8");
   if (count == 3 && std::strcmp(arguments[1], "--read") == 0) {
     return ReadAsAnotherProcess(demo::Wide(arguments[2]));
   }
