@@ -108,6 +108,7 @@ constexpr ErrorText kErrorTexts[] = {
     {kErrorInvalidHandle, L"The handle is not valid."},
     {kErrorNotEnoughMemory, L"There is not enough memory."},
     {kErrorInvalidData, L"The data is not valid."},
+    {14, L"There is not enough memory."},
     {kErrorNotSameDevice, L"The two places are on different disks."},
     {kErrorNoMoreFiles, L"There are no further files."},
     {kErrorWriteProtect, L"The disk cannot be written."},

@@ -1,0 +1,149 @@
+#include "platform/log_output.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <syslog.h>
+#include <unistd.h>
+
+#include <filesystem>
+#include <regex>
+#include <sstream>
+#include <thread>
+
+#include "platform/error.h"
+#include "support/test_support.h"
+
+namespace vk::tq::testing {
+namespace {
+
+namespace fs = std::filesystem;
+using ::testing::HasSubstr;
+using ::testing::IsEmpty;
+using ::testing::Not;
+
+// The file is settled at the first line of a process, so each test logs in processes of its own.
+class LogOutputTest : public ::testing::Test {
+ protected:
+  void Log(const std::function<void()>& work) const {
+    ChildProcess child([&] {
+      work();
+      return 0;
+    });
+    EXPECT_EQ(0, child.Wait());
+  }
+  std::vector<std::string> Lines() const {
+    std::vector<std::string> lines;
+    std::istringstream text(ReadNative(native_));
+    for (std::string line; std::getline(text, line);) lines.push_back(line);
+    return lines;
+  }
+
+  TempFolder temp_;
+  std::string native_ = temp_.native("program.log");
+  ScopedEnvironment file_{"TQ_LOG_FILE", native_.c_str()};
+};
+
+TEST_F(LogOutputTest, ALineTellsTimeProcessThreadAndLevel) {
+  Log([] { AppendProgramLog(5, L"日本\r\n\tx\x1B[2J"); });
+  ASSERT_EQ(1U, Lines().size());
+  const std::regex form(R"(\d{4}-\d\d-\d\dT\d\d:\d\d:\d\d\.\d{3}Z (\d+):\1 5 日本\\r\\n)"
+                        "\tx\\?\\[2J");
+  EXPECT_TRUE(std::regex_match(Lines()[0], form)) << Lines()[0];
+}
+
+TEST_F(LogOutputTest, LongLinesOfManyWritersDoNotMix) {
+  const auto write = [](wchar_t c) {
+    for (int i = 0; i < 50; ++i) AppendProgramLog(2, std::wstring(20'000, c));
+  };
+  ChildProcess one([&] { return write(L'a'), 0; });
+  ChildProcess two([&] {
+    std::thread other([&] { write(L'b'); });
+    write(L'c');
+    other.join();
+    return 0;
+  });
+  EXPECT_EQ(0, one.Wait());
+  EXPECT_EQ(0, two.Wait());
+  EXPECT_EQ(150U, Lines().size());
+  for (const std::string& line : Lines()) {
+    EXPECT_EQ(20'000, std::count(line.begin(), line.end(), line.back()));
+  }
+}
+
+TEST_F(LogOutputTest, AChildOfALoggingProcessGoesOn) {
+  Log([] {
+    AppendProgramLog(2, L"parent");
+    ChildProcess child([] {
+      AppendProgramLog(2, std::to_wstring(gettid()));
+      return 0;
+    });
+    child.Wait();
+  });
+  ASSERT_EQ(2U, Lines().size());
+  const std::string thread = Lines()[1].substr(Lines()[1].rfind(' ') + 1);
+  EXPECT_THAT(Lines()[1], HasSubstr(" " + thread + ":" + thread + " "));
+}
+
+TEST_F(LogOutputTest, ALogThatWasMovedAwayBeginsAnew) {
+  Log([&] {
+    AppendProgramLog(2, L"old");
+    fs::rename(native_, temp_.native("program.log.1"));
+    fs::current_path("/");
+    AppendProgramLog(2, L"new");
+  });
+  EXPECT_THAT(ReadNative(native_), HasSubstr("new"));
+  EXPECT_THAT(ReadNative(native_), Not(HasSubstr("old")));
+}
+
+TEST_F(LogOutputTest, WhatSomebodyPlantedIsLeftAlone) {
+  const std::string victim = temp_.native("victim");
+  WriteNative(victim, "");
+  const auto log = [] {
+    SetLastError(77);
+    AppendProgramLog(5, L"text");
+    if (GetLastError() != 77) _exit(1);
+  };
+  fs::create_symlink(victim, native_);
+  Log(log);
+  fs::remove(native_);
+  fs::create_hard_link(victim, native_);
+  Log(log);
+  EXPECT_EQ("", ReadNative(victim));
+  fs::remove(native_);
+  ASSERT_EQ(0, mkfifo(native_.c_str(), 0600));
+  Log(log);
+  fs::remove(native_);
+  fs::create_directory(native_);
+  Log(log);
+}
+
+TEST_F(LogOutputTest, WithoutAFileThereIsNoLog) {
+  const ScopedEnvironment none("TQ_LOG_FILE", nullptr);
+  const ScopedEnvironment level("TQ_LOG_LEVEL", "4x");
+  ChildProcess child([] {
+    AppendProgramLog(5, L"text");
+    return HasProgramLog() || ProgramLogLevel() != 2 ? 1 : 0;
+  });
+  EXPECT_EQ(0, child.Wait());
+}
+
+// libc copies each entry to the standard error output on demand, and drops those whose priority is
+// masked.
+TEST_F(LogOutputTest, EventsReachTheSystemWithTheirPriority) {
+  const auto entries = [&](int priorities) {
+    Log([&] {
+      const int out = open(native_.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600);
+      dup2(out, STDERR_FILENO);
+      openlog("tq", LOG_PERROR, LOG_USER);
+      setlogmask(priorities);
+      WriteSystemEvent(0xC0004000, L"日本 %s\nerror");
+      WriteSystemEvent(0x80003000, L"warning");
+    });
+    return ReadNative(native_);
+  };
+  EXPECT_EQ("tq: C0004000 日本 %s\\nerror\n", entries(LOG_MASK(LOG_ERR)));
+  EXPECT_EQ("tq: 80003000 warning\n", entries(LOG_MASK(LOG_WARNING)));
+}
+
+}  // namespace
+}  // namespace vk::tq::testing

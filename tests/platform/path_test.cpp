@@ -1,0 +1,126 @@
+#include "platform/path.h"
+
+#include <pwd.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <filesystem>
+
+#include "platform/error.h"
+#include "platform/posix/native.h"
+#include "support/test_support.h"
+
+namespace vk::tq::testing {
+namespace {
+
+namespace fs = std::filesystem;
+
+TEST(PathTest, ToNative) {
+  const ScopedEnvironment volumes("TQ_VOLUMES", "/v");
+  const struct {
+    const wchar_t* path;
+    const char* native;
+  } cases[] = {
+      {L"", ""},
+      {L"\\tmp\\a/b", "/tmp/a/b"},
+      {L"a\\..\\b", "a/../b"},
+      {L"C:\\Dir\\日本.txt", "/v/c/Dir/日本.txt"},
+      {L"z:", "/v/z"},
+      {L"Z:file", "/v/z/file"},
+      {L"c:\\dir\\", "/v/c/dir/"},
+      {L"c:\\a\\.\\\\b\\..\\c", "/v/c/a/c"},
+      {L"c:\\..\\..\\etc\\passwd", "/v/c/etc/passwd"},
+      {L"c:..", "/v/c"},
+      {L"1:\\a", "1:/a"},
+      {L"ab:\\a", "ab:/a"},
+  };
+  for (const auto& test : cases) EXPECT_EQ(test.native, PathToNative(test.path));
+  EXPECT_EQ("/a", PathToNative(std::wstring_view(L"\\a\0b", 4))) << "a path ends at a NUL";
+  const ScopedEnvironment none("TQ_VOLUMES", nullptr);
+  EXPECT_EQ("/var/lib/tessaloquin/volumes/c/a", PathToNative(L"C:\\a"));
+}
+
+TEST(PathTest, EveryNativeNameReadsBack) {
+  std::string every_byte = "/";
+  for (int byte = 1; byte < 256; ++byte) every_byte += static_cast<char>(byte);
+  for (const std::string& native :
+       {std::string("/a/b"), every_byte, std::string("a\\b"), std::string("\xED\xA0\x80\xC3"),
+        std::string("\xF0\x9F\x98\x80"), std::string("\xEF\xBF\xBD")}) {
+    EXPECT_EQ(native, PathToNative(PathFromNative(native))) << ToHex(native);
+  }
+  EXPECT_EQ(L"\\a\\日本", PathFromNative("/a/日本"));
+  // A name on disk that is no UTF-8 is found under the path that the library gives it.
+  const TempFolder temp;
+  WriteNative(temp.native("\xFF\\x"), "");
+  const std::wstring name = NameFromNative(ListNative(temp.native()).front());
+  EXPECT_EQ(std::wstring::npos, name.find(L'\\'));
+  EXPECT_TRUE(ExistsNative(PathToNative(temp.path(name))));
+}
+
+TEST(PathTest, SpecialFolders) {
+  const ScopedEnvironment common("TQ_COMMON_APPDATA", nullptr);
+  EXPECT_EQ(L"\\var\\lib", SpecialFolder(35));
+  EXPECT_FALSE(SpecialFolder(36));
+  const ScopedEnvironment other("TQ_COMMON_APPDATA", "/x/y//");
+  EXPECT_EQ(L"\\x\\y", SpecialFolder(35));
+  const ScopedEnvironment drive("TQ_COMMON_APPDATA", "C:\\ProgramData\\");
+  EXPECT_EQ(L"C:\\ProgramData", SpecialFolder(35));
+  const ScopedEnvironment root("TQ_COMMON_APPDATA", "/");
+  EXPECT_EQ(L"\\", SpecialFolder(35));
+}
+
+TEST(PathTest, TheUsersFolder) {
+  const struct {
+    const char* own;
+    const char* xdg;
+    const char* home;
+    const wchar_t* folder;
+  } cases[] = {
+      {"/own/", "/xdg", "/home/x", L"\\own"},
+      {nullptr, "/xdg/", "/home/x", L"\\xdg"},
+      {"", "xdg", "/home/x/", L"\\home\\x\\.local\\share"},
+      {nullptr, nullptr, "/", L"\\.local\\share"},
+  };
+  for (const auto& test : cases) {
+    const ScopedEnvironment own("TQ_APPDATA", test.own);
+    const ScopedEnvironment xdg("XDG_DATA_HOME", test.xdg);
+    const ScopedEnvironment home("HOME", test.home);
+    EXPECT_EQ(test.folder, SpecialFolder(26));
+  }
+  const ScopedEnvironment own("TQ_APPDATA", nullptr);
+  const ScopedEnvironment xdg("XDG_DATA_HOME", nullptr);
+  const ScopedEnvironment home("HOME", nullptr);
+  const passwd* const account = getpwuid(geteuid());
+  if (account == nullptr) GTEST_SKIP() << "this user is not in the password database";
+  EXPECT_EQ(PathFromNative(std::string(account->pw_dir) + "/.local/share"), SpecialFolder(26));
+}
+
+TEST(PathTest, TheProgramIsThisOne) {
+  EXPECT_TRUE(fs::equivalent("/proc/self/exe", PathToNative(ProgramPath())));
+}
+
+TEST(PathTest, TemporaryFilesArePrivateAndNew) {
+  const TempFolder temp;
+  const ScopedEnvironment folder("TMPDIR", temp.native().c_str());
+  const mode_t old_mask = umask(0);
+  const std::wstring first = CreateTemporaryFile(L"tq");
+  umask(old_mask);
+  EXPECT_NE(first, CreateTemporaryFile(L"tq"));
+  EXPECT_TRUE(first.starts_with(temp.path(L"tq")));
+  struct stat status {};
+  ASSERT_EQ(0, stat(PathToNative(first).c_str(), &status));
+  EXPECT_EQ(S_IFREG | 0600u, status.st_mode);
+  EXPECT_EQ(0, status.st_size);
+  for (const std::wstring& prefix : {std::wstring(L"..\\..\\x/y"), std::wstring(L"日\0本", 3),
+                                     std::wstring(300, L'長'), std::wstring()}) {
+    const std::string native = PathToNative(CreateTemporaryFile(prefix));
+    EXPECT_EQ(temp.native(), fs::path(native).parent_path()) << native;
+    EXPECT_TRUE(ExistsNative(native));
+  }
+  const ScopedEnvironment missing("TMPDIR", temp.native("none").c_str());
+  EXPECT_EQ(L"", CreateTemporaryFile(L"tq"));
+  EXPECT_EQ(kErrorFileNotFound, GetLastError());
+}
+
+}  // namespace
+}  // namespace vk::tq::testing

@@ -1,0 +1,274 @@
+#include "platform/text.h"
+
+#include <clocale>
+#include <limits>
+#include <random>
+
+#include "platform/error.h"
+#include "support/json.h"
+#include "support/test_support.h"
+
+namespace vk::tq::testing {
+namespace {
+
+constexpr wchar_t kReplacement = 0xFFFD;
+
+std::string Encode(unsigned code_page, std::wstring_view text) {
+  return EncodeText(code_page, text).value_or("no such code page");
+}
+std::wstring Decode(unsigned code_page, std::string_view bytes) {
+  return DecodeText(code_page, bytes).value_or(L"no such code page");
+}
+
+// The plainest decoder that is correct: it asks of each beginning whether it could be a character.
+std::wstring PlainDecode(std::string_view bytes) {
+  const auto is_prefix = [](std::string_view piece) {
+    const auto byte = [&](std::size_t i) { return static_cast<unsigned char>(piece[i]); };
+    const std::size_t length = byte(0) < 0x80   ? 1
+                               : byte(0) < 0xC2 ? 0
+                               : byte(0) < 0xE0 ? 2
+                               : byte(0) < 0xF0 ? 3
+                               : byte(0) < 0xF5 ? 4
+                                                : 0;
+    if (piece.size() > length) return false;
+    for (std::size_t i = 1; i < piece.size(); ++i) {
+      if ((byte(i) & 0xC0) != 0x80) return false;
+    }
+    if (piece.size() < 2) return true;
+    return !(byte(0) == 0xE0 && byte(1) < 0xA0) && !(byte(0) == 0xED && byte(1) >= 0xA0) &&
+           !(byte(0) == 0xF0 && byte(1) < 0x90) && !(byte(0) == 0xF4 && byte(1) >= 0x90);
+  };
+  const auto bits = [](unsigned char byte, unsigned mask) {
+    return static_cast<wchar_t>(byte & mask);
+  };
+  std::wstring text;
+  while (!bytes.empty()) {
+    std::size_t size = 0;
+    while (size < bytes.size() && is_prefix(bytes.substr(0, size + 1))) ++size;
+    const auto first = static_cast<unsigned char>(bytes[0]);
+    const std::size_t whole = first < 0x80 ? 1 : first < 0xE0 ? 2 : first < 0xF0 ? 3 : 4;
+    if (size == whole) {
+      wchar_t c = whole == 1 ? bits(first, 0x7F) : bits(first, 0x7Fu >> whole);
+      for (std::size_t i = 1; i < whole; ++i) {
+        c = static_cast<wchar_t>(c << 6 | bits(static_cast<unsigned char>(bytes[i]), 0x3F));
+      }
+      text += c;
+    } else {
+      text += kReplacement;
+    }
+    bytes.remove_prefix(std::max<std::size_t>(size, 1));
+  }
+  return text;
+}
+
+TEST(TextTest, Utf8InBothDirections) {
+  const std::wstring text = L"aé\u07FF\u0800\uFFFFあ\U00010000\U0010FFFF";
+  const std::string bytes =
+      "a\xC3\xA9\xDF\xBF\xE0\xA0\x80\xEF\xBF\xBF\xE3\x81\x82\xF0\x90\x80\x80\xF4\x8F\xBF\xBF";
+  EXPECT_EQ(bytes, Encode(kCodePageUtf8, text));
+  EXPECT_EQ(text, Decode(kCodePageUtf8, bytes));
+  const std::wstring with_nul(L"a\0b", 3);
+  EXPECT_EQ(with_nul, Decode(kCodePageUtf8, Encode(kCodePageUtf8, with_nul)));
+}
+
+TEST(TextTest, WideTextThatIsNoText) {
+  const std::wstring pair = {0xD83D, 0xDE00};
+  EXPECT_EQ("\xF0\x9F\x98\x80", Encode(kCodePageUtf8, pair)) << "a pair of surrogates";
+  const std::wstring bad = {0xD83D, L'a', 0xDE00, 0x110000, -1};
+  EXPECT_EQ(
+      "\xEF\xBF\xBD"
+      "a\xEF\xBF\xBD\xEF\xBF\xBD\xEF\xBF\xBD",
+      Encode(kCodePageUtf8, bad));
+  EXPECT_EQ("?", Encode(kCodePage932, pair));
+}
+
+// From The Unicode Standard, tables 3-8 to 3-11: U+FFFD for the maximal prefix of a character.
+TEST(TextTest, IllFormedUtf8) {
+  const struct {
+    const char* bytes;
+    const wchar_t* text;
+  } cases[] = {
+      {"\xC0\xAF\xE0\x80\xBF\xF0\x81\x82\x41",
+       L"\uFFFD\uFFFD\uFFFD\uFFFD\uFFFD\uFFFD\uFFFD\uFFFDA"},
+      {"\xED\xA0\x80\xED\xBF\xBF\xED\xAF\x41",
+       L"\uFFFD\uFFFD\uFFFD\uFFFD\uFFFD\uFFFD\uFFFD\uFFFDA"},
+      {"\xF4\x91\x92\x93\xFF\x41\x80\xBF\x42", L"\uFFFD\uFFFD\uFFFD\uFFFD\uFFFDA\uFFFD\uFFFDB"},
+      {"\xE1\x80\xE2\xF0\x91\x92\xF1\xBF\x41", L"\uFFFD\uFFFD\uFFFD\uFFFDA"},
+      {"\xF0\x9F\x98", L"\uFFFD"},
+  };
+  for (const auto& test : cases) EXPECT_EQ(test.text, Decode(kCodePageUtf8, test.bytes));
+}
+
+TEST(TextTest, Utf8OfEveryMixtureAndPieceSize) {
+  constexpr std::string_view kPieces[] = {"a",        "bc",           "0123456789abcdef0123",
+                                          "\xC3\xA4", "\xE3\x81\x82", "\xF0\x9F\x98\x80",
+                                          "\xE3\x81", "\x80",         "\xF5",
+                                          "\xED\xA0"};
+  std::mt19937 random(7);
+  for (int round = 0; round < 300; ++round) {
+    std::string bytes;
+    while (bytes.size() < random() % 5000) bytes += kPieces[random() % std::size(kPieces)];
+    const std::wstring text = PlainDecode(bytes);
+    ASSERT_EQ(text, Decode(kCodePageUtf8, bytes)) << ToHex(bytes);
+    ASSERT_EQ(text, PlainDecode(Encode(kCodePageUtf8, text)));
+
+    Utf8Decoder decoder;
+    std::wstring piecewise;
+    for (std::size_t begin = 0; begin < bytes.size();) {
+      const std::size_t size = 1 + random() % 5;
+      decoder.Decode(std::string_view(bytes).substr(begin, size), piecewise);
+      begin += size;
+    }
+    decoder.Finish(piecewise);
+    ASSERT_EQ(text, piecewise) << ToHex(bytes);
+
+    SecureBytes wiped = {'>'};
+    AppendUtf8(text, wiped);
+    ASSERT_EQ(">" + Encode(kCodePageUtf8, text), std::string(wiped.begin(), wiped.end()));
+  }
+}
+
+TEST(TextTest, Utf16LeInBothDirections) {
+  const std::string bytes("a\0\x42\x30\x3D\xD8\x00\xDE", 8);
+  EXPECT_EQ(bytes, Encode(kCodePageUtf16Le, L"aあ\U0001F600"));
+  EXPECT_EQ(L"aあ\U0001F600", Decode(kCodePageUtf16Le, bytes));
+  EXPECT_EQ(L"a\uFFFD\uFFFD", Decode(kCodePageUtf16Le, std::string("a\0\x3D\xD8\x00", 5)));
+}
+
+TEST(TextTest, CodePage932) {
+  const struct {
+    const char* bytes;
+    const wchar_t* text;
+  } cases[] = {
+      {"\\~|", L"\\~|"},
+      {"\x81\x60\x81\x7C\x81\x61\x81\x5C\x81\x91\x81\xCA", L"～－∥―￠￢"},
+      {"\x87\x40\x87\x82\xFA\x40\xFB\xFC", L"①№ⅰ髙"},
+      {"\x83\x5C\x95\x5C\xB1\xDF", L"ソ表ｱﾟ"},
+      {"\xF0\x40\xF9\xFC", L"\uE000\uE757"},
+      {"\x80\xA0\xFD\xFF", L"\u0080\u00A0\uF8F1\uF8F3"},
+  };
+  for (const auto& test : cases) {
+    EXPECT_EQ(test.text, Decode(kCodePage932, test.bytes)) << ToHex(test.bytes);
+    EXPECT_EQ(test.bytes, Encode(kCodePage932, test.text)) << ToUtf8(test.text);
+  }
+  EXPECT_EQ(L"髙纊∪", Decode(kCodePage932, "\xEE\xE0\xED\x40\x87\x9C")) << "second places";
+  EXPECT_EQ("a??b", Encode(kCodePage932, L"a\U0001F600\u0E01b"));
+}
+
+TEST(TextTest, UndecodableBytesDoNotSwallowWhatFollows) {
+  EXPECT_EQ(L"a\uFFFD\"b", Decode(kCodePage932, "a\x81\"b")) << "a lead byte before ASCII";
+  EXPECT_EQ(L"\uFFFD\r\n", Decode(kCodePage932, "\x83\r\n"));
+  EXPECT_EQ(L"\uFFFDあ", Decode(kCodePage932, "\x81\xFF\x82\xA0")) << "an undefined pair";
+  EXPECT_EQ(L"あ\uFFFD", Decode(kCodePage932, "\x82\xA0\x82")) << "cut off";
+  EXPECT_EQ(L"α\uFFFDα", Decode(1253, "\xE1\xFF\xE1"));
+}
+
+TEST(TextTest, OtherCodePages) {
+  EXPECT_EQ(L"€é", Decode(1252, "\x80\xE9"));
+  EXPECT_EQ("\x80?", Encode(1252, L"€あ"));
+  EXPECT_EQ("\xA4\xA2", Encode(51932, L"あ"));
+  EXPECT_EQ("\x1B$B$\"\x1B(Ba\x1B$B$\"\x1B(B", Encode(50220, L"あaあ")) << "shifts are closed";
+  SetLastError(0);
+  EXPECT_FALSE(EncodeText(64999, L"a"));
+  EXPECT_EQ(kErrorInvalidParameter, GetLastError());
+  EXPECT_FALSE(DecodeText(64999, "a"));
+}
+
+TEST(TextTest, TheAnsiCodePage) {
+  const ScopedEnvironment all("LC_ALL", nullptr);
+  const ScopedEnvironment type("LC_CTYPE", nullptr);
+  const ScopedEnvironment lang("LANG", "C");
+  const struct {
+    const char* variable;
+    unsigned number;
+  } cases[] = {{"932", 932}, {"1252", 1252},  {nullptr, 65001}, {"", 65001},    {"0", 65001},
+               {"x", 65001}, {"932x", 65001}, {"-1", 65001},    {"1200", 65001}};
+  for (const auto& test : cases) {
+    const ScopedEnvironment variable("TQ_ANSI_CODEPAGE", test.variable);
+    EXPECT_EQ(test.number, AnsiCodePage()) << (test.variable != nullptr ? test.variable : "unset");
+  }
+  const ScopedEnvironment japanese("TQ_ANSI_CODEPAGE", "932");
+  EXPECT_EQ("\x87\x40", Encode(kCodePageAnsi, L"①"));
+  EXPECT_EQ(L"①", Decode(kCodePageAnsi, "\x87\x40"));
+}
+
+TEST(TextTest, UpperCaseDoesNotDependOnTheLocale) {
+  const std::string old = setlocale(LC_ALL, nullptr);
+  for (const char* locale : {"C", "C.UTF-8"}) {
+    setlocale(LC_ALL, locale);
+    EXPECT_EQ(L"AZ09_ÄÉΩЖＡＺあ髙ß", ToUpper(L"az09_äéωжａｚあ髙ß"));
+    EXPECT_TRUE(EqualsNoCase(L"Client.INI ｘ", L"cLIENT.ini Ｘ"));
+    EXPECT_FALSE(EqualsNoCase(L"a", L"ab"));
+    EXPECT_FALSE(EqualsNoCase(L"[", L"{"));
+  }
+  setlocale(LC_ALL, old.c_str());
+}
+
+TEST(TextTest, TrimsFullWidthBlanksToo) {
+  EXPECT_EQ(L"a　b", Trim(L"　\t\u00A0a　b\u2003\r\n\v"));
+  EXPECT_EQ(L"", Trim(L" 　"));
+  EXPECT_EQ(L"\u200B", Trim(L" \u200B")) << "a zero-width space is none";
+}
+
+TEST(TextTest, ReplacesFromLeftToRight) {
+  const auto replaced = [](std::wstring text, std::wstring_view from, std::wstring_view to) {
+    ReplaceAll(text, from, to);
+    return text;
+  };
+  EXPECT_EQ(L"&amp;amp;", replaced(L"&amp;", L"&", L"&amp;"));
+  EXPECT_EQ(L"ba", replaced(L"aaa", L"aa", L"b"));
+  EXPECT_EQ(L"", replaced(L"xx", L"x", L""));
+  EXPECT_EQ(L"abc", replaced(L"abc", L"", L"x"));
+}
+
+TEST(TextTest, ParsesIntegersAsTheRunTimeDoes) {
+  const struct {
+    const wchar_t* text;
+    std::int32_t number;
+  } cases[] = {{L"", 0},
+               {L"x1", 0},
+               {L"12x", 12},
+               {L" \t　+7", 7},
+               {L"-8 ", -8},
+               {L"--8", 0},
+               {L"- 8", 0},
+               {L"0x10", 0},
+               {L"010", 10},
+               {L"2147483647", std::numeric_limits<std::int32_t>::max()},
+               {L"2147483648", std::numeric_limits<std::int32_t>::max()},
+               {L"-2147483648", std::numeric_limits<std::int32_t>::min()},
+               {L"-99999999999999999999999", std::numeric_limits<std::int32_t>::min()}};
+  for (const auto& test : cases) EXPECT_EQ(test.number, ParseInt(test.text)) << ToUtf8(test.text);
+}
+
+TEST(TextTest, SplitsPathsAsRecorded) {
+  const auto rows = ReadJsonLines(TQ_TEST_DATA "/paths.jsonl");
+  ASSERT_EQ(150U, rows.size());
+  for (const Json& row : rows) {
+    const std::wstring path = FromUtf8(row["path"].text);
+    const PathPieces pieces = SplitPath(path);
+    const std::size_t point = pieces.drive.size() + pieces.directory.size() + pieces.name.size();
+    const bool fits =
+        std::max({pieces.directory.size(), pieces.name.size(), pieces.extension.size()}) <= 255;
+    EXPECT_EQ(row["fits"].ToInt() == 1, fits) << row["path"].text;
+    EXPECT_EQ(row["ext_pos"].ToInt(),
+              pieces.extension.empty() || !fits ? -1 : static_cast<int>(point))
+        << row["path"].text;
+    EXPECT_EQ(row["path_find_extension"].text, ToUtf8(FindExtension(path))) << row["path"].text;
+  }
+}
+
+TEST(TextTest, FormatsLikePrintf) {
+  EXPECT_EQ(L"C:\\b.007", Format(L"%s.%03d", std::wstring(L"C:\\b"), 7));
+  EXPECT_EQ(L"20240102 0A ffffffff", Format(L"%04d%02d%02d %02X %08x", 2024, 1, 2, 10, -1));
+  EXPECT_EQ(L"[18446744073709551615] -5 5 4294967295",
+            Format(L"[%llu] %ld %i %u", ~0ull, -5L, 5, -1));
+  EXPECT_EQ(L"FFFFFFFF|  a|b  |あ|100%", Format(L"%lX|%3s|%-3s|%c|100%%", -1, L"a", L"b", L'あ'));
+  EXPECT_EQ(L"0x00000000", Format(L"0x%08x", 0u));
+  EXPECT_EQ(L"日本\0x" + std::wstring(1, 0), Format(L"%s", L"日本\0x" + std::wstring(1, 0)));
+  EXPECT_THROW(Format(L"%s %s", L"one"), std::exception);
+  EXPECT_THROW(Format(L"%d", L"text"), std::exception);
+}
+
+}  // namespace
+}  // namespace vk::tq::testing
