@@ -1,10 +1,10 @@
 /// Small XML documents in memory (Extensible Markup Language 1.0, Fifth Edition, with Namespaces).
 ///
 /// Parsing is strict: a document with a document type declaration does not parse, nothing outside
-/// the text is looked at, and no entity but the five that XML itself has is known. White space
-/// between elements is no content; inside an element without child elements it is kept to the
-/// character. There is no limit to the length of a text; elements may be nested 2048 deep. Nothing
-/// is printed.
+/// the text is looked at, and no entity but the five that XML itself has is known. A document whose
+/// elements are nested more than 256 deep does not parse; texts may be of any length below 2 GiB.
+/// White space between elements is no content; inside an element without child elements it is kept
+/// to the character. Nothing is printed.
 ///
 /// What is written reads back equal, line ends included: a carriage return is written as a
 /// character reference. The texts of a document are wiped when it goes.

@@ -208,8 +208,9 @@ char32_t ReadCodePoint(std::wstring_view text, std::size_t& index) noexcept {
 }
 
 void AppendUtf8Character(char32_t character, std::string& bytes) {
-  std::array<Byte, 4> buffer;
-  bytes.append(buffer.data(), Write(character, buffer.data()));
+  std::array<Byte, 4> buffer{};
+  const Byte* const end = Write(character, buffer.data());
+  for (const Byte* byte = buffer.data(); byte != end; ++byte) bytes += static_cast<char>(*byte);
 }
 
 void AppendToUtf8(std::wstring_view text, std::string& bytes) { AppendEncoded(text, bytes); }

@@ -1,5 +1,6 @@
 #include "platform/xml_document.h"
 
+#include <libxml/SAX2.h>
 #include <libxml/parser.h>
 #include <libxml/parserInternals.h>
 #include <libxml/tree.h>
@@ -15,6 +16,9 @@ namespace vk::tq {
 namespace {
 
 using namespace std::string_view_literals;
+
+// How deep elements may be nested: what walks through a document calls itself for each level.
+constexpr int kDeepest = 256;
 
 constexpr std::string_view kDeclaration = "<?xml version=\"1.0\" encoding=\"Shift_JIS\" ?>\n";
 
@@ -182,13 +186,26 @@ class SilentScope {
   void* context_;
 };
 
-void RefuseDocumentType(void* context, const xmlChar*, const xmlChar*, const xmlChar*) {
+void Refuse(void* context) {
   auto* const parser = static_cast<xmlParserCtxt*>(context);
   parser->wellFormed = 0;
   xmlStopParser(parser);
 }
 
-// The bytes stay where they are, with a NUL behind them.
+void RefuseDocumentType(void* context, const xmlChar*, const xmlChar*, const xmlChar*) {
+  Refuse(context);
+}
+
+// The parser's own limit goes with its other limits.
+void StartElement(void* context, const xmlChar* name, const xmlChar* prefix, const xmlChar* uri,
+                  int namespace_count, const xmlChar** namespaces, int attribute_count,
+                  int defaulted_count, const xmlChar** attributes) {
+  if (static_cast<xmlParserCtxt*>(context)->nodeNr >= kDeepest) return Refuse(context);
+  xmlSAX2StartElementNs(context, name, prefix, uri, namespace_count, namespaces, attribute_count,
+                        defaulted_count, attributes);
+}
+
+// The bytes have a NUL behind them.
 Document ParseBytes(const SecureBytes& bytes, bool ignore_declared_encoding) {
   static const bool is_initialised = (xmlInitParser(), true);
   static_cast<void>(is_initialised);
@@ -196,33 +213,19 @@ Document ParseBytes(const SecureBytes& bytes, bool ignore_declared_encoding) {
 
   const SilentScope silent;
   struct FreeParser {
-    void operator()(xmlParserCtxt* parser) const {
-      if (parser->myDoc != nullptr) FreeDocument()(parser->myDoc);
-      parser->myDoc = nullptr;
-      xmlFreeParserCtxt(parser);
-    }
+    void operator()(xmlParserCtxt* parser) const { xmlFreeParserCtxt(parser); }
   };
   const std::unique_ptr<xmlParserCtxt, FreeParser> parser(Require(xmlNewParserCtxt()));
-  // A text may be long: nothing in it can grow, since there are no entities.
-  xmlCtxtUseOptions(parser.get(), XML_PARSE_NONET | XML_PARSE_HUGE | XML_PARSE_NOERROR |
-                                      XML_PARSE_NOWARNING |
-                                      (ignore_declared_encoding ? XML_PARSE_IGNORE_ENC : 0));
   parser->sax->internalSubset = RefuseDocumentType;
-
-  xmlParserInputBuffer* const buffer = Require(
-      xmlParserInputBufferCreateStatic(reinterpret_cast<const char*>(bytes.data()),
-                                       static_cast<int>(bytes.size() - 1), XML_CHAR_ENCODING_NONE));
-  xmlParserInput* const input = xmlNewIOInputStream(parser.get(), buffer, XML_CHAR_ENCODING_NONE);
-  if (input == nullptr) {
-    xmlFreeParserInputBuffer(buffer);
-    throw XmlError(XmlError::kOutOfMemory);
-  }
-  if (inputPush(parser.get(), input) < 0) throw XmlError(XmlError::kOutOfMemory);
-
-  xmlParseDocument(parser.get());
-  if (parser->wellFormed == 0 || parser->nsWellFormed == 0) return {};
-  Document document(std::exchange(parser->myDoc, nullptr));
-  if (document != nullptr) DropBlanks(xmlDocGetRootElement(document.get()));
+  parser->sax->startElementNs = StartElement;
+  // A text may be long: nothing in it can grow, since there are no entities.
+  Document document(xmlCtxtReadMemory(parser.get(), reinterpret_cast<const char*>(bytes.data()),
+                                      static_cast<int>(bytes.size() - 1), nullptr, nullptr,
+                                      XML_PARSE_NONET | XML_PARSE_HUGE | XML_PARSE_NOERROR |
+                                          XML_PARSE_NOWARNING |
+                                          (ignore_declared_encoding ? XML_PARSE_IGNORE_ENC : 0)));
+  if (document == nullptr || parser->nsWellFormed == 0) return {};
+  DropBlanks(xmlDocGetRootElement(document.get()));
   return document;
 }
 
@@ -233,7 +236,6 @@ bool HasMark(std::string_view bytes) {
 
 // The encoding that a declaration in front of the bytes names.
 std::string_view DeclaredEncoding(std::string_view bytes) {
-  constexpr std::string_view kBlanks = " \t\r\n";
   if (!bytes.starts_with("<?xml")) return {};
   bytes = bytes.substr(0, bytes.find("?>"));
   const std::size_t key = bytes.find("encoding");
@@ -242,7 +244,6 @@ std::string_view DeclaredEncoding(std::string_view bytes) {
   if (quote == std::string_view::npos) return {};
   const std::size_t end = bytes.find(bytes[quote], quote + 1);
   if (end == std::string_view::npos) return {};
-  static_cast<void>(kBlanks);
   return bytes.substr(quote + 1, end - quote - 1);
 }
 

@@ -1,0 +1,22 @@
+# Runs the program that the README shows, after making sure that it is the one in examples/.
+#   cmake -D ROOT=<source folder> -D PROGRAM=<hold_job> -D WORK=<folder for its files> -P CheckReadme.cmake
+file(READ ${ROOT}/README.md readme)
+file(READ ${ROOT}/examples/hold_job.cpp example)
+string(FIND "${readme}" "${example}" position)
+if(position EQUAL -1)
+  message(FATAL_ERROR "README.md does not show examples/hold_job.cpp as it is")
+endif()
+
+file(REMOVE_RECURSE ${WORK})
+file(MAKE_DIRECTORY ${WORK}/volumes/c/Jobs)
+set(ENV{TQ_COMMON_APPDATA} ${WORK}/common)
+set(ENV{TQ_VOLUMES} ${WORK}/volumes)
+execute_process(COMMAND ${PROGRAM} OUTPUT_VARIABLE output RESULT_VARIABLE result)
+file(GLOB left ${WORK}/volumes/c/Jobs/*)
+file(REMOVE_RECURSE ${WORK})
+if(NOT result EQUAL 0 OR NOT output MATCHES "^status 5, user ")
+  message(FATAL_ERROR "the example gave ${result}: ${output}")
+endif()
+if(left)
+  message(FATAL_ERROR "the example left ${left}")
+endif()

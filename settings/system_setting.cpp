@@ -1,0 +1,266 @@
+#include "settings/system_setting.h"
+
+#include <algorithm>
+#include <array>
+#include <cstddef>
+#include <iterator>
+#include <string>
+#include <variant>
+
+#include "foundation/log.h"
+#include "platform/path.h"
+#include "platform/text.h"
+
+namespace vk::tq {
+
+namespace {
+
+constexpr wchar_t kLoadFile[] = L"CSystemSetting::LoadFile";
+
+/// What becomes of a field before it is stored.
+enum Treatment {
+  kStored,
+  kLowFourBits,    ///< only these
+  kOneToSix,       ///< any other number becomes 0
+  kKeptWhenEmpty,  ///< an empty text changes nothing
+};
+
+constexpr int Treated(Treatment treatment, int number) {
+  if (treatment == kLowFourBits) return number & 0x0F;
+  if (treatment == kOneToSix) return number >= 1 && number <= 6 ? number : 0;
+  return number;
+}
+
+// Full-width characters take two columns, half-width katakana one.
+constexpr std::size_t ColumnsOf(std::wstring_view text) {
+  std::size_t columns = 0;
+  for (const wchar_t c : text) {
+    const bool is_half_width = c < 0x1100 || (c >= 0xFF61 && c <= 0xFFDC);
+    columns += is_half_width ? 1 : 2;
+  }
+  return columns;
+}
+
+}  // namespace
+
+// One setting: where it stands in the file, and which member it fills.
+struct CSystemSetting::Item {
+  int key;
+  const wchar_t* label;
+  Treatment treatment;
+  std::variant<int CSystemSetting::*, unsigned char CSystemSetting::*, CString CSystemSetting::*>
+      member;
+
+  bool is_text() const { return std::holds_alternative<CString CSystemSetting::*>(member); }
+};
+
+struct CSystemSetting::Items {
+  using S = CSystemSetting;
+
+  static constexpr Item kAll[] = {
+#define TQ_NUMBER(item, getter, type, default_value, treatment, label, ...) \
+  {item, label, treatment, &S::getter##_},
+#define TQ_TEXT(item, getter, default_value, treatment, label, ...) \
+  {item, label, treatment, &S::getter##_},
+#define TQ_TRAY(item, tray, use, use_label, name, name_label) \
+  {item, use_label, kStored, &S::GetUseTray##tray##_},        \
+      {item, name_label, kStored, &S::GetNameTray##tray##_},
+#include "settings/system_setting_items.h"
+  };
+
+  static constexpr int CSystemSetting::*kUseTray[] = {&S::GetUseTray1_, &S::GetUseTray2_,
+                                                      &S::GetUseTray3_};
+  static constexpr CString CSystemSetting::*kNameTray[] = {&S::GetNameTray1_, &S::GetNameTray2_,
+                                                           &S::GetNameTray3_};
+
+  static constexpr std::size_t kCount = std::size(kAll);
+  static constexpr int kHighestKey = 500;
+
+  // By key: the place behind the first setting of an item, or 0. Two settings of one item stand
+  // next to each other.
+  static constexpr auto kPlaces = [] {
+    std::array<unsigned char, kHighestKey + 1> places{};
+    for (std::size_t i = kCount; i > 0; --i) {
+      places[static_cast<std::size_t>(kAll[i - 1].key)] = static_cast<unsigned char>(i);
+    }
+    return places;
+  }();
+
+  // The first setting of the item with a key, or the end. The key is compared to the character: no
+  // sign, blank or leading zero.
+  static const Item* Find(std::wstring_view key) {
+    constexpr std::size_t kMostDigits = 3;
+    if (key.empty() || key.size() > kMostDigits || key.front() == L'0') return std::end(kAll);
+    std::size_t number = 0;
+    for (const wchar_t c : key) {
+      if (c < L'0' || c > L'9') return std::end(kAll);
+      number = 10 * number + static_cast<std::size_t>(c - L'0');
+    }
+    const std::size_t place = number <= kHighestKey ? kPlaces[number] : 0;
+    return place > 0 ? kAll + (place - 1) : std::end(kAll);
+  }
+};
+
+CSystemSetting::CSystemSetting(const wchar_t* path, unsigned int flags)
+    : path_(InternalPath(path)), flags_(flags) {}
+
+int CSystemSetting::LoadFile() {
+  Log4cxxMgr::LogOutDetail(0, 0, kLoadFile, __LINE__, L"START");
+  if (!Open(path_.c_str(), flags_)) return -1;
+  while (ReadCSV() == 1) StoreRow();
+  LogSettings();
+  Log4cxxMgr::LogOutDetail(0, 0, kLoadFile, __LINE__, L"END");
+  return 0;
+}
+
+void CSystemSetting::StoreRow() {
+  const CString& key = row_[0];
+  Log4cxxMgr::LogOutDetail(1, 101300010, kLoadFile, __LINE__, L"項目キー", key);
+  const Item* item = Items::Find(key);
+  if (item == std::end(Items::kAll)) return;
+  const int number = item->key;
+  for (; item != std::end(Items::kAll) && item->key == number; ++item) StoreItem(*item);
+}
+
+void CSystemSetting::StoreItem(const Item& item) {
+  constexpr int kNumberField = 1;
+  constexpr int kTextField = 2;
+  if (item.is_text()) {
+    CString text;
+    GetDataStr(text, kTextField);
+    if (text.empty() && item.treatment == kKeptWhenEmpty) return;
+    this->*std::get<CString CSystemSetting::*>(item.member) = std::move(text);
+    return;
+  }
+  const int number = Treated(item.treatment, GetDataNum(kNumberField));
+  if (const auto* member = std::get_if<int CSystemSetting::*>(&item.member)) {
+    this->** member = number;
+  } else {
+    this->*std::get<unsigned char CSystemSetting::*>(item.member) =
+        static_cast<unsigned char>(number);
+  }
+}
+
+void CSystemSetting::LogSettings() const {
+  constexpr int kLevel = 2;
+  if (!Log4cxxMgr::IsKept(kLevel)) return;
+  std::size_t column = 0;
+  for (const Item& item : Items::kAll) {
+    if (item.label != nullptr) column = std::max(column, ColumnsOf(item.label));
+  }
+  const auto log = [&](const Item& item) {
+    if (item.label == nullptr) return;
+    std::wstring line = Format(L"システム設定[%s]", item.label);
+    line.append(column - ColumnsOf(item.label), L' ');
+    line += L'：';
+    std::visit(
+        [&](auto member) {
+          if constexpr (std::is_same_v<decltype(member), CString CSystemSetting::*>) {
+            line += Format(L"%s", this->*member);
+          } else {
+            line += Format(L"%d", this->*member);
+          }
+        },
+        item.member);
+    Log4cxxMgr::LogOutDetail(kLevel, 101300020, kLoadFile, __LINE__, line);
+  };
+  const Item* const first = Items::Find(L"5");
+  const Item* const last = Items::Find(L"500");
+  log(*first);
+  for (const Item& item : Items::kAll) {
+    if (&item != first && &item != last) log(item);
+  }
+  log(*last);
+}
+
+int CSystemSetting::GetUseTray(int tray) const {
+  const int use = tray >= 1 && tray <= 3 ? this->*Items::kUseTray[tray - 1] : -1;
+  Log4cxxMgr::LogOutDetail(2, 101300110, L"CSystemSetting::GetUseTray", __LINE__,
+                           Format(L"GetUseTray [(in)nTrayNo]：%d, [(out)nUseTray]：%d", tray, use));
+  return use;
+}
+
+CString CSystemSetting::GetNameTray(int tray) const {
+  CString name = tray >= 1 && tray <= 3 ? this->*Items::kNameTray[tray - 1] : CString();
+  Log4cxxMgr::LogOutDetail(
+      2, 101300110, L"CSystemSetting::GetNameTray", __LINE__,
+      Format(L"GetNameTray [(in)nTrayNo]：%d, [(out)strNameTray]：%s", tray, name));
+  return name;
+}
+
+int CSystemSetting::ReadCSV() {
+  std::wstring_view line;
+  const int fields = ReadLine(line) && !line.empty() ? SplitLine(line) : 0;
+  row_.SetSize(fields);
+  return fields > 0 ? 1 : 0;
+}
+
+// Reuses the texts of the row before, which mostly have room enough. Gives the number of fields.
+int CSystemSetting::SplitLine(std::wstring_view line) {
+  int fields = 0;
+  bool in_quote = false;
+  CString* field = &EmptyField(fields++);
+  const auto is_separator = [&](std::size_t at) { return line[at] == SEPARATOR_CHAR; };
+  for (std::size_t i = 0; i < line.size(); ++i) {
+    const wchar_t c = line[i];
+    if (c == QUOTE_CHAR) {
+      const bool is_last = i + 1 == line.size();
+      if (in_quote && !is_last && line[i + 1] == QUOTE_CHAR) {
+        *field += QUOTE_CHAR;
+        ++i;
+        continue;
+      }
+      in_quote = !in_quote;
+      const bool is_dropped = i <= 2 || is_last || is_separator(i + 1) || is_separator(i - 1);
+      if (!is_dropped) *field += QUOTE_CHAR;
+    } else if (c == SEPARATOR_CHAR && !in_quote) {
+      field = &EmptyField(fields++);
+    } else {
+      *field += c;
+    }
+  }
+  return fields;
+}
+
+CString& CSystemSetting::EmptyField(int field) {
+  if (field == row_.GetSize()) row_.Add({});
+  row_[field].clear();
+  return row_[field];
+}
+
+void CSystemSetting::WriteCSV(const wchar_t* text) {
+  WriteString(text);
+  WriteString(L"\n");
+}
+
+int CSystemSetting::GetDataStr(CString& text, int field) const {
+  text.clear();
+  if (field < 0 || field >= row_.GetSize()) return 0;
+  text = row_[field];
+  return 1;
+}
+
+int CSystemSetting::GetDataStr(wchar_t* buffer, int limit, int field) const {
+  constexpr int kLongest = 255;
+  CString text;
+  if (!GetDataStr(text, field) || text.empty() || limit < 1) return 0;
+  const std::size_t size = text.copy(buffer, static_cast<std::size_t>(std::min(limit, kLongest)));
+  buffer[size] = L'\0';
+  return static_cast<int>(size);
+}
+
+int CSystemSetting::GetDataNum(int field) const {
+  if (field < 0 || field >= row_.GetSize()) {
+    Log4cxxMgr::LogOutDetail(1, 101306, L"CSystemSetting::GetDataNum", __LINE__,
+                             L"> idx is invalid -> EXIT 0");
+    return 0;
+  }
+  return ParseInt(row_[field]);
+}
+
+int CSystemSetting::GetSize() const {
+  return static_cast<int>(
+      std::count_if(row_.begin(), row_.end(), [](const CString& text) { return !text.empty(); }));
+}
+
+}  // namespace vk::tq

@@ -1,0 +1,148 @@
+#include "platform/stdio_file.h"
+
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <filesystem>
+
+#include "platform/error.h"
+#include "platform/text.h"
+#include "support/test_support.h"
+
+namespace vk::tq::testing {
+namespace {
+
+class StdioFileTest : public ProductTest {
+ protected:
+  std::vector<std::wstring> Lines(std::string_view bytes) {
+    WriteNative(native("f.txt"), bytes);
+    CStdioFile file;
+    EXPECT_TRUE(file.Open(path(L"f.txt").c_str(), CStdioFile::modeRead));
+    return Rest(file);
+  }
+
+  static std::vector<std::wstring> Rest(CStdioFile& file) {
+    std::vector<std::wstring> lines;
+    CString line = L"old";
+    while (file.ReadString(line)) lines.push_back(line);
+    EXPECT_EQ(line, L"");
+    return lines;
+  }
+};
+
+using Texts = std::vector<std::wstring>;
+
+std::string Utf16Le(std::wstring_view text) { return *EncodeText(kCodePageUtf16Le, text); }
+
+TEST_F(StdioFileTest, LinesEndAtALineFeed) {
+  EXPECT_EQ(Lines(""), Texts{});
+  EXPECT_EQ(Lines("\n"), Texts{L""});
+  EXPECT_EQ(Lines("a\nb"), (Texts{L"a", L"b"}));
+  EXPECT_EQ(Lines("a\r\n\r\nb\r\n"), (Texts{L"a", L"", L"b"}));
+  EXPECT_EQ(Lines("a\rb\r\r\nc\r"), (Texts{L"a\rb\r", L"c"}));
+  EXPECT_EQ(Lines(std::string("a\0b\n\0", 5)), (Texts{{L'a', 0, L'b'}, {L'\0'}}));
+}
+
+TEST_F(StdioFileTest, TheMarkTellsTheEncoding) {
+  EXPECT_EQ(Lines("\xEF\xBB\xBF\u30C8\n\u30EC"), (Texts{L"ト", L"レ"}));
+  // The second character of the UTF-16 text holds the byte of a line feed.
+  EXPECT_EQ(Lines("\xFF\xFE" + Utf16Le(L"ト\u0A30\u300A𠮷\r\nレ\n")),
+            (Texts{L"ト\u0A30\u300A𠮷", L"レ"}));
+  EXPECT_EQ(Lines("\xFF\xFE" + Utf16Le(L"a\n") + "b"), (Texts{L"a", L"\uFFFD"}));
+  EXPECT_EQ(Lines("\xEF\xBB\xBF"), Texts{});
+  EXPECT_EQ(Lines("\u30C8\xFF\n\u30EC"), (Texts{L"ト\uFFFD", L"レ"}));
+
+  const ScopedEnvironment page("TQ_ANSI_CODEPAGE", "932");
+  EXPECT_EQ(Lines("\x83\x67\x83\x8C\x83\x43\n\x95\x5C"), (Texts{L"トレイ", L"表"}));
+  EXPECT_EQ(Lines("a\x83\nb\n"), (Texts{L"a\uFFFD", L"b"}));
+}
+
+// Lines and characters that lie across the boundaries of what is read at once.
+TEST_F(StdioFileTest, LongFilesAndLongLines) {
+  const std::string ending = "\u30C8\u30EC\r\n";
+  for (const std::size_t size : {65530u, 65531u, 65534u, 65535u, 65536u, 65537u, 1000000u}) {
+    const std::string line(size, 'x');
+    const std::wstring wide = std::wstring(size, L'x') + L"トレ";
+    EXPECT_EQ(Lines(line + ending + line + ending), (Texts{wide, wide})) << size;
+    EXPECT_EQ(Lines("\xFF\xFE" + Utf16Le(wide + L"\r\n" + wide)), (Texts{wide, wide})) << size;
+  }
+  std::string many;
+  for (int i = 0; i < 30000; ++i) many += std::to_string(i) + "\r\n";
+  const Texts lines = Lines(many);
+  ASSERT_EQ(lines.size(), 30000u);
+  for (int i = 0; i < 30000; ++i) ASSERT_EQ(lines[static_cast<std::size_t>(i)], std::to_wstring(i));
+}
+
+TEST_F(StdioFileTest, OpenFails) {
+  const auto error = [](const std::wstring& name, unsigned flags) {
+    CStdioFile file;
+    SetLastError(kErrorSuccess);
+    CString line;
+    EXPECT_FALSE(file.Open(name.c_str(), flags));
+    const ErrorCode code = GetLastError();
+    EXPECT_FALSE(file.ReadString(line));
+    return code;
+  };
+  EXPECT_EQ(error(path(L"missing"), CStdioFile::modeRead), kErrorFileNotFound);
+  EXPECT_EQ(error(path(L"missing"), CStdioFile::modeWrite), kErrorFileNotFound);
+  EXPECT_EQ(error(path(L"no\\f"), CStdioFile::modeWrite | CStdioFile::modeCreate),
+            kErrorPathNotFound);
+  EXPECT_EQ(error(temp_.path(), CStdioFile::modeRead), kErrorAccessDenied);
+  EXPECT_EQ(error(path(L"f"), CStdioFile::modeWrite | CStdioFile::modeReadWrite),
+            kErrorInvalidParameter);
+  ASSERT_EQ(mkfifo(native("pipe").c_str(), 0600), 0);
+  EXPECT_EQ(error(path(L"pipe"), CStdioFile::modeRead), kErrorAccessDenied);
+
+  WriteNative(native("target"), "old");
+  std::filesystem::create_symlink(native("target"), native("link"));
+  EXPECT_NE(error(path(L"link"), CStdioFile::modeWrite | CStdioFile::modeCreate), kErrorSuccess);
+  EXPECT_EQ(ReadNative(native("target")), "old");
+}
+
+TEST_F(StdioFileTest, WritesBehindTheEndInTheFormOfTheFile) {
+  const auto write = [&](std::string_view old, unsigned flags) {
+    if (!old.empty()) WriteNative(native("w"), old);
+    CStdioFile file;
+    EXPECT_TRUE(file.Open(path(L"w").c_str(), flags));
+    EXPECT_TRUE(file.WriteString(L"ト,1"));
+    EXPECT_TRUE(file.WriteString(L"\n"));
+    EXPECT_TRUE(file.Close());
+    return ReadNative(native("w"));
+  };
+  EXPECT_EQ(write("", CStdioFile::modeWrite | CStdioFile::modeCreate), "\u30C8,1\r\n");
+  EXPECT_EQ(write("a\n", CStdioFile::modeWrite), "a\n\u30C8,1\r\n");
+  EXPECT_EQ(write("a\n", CStdioFile::modeWrite | CStdioFile::modeCreate), "\u30C8,1\r\n");
+  EXPECT_EQ(write("a\n", CStdioFile::modeReadWrite | CStdioFile::modeCreate |
+                             CStdioFile::modeNoTruncate | CStdioFile::typeBinary),
+            "a\n\u30C8,1\n");
+  EXPECT_EQ(write("\xFF\xFE", CStdioFile::modeWrite), "\xFF\xFE" + Utf16Le(L"ト,1\r\n"));
+  {
+    // Creating belongs to writing: reading must not empty a file.
+    CStdioFile file;
+    EXPECT_TRUE(file.Open(path(L"w").c_str(), CStdioFile::modeRead | CStdioFile::modeCreate));
+    EXPECT_EQ(Rest(file), Texts{L"ト,1"});
+    EXPECT_FALSE(file.WriteString(L"x"));
+    EXPECT_FALSE(file.Close()) << "a write has failed";
+  }
+  const ScopedEnvironment page("TQ_ANSI_CODEPAGE", "932");
+  EXPECT_EQ(write("a\n", CStdioFile::modeWrite), "a\n\x83\x67,1\r\n");
+}
+
+TEST_F(StdioFileTest, AnObjectOpensOneFileAfterAnother) {
+  WriteNative(native("a"),
+              "\xEF\xBB\xBF"
+              "1\n2\n");
+  WriteNative(native("b"), "3");
+  CStdioFile file;
+  ASSERT_TRUE(file.Open(path(L"a").c_str(), CStdioFile::modeRead));
+  CString line;
+  EXPECT_TRUE(file.ReadString(line));
+  EXPECT_EQ(line, L"1");
+  ASSERT_TRUE(file.Open(path(L"b").c_str(), CStdioFile::modeRead));
+  EXPECT_EQ(Rest(file), Texts{L"3"});
+  EXPECT_TRUE(file.Close());
+  EXPECT_FALSE(file.ReadString(line));
+}
+
+}  // namespace
+}  // namespace vk::tq::testing

@@ -1,0 +1,172 @@
+#include "settings/langage_manager.h"
+
+#include <unistd.h>
+
+#include <chrono>
+#include <filesystem>
+#include <thread>
+
+#include "platform/path.h"
+#include "support/test_support.h"
+
+namespace vk::tq::testing {
+namespace {
+
+// The table lives as long as the process and the language folder lies beside the program, so each
+// of these tests runs in a process of its own, from a copy of the program in its own folder.
+constexpr char kInside[] = "TQ_TEST_INSIDE";
+
+class LangageManagerTest : public ProductTest {
+ protected:
+  static bool IsInside() { return getenv(kInside) != nullptr; }
+
+  // Runs the calling test again, inside.
+  void RunInside() {
+    const std::string program = native("program");
+    std::filesystem::copy_file("/proc/self/exe", program);
+    const ::testing::TestInfo& test = *::testing::UnitTest::GetInstance()->current_test_info();
+    const std::string filter =
+        std::string("--gtest_filter=") + test.test_suite_name() + "." + test.name();
+    ChildProcess child([&] {
+      setenv(kInside, "1", 1);
+      unsetenv("GTEST_OUTPUT");
+      execl(program.c_str(), program.c_str(), filter.c_str(), nullptr);
+      return 98;
+    });
+    EXPECT_EQ(child.Wait(), 0);
+  }
+
+  static std::string LanguageFile(std::string_view name) {
+    return PathToNative(CLangageManagerFolder()) + "lang/" + std::string(name);
+  }
+
+  static std::wstring CLangageManagerFolder() {
+    const std::wstring program = ProgramPath();
+    return program.substr(0, program.rfind(L'\\') + 1);
+  }
+};
+
+class OtherLanguage : public CLangageManager {
+ public:
+  explicit OtherLanguage(int language) { language_ = language; }
+};
+
+LogLine Line(int level, int number, const wchar_t* function, const std::wstring& message) {
+  return {level, number, function, message};
+}
+
+TEST_F(LangageManagerTest, TextsOfTheFileBesideTheProgram) {
+  if (!IsInside()) return RunInside();
+  EXPECT_EQ(CLangageManager::GetLangResource(L"101"), L"") << "before any object";
+  EXPECT_EQ(CLangageManager::GetDispMessage(L"101"), L"");
+
+  WriteNative(LanguageFile("lang_jp.dat"),
+              "101=\u5370\u5237\n"
+              "key=a=b\r\n"
+              "\n=no key\nno separator\n"
+              " blank = x \n"
+              "101=second\n"
+              "empty=\n"
+              "-7=minus\n"
+              "lines=<\\n>a<\\n><\\n>b\n"
+              "Key=case\n"
+              "bad=x\xFF\xE3\x81y\n"
+              "last=end");
+  {
+    CLangageManager manager;
+    EXPECT_EQ(manager.GetAppPath(), CLangageManagerFolder());
+    EXPECT_EQ(manager.GetLangFileName(), L"lang_jp.dat");
+  }
+  EXPECT_EQ(log_.lines(), std::vector<LogLine>{});
+  const auto text = [](auto key) { return CLangageManager::GetLangResource(key); };
+  EXPECT_EQ(text(101), L"印刷");
+  EXPECT_EQ(text(L"101"), L"印刷");
+  EXPECT_EQ(text(L"key"), L"a=b");
+  EXPECT_EQ(text(L"Key"), L"case");
+  EXPECT_EQ(text(L"KEY"), L"");
+  EXPECT_EQ(text(L""), L"");
+  EXPECT_EQ(text(L"no separator"), L"");
+  EXPECT_EQ(text(L" blank "), L" x ");
+  EXPECT_EQ(text(L"empty"), L"");
+  EXPECT_EQ(text(-7), L"minus");
+  EXPECT_EQ(text(L"bad"), L"x\uFFFD\uFFFDy");
+  EXPECT_EQ(text(L"last"), L"end");
+  EXPECT_EQ(text(L"lines"), L"<\\n>a<\\n><\\n>b");
+  EXPECT_EQ(CLangageManager::GetLangResourceDecodeNewLine(L"lines"), L"\r\na\r\n\r\nb");
+  EXPECT_EQ(CLangageManager::GetLangResourceDecodeNewLine(101), L"印刷");
+  EXPECT_EQ(CLangageManager::GetLangResourceDecodeNewLine(L"missing"), L"");
+
+  std::filesystem::remove(LanguageFile("lang_jp.dat"));
+  const CLangageManager failed;
+  EXPECT_EQ(log_.lines(), std::vector{Line(5, 130212, L"CLangageManager::SetLangList",
+                                           L"ファイルが存在しません。<" + CLangageManagerFolder() +
+                                               L"lang\\lang_jp.dat>")});
+  EXPECT_EQ(text(101), L"");
+  EXPECT_EQ(CLangageManager::GetDispMessage(L"101"), L"印刷") << "the table keeps what it holds";
+
+  WriteNative(LanguageFile("lang_jp.dat"), "101=new\n102=added\n");
+  const CLangageManager again;
+  EXPECT_EQ(text(101), L"印刷");
+  EXPECT_EQ(text(102), L"added");
+}
+
+TEST_F(LangageManagerTest, OtherLanguages) {
+  if (!IsInside()) return RunInside();
+  WriteNative(LanguageFile("lang_en.dat"), "1=one\n");
+  OtherLanguage english(1);
+  EXPECT_EQ(english.GetLangFileName(), L"lang_en.dat");
+  EXPECT_EQ(OtherLanguage(2).GetLangFileName(), L"lang_.dat");
+  EXPECT_EQ(OtherLanguage(-1).GetLangFileName(), L"lang_.dat");
+  EXPECT_EQ(CLangageManager::GetLangResource(1), L"");
+  english.SetLangList();
+  EXPECT_EQ(CLangageManager::GetLangResource(1), L"one");
+}
+
+TEST_F(LangageManagerTest, LoadsAFileOfAnyPath) {
+  if (!IsInside()) return RunInside();
+  CLangageManager manager;
+  log_.Clear();
+  EXPECT_EQ(manager.GetHashTbl(path(L"missing").c_str()), 1);
+  EXPECT_EQ(manager.GetHashTbl(temp_.path().c_str()), 1);
+  WriteNative(native("marked"),
+              "\xEF\xBB\xBF"
+              "a=1\nb=2\n");
+  EXPECT_EQ(manager.GetHashTbl(path(L"marked").c_str()), 1);
+  EXPECT_EQ(log_.lines(), std::vector<LogLine>{});
+  EXPECT_EQ(CLangageManager::GetDispMessage(L"a"), L"");
+  EXPECT_EQ(CLangageManager::GetDispMessage(L"\uFEFF"
+                                            L"a"),
+            L"1");
+  EXPECT_EQ(CLangageManager::GetDispMessage(L"b"), L"2");
+  WriteNative(native("nul"), std::string("c=1\0z\n\0=1\nd=2\n", 15));
+  EXPECT_EQ(manager.GetHashTbl(path(L"nul").c_str()), 1);
+  EXPECT_EQ(CLangageManager::GetDispMessage(L"c"), L"1");
+  EXPECT_EQ(CLangageManager::GetDispMessage(L"d"), L"2");
+}
+
+TEST_F(LangageManagerTest, ManyEntriesAndManyReaders) {
+  if (!IsInside()) return RunInside();
+  constexpr int kEntries = 10000;
+  std::string file;
+  for (int i = 0; i < kEntries; ++i)
+    file += std::to_string(i) + "=\u5370\u5237 " + std::to_string(i) + "\n";
+  WriteNative(LanguageFile("lang_jp.dat"), file);
+  const auto start = std::chrono::steady_clock::now();
+  const CLangageManager manager;
+  EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(2));
+
+  std::vector<std::thread> readers;
+  std::atomic<int> wrong = 0;
+  for (int reader = 0; reader < 4; ++reader) {
+    readers.emplace_back([&wrong] {
+      for (int i = 0; i < kEntries; ++i) {
+        if (CLangageManager::GetLangResource(i) != L"印刷 " + std::to_wstring(i)) ++wrong;
+      }
+    });
+  }
+  for (std::thread& reader : readers) reader.join();
+  EXPECT_EQ(wrong, 0);
+}
+
+}  // namespace
+}  // namespace vk::tq::testing
