@@ -99,6 +99,18 @@ bool WriteFileInPlace(const std::wstring& path, const void* data, std::size_t si
 /// name, also when it came to be at the same moment; succeeds when both names are the same.
 bool RenameFile(const std::wstring& from, const std::wstring& to);
 
+/// Moves a file to another name, also in another file system, and puts it in the place of a file
+/// that has the name. Whoever opens the new name finds the old file or the moved one, always whole;
+/// when the call returns, the move is on disk.
+///
+/// Between file systems the contents, the rights, the owner where that is allowed, and the time of
+/// the last write are copied to a file that nobody else sees, flushed and put in place; only then
+/// the old name goes. That is for ordinary files; links are refused (5), never followed. On
+/// failure the source is whole, and nothing partial stands under the new name. Fails with 2 when
+/// there is no source, with 3 when the target's folder is missing, and with 5 when the target is a
+/// directory or the old name cannot be removed.
+bool MoveFileReplacing(const std::wstring& from, const std::wstring& to);
+
 /// Removes a file. A directory fails with 5.
 bool RemoveFile(const std::wstring& path);
 

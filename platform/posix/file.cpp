@@ -31,14 +31,6 @@ bool IsReadable(int fd) {
          Fail(kErrorAccessDenied);
 }
 
-std::string ParentOf(const std::string& native) {
-  const std::size_t slash = native.rfind('/');
-  if (slash == std::string::npos) return ".";
-  return slash == 0 ? "/" : native.substr(0, slash);
-}
-
-std::string DescriptorPath(int fd) { return "/proc/self/fd/" + std::to_string(fd); }
-
 }  // namespace
 
 std::optional<FileStatus> GetFileStatus(const std::wstring& path) {

@@ -49,4 +49,12 @@ std::string NameToNative(std::wstring_view name) {
   return native;
 }
 
+std::string ParentOf(const std::string& native) {
+  const std::size_t slash = native.rfind('/');
+  if (slash == std::string::npos) return ".";
+  return slash == 0 ? "/" : native.substr(0, slash);
+}
+
+std::string DescriptorPath(int descriptor) { return "/proc/self/fd/" + std::to_string(descriptor); }
+
 }  // namespace vk::tq

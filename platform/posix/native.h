@@ -58,4 +58,10 @@ auto RetryInterrupted(const Call& call) {
 std::wstring NameFromNative(std::string_view name);
 std::string NameToNative(std::wstring_view name);
 
+// The folder that a native path lies in.
+std::string ParentOf(const std::string& native);
+
+// A name that leads to an open file, also to one that has no name of its own.
+std::string DescriptorPath(int descriptor);
+
 }  // namespace vk::tq

@@ -1,0 +1,186 @@
+#include <acl/libacl.h>
+#include <fcntl.h>
+#include <stdio.h>
+#include <sys/acl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <array>
+#include <atomic>
+#include <cerrno>
+#include <memory>
+#include <string>
+#include <type_traits>
+
+#include "platform/file.h"
+#include "platform/posix/native.h"
+
+namespace vk::tq {
+namespace {
+
+// Brings what has happened to the names of a folder to the disk; errno tells why not. A folder that
+// may not be opened is left to the system.
+bool FlushFolder(const std::string& folder) {
+  const FileDescriptor fd(open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+  return !fd || fsync(fd.get()) == 0 || errno == EINVAL;
+}
+
+FileDescriptor OpenSource(const std::string& name) {
+  return FileDescriptor(
+      open(name.c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY));
+}
+
+// Gives the copy the owner, the access list and the time of the source. Where a list cannot go
+// along, the copy allows no more than it did.
+bool CopyAttributes(int source, int copy, const struct stat& info) {
+  [[maybe_unused]] const bool is_owner_kept =
+      fchown(copy, info.st_uid, info.st_gid) == 0 ||
+      fchown(copy, static_cast<uid_t>(-1), info.st_gid) == 0;
+  const std::unique_ptr<std::remove_pointer_t<acl_t>, int (*)(void*)> acl(acl_get_fd(source),
+                                                                          acl_free);
+  if (!acl || acl_set_fd(copy, acl.get()) != 0) {
+    // With a list the group's bits are those of its mask.
+    const bool is_plain = acl && acl_equiv_mode(acl.get(), nullptr) == 0;
+    if (fchmod(copy, info.st_mode & (is_plain ? 0777 : 0707)) != 0) return FailWithErrno();
+  }
+  const std::array<timespec, 2> times = {info.st_atim, info.st_mtim};
+  return futimens(copy, times.data()) == 0 || FailWithErrno();
+}
+
+bool CopyContents(int source, int copy) {
+  std::array<char, 0x10000> buffer;
+  for (;;) {
+    const ssize_t got =
+        RetryInterrupted([&] { return read(source, buffer.data(), buffer.size()); });
+    if (got < 0) return FailWithErrno();
+    if (got == 0) return true;
+    for (ssize_t done = 0; done < got;) {
+      const ssize_t put = RetryInterrupted(
+          [&] { return write(copy, buffer.data() + done, static_cast<std::size_t>(got - done)); });
+      if (put < 0) return FailWithErrno();
+      done += put;
+    }
+  }
+}
+
+// A file in the making, for the calling user alone, in the folder of the name that it will get.
+// Where the file system can do that it has no name yet, and otherwise a hidden one.
+class HiddenFile {
+ public:
+  explicit HiddenFile(std::string target) : target_(std::move(target)) {}
+  HiddenFile(const HiddenFile&) = delete;
+  HiddenFile& operator=(const HiddenFile&) = delete;
+  ~HiddenFile() {
+    if (!name_.empty()) unlink(name_.c_str());
+  }
+
+  int descriptor() const { return fd_.get(); }
+
+  bool Make() {
+    fd_.Reset(open(ParentOf(target_).c_str(), O_TMPFILE | O_WRONLY | O_CLOEXEC, 0600));
+    if (fd_ && access(DescriptorPath(fd_.get()).c_str(), F_OK) == 0) return true;
+    return TakeHiddenName([&](const char* name) {
+      fd_.Reset(open(name, O_CREAT | O_EXCL | O_WRONLY | O_CLOEXEC | O_NOFOLLOW, 0600));
+      return static_cast<bool>(fd_);
+    });
+  }
+
+  // Gives the file its name, in place of any other file.
+  bool PutInPlace() {
+    if (name_.empty()) {
+      if (Link(target_.c_str())) return true;
+      if (errno != EEXIST) return FailWithErrno();
+      if (!TakeHiddenName([&](const char* name) { return Link(name); })) return false;
+    }
+    if (rename(name_.c_str(), target_.c_str()) != 0) return FailWithErrno();
+    name_.clear();
+    return true;
+  }
+
+ private:
+  bool Link(const char* name) const {
+    return linkat(AT_FDCWD, DescriptorPath(fd_.get()).c_str(), AT_FDCWD, name, AT_SYMLINK_FOLLOW) ==
+           0;
+  }
+
+  // Tries names until one is free.
+  template <class Take>
+  bool TakeHiddenName(const Take& take) {
+    static std::atomic<unsigned> counter = 0;
+    for (int attempt = 0; attempt < 100; ++attempt) {
+      const std::string name = ParentOf(target_) + "/.move-" + std::to_string(getpid()) + "-" +
+                               std::to_string(counter++);
+      if (take(name.c_str())) {
+        name_ = name;
+        return true;
+      }
+      if (errno != EEXIST) break;
+    }
+    return FailWithErrno();
+  }
+
+  const std::string target_;
+  std::string name_;
+  FileDescriptor fd_;
+};
+
+bool MoveByCopy(const std::string& from, const std::string& to) {
+  const FileDescriptor source = OpenSource(from);
+  if (!source) return FailWithErrno();
+  struct stat info {};
+  if (fstat(source.get(), &info) != 0) return FailWithErrno();
+  if (!S_ISREG(info.st_mode)) return Fail(kErrorAccessDenied);
+  // Asked for beforehand: when the old name cannot go, there had better be no second file.
+  if (faccessat(AT_FDCWD, ParentOf(from).c_str(), W_OK | X_OK, AT_EACCESS) != 0) {
+    return FailWithErrno();
+  }
+  HiddenFile copy(to);
+  return copy.Make() && CopyContents(source.get(), copy.descriptor()) &&
+         CopyAttributes(source.get(), copy.descriptor(), info) &&
+         (fsync(copy.descriptor()) == 0 || FailWithErrno()) && copy.PutInPlace() &&
+         (FlushFolder(ParentOf(to)) || FailWithErrno()) &&
+         (unlink(from.c_str()) == 0 || FailWithErrno());
+}
+
+bool IsSameFile(const struct stat& left, const struct stat& right) {
+  return left.st_dev == right.st_dev && left.st_ino == right.st_ino;
+}
+
+// rename(2) does nothing when both names are links to one file: the old one is still to go.
+void RemoveOtherLink(const std::string& from, const std::string& to) {
+  struct stat old_file {};
+  struct stat new_file {};
+  struct stat old_folder {};
+  struct stat new_folder {};
+  if (lstat(from.c_str(), &old_file) != 0 || lstat(to.c_str(), &new_file) != 0) return;
+  if (!IsSameFile(old_file, new_file) || old_file.st_nlink < 2) return;
+  if (stat(ParentOf(from).c_str(), &old_folder) != 0) return;
+  if (stat(ParentOf(to).c_str(), &new_folder) != 0) return;
+  const bool is_same_name = IsSameFile(old_folder, new_folder) &&
+                            from.substr(from.rfind('/') + 1) == to.substr(to.rfind('/') + 1);
+  if (!is_same_name) unlink(from.c_str());
+}
+
+}  // namespace
+
+bool MoveFileReplacing(const std::wstring& from, const std::wstring& to) {
+  const std::string old_name = PathToNative(from);
+  const std::string new_name = PathToNative(to);
+  // The contents first: a name must not reach the disk before them.
+  if (const FileDescriptor source = OpenSource(old_name)) fsync(source.get());
+  if (rename(old_name.c_str(), new_name.c_str()) == 0) {
+    RemoveOtherLink(old_name, new_name);
+  } else if (errno != EXDEV) {
+    struct stat info {};
+    const int error = errno;
+    if (error == ENOENT && lstat(old_name.c_str(), &info) == 0) return Fail(kErrorPathNotFound);
+    return Fail(ErrorFromErrno(error));
+  } else if (!MoveByCopy(old_name, new_name)) {
+    return false;
+  }
+  FlushFolder(ParentOf(new_name));
+  FlushFolder(ParentOf(old_name));
+  return true;
+}
+
+}  // namespace vk::tq

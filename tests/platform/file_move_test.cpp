@@ -1,0 +1,224 @@
+#include <acl/libacl.h>
+#include <fcntl.h>
+#include <sys/acl.h>
+#include <sys/resource.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <csignal>
+#include <filesystem>
+#include <thread>
+
+#include "platform/error.h"
+#include "platform/file.h"
+#include "platform/path.h"
+#include "support/test_support.h"
+
+namespace vk::tq::testing {
+namespace {
+
+namespace fs = std::filesystem;
+using ::testing::ElementsAre;
+using ::testing::IsEmpty;
+
+struct stat StatNative(const std::string& native) {
+  struct stat info {};
+  EXPECT_EQ(0, lstat(native.c_str(), &info)) << native;
+  return info;
+}
+
+// Moves out of a folder in the temporary folder, into one of the same file system or of another.
+class FileMoveTest : public ::testing::TestWithParam<bool> {
+ protected:
+  FileMoveTest() {
+    fs::create_directory(home_.native("from"));
+    target_ = home_.native("to");
+    if (GetParam()) {
+      std::string name = "/dev/shm/tq.XXXXXX";
+      if (mkdtemp(name.data()) != nullptr) target_ = name;
+    }
+    fs::create_directories(target_);
+  }
+  ~FileMoveTest() override {
+    std::error_code ignored;
+    fs::remove_all(target_, ignored);
+  }
+
+  void SetUp() override {
+    const bool differ = StatNative(home_.native()).st_dev != StatNative(target_).st_dev;
+    if (GetParam() && !differ) GTEST_SKIP() << "there is no second file system";
+  }
+
+  std::string From(std::string_view name = "job.dat") const {
+    return home_.native("from/" + std::string(name));
+  }
+  std::string To(std::string_view name = "job.xml") const {
+    return target_ + "/" + std::string(name);
+  }
+  bool Move() const {
+    SetLastError(kErrorSuccess);
+    return MoveFileReplacing(PathFromNative(From()), PathFromNative(To()));
+  }
+  std::vector<std::string> Sources() const { return ListNative(home_.native("from")); }
+  std::vector<std::string> Targets() const { return ListNative(target_); }
+
+  TempFolder home_;
+  std::string target_;
+};
+
+INSTANTIATE_TEST_SUITE_P(FileSystems, FileMoveTest, ::testing::Bool(),
+                         [](const auto& test) { return test.param ? "Other" : "Same"; });
+
+class SameFileSystemMoveTest : public FileMoveTest {};
+INSTANTIATE_TEST_SUITE_P(FileSystems, SameFileSystemMoveTest, ::testing::Values(false));
+
+class OtherFileSystemMoveTest : public FileMoveTest {};
+INSTANTIATE_TEST_SUITE_P(FileSystems, OtherFileSystemMoveTest, ::testing::Values(true));
+
+TEST_P(FileMoveTest, MovesContentsRightsAndTime) {
+  const std::string contents(200'000, 'x');
+  for (const mode_t mode : {0600, 0666, 0440}) {
+    WriteNative(From(), contents);
+    ASSERT_EQ(0, chmod(From().c_str(), mode));
+    const timespec times[2] = {{7, 0}, {1'000'000'000, 123'000'000}};
+    ASSERT_EQ(0, utimensat(AT_FDCWD, From().c_str(), times, 0));
+    ASSERT_TRUE(Move()) << GetLastError();
+    EXPECT_EQ(kErrorSuccess, GetLastError());
+    EXPECT_THAT(Sources(), IsEmpty());
+    EXPECT_THAT(Targets(), ElementsAre("job.xml"));
+    EXPECT_EQ(contents, ReadNative(To()));
+    EXPECT_EQ(mode, StatNative(To()).st_mode & 07777);
+    EXPECT_EQ(1'000'000'000'123'000'000, GetFileStatus(PathFromNative(To()))->last_write_ns);
+  }
+}
+
+TEST_P(FileMoveTest, AccessListGoesAlong) {
+  WriteNative(From(), "x");
+  const acl_t list = acl_from_text("u::rw-,g::---,u:1234:rw-,m::rw-,o::---");
+  const int set = acl_set_file(From().c_str(), ACL_TYPE_ACCESS, list);
+  acl_free(list);
+  if (set != 0) GTEST_SKIP() << "no access lists here";
+  ASSERT_TRUE(Move());
+  const acl_t moved = acl_get_file(To().c_str(), ACL_TYPE_ACCESS);
+  char* text = acl_to_any_text(moved, "", ',', TEXT_ABBREVIATE | TEXT_NUMERIC_IDS);
+  EXPECT_STREQ("u::rw-,u:1234:rw-,g::---,m::rw-,o::---", text);
+  acl_free(text);
+  acl_free(moved);
+}
+
+TEST_P(FileMoveTest, ReplacesAFileInOneStep) {
+  WriteNative(To(), "old");
+  WriteNative(From(), "new contents");
+  const int reader = open(To().c_str(), O_RDONLY | O_CLOEXEC);
+  ASSERT_TRUE(Move());
+  char old[8] = {};
+  EXPECT_EQ(3, read(reader, old, sizeof old)) << "who had the old file open still has it";
+  EXPECT_STREQ("old", old);
+  close(reader);
+  EXPECT_EQ("new contents", ReadNative(To()));
+  EXPECT_THAT(Targets(), ElementsAre("job.xml"));
+}
+
+TEST_P(FileMoveTest, PlantedLinksAreNotFollowed) {
+  WriteNative(home_.native("victim"), "victim");
+  WriteNative(From(), "contents");
+  fs::create_symlink(home_.native("victim"), To());
+  ASSERT_TRUE(Move());
+  EXPECT_EQ("victim", ReadNative(home_.native("victim")));
+  EXPECT_TRUE(fs::is_regular_file(fs::symlink_status(To())));
+  fs::remove(To());
+
+  fs::create_symlink(home_.native("victim"), From());
+  if (GetParam()) {
+    EXPECT_FALSE(Move());
+    EXPECT_EQ(kErrorAccessDenied, GetLastError());
+    EXPECT_THAT(Targets(), IsEmpty());
+  } else {
+    EXPECT_TRUE(Move()) << "the link itself moves";
+  }
+  EXPECT_EQ("victim", ReadNative(home_.native("victim")));
+}
+
+TEST_P(FileMoveTest, FailuresLeaveEverythingAsItWas) {
+  EXPECT_FALSE(Move());
+  EXPECT_EQ(kErrorFileNotFound, GetLastError());
+
+  WriteNative(From(), "contents");
+  EXPECT_FALSE(MoveFileReplacing(PathFromNative(From()), PathFromNative(To("none/job.xml"))));
+  EXPECT_EQ(kErrorPathNotFound, GetLastError());
+
+  fs::create_directory(To());
+  EXPECT_FALSE(Move());
+  EXPECT_EQ(kErrorAccessDenied, GetLastError());
+
+  EXPECT_EQ("contents", ReadNative(From()));
+  EXPECT_THAT(Targets(), ElementsAre("job.xml"));
+  EXPECT_THAT(ListNative(To()), IsEmpty());
+}
+
+TEST_P(SameFileSystemMoveTest, TwoLinksToOneFileBecomeOne) {
+  WriteNative(From(), "contents");
+  ASSERT_TRUE(MoveFileReplacing(PathFromNative(From()), PathFromNative(From())));
+  fs::create_hard_link(From(), To());
+  ASSERT_TRUE(MoveFileReplacing(PathFromNative(From()),
+                                PathFromNative(home_.native("from/../from/job.dat"))));
+  EXPECT_EQ("contents", ReadNative(From())) << "the same name in another spelling";
+  ASSERT_TRUE(Move());
+  EXPECT_THAT(Sources(), IsEmpty());
+  EXPECT_EQ("contents", ReadNative(To()));
+}
+
+TEST_P(OtherFileSystemMoveTest, CopyThatCannotBeFinishedLeavesTheSourceAndTheOldTarget) {
+  const std::string contents(300'000, 'x');
+  WriteNative(From(), contents);
+  for (const bool has_target : {false, true}) {
+    if (has_target) WriteNative(To(), "old");
+    ChildProcess child([&] {
+      std::signal(SIGXFSZ, SIG_IGN);
+      const rlimit limit{100'000, 100'000};
+      setrlimit(RLIMIT_FSIZE, &limit);
+      return Move() ? 0 : static_cast<int>(GetLastError());
+    });
+    EXPECT_EQ(static_cast<int>(kErrorFileTooLarge), child.Wait());
+    EXPECT_EQ(contents, ReadNative(From()));
+    if (has_target) {
+      EXPECT_EQ("old", ReadNative(To()));
+    }
+    EXPECT_EQ(has_target ? 1U : 0U, Targets().size());
+  }
+}
+
+TEST_P(FileMoveTest, SourceThatCannotGoIsNotCopied) {
+  WriteNative(From(), "contents");
+  chmod(home_.native().c_str(), 0755);
+  chmod(home_.native("from").c_str(), 0555);
+  chmod(target_.c_str(), 0777);
+  ChildProcess child([&] {
+    if (geteuid() == 0 && setuid(65534) != 0) return 98;  // nothing is forbidden to root
+    return Move() ? 0 : static_cast<int>(GetLastError());
+  });
+  EXPECT_EQ(static_cast<int>(kErrorAccessDenied), child.Wait());
+  chmod(home_.native("from").c_str(), 0755);
+  EXPECT_EQ("contents", ReadNative(From()));
+  EXPECT_THAT(Targets(), IsEmpty());
+}
+
+TEST_P(OtherFileSystemMoveTest, KillAtAnyMomentLeavesOneWholeFile) {
+  const std::string contents(4'000'000, 'x');
+  for (int round = 0; round < 12; ++round) {
+    WriteNative(From(), contents);
+    WriteNative(To(), "old");
+    ChildProcess child([&] { return Move() ? 0 : 1; });
+    std::this_thread::sleep_for(std::chrono::microseconds(700 * round));
+    child.Kill();
+    child.Wait();
+    const std::string target = ReadNative(To());
+    EXPECT_TRUE(target == "old" || target == contents) << target.size();
+    if (target == "old" || ExistsNative(From())) {
+      EXPECT_EQ(contents.size(), StatNative(From()).st_size);
+    }
+  }
+}
+
+}  // namespace
+}  // namespace vk::tq::testing
