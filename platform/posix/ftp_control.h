@@ -1,0 +1,75 @@
+// The control connection of an FTP session.
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <optional>
+#include <string>
+#include <string_view>
+
+#include "platform/error.h"
+#include "platform/posix/ftp_reply.h"
+
+namespace vk::tq {
+
+// Milliseconds; kNoFtpTimeout for none.
+struct FtpTimeouts {
+  std::uint32_t connect = 30000;
+  std::uint32_t control_send = 30000;
+  std::uint32_t control_receive = 30000;
+  std::uint32_t data_send = 30000;
+  std::uint32_t data_receive = 30000;
+};
+
+// Whom to call and as whom, in the bytes that go out.
+struct FtpAccount {
+  std::string_view host;
+  std::uint16_t port;
+  const char* user;
+  const char* password;
+};
+
+// One control connection, from the log-in on. When it breaks it stays broken: every command fails
+// with 12030.
+//
+// libcurl resolves, connects and logs in; then it hands the socket over, and commands and replies
+// are written and read here. docs/decisions/ftp.md tells why.
+class FtpControl {
+ public:
+  // Null, with the last error set, on failure.
+  static std::unique_ptr<FtpControl> Connect(const FtpAccount& account,
+                                             const FtpTimeouts& timeouts);
+  FtpControl(const FtpControl&) = delete;
+  FtpControl& operator=(const FtpControl&) = delete;
+  // Takes leave of the server.
+  ~FtpControl();
+
+  int socket() const { return socket_; }
+
+  // Sends a command and reads its final reply. The reply, if it is no refusal.
+  std::optional<FtpReply> Command(std::string_view verb, std::string_view argument = {});
+
+  // Sends a command that moves a file, and reads the reply that it begins with.
+  bool Begin(std::string_view verb, std::string_view argument);
+  // Reads the reply that ends what Begin began.
+  bool End(std::uint32_t timeout);
+
+ private:
+  class Transfer;
+
+  FtpControl(std::unique_ptr<Transfer> transfer, int socket, const FtpTimeouts& timeouts);
+
+  bool Send(std::string_view verb, std::string_view argument);
+  // The next reply; nothing when none comes (then the connection is broken) or it is a refusal.
+  std::optional<FtpReply> Receive(std::uint32_t timeout);
+  std::optional<std::string> TakeLine(std::uint32_t timeout);
+  bool Break(ErrorCode code);
+
+  std::unique_ptr<Transfer> transfer_;
+  int socket_;  // the transfer's
+  FtpTimeouts timeouts_;
+  std::string unread_;
+  bool is_broken_ = false;
+};
+
+}  // namespace vk::tq

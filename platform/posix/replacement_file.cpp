@@ -1,0 +1,110 @@
+#include "platform/posix/replacement_file.h"
+
+#include <fcntl.h>
+#include <sys/acl.h>
+#include <sys/random.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdint>
+#include <cstdio>
+#include <memory>
+#include <type_traits>
+
+namespace vk::tq {
+namespace {
+
+// The folder of a path, with the slash at its end; empty for the current one.
+std::string FolderOf(const std::string& native) { return native.substr(0, native.rfind('/') + 1); }
+
+// A name that nobody can foresee. It is hidden, and belongs to no family of files.
+std::string TemporaryName() {
+  std::uint64_t number = 0;
+  [[maybe_unused]] const ssize_t ignored = getrandom(&number, sizeof number, 0);
+  char name[32];
+  std::snprintf(name, sizeof name, ".tq-%016llx", static_cast<unsigned long long>(number));
+  return name;
+}
+
+std::string DescriptorName(int fd) { return "/proc/self/fd/" + std::to_string(fd); }
+
+}  // namespace
+
+ReplacementFile::~ReplacementFile() {
+  if (is_named_) unlink(temporary_.c_str());
+}
+
+bool ReplacementFile::Open(const std::wstring& path) {
+  target_ = PathToNative(path);
+  old_.Reset(open(target_.c_str(), O_PATH | O_NOFOLLOW | O_CLOEXEC));
+  if (!old_) return errno == ENOENT ? Create(0666) : FailWithErrno();
+  struct stat info {};
+  if (fstat(old_.get(), &info) != 0) return FailWithErrno();
+  if (S_ISLNK(info.st_mode)) {
+    old_.Reset();
+    return Create(0666);
+  }
+  if (!S_ISREG(info.st_mode)) return Fail(kErrorAccessDenied);
+  if (faccessat(AT_FDCWD, DescriptorName(old_.get()).c_str(), W_OK, AT_EACCESS) != 0) {
+    return FailWithErrno();
+  }
+  return Create(0600);
+}
+
+bool ReplacementFile::Create(mode_t mode) {
+  const std::string folder = FolderOf(target_);
+  temporary_ = folder + TemporaryName();
+  file_.Reset(open(folder.empty() ? "." : folder.c_str(), O_TMPFILE | O_WRONLY | O_CLOEXEC, mode));
+  if (file_ && access(DescriptorName(file_.get()).c_str(), F_OK) == 0) return true;
+  file_.Reset(open(temporary_.c_str(), O_CREAT | O_EXCL | O_WRONLY | O_CLOEXEC | O_NOFOLLOW, mode));
+  if (!file_) return errno == ENOENT ? Fail(kErrorPathNotFound) : FailWithErrno();
+  is_named_ = true;
+  return true;
+}
+
+bool ReplacementFile::Write(const void* data, std::size_t size) {
+  const char* from = static_cast<const char*>(data);
+  while (size > 0) {
+    const ssize_t put = RetryInterrupted([&] { return write(file_.get(), from, size); });
+    if (put < 0) return FailWithErrno();
+    from += put;
+    size -= static_cast<std::size_t>(put);
+  }
+  return true;
+}
+
+bool ReplacementFile::Commit() {
+  if (old_ && !TakeRights()) return false;
+  if (fsync(file_.get()) != 0) return FailWithErrno();
+  return PutInPlace();
+}
+
+bool ReplacementFile::TakeRights() {
+  struct stat old {};
+  if (fstat(old_.get(), &old) != 0) return FailWithErrno();
+  // Only a privileged program can give a file away; any other becomes its owner.
+  [[maybe_unused]] const int ignored = fchown(file_.get(), old.st_uid, old.st_gid);
+  const std::unique_ptr<std::remove_pointer_t<acl_t>, int (*)(void*)> acl(
+      acl_get_file(DescriptorName(old_.get()).c_str(), ACL_TYPE_ACCESS), acl_free);
+  if (acl != nullptr && acl_set_fd(file_.get(), acl.get()) == 0) return true;
+  return fchmod(file_.get(), old.st_mode & 0777) == 0 || FailWithErrno();
+}
+
+bool ReplacementFile::PutInPlace() {
+  if (!is_named_) {
+    const std::string unnamed = DescriptorName(file_.get());
+    const auto link_as = [&](const std::string& name) {
+      return linkat(AT_FDCWD, unnamed.c_str(), AT_FDCWD, name.c_str(), AT_SYMLINK_FOLLOW) == 0;
+    };
+    if (link_as(target_)) return true;
+    if (errno != EEXIST) return FailWithErrno();
+    if (!link_as(temporary_)) return FailWithErrno();
+    is_named_ = true;
+  }
+  if (rename(temporary_.c_str(), target_.c_str()) != 0) return FailWithErrno();
+  is_named_ = false;
+  return true;
+}
+
+}  // namespace vk::tq
