@@ -1,0 +1,619 @@
+#include "transport/ftp.h"
+
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <filesystem>
+
+#include "platform/error.h"
+#include "support/ftp_client_test.h"
+#include "support/ftp_server.h"
+#include "support/scripted_ftp_peer.h"
+
+namespace vk::tq {
+namespace {
+
+using ::testing::Contains;
+using ::testing::ElementsAre;
+using testing::FromUtf8;
+using testing::FtpClientTest;
+using testing::FtpServer;
+using ::testing::HasSubstr;
+using ::testing::IsEmpty;
+using testing::kSecret;
+using testing::Listener;
+using testing::ListNative;
+using testing::LogLine;
+using ::testing::Not;
+using testing::ReadNative;
+using testing::ScopedEnvironment;
+using testing::ScriptedFtpPeer;
+using testing::ToUtf8;
+using testing::WriteNative;
+
+using Session = ScriptedFtpPeer::Session;
+
+constexpr unsigned long kTimeout = 20000;
+constexpr std::uint64_t kFourGiB = std::uint64_t{1} << 32;
+
+void MakeSparse(const std::string& native, std::uint64_t size) {
+  WriteNative(native, "");
+  std::filesystem::resize_file(native, size);
+}
+
+// Against the real server.
+class FtpTest : public FtpClientTest {
+ protected:
+  FtpTest() {
+    UsePort(server_.port());
+    std::filesystem::create_directories(native("out"));
+    std::filesystem::create_directories(native("in"));
+  }
+
+  void Connect() {
+    ASSERT_EQ(ftp_.FtpConnect(L"127.0.0.1", FtpServer::kUser, kSecret, kTimeout), 1);
+  }
+
+  FtpServer server_;
+  const std::wstring out_ = path(L"out");
+  const std::wstring in_ = path(L"in");
+  CFtp ftp_;
+};
+
+TEST_F(FtpTest, MovesFilesOverOneConnection) {
+  std::filesystem::create_directory(server_.home("jobs"));
+  const std::string bytes("line\r\n\0\xff\x1a not text\n", 20);
+  WriteNative(native("out/a.dat"), bytes);
+  WriteNative(native("out/empty"), "");
+  WriteNative(native("out/Info.XML"), "<a/>");
+  WriteNative(native("out/b.xml.dat"), "b");
+  WriteNative(native("in/a.dat"), "an older and longer file that is here already");
+
+  Connect();
+  EXPECT_EQ(ftp_.IsConnect(), 1);
+  EXPECT_EQ(ftp_.FtpChangeCurrentDirectory(L"jobs"), 1);
+  for (const wchar_t* name : {L"a.dat", L"empty", L"Info.XML", L"b.xml.dat"}) {
+    EXPECT_EQ(ftp_.FtpPut(out_.c_str(), name), 1);
+  }
+  EXPECT_EQ(ftp_.FtpGet(in_.c_str(), L"a.dat"), 1);
+  EXPECT_EQ(ftp_.FtpGet(in_.c_str(), L"empty"), 1);
+  EXPECT_EQ(ftp_.FtpSizeVerify(path(L"out\\a.dat"), L"a.dat"), 1);
+  EXPECT_EQ(ftp_.FtpSizeVerifyFindFirst(L"", L"a.dat", bytes.size()), 1);
+  EXPECT_EQ(ftp_.FtpPutAndVerify(out_.c_str(), L"a.dat", 3), 1);
+  EXPECT_EQ(ftp_.FtpDisConnect(), 1);
+  EXPECT_EQ(ftp_.IsConnect(), 0);
+
+  EXPECT_THAT(ListNative(server_.home("jobs")),
+              ElementsAre("Info.XML", "a.dat", "b.xml.dat", "empty"));
+  EXPECT_EQ(ReadNative(native("in/a.dat")), bytes);
+  EXPECT_EQ(ReadNative(native("in/empty")), "");
+  EXPECT_EQ(server_.LogIns(), 1);
+  const std::vector<std::string> dialogue = server_.Dialogue();
+  EXPECT_EQ(std::ranges::count_if(dialogue, [](auto& line) { return line.starts_with("CWD"); }), 1);
+  EXPECT_THAT(dialogue, Contains(HasSubstr("STOR Info.xm_")));
+  EXPECT_THAT(dialogue, Contains(HasSubstr("RNTO Info.XML -> 250")));
+  EXPECT_THAT(log_.lines(4), IsEmpty());
+}
+
+TEST_F(FtpTest, TakesNamesToTheLetter) {
+  Connect();
+  const std::vector<std::string> names = {
+      "two  blanks.dat",
+      " edge ",
+      "日本語 表.xml",
+      "50%41.dat",
+      "#1;type=a?x=y&z.dat",
+      "'q\"q'.dat",
+      "[a]{b}*?.dat",
+      "-l",
+      "~root",
+      "a+b,c@d:e|f.dat",
+  };
+  for (const std::string& name : names) {
+    SCOPED_TRACE(name);
+    const std::wstring wide = FromUtf8(name);
+    WriteNative(native("out/" + name), name);
+    EXPECT_EQ(ftp_.FtpPut(out_.c_str(), wide.c_str()), 1);
+    EXPECT_EQ(ftp_.FtpGet(in_.c_str(), wide.c_str()), 1);
+    EXPECT_EQ(ReadNative(native("in/" + name)), name);
+    EXPECT_EQ(ftp_.FtpSizeVerify(path(L"out\\" + wide), wide.c_str()), 1);
+    EXPECT_EQ(ftp_.FtpSizeVerifyFindFirst(nullptr, wide.c_str(), name.size()), 1);
+  }
+  std::vector<std::string> sorted = names;
+  std::ranges::sort(sorted);
+  EXPECT_EQ(ListNative(server_.home()), sorted);
+  ftp_.FtpDisConnect();
+  EXPECT_EQ(server_.LogIns(), 1);
+}
+
+TEST_F(FtpTest, SendsNamesInTheAnsiCodePage) {
+  const ScopedEnvironment code_page("TQ_ANSI_CODEPAGE", "932");
+  WriteNative(native("out/表.dat"), "x");
+  Connect();
+  EXPECT_EQ(ftp_.FtpPut(out_.c_str(), L"表.dat"), 1);
+  EXPECT_THAT(ListNative(server_.home()), ElementsAre("\x95\x5c.dat"));
+  EXPECT_EQ(ftp_.FtpSizeVerifyFindFirst(nullptr, L"表.dat", 1), 1);
+  // A character that the code page lacks would make it another file.
+  WriteNative(native("out/한.dat"), "x");
+  EXPECT_EQ(ftp_.FtpPut(out_.c_str(), L"한.dat"), 0);
+  EXPECT_EQ(log_.lines(3).back().code, 123);
+  EXPECT_THAT(ListNative(server_.home()), ElementsAre("\x95\x5c.dat"));
+}
+
+TEST_F(FtpTest, ComparesSizesBeyond32Bits) {
+  MakeSparse(native("out/big"), kFourGiB + 5);
+  MakeSparse(server_.home("big"), kFourGiB + 5);
+  MakeSparse(server_.home("small"), 5);
+  Connect();
+  EXPECT_EQ(ftp_.FtpSizeVerify(path(L"out\\big"), L"big"), 1);
+  EXPECT_EQ(ftp_.FtpSizeVerifyFindFirst(nullptr, L"big", kFourGiB + 5), 1);
+  log_.Clear();
+  EXPECT_EQ(ftp_.FtpSizeVerify(path(L"out\\big"), L"small"), 0);
+  EXPECT_EQ(ftp_.FtpSizeVerifyFindFirst(nullptr, L"small", kFourGiB + 5), 0);
+  EXPECT_EQ(ftp_.IsConnect(), 1);
+  EXPECT_THAT(log_.lines(),
+              ElementsAre(LogLine{4, 13130050, L"CFtp::FtpSizeVerify",
+                                  L"FTP転送ファイルのサイズが異常です。file[" + path(L"out\\big") +
+                                      L"] size[4294967301]byte->[5]byte"},
+                          LogLine{2, 13130065, L"CFtp::FtpSizeVerifyFindFirst",
+                                  L"FTP転送ファイルのサイズチェックを行います。"},
+                          LogLine{3, 13130050, L"CFtp::FtpSizeVerifyFindFirst",
+                                  L"FTP転送ファイルのサイズが異常です。file[small] "
+                                  L"size[4294967301]byte->[5]byte"}));
+}
+
+TEST_F(FtpTest, WritesTheLinesOfASession) {
+  WriteNative(native("out/J.XML"), "<a/>");
+  Connect();
+  ftp_.FtpPut(out_.c_str(), L"J.XML");
+  ftp_.FtpGet(in_.c_str(), L"J.XML");
+  ftp_.FtpPutAndVerify(out_.c_str(), L"J.XML", 2);
+  ftp_.FtpDisConnect();
+  const std::wstring put = L"CFtp::FtpPut";
+  EXPECT_THAT(
+      log_.lines(),
+      ElementsAre(
+          LogLine{3, 130020, L"CFtp::SetFtpOption", L"FTP各種オプションの設定完了"},
+          LogLine{2, 130021, L"CFtp::FtpConnect", L"プリンタサーバ: FTP接続開始"},
+          LogLine{2, 130022, L"CFtp::FtpConnect", L"プリンタサーバ: FTP接続完了"},
+          LogLine{3, 130009, put, L"FTPサーバに接続しました。"},
+          LogLine{2, 130009, put,
+                  L"ファイルをUploadします。[local:" + path(L"out\\J.XML") + L"],[remote:J.xm_]"},
+          LogLine{2, 130009, put, L"リモートファイルをrenameします。[old:J.xm_],[new:J.XML]"},
+          LogLine{3, 130011, put, L"アップロードが完了しました。[J.XML]"},
+          LogLine{3, 130005, L"CFtp::FtpGet", L"FTPサーバに接続しました。"},
+          LogLine{3, 130007, L"CFtp::FtpGet", L"ダウンロードが完了しました。"},
+          LogLine{3, 130011, L"CFtp::FtpPutAndVerify",
+                  L"アップロードが完了しました。リトライ回数: [0]/[2]"},
+          LogLine{3, 130014, L"CFtp::FtpDisConnect", L"FTPセッションを開放しました。"}));
+  EXPECT_THAT(clock_.pauses, ElementsAre(25, 25));
+}
+
+TEST_F(FtpTest, ReportsFailuresAndCloses) {
+  const auto fails = [&](int number, const wchar_t* function, const wchar_t* text, int code,
+                         const auto& operation) {
+    SCOPED_TRACE(number);
+    Connect();
+    EXPECT_EQ(operation(), 0);
+    EXPECT_EQ(ftp_.IsConnect(), 0);
+    EXPECT_EQ(log_.lines(3).back(), (LogLine{3, number, function, text, {}, code}));
+  };
+  fails(130008, L"CFtp::FtpChangeCurrentDirectory",
+        L"リモートのカレントディレクトリ設定エラーが発生しました。", 12003,
+        [&] { return ftp_.FtpChangeCurrentDirectory(L"missing"); });
+  fails(130006, L"CFtp::FtpGet", L"ダウンロードに失敗しました。", 12003,
+        [&] { return ftp_.FtpGet(in_.c_str(), L"missing"); });
+  fails(130006, L"CFtp::FtpGet", L"ダウンロードに失敗しました。", 3,
+        [&] { return ftp_.FtpGet(path(L"no folder").c_str(), L"missing"); });
+  fails(130010, L"CFtp::FtpPut", L"アップロードに失敗しました。", 2,
+        [&] { return ftp_.FtpPut(out_.c_str(), L"missing.xml"); });
+  fails(130010, L"CFtp::FtpPutAndVerify", L"アップロードに失敗しました。", 2,
+        [&] { return ftp_.FtpPutAndVerify(out_.c_str(), L"missing", 9); });
+  EXPECT_EQ(server_.LogIns(), 5);
+  EXPECT_THAT(server_.Dialogue(), Not(Contains(HasSubstr("STOR"))));
+  EXPECT_THAT(ListNative(native("in")), IsEmpty());
+}
+
+TEST_F(FtpTest, SizeChecksReportWhatIsMissingAndStayConnected) {
+  WriteNative(native("out/here"), "x");
+  Connect();
+  log_.Clear();
+  EXPECT_EQ(ftp_.FtpSizeVerify(path(L"gone"), L"here"), 0);
+  EXPECT_EQ(ftp_.FtpSizeVerify(path(L"out\\here"), L"gone"), 0);
+  EXPECT_EQ(ftp_.IsConnect(), 1);
+  const std::wstring function = L"CFtp::FtpSizeVerify";
+  EXPECT_THAT(
+      log_.lines(),
+      ElementsAre(LogLine{5,
+                          130030,
+                          function,
+                          L"ファイルハンドルの取得に失敗しました。[" + path(L"gone") + L"]",
+                          {},
+                          2},
+                  LogLine{5,
+                          13130060,
+                          function,
+                          L"サイズチェックで例外が発生しました。 [" + path(L"gone") + L"]",
+                          {},
+                          2},
+                  LogLine{5,
+                          130040,
+                          function,
+                          L"転送先ファイルハンドルの取得に失敗しました。[gone]",
+                          {},
+                          12003},
+                  LogLine{5,
+                          13130060,
+                          function,
+                          L"サイズチェックで例外が発生しました。 [" + path(L"out\\here") + L"]",
+                          {},
+                          12003}));
+}
+
+TEST_F(FtpTest, ADownloadKeepsTheRightsOfTheFileAndFollowsNoLink) {
+  WriteNative(server_.home("a"), "new");
+  WriteNative(native("in/a"), "old");
+  ASSERT_EQ(chmod(native("in/a").c_str(), 0640), 0);
+  WriteNative(native("elsewhere"), "planted");
+  Connect();
+  EXPECT_EQ(ftp_.FtpGet(in_.c_str(), L"a"), 1);
+  EXPECT_EQ(ReadNative(native("in/a")), "new");
+  struct stat info {};
+  ASSERT_EQ(stat(native("in/a").c_str(), &info), 0);
+  EXPECT_EQ(info.st_mode & 07777, 0640U);
+
+  std::filesystem::remove(native("in/a"));
+  std::filesystem::create_symlink(native("elsewhere"), native("in/a"));
+  EXPECT_EQ(ftp_.FtpGet(in_.c_str(), L"a"), 1);
+  EXPECT_EQ(ReadNative(native("elsewhere")), "planted");
+  EXPECT_FALSE(std::filesystem::is_symlink(native("in/a")));
+  EXPECT_THAT(ListNative(native("in")), ElementsAre("a"));
+}
+
+// Two objects with the same handles: what one closes is closed for the other.
+TEST_F(FtpTest, ACopyHoldsTheSameHandles) {
+  Connect();
+  {
+    CFtp copy;
+    copy = ftp_;
+    EXPECT_EQ(copy.FtpChangeCurrentDirectory(L"/"), 1);
+    EXPECT_EQ(ftp_.FtpDisConnect(), 1);
+    EXPECT_EQ(copy.IsConnect(), 1);
+    log_.Clear();
+    EXPECT_EQ(copy.FtpDisConnect(), 0);
+    EXPECT_EQ(copy.IsConnect(), 0);
+  }
+  const LogLine stuck{
+      3,  130013, L"CFtp::FtpDisConnect", L"インターネットサービス切断エラーが発生しました。",
+      {}, 6};
+  EXPECT_THAT(log_.lines(), ElementsAre(LogLine{3,
+                                                130012,
+                                                L"CFtp::FtpDisConnect",
+                                                L"FTPセッションクローズエラーが発生しました。",
+                                                {},
+                                                6},
+                                        stuck, stuck));
+}
+
+// Against a server that does as it is told.
+class ScriptedFtpTest : public FtpClientTest {
+ protected:
+  ScriptedFtpTest() { UsePort(peer_.port()); }
+
+  void Connect(unsigned long timeout = kTimeout) {
+    ASSERT_EQ(ftp_.FtpConnect(L"127.0.0.1", L"tester", kSecret, timeout), 1);
+    log_.Clear();
+  }
+  int Put(const wchar_t* name) { return ftp_.FtpPut(temp_.path().c_str(), name); }
+  LogLine last_line() const { return log_.lines().back(); }
+
+  ScriptedFtpPeer peer_;
+  CFtp ftp_;
+};
+
+TEST_F(ScriptedFtpTest, RepeatsARefusedRename) {
+  struct Case {
+    int refusals;
+    int attempts;
+    int result;
+  };
+  for (const Case& test : {Case{0, 1, 1}, Case{1, 2, 1}, Case{10, 11, 1}, Case{11, 11, 0}}) {
+    SCOPED_TRACE(test.refusals);
+    ScriptedFtpPeer peer;
+    UsePort(peer.port());
+    int left = test.refusals;
+    peer.On("RNTO", [&left](Session& session, const std::string&) {
+      session.Reply(left-- > 0 ? "450 busy" : "250 done");
+      return true;
+    });
+    WriteNative(native("j.xml"), "<a/>");
+    Connect();
+    clock_.pauses.clear();
+    EXPECT_EQ(Put(L"j.xml"), test.result);
+    EXPECT_EQ(peer.count("RNFR"), test.attempts);
+    EXPECT_EQ(peer.count("DELE"), test.result == 1 ? 0 : 1);
+    EXPECT_EQ(peer.connections(), 1);
+    EXPECT_EQ(ftp_.IsConnect(), test.result);
+    EXPECT_EQ(clock_.pauses,
+              std::vector<std::uint32_t>(static_cast<std::size_t>(test.attempts) + 1, 25));
+    ftp_.FtpDisConnect();
+  }
+  const std::wstring names = L"[old:j.xm_],[new:j.xml]";
+  const auto lines = log_.lines();
+  ASSERT_EQ(lines.size(), 2U + 11U + 3U);
+  EXPECT_EQ(lines[2].message, L"リモートファイルをrenameします。" + names);
+  EXPECT_EQ(lines[3].message, L"リモートファイルを再度renameします。" + names);
+  EXPECT_EQ(lines[13], (LogLine{5, 130009, L"CFtp::FtpPut",
+                                L"リモートファイルをrenameできませんでした。" + names}));
+  EXPECT_EQ(lines[14],
+            (LogLine{3, 130010, L"CFtp::FtpPut", L"アップロードに失敗しました。", {}, 12003}));
+}
+
+TEST_F(ScriptedFtpTest, DoesNotRepeatARenameOnABrokenConnection) {
+  peer_.On("RNFR", [](Session&, const std::string&) { return false; });
+  WriteNative(native("j.xml"), "<a/>");
+  Connect();
+  EXPECT_EQ(Put(L"j.xml"), 0);
+  EXPECT_EQ(last_line().code, 12030);
+  EXPECT_EQ(peer_.count("RNFR"), 1);
+  EXPECT_EQ(peer_.count("DELE"), 0);
+  EXPECT_EQ(peer_.connections(), 1);
+}
+
+// The server closes the data connection before it has all; its reply tells why. What it kept is
+// deleted over the same control connection.
+TEST_F(ScriptedFtpTest, DeletesWhatAFailedUploadLeft) {
+  MakeSparse(native("big.dat"), 64 << 20);
+  struct Case {
+    const char* reply;
+    bool cuts;  // or only stops reading
+  };
+  for (const Case& test : {Case{"552 disk full", true}, Case{"451 no more", false}}) {
+    SCOPED_TRACE(test.reply);
+    ScriptedFtpPeer peer;
+    UsePort(peer.port());
+    peer.On("STOR", [&test](Session& session, const std::string&) {
+      session.Reply("150 go on");
+      session.TakeSomeData(1000);
+      if (test.cuts) session.CutData();
+      session.Reply(test.reply);
+      return true;
+    });
+    Connect();
+    EXPECT_EQ(Put(L"big.dat"), 0);
+    EXPECT_EQ(last_line(),
+              (LogLine{3, 130010, L"CFtp::FtpPut", L"アップロードに失敗しました。", {}, 12003}));
+    EXPECT_EQ(peer.commands().at(peer.commands().size() - 2), "DELE big.dat");
+    EXPECT_EQ(peer.connections(), 1);
+    EXPECT_EQ(ftp_.IsConnect(), 0);
+  }
+}
+
+TEST_F(ScriptedFtpTest, UploadsUntilTheSizeIsRight) {
+  peer_.On("SIZE", "213 99");
+  WriteNative(native("a"), "x");
+  const auto count_line = [](const wchar_t* counts) {
+    return LogLine{3, 130011, L"CFtp::FtpPutAndVerify",
+                   L"アップロードが失敗しました。リトライ回数: " + std::wstring(counts)};
+  };
+  Connect();
+  EXPECT_EQ(ftp_.FtpPutAndVerify(temp_.path().c_str(), L"a", 3), 0);
+  EXPECT_EQ(peer_.count("STOR"), 3);
+  EXPECT_EQ(log_.lines().size(), 4U);
+  EXPECT_EQ(log_.lines(4).size(), 3U);
+  EXPECT_EQ(last_line(), count_line(L"[3]/[3]"));
+  EXPECT_EQ(ftp_.FtpPutAndVerify(temp_.path().c_str(), L"a", 0), 0);
+  EXPECT_EQ(peer_.count("STOR"), 4);
+  EXPECT_EQ(last_line(), count_line(L"[1]/[0]"));
+  EXPECT_EQ(ftp_.IsConnect(), 1);
+  EXPECT_EQ(peer_.connections(), 1);
+}
+
+TEST_F(ScriptedFtpTest, GivesUpWhenALaterUploadFails) {
+  int uploads = 0;
+  peer_.On("SIZE", "213 99");
+  peer_.On("STOR", [&uploads](Session& session, const std::string&) {
+    session.Reply(++uploads < 2 ? "150 go on" : "553 no");
+    if (uploads < 2) {
+      session.TakeData();
+      session.Reply("226 stored");
+    }
+    return true;
+  });
+  WriteNative(native("a"), "x");
+  Connect();
+  EXPECT_EQ(ftp_.FtpPutAndVerify(temp_.path().c_str(), L"a", 3), 0);
+  EXPECT_EQ(uploads, 2);
+  EXPECT_EQ(
+      last_line(),
+      (LogLine{3, 130010, L"CFtp::FtpPutAndVerify", L"アップロードに失敗しました。", {}, 12003}));
+  EXPECT_EQ(peer_.count("DELE"), 0);
+  EXPECT_EQ(ftp_.IsConnect(), 0);
+}
+
+TEST_F(ScriptedFtpTest, AFailedDownloadLeavesTheFileAsItWas) {
+  WriteNative(native("in/a"), "old");
+  peer_.On("RETR", [](Session& session, const std::string&) {
+    session.Reply("150 here it comes");
+    session.SendData("only a part");
+    session.CloseData();
+    session.Reply("426 something broke");
+    return true;
+  });
+  Connect();
+  EXPECT_EQ(ftp_.FtpGet(path(L"in").c_str(), L"a"), 0);
+  EXPECT_EQ(last_line().code, 12003);
+  EXPECT_EQ(ReadNative(native("in/a")), "old");
+  EXPECT_THAT(ListNative(native("in")), ElementsAre("a"));
+}
+
+TEST_F(ScriptedFtpTest, ReportsALogInThatFails) {
+  struct Case {
+    const char* verb;
+    const char* reply;
+    int code;
+  };
+  const Case cases[] = {
+      {"USER", "530 no such user", 12013},
+      {"PASS", "530-sorry\r\n530 wrong", 12014},
+      {"PASS", "332 an account, too", 12015},
+      {"PASS", "450 later", 12015},
+      {"USER", "421 too many", 12003},
+      {"", "421 not now", 12003},
+      {"", "SSH-2.0-server", 13},
+  };
+  for (const Case& test : cases) {
+    SCOPED_TRACE(test.reply);
+    ScriptedFtpPeer peer;
+    UsePort(peer.port());
+    peer.On(test.verb, test.reply);
+    log_.Clear();
+    EXPECT_EQ(ftp_.FtpConnect(L"127.0.0.1", L"tester", kSecret, kTimeout), 0);
+    EXPECT_EQ(ftp_.IsConnect(), 0);
+    EXPECT_THAT(
+        log_.lines(),
+        ElementsAre(
+            LogLine{3, 130020, L"CFtp::SetFtpOption", L"FTP各種オプションの設定完了"},
+            LogLine{2, 130021, L"CFtp::FtpConnect", L"プリンタサーバ: FTP接続開始"},
+            LogLine{2, 130022, L"CFtp::FtpConnect", L"プリンタサーバ: FTP接続完了"},
+            LogLine{3, 130003, L"CFtp::FtpConnect", L"FTPサーバ接続エラー発生", {}, test.code}));
+  }
+}
+
+TEST_F(ScriptedFtpTest, ReportsAServerThatCannotBeReached) {
+  const auto code_of = [&](const wchar_t* host) {
+    EXPECT_EQ(ftp_.FtpConnect(host, L"tester", kSecret, kTimeout), 0);
+    return last_line().code;
+  };
+  const Listener deaf(false, true);
+  UsePort(deaf.port());
+  EXPECT_EQ(code_of(L"127.0.0.1"), 12029);
+  EXPECT_EQ(code_of((std::wstring(64, L'a') + L".invalid").c_str()), 12007);
+  EXPECT_EQ(code_of(L"user@127.0.0.1/x"), 12007);
+  EXPECT_EQ(code_of(L""), 12007);
+}
+
+TEST_F(ScriptedFtpTest, RefusesATimeOutOfNothing) {
+  EXPECT_EQ(ftp_.FtpConnect(L"127.0.0.1", L"tester", kSecret, 0), 0);
+  const wchar_t* text = L"FTP通信オプション設定でエラーが発生しました。";
+  EXPECT_THAT(log_.lines(), ElementsAre(LogLine{3, 130015, L"CFtp::SetFtpOption", text, {}, 87},
+                                        LogLine{3, 130002, L"CFtp::FtpConnect", text, {}, 87}));
+  EXPECT_EQ(peer_.connections(), 0);
+}
+
+TEST_F(ScriptedFtpTest, AnObjectWithoutAConnectionFailsEverywhere) {
+  WriteNative(native("a"), "x");
+  {
+    CFtp never;
+    EXPECT_EQ(never.FtpGet(L"", L"a"), 0);
+    EXPECT_EQ(last_line().code, 6);
+    EXPECT_EQ(never.FtpPut(temp_.path().c_str(), L"a"), 0);
+    EXPECT_EQ(last_line().code, 6);
+    EXPECT_EQ(never.FtpChangeCurrentDirectory(nullptr), 0);
+    EXPECT_EQ(last_line().code, 6);
+    EXPECT_EQ(never.FtpSizeVerify(path(L"a"), nullptr), 0);
+    EXPECT_EQ(last_line().code, 6);
+    EXPECT_EQ(never.FtpSizeVerifyFindFirst(nullptr, L"a", 0), 0);
+    EXPECT_EQ(last_line(), (LogLine{3,
+                                    130040,
+                                    L"CFtp::FtpSizeVerifyFindFirst",
+                                    L"転送先ファイル情報、およびエラー情報の取得に失敗しました。"
+                                    L"ファイル[a], エラー[6]",
+                                    {},
+                                    6}));
+    log_.Clear();
+  }
+  EXPECT_THAT(log_.lines(), ElementsAre(LogLine{3, 130014, L"CFtp::FtpDisConnect",
+                                                L"FTPセッションを開放しました。"}));
+}
+
+TEST_F(ScriptedFtpTest, ConnectingAgainReplacesTheConnection) {
+  Connect();
+  Connect();
+  EXPECT_EQ(peer_.count("QUIT"), 1);
+  EXPECT_EQ(peer_.connections(), 2);
+  EXPECT_EQ(ftp_.FtpChangeCurrentDirectory(L"x"), 1);
+}
+
+TEST_F(ScriptedFtpTest, TakesTheSizeFromTheListing) {
+  struct Case {
+    const char* reply;  // a refusal, or the listing
+    int result;
+    const wchar_t* failure = L"";
+    int code = 0;
+  };
+  const std::string long_reply = "550 " + std::string(300, 'x');
+  const Case cases[] = {
+      {"total 1\r\n-rw-r--r--   1 user  group  6000000000 Nov 24 14:29 a b\r\n", 1},
+      {"-rw-r--r-- 1 Jan 1000 6000000000 Jan  1  2026 a b\n", 1},
+      {"-rw------- 1 me 6000000000 2026-11-24 14:29 a b", 1},
+      {"lrwxrwxrwx 1 u g 6000000000 Nov 24 14:29 a b -> c\r\n", 1},
+      {"11-24-26  02:29PM           6000000000 a b\r\n", 1},
+      {"drwxr-xr-x 2 u g 6000000000 Nov 24 14:29 a b\r\n11-24-26  02:29PM <DIR> a b\r\n"
+       "-rw-r--r-- 1 u g 6000000000 Nov 24 14:29  a b\r\nnonsense\r\n",
+       0, L"、およびエラー情報の取得に失敗しました。ファイル[a b], エラー[18]", 18},
+      {"550 no \xe8\xa1\xa8", 0, L"の取得に失敗しました。ファイル[a b], エラー[550(550 no 表)]",
+       550},
+      {long_reply.c_str(), 0, L"、およびエラー情報の取得に失敗しました。ファイル[a b], エラー[122]",
+       122},
+  };
+  std::string reply;
+  peer_.On("LIST", [&reply](Session& session, const std::string&) {
+    if (reply.starts_with("550 ")) {
+      session.Reply(reply);
+      return true;
+    }
+    session.Reply("150 here it comes");
+    session.SendData(reply);
+    session.CloseData();
+    session.Reply("226 that was it");
+    return true;
+  });
+  Connect();
+  for (const Case& test : cases) {
+    SCOPED_TRACE(test.reply);
+    reply = test.reply;
+    log_.Clear();
+    EXPECT_EQ(ftp_.FtpSizeVerifyFindFirst(nullptr, L"a b", 6000000000), test.result);
+    if (test.result == 1) {
+      EXPECT_EQ(log_.lines().size(), 1U);
+    } else {
+      EXPECT_EQ(last_line(), (LogLine{3,
+                                      130040,
+                                      L"CFtp::FtpSizeVerifyFindFirst",
+                                      L"転送先ファイル情報" + std::wstring(test.failure),
+                                      {},
+                                      test.code}));
+    }
+  }
+  EXPECT_EQ(ftp_.IsConnect(), 1);
+}
+
+TEST_F(ScriptedFtpTest, SendsNothingForANameThatWouldBeACommand) {
+  WriteNative(native("a"), "x");
+  const std::wstring names[] = {L"", L"a\r\nDELE b", L"a\nb", L"a\rb", L"a\tb"};
+  for (const std::wstring& name : names) {
+    Connect();
+    const std::size_t before = peer_.commands().size();
+    EXPECT_EQ(ftp_.FtpChangeCurrentDirectory(name.c_str()), 0);
+    EXPECT_EQ(last_line().code, 123);
+    EXPECT_EQ(peer_.commands().size(), before + 1);
+    EXPECT_EQ(peer_.commands().back(), "QUIT");
+  }
+  EXPECT_EQ(ftp_.FtpConnect(L"127.0.0.1", L"tester\r\nDELE b", kSecret, kTimeout), 0);
+  EXPECT_EQ(last_line().code, 12013);
+  EXPECT_EQ(ftp_.FtpConnect(L"127.0.0.1", L"tester", L"x\r\nDELE b", kTimeout), 0);
+  EXPECT_EQ(last_line().code, 12014);
+  EXPECT_EQ(peer_.connections(), static_cast<int>(std::size(names)));
+}
+
+TEST(FtpPathTest, MakesALocalPath) {
+  EXPECT_EQ(CFtp::MakeLocalPath(L"C:\\out", L"a.xml"), L"C:\\out\\a.xml");
+  EXPECT_EQ(CFtp::MakeLocalPath(L"C:\\out\\", L"a.xml"), L"C:\\out\\a.xml");
+  EXPECT_EQ(CFtp::MakeLocalPath(L"C:/out/", L"a.xml"), L"C:\\out\\a.xml");
+  EXPECT_EQ(CFtp::MakeLocalPath(L"", L"a.xml"), L"a.xml");
+  EXPECT_EQ(CFtp::MakeLocalPath(nullptr, nullptr), L"");
+}
+
+}  // namespace
+}  // namespace vk::tq
