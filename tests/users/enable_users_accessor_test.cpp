@@ -1,0 +1,535 @@
+#include "users/enable_users_accessor.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <atomic>
+#include <chrono>
+#include <filesystem>
+#include <functional>
+#include <thread>
+#include <utility>
+
+#include "platform/clock.h"
+#include "platform/path.h"
+#include "platform/text.h"
+#include "storage/crypto.h"
+#include "support/test_support.h"
+
+namespace vk::tq {
+
+class EnableUsersAccessorPeer {
+ public:
+  static void DropInstance() { delete std::exchange(CEnableUsersAccessor::s_pInstance, nullptr); }
+  static std::int64_t LastWrite(const CEnableUsersAccessor& users) { return users.m_ftLastWrite; }
+  static std::size_t Size(const CEnableUsersAccessor& users) {
+    return users.m_mapChangeUsers.size();
+  }
+};
+
+namespace {
+
+using ::testing::Contains;
+using ::testing::ElementsAre;
+using ::testing::IsEmpty;
+using testing::LogLine;
+using testing::ToUtf8;
+using Peer = EnableUsersAccessorPeer;
+
+constexpr const wchar_t* kConstructor = L"CEnableUsersAccessor::CEnableUsersAccessor";
+constexpr const wchar_t* kChange = L"CEnableUsersAccessor::GetTQLoginAccount";
+constexpr const wchar_t* kLogOnly = L"CEnableUsersAccessor::GetLogOnlyUserAccount";
+constexpr const wchar_t* kPcLogon = L"CEnableUsersAccessor::GetPcLogonQueryUserAccount";
+
+void SetLastWrite(const std::string& native, std::int64_t seconds, long nanoseconds = 0) {
+  const timespec times[] = {{seconds, nanoseconds}, {seconds, nanoseconds}};
+  ASSERT_EQ(utimensat(AT_FDCWD, native.c_str(), times, 0), 0);
+}
+
+class EnableUsersTest : public testing::ProductTest {
+ protected:
+  EnableUsersTest() : temporary_("TMPDIR", native("temporary").c_str()) {
+    std::filesystem::create_directory(native("temporary"));
+    WriteKeyFile();
+    Peer::DropInstance();
+  }
+  ~EnableUsersTest() override { Peer::DropInstance(); }
+
+  std::string list_native(const char* extension) const {
+    return product_native("config/EnableUsers") + extension;
+  }
+
+  // Writes the plain list, with a time stamp that no other list of the test has, long ago.
+  void WritePlain(std::string_view bytes) {
+    testing::WriteNative(list_native(".ini"), bytes);
+    SetLastWrite(list_native(".ini"), ++stamp_);
+  }
+
+  void WriteEnciphered(std::string_view bytes) {
+    testing::WriteNative(native("plain"), bytes);
+    ASSERT_EQ(CCrypto().CryptFileMake(path(L"plain"), product_path(L"config/EnableUsers.dat")), 0);
+    SetLastWrite(list_native(".dat"), ++stamp_);
+  }
+
+  std::vector<std::string> TemporaryFiles() const {
+    return testing::ListNative(native("temporary"));
+  }
+
+  // The account, or "-" when the user is not found.
+  static CString Change(const CString& user) {
+    CString account;
+    const CEnableUsersAccessor* users = CEnableUsersAccessor::GetInstance();
+    return users->GetTQLoginAccount(user, L"me", account) == 1 ? account : CString(L"-");
+  }
+
+  static std::size_t Size() { return Peer::Size(*CEnableUsersAccessor::GetInstance()); }
+
+  testing::ScopedEnvironment temporary_;
+  std::int64_t stamp_ = 1'000'000'000;
+};
+
+// ---- The lookups ----
+
+struct Lookup {
+  const wchar_t* function;
+  CString user;
+  int result;
+  CString account;
+  CString line;
+};
+
+void ExpectLookups(testing::LogRecorder& log, const std::vector<Lookup>& lookups) {
+  const CEnableUsersAccessor& users = *CEnableUsersAccessor::GetInstance();
+  for (const Lookup& c : lookups) {
+    log.Clear();
+    CString account = L"old";
+    const int result = c.function == kChange    ? users.GetTQLoginAccount(c.user, L"Me", account)
+                       : c.function == kLogOnly ? users.GetLogOnlyUserAccount(c.user, account)
+                                                : users.GetPcLogonQueryUserAccount(c.user, account);
+    EXPECT_EQ(result, c.result) << ToUtf8(c.user);
+    EXPECT_EQ(account, c.account) << ToUtf8(c.user);
+    EXPECT_THAT(log.lines(), ElementsAre(LogLine{2, 0, c.function, c.line}));
+  }
+}
+
+TEST_F(EnableUsersTest, LookupsTellTheirDecision) {
+  WritePlain(
+      "[ChangeUsers]\r\nBob=Acct-B\r\nEmpty=\r\n*=star\r\n"
+      "[LogOnlyUsers]\r\nLog=Acct-L\r\nNone=\r\n"
+      "[PcLogonQueryUsers]\r\nPc=Acct-P\r\nBare=\r\n");
+  const CString on = L"でジョブ登録処理を続けます。";
+  const CString known = L"が許可ユーザ定義に見つかりました。";
+  const CString may_log = L"がログだけプリントを許可されています。";
+  const CString may_not_log = L"がログだけプリントを許可されていません。";
+  const CString is_no_query = L"は、PcLogon問合せユーザではありません。";
+  const CString job = L"印刷ジョブユーザ";
+  ExpectLookups(
+      log_,
+      {
+          {kChange, L"boB", 1, L"Acct-B",
+           job + L"[BOB]" + known + L"定義されたログインユーザ[Acct-B]" + on},
+          {kChange, L"empty", 1, L"Me",
+           job + L"[EMPTY]" + known + L"現在のログインユーザ[Me]" + on},
+          {kChange, L"*", 1, L"star",
+           job + L"[*]" + known + L"定義されたログインユーザ[star]" + on},
+          {kChange, L"no%s", 0, L"", job + L"[NO%S]が許可ユーザ定義に見つかりません。"},
+          {kChange, L"", 0, L"", job + L"[]が許可ユーザ定義に見つかりません。"},
+          {kLogOnly, L"log", 1, L"Acct-L",
+           job + L"[LOG]" + may_log + L"定義されたユーザ[Acct-L]" + on},
+          {kLogOnly, L"none", 1, L"NONE", job + L"[NONE]" + may_log + L"現在のユーザ[NONE]" + on},
+          {kLogOnly, L"x", 0, L"", job + L"[X]" + may_not_log + L"現在のユーザ[X]" + on},
+          {kLogOnly, L"", 0, L"", job + L"[]" + may_not_log + L"現在のユーザ[]" + on},
+          {kPcLogon, L"pc", 1, L"Acct-P", job + L"[PC]は、定義されたユーザ[Acct-P]" + on},
+          {kPcLogon, L"bare", 1, L"", job + L"[BARE]は、PcLogon問合せユーザです。"},
+          {kPcLogon, L"x", 0, L"", job + L"[X]" + is_no_query},
+          {kPcLogon, L"", 0, L"", job + L"[]" + is_no_query},
+      });
+
+  const CString by_star = L"は、*定義されているためPcLogon問合せユーザです。";
+  WritePlain("[PcLogonQueryUsers]\r\n*=Any\r\npc=own\r\n");
+  ExpectLookups(log_, {
+                          {kPcLogon, L"x", 1, L"Any", job + L"[X]" + by_star},
+                          {kPcLogon, L"Pc", 1, L"own", job + L"[PC]は、定義されたユーザ[own]" + on},
+                          {kPcLogon, L"", 0, L"", job + L"[]" + is_no_query},
+                      });
+  WritePlain("[PcLogonQueryUsers]\r\n*=\r\n");
+  ExpectLookups(
+      log_,
+      {
+          {kPcLogon, L"x", 1, L"", job + L"[X]" + by_star},
+          {kChange, L"Bob", 0, L"Bob", L"許可ユーザ定義が見つかりません。現在のユーザ[Bob]" + on},
+          {kLogOnly, L"Bob", 0, L"Bob",
+           L"ログだけプリントの許可ユーザ定義が見つかりません。現在のユーザ[Bob]" + on},
+      });
+  WritePlain("[Other]\r\nBob=x\r\n");
+  ExpectLookups(log_, {{kPcLogon, L"Bob", 0, L"",
+                        L"PcLogon問合せユーザの許可ユーザ定義が見つかりません。現在のユーザ[Bob]" +
+                            is_no_query}});
+}
+
+TEST_F(EnableUsersTest, TheFirstListThatKnowsTheUserDecides) {
+  WritePlain(
+      "[ChangeUsers]\r\nall=1\r\n"
+      "[LogOnlyUsers]\r\nall=2\r\ntwo=\r\n"
+      "[PcLogonQueryUsers]\r\nall=3\r\ntwo=3\r\nthree=3\r\n");
+  const CEnableUsersAccessor& users = *CEnableUsersAccessor::GetInstance();
+  const std::tuple<const wchar_t*, int, const wchar_t*> kCases[] = {{L"All", 1, L"1"},
+                                                                    {L"Two", 2, L"TWO"},
+                                                                    {L"Three", 3, L"3"},
+                                                                    {L"four", 0, L""},
+                                                                    {L"", 0, L""}};
+  for (const auto& [user, type, expected] : kCases) {
+    CString account = L"old";
+    EXPECT_EQ(users.GetEnableUserType(user, L"me", account), type) << ToUtf8(user);
+    EXPECT_EQ(account, expected) << ToUtf8(user);
+    CString same = user;
+    EXPECT_EQ(users.GetEnableUserType(same, same, same), type) << ToUtf8(user);
+    EXPECT_EQ(same, expected) << ToUtf8(user);
+  }
+}
+
+// ---- The forms of the list ----
+
+TEST_F(EnableUsersTest, PlainLines) {
+  WritePlain(
+      "bob=acct\n  carol \t=\t Acct C = 2 \r\nBOB=second\r\n\r\nno equals sign\r\nempty=\r\n"
+      "=nobody\nlast = end");
+  EXPECT_EQ(Change(L"Bob"), L"second");
+  EXPECT_EQ(Change(L"CAROL"), L"Acct C = 2");
+  EXPECT_EQ(Change(L"empty"), L"me");
+  EXPECT_EQ(Change(L"LAST"), L"end");
+  EXPECT_EQ(Change(L"no equals sign"), L"-");
+  EXPECT_EQ(Change(L""), L"-");
+  EXPECT_EQ(Size(), 5U);
+
+  // What stands for no user still makes a list that is not empty.
+  const std::tuple<std::string_view, std::size_t> kCases[] = {
+      {"\r\n", 1},         {"nobody", 1},  {"", 0}, {std::string_view("\0\0", 2), 0},
+      {"\xEF\xBB\xBF", 0}, {"\xFF\xFE", 0}};
+  for (const auto& [text, size] : kCases) {
+    WritePlain(text);
+    EXPECT_EQ(Change(L"nobody"), L"-");
+    EXPECT_EQ(Size(), size);
+  }
+}
+
+std::string Utf16(std::wstring_view text) { return "\xFF\xFE" + *EncodeText(1200, text); }
+
+TEST_F(EnableUsersTest, MarksAndCodePages) {
+  const std::wstring lines = L"ｔａｎａｋａ=田中 太郎\r\n山田=ヤマダ～髙\r\nÄrzte=É\r\n";
+  const std::wstring shift_jis = L"ｔａｎａｋａ=田中 太郎\r\n山田=ヤマダ～髙\r\n";
+  for (const std::wstring& head : {std::wstring(), std::wstring(L"[ChangeUsers]\r\n")}) {
+    for (const std::string& bytes :
+         {ToUtf8(head + lines), "\xEF\xBB\xBF" + ToUtf8(head + lines), Utf16(head + lines)}) {
+      WritePlain(bytes);
+      EXPECT_EQ(Change(L"ＴａＮａＫａ"), L"田中 太郎") << testing::ToHex(bytes);
+      EXPECT_EQ(Change(L"山田"), L"ヤマダ～髙") << testing::ToHex(bytes);
+      EXPECT_EQ(Change(L"äRZTE"), L"É") << testing::ToHex(bytes);
+      EXPECT_EQ(Size(), 3U);
+    }
+    const testing::ScopedEnvironment code_page("TQ_ANSI_CODEPAGE", "932");
+    WritePlain(*EncodeText(932, head + shift_jis));
+    EXPECT_EQ(Change(L"ＴＡＮＡＫＡ"), L"田中 太郎");
+    EXPECT_EQ(Change(L"山田"), L"ヤマダ～髙");
+  }
+}
+
+TEST_F(EnableUsersTest, Sections) {
+  WritePlain(
+      "loose=line\r\n[changeusers]\r\n Bob = \"Acct B\" \r\nbob=second\r\n;carol=x\r\n"
+      "dave=a=b=c\r\n[ChangeUsers]\r\nerin=late\r\n");
+  EXPECT_EQ(Change(L"BOB"), L"Acct B");
+  EXPECT_EQ(Change(L"dave"), L"a=b=c");
+  EXPECT_EQ(Change(L"loose"), L"-");
+  EXPECT_EQ(Change(L";carol"), L"-");
+  EXPECT_EQ(Change(L"erin"), L"-");
+}
+
+TEST_F(EnableUsersTest, NamesAndValuesEndWithTheirBuffers) {
+  const std::string long_name(500, 'n');
+  const std::string value(1100, 'v');
+  // 501 and 502 characters leave room for 20 more and the end of the list.
+  for (const auto& [size, is_read] : {std::pair{19, true}, std::pair{20, false}}) {
+    const std::string last(static_cast<std::size_t>(size), 'z');
+    WritePlain("[ChangeUsers]\r\n" + long_name + "=1\r\n" + long_name + "n=" + value + "\r\n" +
+               last + "=3\r\nbeyond=4\r\n");
+    EXPECT_EQ(Change(testing::FromUtf8(long_name)), L"1");
+    EXPECT_EQ(Change(testing::FromUtf8(long_name + 'N')), CString(1023, L'v'));
+    EXPECT_EQ(Change(testing::FromUtf8(last)), is_read ? L"3" : L"-");
+    EXPECT_EQ(Change(CString(19, L'z')), is_read ? L"3" : L"-");
+    EXPECT_EQ(Change(L"beyond"), L"-");
+    EXPECT_EQ(Size(), is_read ? 3U : 2U);
+  }
+}
+
+// ---- The enciphered list ----
+
+TEST_F(EnableUsersTest, TheEncipheredListComesFirstAndLeavesNoTrace) {
+  WritePlain("bob=plain\r\n");
+  for (const char* text :
+       {"[ChangeUsers]\r\nbob=enciphered\r\n", "bob=enciphered\r\n", "bob=enciphered"}) {
+    WriteEnciphered(text);
+    EXPECT_EQ(Change(L"bob"), L"enciphered");
+    EXPECT_EQ(Change(L"BOB"), L"enciphered");
+    EXPECT_EQ(Size(), 1U);
+    EXPECT_THAT(TemporaryFiles(), IsEmpty());
+  }
+  WriteEnciphered(Utf16(L"bob=enciphered\r\n"));
+  EXPECT_EQ(Change(L"bob"), L"enciphered");
+  EXPECT_EQ(Size(), 1U);
+  WriteEnciphered("");
+  EXPECT_EQ(Change(L"bob"), L"-");
+  EXPECT_EQ(Size(), 0U);
+  EXPECT_THAT(TemporaryFiles(), IsEmpty());
+}
+
+TEST_F(EnableUsersTest, TheDecipheredListIsForItsOwnerOnly) {
+  std::string text;
+  while (text.size() < 4'000'000) text += "user" + std::to_string(text.size()) + "=account\r\n";
+  WriteEnciphered(text);
+  const mode_t old_mask = umask(0);
+  std::atomic<bool> is_done = false;
+  std::atomic<unsigned> mode = 0;
+  std::thread watcher([&] {
+    while (!is_done && mode == 0) {
+      for (const std::string& name : TemporaryFiles()) {
+        struct stat info {};
+        if (stat((native("temporary/") + name).c_str(), &info) != 0) continue;
+        EXPECT_EQ(name.rfind("EnableUsers", 0), 0U);
+        mode = info.st_mode;
+      }
+    }
+  });
+  for (int i = 0; i < 20 && mode == 0; ++i) {
+    Peer::DropInstance();
+    CEnableUsersAccessor::GetInstance();
+  }
+  is_done = true;
+  watcher.join();
+  umask(old_mask);
+  EXPECT_EQ(mode & 07777, 0600U);
+  EXPECT_THAT(TemporaryFiles(), IsEmpty());
+}
+
+TEST_F(EnableUsersTest, AListThatCannotBeDecipheredIsTriedAgain) {
+  WriteEnciphered("bob=acct\r\n");
+  log_.Clear();
+  const LogLine line{4, 0, kConstructor,
+                     L"許可ユーザリストファイルの復号化に失敗しました。[Errorcode=1]"};
+  {
+    const testing::ScopedEnvironment no_folder("TMPDIR", native("none").c_str());
+    for (int i = 0; i < 3; ++i) {
+      const CEnableUsersAccessor& users = *CEnableUsersAccessor::GetInstance();
+      EXPECT_EQ(Peer::LastWrite(users), 0);
+      EXPECT_EQ(Peer::Size(users), 0U);
+    }
+    EXPECT_THAT(log_.lines(), ElementsAre(line, line, line));
+  }
+  EXPECT_EQ(Change(L"bob"), L"acct");
+
+  // The list goes while its name is known; the temporary file is there by then.
+  Peer::DropInstance();
+  log_.Clear();
+  std::filesystem::remove(list_native(".dat"));
+  testing::WriteNative(list_native(".dat") + "/x", "");
+  CEnableUsersAccessor::GetInstance();
+  EXPECT_THAT(log_.lines(), ElementsAre(line));
+  EXPECT_THAT(TemporaryFiles(), IsEmpty());
+}
+
+TEST_F(EnableUsersTest, AnExceptionLeavesAnEmptyListAndNoFile) {
+  WriteEnciphered("bob=acct\r\n");
+  WriteKeyFile(std::string(34, 'k'));
+  EXPECT_EQ(Change(L"bob"), L"-");
+  EXPECT_EQ(
+      log_.lines(3),
+      (std::vector<LogLine>{{4, 0, kConstructor,
+                             L"許可ユーザリストファイルの読み込みで例外エラーが発生しました。"}}));
+  EXPECT_EQ(Peer::LastWrite(*CEnableUsersAccessor::GetInstance()), 0);
+  EXPECT_THAT(TemporaryFiles(), IsEmpty());
+  WriteKeyFile();
+  EXPECT_EQ(Change(L"bob"), L"acct");
+}
+
+// ---- Loading and loading again ----
+
+TEST_F(EnableUsersTest, AMissingListIsEmptyUntilItIsThere) {
+  CEnableUsersAccessor* first = CEnableUsersAccessor::GetInstance();
+  EXPECT_EQ(CEnableUsersAccessor::GetInstance(), first);
+  const LogLine line{2, 0, kConstructor,
+                     L"許可ユーザリストファイルが存在しませんでした。ファイル名：" +
+                         product_path(L"config/EnableUsers.ini")};
+  EXPECT_THAT(log_.lines(), ElementsAre(line));
+  WritePlain("bob=acct\r\n");
+  EXPECT_EQ(Change(L"bob"), L"acct");
+}
+
+TEST_F(EnableUsersTest, AListThatCannotBeOpenedIsLogged) {
+  testing::WriteNative(list_native(".ini") + "/x", "");
+  CEnableUsersAccessor::GetInstance();
+  EXPECT_THAT(log_.lines(),
+              ElementsAre(LogLine{4, 0, kConstructor,
+                                  L"許可ユーザリストファイルのOpenに失敗しました。[Errorcode=5]"}));
+}
+
+TEST_F(EnableUsersTest, TheInstanceChangesWithTheTimeOfItsFileAlone) {
+  WritePlain("bob=1\r\n");
+  SetLastWrite(list_native(".ini"), 5000, 1);
+  CEnableUsersAccessor* users = CEnableUsersAccessor::GetInstance();
+  EXPECT_EQ(Peer::LastWrite(*users), 5'000'000'000'001);
+
+  testing::WriteNative(list_native(".ini"), "bob=2\r\n");
+  SetLastWrite(list_native(".ini"), 5000, 1);
+  EXPECT_EQ(CEnableUsersAccessor::GetInstance(), users);
+  EXPECT_EQ(Change(L"bob"), L"1");
+
+  SetLastWrite(list_native(".ini"), 5000, 2);
+  EXPECT_EQ(Change(L"bob"), L"2");
+  testing::WriteNative(list_native(".ini"), "bob=3\r\n");
+  SetLastWrite(list_native(".ini"), 4000);
+  EXPECT_EQ(Change(L"bob"), L"3");
+
+  // 1970 is a time like any other, once.
+  testing::WriteNative(list_native(".ini"), "bob=4\r\n");
+  SetLastWrite(list_native(".ini"), 0);
+  EXPECT_EQ(Change(L"bob"), L"4");
+  users = CEnableUsersAccessor::GetInstance();
+  EXPECT_NE(Peer::LastWrite(*users), 0);
+  EXPECT_EQ(CEnableUsersAccessor::GetInstance(), users);
+
+  std::filesystem::remove(list_native(".ini"));
+  EXPECT_EQ(CEnableUsersAccessor::GetInstance(), users);
+  EXPECT_EQ(Change(L"bob"), L"4");
+}
+
+TEST_F(EnableUsersTest, ANewInstanceIsMadeForTheDirectoryOfTheCall) {
+  testing::WriteNative(native("other/EnableUsers.ini"), "bob=other\r\n");
+  const CString other = testing::FromUtf8(native("other"));
+  WritePlain("bob=default\r\n");
+  CEnableUsersAccessor* users = CEnableUsersAccessor::GetInstance();
+  EXPECT_EQ(CEnableUsersAccessor::GetInstance(other), users);
+  WritePlain("bob=default\r\n");
+  CString account;
+  CEnableUsersAccessor::GetInstance(other)->GetTQLoginAccount(L"bob", L"me", account);
+  EXPECT_EQ(account, L"other");
+}
+
+// Under the sanitizers this finds what a new instance leaves of the old one.
+TEST_F(EnableUsersTest, AThousandReloads) {
+  for (const char* text : {"[ChangeUsers]\r\nbob=acct\r\n", "bob=acct\r\n"}) {
+    WritePlain(text);
+    for (int i = 0; i < 500; ++i) {
+      SetLastWrite(list_native(".ini"), ++stamp_);
+      ASSERT_EQ(Change(L"bob"), L"acct");
+      ASSERT_EQ(Peer::LastWrite(*CEnableUsersAccessor::GetInstance()), stamp_ * 1'000'000'000);
+    }
+  }
+}
+
+// ---- A list that changes while it is read ----
+
+class HookedClock : public Clock {
+ public:
+  explicit HookedClock(std::function<void()> on_sleep) : on_sleep_(std::move(on_sleep)) {}
+  std::int64_t Now() override { return 0; }
+  std::uint32_t TickCount() override { return 0; }
+  void Sleep(std::uint32_t milliseconds) override {
+    ++sleeps;
+    longest = std::max(longest, milliseconds);
+    on_sleep_();
+  }
+  int sleeps = 0;
+  std::uint32_t longest = 0;
+
+ private:
+  std::function<void()> on_sleep_;
+};
+
+// On a busy machine the moment may be over before the list is looked at; then it is tried again.
+TEST_F(EnableUsersTest, AListThatWasWrittenAMomentAgoIsReadWhenItsTimeHasPassed) {
+  HookedClock clock([this] { WritePlain("bob=newer\r\n"); });
+  const ScopedClock scope(clock);
+  for (int i = 0; i < 500 && clock.sleeps == 0; ++i) {
+    Peer::DropInstance();
+    testing::WriteNative(list_native(".ini"), "bob=new\r\n");
+    CEnableUsersAccessor::GetInstance();
+  }
+  ASSERT_EQ(clock.sleeps, 1);
+  EXPECT_LE(clock.longest, 20U);
+  EXPECT_EQ(Peer::LastWrite(*CEnableUsersAccessor::GetInstance()), stamp_ * 1'000'000'000);
+  EXPECT_EQ(Change(L"bob"), L"newer");
+}
+
+TEST_F(EnableUsersTest, AListThatKeepsChangingCountsAsOpen) {
+  int version = 0;
+  const auto write = [&] {
+    testing::WriteNative(list_native(".ini"), "bob=" + std::to_string(++version) + "\r\n");
+  };
+  {
+    HookedClock clock(write);
+    const ScopedClock scope(clock);
+    for (int i = 0; i < 500 && log_.lines(4).empty(); ++i) {
+      Peer::DropInstance();
+      write();
+      CEnableUsersAccessor::GetInstance();
+    }
+    EXPECT_EQ(
+        log_.lines(4),
+        (std::vector<LogLine>{{4, 0, kConstructor,
+                               L"許可ユーザリストファイルのOpenに失敗しました。[Errorcode=32]"}}));
+  }
+  EXPECT_EQ(Change(L"bob"), std::to_wstring(version));
+}
+
+// Two ways to change a list: another file under its name, and in place, in two steps.
+void Replace(const std::string& native, const std::string& text, bool in_place) {
+  if (!in_place) {
+    testing::WriteNative(native + ".new", text);
+    std::filesystem::rename(native + ".new", native);
+    return;
+  }
+  const int file = open(native.c_str(), O_WRONLY | O_CLOEXEC);
+  const std::size_t half = text.size() / 2;
+  if (write(file, text.data(), half) < 0) ADD_FAILURE();
+  std::this_thread::sleep_for(std::chrono::milliseconds(2));
+  if (write(file, text.data() + half, text.size() - half) < 0) ADD_FAILURE();
+  close(file);
+}
+
+TEST_F(EnableUsersTest, NoMixtureOfTwoListsIsRead) {
+  constexpr int kUsers = 2000;
+  const auto list = [](char version) {
+    std::string text;
+    for (int i = 0; i < kUsers; ++i) text += "u" + std::to_string(i) + "=" + version + "\r\n";
+    return text;
+  };
+  const std::string native = list_native(".ini");
+  testing::WriteNative(native, list('0'));
+  testing::ChildProcess writer([&] {
+    for (int i = 0; i < 40; ++i) {
+      Replace(native, list(static_cast<char>('0' + i % 10)), i % 2 == 1);
+      std::this_thread::sleep_for(std::chrono::milliseconds(i % 40));
+    }
+    Replace(native, list('z'), true);
+    return 0;
+  });
+  const auto end = std::chrono::steady_clock::now() + std::chrono::milliseconds(1500);
+  while (std::chrono::steady_clock::now() < end) {
+    const CEnableUsersAccessor& users = *CEnableUsersAccessor::GetInstance();
+    if (Peer::LastWrite(users) == 0) continue;
+    CString first;
+    CString last;
+    ASSERT_EQ(users.GetTQLoginAccount(L"u0", L"me", first), 1);
+    ASSERT_EQ(users.GetTQLoginAccount(L"u1999", L"me", last), 1);
+    ASSERT_EQ(first, last);
+    log_.Clear();
+  }
+  EXPECT_EQ(writer.Wait(), 0);
+  EXPECT_EQ(Change(L"u0"), L"z");
+  EXPECT_EQ(Change(L"u1999"), L"z");
+}
+
+}  // namespace
+}  // namespace vk::tq

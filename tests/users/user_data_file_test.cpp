@@ -1,0 +1,377 @@
+// What the two user data files have in common.
+#include <fcntl.h>
+#include <sys/stat.h>
+
+#include <cerrno>
+#include <chrono>
+#include <filesystem>
+#include <limits>
+#include <thread>
+
+#include "foundation/file_lock.h"
+#include "platform/clock.h"
+#include "platform/posix/named_mutex_internal.h"
+#include "storage/crypto.h"
+#include "support/test_support.h"
+#include "users/shared_user_data_file_access.h"
+#include "users/user_data_file_access.h"
+
+namespace vk::tq {
+namespace {
+
+using ::testing::ElementsAre;
+using ::testing::IsEmpty;
+using testing::LogLine;
+using ::testing::SizeIs;
+
+constexpr const wchar_t* kOddText = L" <a> & \"b\" 'c' \u3000\r\n田中 太郎\n髙～①\r\t𠮷 ";
+
+// What a test has to know of each class.
+struct UserFile {
+  using Access = CUserDataFileAccess;
+  static constexpr const wchar_t* kClass = L"CUserDataFileAccess";
+  static constexpr const wchar_t* kText = L"";
+  static constexpr const wchar_t* kLock = L"KITORA_QTL_USER_DATA";
+  static constexpr const char* kFile = "user/ORV-INC/Velkorandia/Tessaloquin/data/DATA.XML";
+  static constexpr bool kExpires = false;
+  static constexpr const wchar_t* kMoreElements =
+      L"<LastWindowsLogonDateTime>5</LastWindowsLogonDateTime>"
+      L"<LastRegistUserTickCount>6</LastRegistUserTickCount>";
+  static int IsFresh(const Access& access) { return access.IsExist(0); }
+  static void SetMore(Access& access) {
+    access.SetLastWindowsLogonDateTime(L"5");
+    access.SetLastRegistUserTickCount(L"6");
+  }
+  static CString More(Access& access) {
+    return access.GetLastWindowsLogonDateTime() + access.GetLastRegistUserTickCount();
+  }
+};
+
+struct SharedUserFile {
+  using Access = CSharedUserDataFileAccess;
+  static constexpr const wchar_t* kClass = L"CSharedUserDataFileAccess";
+  static constexpr const wchar_t* kText = L"共有PC";
+  static constexpr const wchar_t* kLock = L"KITORA_QTL_SHARED_USER_DATA";
+  static constexpr const char* kFile = "common/ORV-INC/Velkorandia/Tessaloquin/data/Shared.XML";
+  static constexpr bool kExpires = true;
+  static constexpr const wchar_t* kMoreElements = L"";
+  static int IsFresh(const Access& access) { return access.IsExist(); }
+  static void SetMore(Access&) {}
+  static CString More(Access&) { return L"56"; }
+};
+
+template <class Kind>
+class UserDataFileTest : public testing::ProductTest {
+ protected:
+  // An object whose path a test can take away.
+  struct Access : Kind::Access {
+    using Kind::Access::m_strFilePath;
+  };
+
+  UserDataFileTest() { WriteKeyFile(); }
+
+  CString file_path() const { return path(testing::FromUtf8(Kind::kFile)); }
+
+  void SetLastWrite(std::int64_t seconds) {
+    const timespec times[] = {{seconds, 0}, {seconds, 999'999'999}};
+    ASSERT_EQ(utimensat(AT_FDCWD, file_.c_str(), times, 0), 0);
+  }
+
+  // The lines at level 4 and above that the class is to have left, each with the code or second
+  // text that it has.
+  struct Failure {
+    int number;
+    const wchar_t* operation;
+    const wchar_t* text;
+    bool has_code = false;
+  };
+  void ExpectFailures(const std::vector<Failure>& failures) {
+    const auto lines = log_.lines(4);
+    log_.Clear();
+    ASSERT_THAT(lines, SizeIs(failures.size()));
+    for (std::size_t i = 0; i < lines.size(); ++i) {
+      const Failure& failure = failures[i];
+      EXPECT_EQ(lines[i].code.has_value(), failure.has_code);
+      EXPECT_EQ(lines[i],
+                (LogLine{failure.number == 130309 ? 4 : 5, failure.number,
+                         Kind::kClass + (L"::" + CString(failure.operation)),
+                         Kind::kText + CString(failure.text), lines[i].second, lines[i].code}));
+    }
+  }
+
+  const std::string file_ = native(Kind::kFile);
+  // The kills and short waits of a test concern no other one.
+  internal::ScopedMutexNamespace mutexes_;
+};
+
+using Kinds = ::testing::Types<UserFile, SharedUserFile>;
+TYPED_TEST_SUITE(UserDataFileTest, Kinds);
+
+TYPED_TEST(UserDataFileTest, ARecordComesBackAsItWas) {
+  typename TestFixture::Access written;
+  written.SetUserID(kOddText);
+  written.SetUserAccount(nullptr);
+  written.SetPrintUserNo(L"3");
+  written.SetUserGroupNo(L"4");
+  TypeParam::SetMore(written);
+  typename TestFixture::Access copy;
+  copy.SetUserFileData(written.GetUserFileData());
+  ASSERT_EQ(copy.WriteAll(), 1);
+  EXPECT_EQ(testing::ReadNative(this->file_).size() % 16, 0U);
+
+  typename TestFixture::Access read;
+  ASSERT_EQ(read.ReadAll(), 1);
+  EXPECT_EQ(read.GetUserID(), kOddText);
+  EXPECT_EQ(read.GetUserAccount(), L"");
+  EXPECT_EQ(read.GetPrintUserNo() + read.GetUserGroupNo(), L"34");
+  EXPECT_EQ(TypeParam::More(read), L"56");
+
+  written.SetUserID(L"a<b");
+  ASSERT_EQ(written.WriteAll(), 1);
+  CString text;
+  ASSERT_EQ(CCrypto().CryptingStringReader(this->file_path(), text), 0);
+  EXPECT_EQ(text.substr(text.find(L'\n') + 1),
+            CString(L"<Velkorandia><UserData><UserID>a&lt;b</UserID><UserAcount/>"
+                    L"<PrintUserNo>3</PrintUserNo><UserGroupNo>4</UserGroupNo>") +
+                TypeParam::kMoreElements + L"</UserData></Velkorandia>");
+  this->ExpectFailures({});
+}
+
+TYPED_TEST(UserDataFileTest, WithoutAFile) {
+  typename TestFixture::Access access;
+  access.SetUserID(L"old");
+  EXPECT_EQ(access.IsExist(), 0);
+  EXPECT_EQ(access.ReadAll(), 0);
+  EXPECT_EQ(access.Delete(), 1);
+  this->ExpectFailures({{130311, L"ReadAll", L"ユーザ情報ファイルが存在しません。"}});
+  EXPECT_EQ(access.GetUserID(), L"old");
+
+  access.m_strFilePath.clear();
+  EXPECT_EQ(access.ReadAll(), 0);
+  this->ExpectFailures({{130310, L"ReadAll", L"ユーザ情報ファイルへのパスが未設定です。"}});
+}
+
+TYPED_TEST(UserDataFileTest, ADirectoryInTheFilesPlace) {
+  std::filesystem::create_directories(this->file_ + "/x");
+  typename TestFixture::Access access;
+  access.SetUserID(L"old");
+  EXPECT_EQ(access.ReadAll(), 0);
+  EXPECT_EQ(access.WriteAll(), 0);
+  EXPECT_EQ(access.Delete(), 0);
+  EXPECT_EQ(access.GetUserID(), L"old");
+  const auto lines = this->log_.lines(4);
+  ASSERT_THAT(lines, SizeIs(3));
+  EXPECT_THAT(lines[1].second, ::testing::AnyOf(std::to_wstring(EISDIR), std::to_wstring(EACCES)));
+  EXPECT_EQ(lines[2].code, 5);
+  this->ExpectFailures(
+      {{130301, L"ReadAll", L"ユーザ情報の復号化に失敗しました。"},
+       {130302, L"WriteAll", L"ユーザ情報の暗号化に失敗しました。"},
+       {130309, L"Delete", L"ユーザ情報の削除処理で予期せぬエラーが発生しました。", true}});
+}
+
+TYPED_TEST(UserDataFileTest, TextsThatAreNoRecord) {
+  struct Case {
+    const wchar_t* text;
+    const wchar_t* group;
+  };
+  const Case kCases[] = {
+      {L"", L""},
+      {L"no XML", L""},
+      {L"<Velkorandia><UserData><UserGroupNo>7</UserGroupNo></UserData></Velkorandia>", L"7"},
+      {L"<Velkorandia><Other><UserGroupNo>7</UserGroupNo></Other></Velkorandia>", L""},
+      {L"<Velkorandia><UserData><UserGroupNo>7", L""},
+  };
+  typename TestFixture::Access access;
+  ASSERT_EQ(access.WriteAll(), 1);
+  for (const Case& c : kCases) {
+    ASSERT_EQ(CCrypto().CryptingStringWriter(c.text, this->file_path()), 0);
+    access.SetUserID(L"old");
+    EXPECT_EQ(access.ReadAll(), 1);
+    EXPECT_EQ(access.GetUserID(), L"");
+    EXPECT_EQ(access.GetUserGroupNo(), c.group) << testing::ToUtf8(c.text);
+  }
+}
+
+TYPED_TEST(UserDataFileTest, AGoodFileStaysWhenTheNextCannotBeMade) {
+  typename TestFixture::Access access;
+  access.SetUserID(L"good");
+  ASSERT_EQ(access.WriteAll(), 1);
+  const std::string good = testing::ReadNative(this->file_);
+
+  access.SetUserID(L"no character of XML: \x01");
+  EXPECT_EQ(access.WriteAll(), 0);
+  this->ExpectFailures({{130305, L"WriteAll", L"ユーザ情報の保存に失敗しました。"}});
+
+  this->WriteKeyFile(std::string(34, 'k'));
+  access.SetUserID(L"new");
+  EXPECT_EQ(access.WriteAll(), 0);
+  EXPECT_EQ(access.ReadAll(), 0);
+  this->ExpectFailures(
+      {{130306, L"WriteAll", L"ユーザ情報の保存処理で予期せぬエラーが発生しました。", true},
+       {130308, L"ReadAll", L"ユーザ情報の読み込み処理で予期せぬエラーが発生しました。", true}});
+  EXPECT_EQ(access.GetUserID(), L"new");
+  EXPECT_EQ(testing::ReadNative(this->file_), good);
+
+  this->WriteKeyFile();
+  EXPECT_EQ(access.ReadAll(), 1);
+  EXPECT_EQ(access.GetUserID(), L"good");
+}
+
+TYPED_TEST(UserDataFileTest, ADirectoryThatCannotBeMadeIsSilent) {
+  const std::string no_folder = this->native("file");
+  testing::WriteNative(no_folder, "");
+  const testing::ScopedEnvironment user("TQ_APPDATA", no_folder.c_str());
+  const testing::ScopedEnvironment common("TQ_COMMON_APPDATA", no_folder.c_str());
+  typename TestFixture::Access access;
+  EXPECT_EQ(access.WriteAll(), 0);
+  this->ExpectFailures({});
+}
+
+TYPED_TEST(UserDataFileTest, TwoProcessesMakeTheDirectoryAtOnce) {
+  const std::string top = this->native(TypeParam::kExpires ? "common" : "user");
+  for (int i = 0; i < 30; ++i) {
+    std::filesystem::remove_all(top);
+    testing::Gate gate;
+    const auto work = [&] {
+      typename TestFixture::Access access;
+      return gate.Wait() && access.WriteAll() == 1 && access.ReadAll() == 1 ? 0 : 1;
+    };
+    testing::ChildProcess first(work);
+    testing::ChildProcess second(work);
+    gate.Open();
+    gate.Open();
+    ASSERT_EQ(first.Wait(), 0);
+    ASSERT_EQ(second.Wait(), 0);
+  }
+}
+
+TYPED_TEST(UserDataFileTest, AHeldLockKeepsTheFileAsItIs) {
+  typename TestFixture::Access access;
+  access.SetUserID(L"old");
+  ASSERT_EQ(access.WriteAll(), 1);
+  const std::string old = testing::ReadNative(this->file_);
+  testing::Gate is_held;
+  testing::Gate may_end;
+  testing::ChildProcess holder([&] {
+    HANDLE mutex = CUserDataFileAccess::GetMutex(nullptr, TypeParam::kLock);
+    if (mutex == nullptr) return 1;
+    is_held.Open();
+    may_end.Wait();
+    CUserDataFileAccess::RelMutex(mutex);
+    return 0;
+  });
+  ASSERT_TRUE(is_held.Wait());
+  {
+    const ScopedLockTimeout soon(30);
+    access.SetUserID(L"new");
+    EXPECT_EQ(access.ReadAll() + access.WriteAll() + access.Delete(), 0);
+    const typename TestFixture::Failure failure{
+        130304, L"GetMutex", L"ユーザ情報ファイルへのロックが取得できませんでした。", true};
+    this->ExpectFailures({failure, failure, failure});
+    EXPECT_EQ(access.GetUserID(), L"new");
+    EXPECT_EQ(testing::ReadNative(this->file_), old);
+
+    // What needs no lock goes on.
+    EXPECT_EQ(access.IsExist(), 1);
+    std::filesystem::remove(this->file_);
+    EXPECT_EQ(access.Delete(), 1);
+  }
+  may_end.Open();
+  EXPECT_EQ(holder.Wait(), 0);
+  EXPECT_EQ(access.WriteAll(), 1);
+}
+
+TYPED_TEST(UserDataFileTest, AKilledWriterLeavesTheOldOrTheNewRecord) {
+  const CString long_text(300, L'長');
+  for (int i = 0; i < 200; ++i) {
+    testing::Gate has_begun;
+    testing::ChildProcess writer([&] {
+      typename TestFixture::Access access;
+      for (int n = 0;; ++n) {
+        access.SetUserID(n % 2 == 0 ? long_text.c_str() : L"short");
+        access.SetUserGroupNo(access.GetUserID().c_str());
+        access.WriteAll();
+        if (n == 0) has_begun.Open();
+      }
+      return 0;
+    });
+    ASSERT_TRUE(has_begun.Wait());
+    std::this_thread::sleep_for(std::chrono::microseconds(37 * (i % 30)));
+    writer.Kill();
+    writer.Wait();
+
+    typename TestFixture::Access access;
+    // A writer that was killed under the lock costs the next operation its turn.
+    const bool is_read = access.ReadAll() == 1 || access.ReadAll() == 1;
+    ASSERT_TRUE(is_read);
+    ASSERT_TRUE(access.GetUserID() == long_text || access.GetUserID() == L"short");
+    ASSERT_EQ(access.GetUserID(), access.GetUserGroupNo());
+  }
+}
+
+// A clock that stands still.
+class StandingClock : public Clock {
+ public:
+  std::int64_t Now() override { return 1'700'000'000; }
+  std::uint32_t TickCount() override { return 0; }
+  void Sleep(std::uint32_t) override {}
+};
+
+TYPED_TEST(UserDataFileTest, TheTimeThatAFileIsFresh) {
+  struct Case {
+    const char* value;
+    int seconds;
+    std::vector<int> fresh_ages;
+    std::vector<int> stale_ages;
+  };
+  const Case kCases[] = {
+      {nullptr, 10, {9, 10, 0, -1, -100'000}, {11, 100'000}},
+      {"3 seconds", 3, {3, -3}, {4}},
+      {"0", 0, {0, -1}, {1}},
+      {"-5", -5, {-5, -6}, {-4, 0, 5}},
+      {"2147483647", std::numeric_limits<int>::max(), {0, 1'700'000'001}, {}},
+      {"-2147483648", std::numeric_limits<int>::min(), {}, {0, 1'500'000'000, -1'500'000'000}},
+      {"text", 0, {0}, {1}},
+  };
+  StandingClock clock;
+  const ScopedClock scope(clock);
+  for (const Case& c : kCases) {
+    if (c.value != nullptr) {
+      testing::WriteNative(this->product_native("config/Client.ini"),
+                           "[Setting]\r\nSharedTimeout=" + std::string(c.value) + "\r\n");
+    }
+    this->log_.Clear();
+    typename TestFixture::Access access;
+    EXPECT_THAT(
+        this->log_.lines(),
+        ElementsAre(LogLine{
+            2, 0, TypeParam::kClass + (L"::" + CString(TypeParam::kClass)),
+            TypeParam::kText + (L"ユーザデータ保持期間 " + std::to_wstring(c.seconds)) + L"秒"}));
+    ASSERT_EQ(access.WriteAll(), 1);
+    for (const bool is_fresh : {true, false}) {
+      for (const int age : is_fresh ? c.fresh_ages : c.stale_ages) {
+        this->SetLastWrite(clock.Now() - age);
+        const bool exists = is_fresh || !TypeParam::kExpires;
+        EXPECT_EQ(TypeParam::IsFresh(access), is_fresh ? 1 : 0) << c.seconds << ", " << age;
+        EXPECT_EQ(access.IsExist(), exists ? 1 : 0) << c.seconds << ", " << age;
+        EXPECT_EQ(access.ReadAll(), exists ? 1 : 0) << c.seconds << ", " << age;
+      }
+    }
+  }
+}
+
+TYPED_TEST(UserDataFileTest, DeletingAStaleFile) {
+  typename TestFixture::Access access;
+  ASSERT_EQ(access.WriteAll(), 1);
+  this->SetLastWrite(1000);
+  EXPECT_EQ(access.Delete(), 1);
+  EXPECT_EQ(testing::ExistsNative(this->file_), TypeParam::kExpires);
+  // A write makes it fresh again.
+  ASSERT_EQ(access.WriteAll(), 1);
+  EXPECT_EQ(access.IsExist(), 1);
+  EXPECT_EQ(access.Delete(), 1);
+  EXPECT_FALSE(testing::ExistsNative(this->file_));
+}
+
+}  // namespace
+}  // namespace vk::tq

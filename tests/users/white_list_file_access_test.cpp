@@ -1,0 +1,222 @@
+#include "users/white_list_file_access.h"
+
+#include "storage/crypto.h"
+#include "support/test_support.h"
+
+namespace vk::tq {
+namespace {
+
+using ::testing::ElementsAre;
+using ::testing::IsEmpty;
+using testing::LogLine;
+using testing::ToUtf8;
+
+int AskFirst(const CWhiteListFileAccess& list, const CString& first) {
+  return list.IsWhitePrinter(first, L"", L"", L"");
+}
+
+TEST(WhiteListMatchTest, OneEntry) {
+  struct Case {
+    const wchar_t* kind;
+    const wchar_t* name;
+    int result;
+  };
+  const Case kCases[] = {
+      // Kind 0: the whole first attribute, in any case.
+      {L"0", L"office ａ3", 1},
+      {L"0", L" \t　Office Ａ3\r\n", 1},
+      {L"0", L"Office", 0},
+      {L"0", L"Office Ａ33", 0},
+      {L"0", L"", 0},
+      {L"0", L" ", 0},
+      // Kind 0 with a star: what it begins with, in this case.
+      {L"0", L"Off*", 1},
+      {L"0", L"off*", 0},
+      {L"0", L"Office Ａ3*", 1},
+      {L"0", L"Office Ａ3 *", 0},
+      {L"0", L"Office *", 1},
+      {L"0", L" O*nothing of this counts*", 1},
+      {L"0", L"Office Ａ3 and more*", 0},
+      {L"0", L"*", 0},
+      {L"0", L" *Ａ3", 0},
+      // The others: contained, in this case, untrimmed.
+      {L"1", L"10.0", 1},
+      {L"1", L"ip_", 0},
+      {L"1", L" IP_", 0},
+      {L"1", L"Office", 0},
+      {L"2", L"経理", 1},
+      {L"2", L"*", 0},
+      {L"3", L"PCL6", 1},
+      {L"3", L"pcl6", 0},
+      {L"1", L"", 1},
+      {L"2", L"", 1},
+      {L"3", L"", 1},
+      // The kind is a number that begins the text.
+      {L"abc", L"office ａ3", 1},
+      {L"", L"office ａ3", 1},
+      {L" +3rd", L"PCL6", 1},
+      {L"4", L"", 0},
+      {L"-1", L"Office Ａ3", 0},
+      {L"4294967296", L"Office Ａ3", 0},
+      {L"４", L"office ａ3", 1},
+  };
+  for (const Case& c : kCases) {
+    CWhiteListFileAccess list;
+    list.Add(c.kind, c.name);
+    EXPECT_EQ(list.IsWhitePrinter(L"Office Ａ3", L"IP_10.0.0.7", L"2F 経理", L"Acme PCL6"),
+              c.result)
+        << ToUtf8(c.kind) << " \"" << ToUtf8(c.name) << '"';
+  }
+}
+
+TEST(WhiteListMatchTest, MatchAllListsEveryPrinterButTheSuitesOwn) {
+  CWhiteListFileAccess list;
+  EXPECT_EQ(AskFirst(list, L""), 0);
+  list.m_bMatchAll = -1;
+  EXPECT_EQ(AskFirst(list, L""), 1);
+  list.Add(L"1", L"");
+  EXPECT_EQ(list.IsWhitePrinter(L"", L"", L"", L"A Velkorandia Tessa Loquin Driver 2"), 0);
+  EXPECT_EQ(list.IsWhitePrinter(L"", L"", L"", L"A velkorandia Tessa Loquin Driver 2"), 1);
+}
+
+class WhiteListFileTest : public testing::ProductTest {
+ protected:
+  WhiteListFileTest() { WriteKeyFile(); }
+
+  void WriteText(const CString& text) {
+    ASSERT_EQ(CCrypto().CryptingStringWriter(text, path(L"WhiteList.dat")), 0);
+  }
+  const std::string file_ = native("WhiteList.dat");
+};
+
+TEST_F(WhiteListFileTest, EntriesComeBackInOrder) {
+  const CStringArray kinds{L"0", L"3", L"", L"x", L"0"};
+  const CStringArray names{L" Büro * ", L"ドライバ 髙", L"a\rb", L"a\nb", L""};
+  CWhiteListFileAccess written;
+  for (int i = 0; i < kinds.GetSize(); ++i) written.Add(kinds[i], names[i]);
+  written.Add(L"1", CString(L"ends\0here", 9));
+  ASSERT_EQ(written.Write(testing::FromUtf8(temp_.native())), 1);
+
+  CWhiteListFileAccess read;
+  for (const int times : {1, 2}) {
+    read.m_bMatchAll = 1;
+    ASSERT_EQ(read.Read(temp_.path()), 1);
+    EXPECT_EQ(read.m_bMatchAll, 0);
+    ASSERT_EQ(read.GetNames().GetSize(), 6 * times);
+    for (int i = 0; i < kinds.GetSize(); ++i) {
+      EXPECT_EQ(read.GetKinds()[i], kinds[i]);
+      EXPECT_EQ(read.GetNames()[i], names[i]);
+    }
+    EXPECT_EQ(read.GetNames()[5], L"ends");
+    EXPECT_EQ(AskFirst(read, L"Büro 5"), 1);
+  }
+  EXPECT_THAT(log_.lines(), IsEmpty());
+}
+
+TEST_F(WhiteListFileTest, OddTexts) {
+  struct Case {
+    const wchar_t* text;
+    CStringArray kinds;
+    CStringArray names;
+  };
+  const Case kCases[] = {
+      {L"", {}, {}},
+      {L"0\rA\nB", {}, {}},
+      {L"0\r\n", {L"0"}, {L""}},
+      {L"0\r\nA", {L"0"}, {L"A"}},
+      {L"0\r\nA\r\n1", {L"0"}, {L"A"}},
+      {L"\r\n\r\n", {L""}, {L""}},
+      {L"0\r\nA\rB\nC\n\rD\r\r\n1\r\nE\n", {L"0", L"1"}, {L"A\rB\nC\n\rD\r", L"E\n"}},
+  };
+  for (const Case& c : kCases) {
+    WriteText(c.text);
+    CWhiteListFileAccess list;
+    EXPECT_EQ(list.Read(temp_.path()), 1);
+    EXPECT_EQ(list.GetKinds(), c.kinds) << ToUtf8(c.text);
+    EXPECT_EQ(list.GetNames(), c.names) << ToUtf8(c.text);
+  }
+}
+
+TEST_F(WhiteListFileTest, ReadFailures) {
+  constexpr const wchar_t* kRead = L"CWhiteListFileAccess::Read";
+  CWhiteListFileAccess list;
+  EXPECT_EQ(list.Read(path(L"none")), 0);
+  testing::WriteNative(native("folder/WhiteList.dat/x"), "");
+  EXPECT_EQ(list.Read(path(L"folder")), 0);
+  WriteText(L"0\r\nA\r\n");
+  WriteKeyFile(std::string(34, 'k'));
+  EXPECT_EQ(list.Read(temp_.path()), 0);
+  EXPECT_TRUE(list.GetNames().IsEmpty());
+  const auto lines = log_.lines();
+  ASSERT_EQ(lines.size(), 3U);
+  EXPECT_TRUE(lines[2].code.has_value());
+  EXPECT_THAT(
+      lines,
+      ElementsAre(LogLine{2, 110800010, kRead, L"プリンタ除外ファイルが存在しません。"},
+                  LogLine{5, 110800020, kRead, L"プリンタ除外ファイルの復号化に失敗しました。"},
+                  LogLine{5,
+                          110800030,
+                          kRead,
+                          L"プリンタ除外ファイルの読み込み処理で予期せぬエラーが発生しました。",
+                          {},
+                          lines[2].code}));
+}
+
+// Deciphered with another key or cut, a file gives any characters; they must not do harm.
+TEST_F(WhiteListFileTest, ADamagedFileIsReadAsItIs) {
+  CWhiteListFileAccess written;
+  for (int i = 0; i < 1000; ++i) written.Add(L"0", L"printer " + std::to_wstring(i));
+  ASSERT_EQ(written.Write(temp_.path()), 1);
+  const std::string whole = testing::ReadNative(file_);
+  WriteKeyFile("another key");
+  for (const std::size_t size : {whole.size(), whole.size() - 5, std::size_t{7}, std::size_t{0}}) {
+    testing::WriteNative(file_, whole.substr(0, size));
+    CWhiteListFileAccess read;
+    EXPECT_EQ(read.Read(temp_.path()), 1);
+    EXPECT_EQ(read.GetKinds().GetSize(), read.GetNames().GetSize());
+    EXPECT_EQ(AskFirst(read, L"printer 5"), 0);
+  }
+}
+
+TEST_F(WhiteListFileTest, WriteFailuresLoseNothing) {
+  CWhiteListFileAccess list;
+  list.Add(L"0", L"A");
+  EXPECT_EQ(list.Write(path(L"none")), 0);
+  EXPECT_FALSE(testing::ExistsNative(native("none")));
+
+  ASSERT_EQ(list.Write(temp_.path()), 1);
+  const std::string before = testing::ReadNative(file_);
+  list.Add(L"1", L"B");
+  WriteKeyFile(std::string(34, 'k'));
+  EXPECT_EQ(list.Write(temp_.path()), 0);
+  EXPECT_EQ(testing::ReadNative(file_), before);
+  EXPECT_EQ(list.GetNames(), (CStringArray{L"A", L"B"}));
+  EXPECT_THAT(log_.lines(), IsEmpty());
+
+  WriteKeyFile();
+  ASSERT_EQ(CWhiteListFileAccess().Write(temp_.path()), 1);
+  CWhiteListFileAccess read;
+  ASSERT_EQ(read.Read(temp_.path()), 1);
+  EXPECT_TRUE(read.GetNames().IsEmpty());
+}
+
+// Fails by its time alone: a reading that drops each line from the front of the text, or a question
+// that prepares every name anew, takes minutes.
+TEST_F(WhiteListFileTest, ALongListStaysFast) {
+  constexpr int kEntries = 100'000;
+  CWhiteListFileAccess written;
+  for (int i = 0; i < kEntries; ++i) {
+    written.Add(std::to_wstring(i % 4), L"Printer in room " + std::to_wstring(i) + L" ");
+  }
+  ASSERT_EQ(written.Write(temp_.path()), 1);
+  CWhiteListFileAccess read;
+  ASSERT_EQ(read.Read(temp_.path()), 1);
+  ASSERT_EQ(read.GetNames().GetSize(), kEntries);
+  for (int i = 0; i < 100; ++i) {
+    ASSERT_EQ(read.IsWhitePrinter(L"Printer in room x", L"port", L"place", L"driver"), 0);
+  }
+  EXPECT_EQ(AskFirst(read, L"printer in room 99996"), 1);
+}
+
+}  // namespace
+}  // namespace vk::tq
