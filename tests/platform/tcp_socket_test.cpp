@@ -3,6 +3,7 @@
 #include <fcntl.h>
 #include <pthread.h>
 #include <signal.h>
+#include <sys/socket.h>
 
 #include "support/loopback_server.h"
 #include "support/test_support.h"
@@ -12,6 +13,7 @@ namespace {
 
 using std::chrono::milliseconds;
 using std::chrono::steady_clock;
+using testing::Listener;
 using testing::LoopbackServer;
 using testing::Peer;
 
@@ -24,6 +26,15 @@ struct Socket {
   Socket& operator=(const Socket&) = delete;
   ~Socket() { CloseTcpSocket(number); }
   const int number;
+};
+
+// Listens, but its queue is full: it answers nobody any more.
+struct FullServer : Listener {
+  FullServer() {
+    listen(get(), 0);
+    EXPECT_TRUE(ConnectTcp(first.number, kLoopback, port(), milliseconds(5000)));
+  }
+  Socket first;
 };
 
 TEST(TcpSocketTest, ResolvesNamesAndDottedAddresses) {
@@ -81,7 +92,7 @@ TEST(TcpSocketTest, SendsEverythingThatTheSystemTakesInPieces) {
 }
 
 TEST(TcpSocketTest, SendGivesUpOnAPeerThatTakesNothing) {
-  LoopbackServer server(1);
+  const Listener server;
   const std::string sent(50'000'000, 'x');
   Socket socket;
   ASSERT_TRUE(ConnectTcp(socket.number, kLoopback, server.port(), milliseconds(5000)));
@@ -106,8 +117,7 @@ TEST(TcpSocketTest, SendingToAPeerThatHasClosedIsAnErrorAndNoSignal) {
 }
 
 TEST(TcpSocketTest, RefusedConnectionIsToldByTheSend) {
-  LoopbackServer server(1);
-  server.Stop();
+  const Listener server(false, true);
   Socket socket;
   EXPECT_FALSE(ConnectTcp(socket.number, kLoopback, server.port(), milliseconds(5000)));
   EXPECT_EQ(GetLastError(), kErrorWouldBlock);
@@ -122,9 +132,7 @@ TEST(TcpSocketTest, AttemptThatCannotBeginHasAnErrorOfItsOwn) {
 }
 
 TEST(TcpSocketTest, ConnectionThatIsNotAnsweredEndsWithTheWait) {
-  LoopbackServer server(0);
-  Socket first;  // fills the queue
-  ASSERT_TRUE(ConnectTcp(first.number, kLoopback, server.port(), milliseconds(5000)));
+  const FullServer server;
   Socket second;
   const auto start = steady_clock::now();
   EXPECT_FALSE(ConnectTcp(second.number, kLoopback, server.port(), milliseconds(200)));
@@ -137,7 +145,7 @@ TEST(TcpSocketTest, ConnectionThatIsNotAnsweredEndsWithTheWait) {
 }
 
 TEST(TcpSocketTest, WaitsAndOperationsTellWhatIsWrong) {
-  LoopbackServer server(1);
+  const Listener server;
   Socket socket;
   ASSERT_TRUE(ConnectTcp(socket.number, kLoopback, server.port(), milliseconds(5000)));
   char byte = 0;
@@ -170,13 +178,11 @@ TEST(TcpSocketTest, InterruptedCallsGoOn) {
       std::this_thread::sleep_for(milliseconds(1));
     }
   });
-  LoopbackServer server(0);
-  Socket first;
-  EXPECT_TRUE(ConnectTcp(first.number, kLoopback, server.port(), milliseconds(5000)));
+  const FullServer server;
   Socket second;
   const auto start = steady_clock::now();
   EXPECT_FALSE(ConnectTcp(second.number, kLoopback, server.port(), milliseconds(100)));
-  EXPECT_EQ(WaitForSocket(first.number, SocketEvent::kReadable, milliseconds(100)),
+  EXPECT_EQ(WaitForSocket(server.first.number, SocketEvent::kReadable, milliseconds(100)),
             SocketWait::kTimeout);
   EXPECT_GE(steady_clock::now() - start, milliseconds(200));
   is_done = true;

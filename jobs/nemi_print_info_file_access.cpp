@@ -1,0 +1,283 @@
+#include "jobs/nemi_print_info_file_access.h"
+
+#include <array>
+#include <iterator>
+#include <stdexcept>
+#include <utility>
+
+#include "foundation/util.h"
+#include "platform/error.h"
+#include "platform/file.h"
+#include "platform/path.h"
+#include "platform/secure_memory.h"
+#include "storage/crypto.h"
+#include "storage/xml.h"
+
+namespace vk::tq {
+namespace {
+
+// How a field is stored. The rows stand in the order of the record, which is the order of reading.
+struct Field {
+  const wchar_t* element;
+  CString NEMI_INF_FILE::*member;
+  int written_at;  // position among the elements of the file, from 1; 0 when it is not stored
+  bool is_read = true;
+};
+
+constexpr Field kFields[] = {
+    {L"FilePath", &NEMI_INF_FILE::FilePath, 0, false},
+    {L"ID", &NEMI_INF_FILE::ID, 1},
+    {L"DocumentName", &NEMI_INF_FILE::DocumentName, 2},
+    {L"UserName", &NEMI_INF_FILE::UserName, 3},
+    {L"NotifyName", &NEMI_INF_FILE::NotifyName, 4},
+    {L"PrintKind", &NEMI_INF_FILE::PrintKind, 8},
+    {L"NupOperator", &NEMI_INF_FILE::NupOperator, 9},
+    {L"NUpName", &NEMI_INF_FILE::NUpName, 10, false},
+    {L"NUp", &NEMI_INF_FILE::NUp, 11},
+    {L"Copies", &NEMI_INF_FILE::Copies, 12},
+    {L"CreationDate", &NEMI_INF_FILE::CreationDate, 13},
+    {L"Duplex", &NEMI_INF_FILE::Duplex, 14},
+    {L"TonerSaver", &NEMI_INF_FILE::TonerSaver, 15},
+    {L"Feed", &NEMI_INF_FILE::Feed, 16},
+    {L"FeedName", &NEMI_INF_FILE::FeedName, 17},
+    {L"Color", &NEMI_INF_FILE::Color, 18},
+    {L"Tumble", &NEMI_INF_FILE::Tumble, 25},
+    {L"PageCount", &NEMI_INF_FILE::PageCount, 19},
+    {L"TotalPageCount", &NEMI_INF_FILE::TotalPageCount, 20},
+    {L"ColorPageCount", &NEMI_INF_FILE::ColorPageCount, 21},
+    {L"ColorTotalPageCount", &NEMI_INF_FILE::ColorTotalPageCount, 22},
+    {L"MonoPageCount", &NEMI_INF_FILE::MonoPageCount, 23},
+    {L"MonoTotalPageCount", &NEMI_INF_FILE::MonoTotalPageCount, 24},
+    {L"LandScape", &NEMI_INF_FILE::LandScape, 7},
+    {L"PaperSize", &NEMI_INF_FILE::PaperSize, 5},
+    {L"PaperSizeName", &NEMI_INF_FILE::PaperSizeName, 6},
+    {L"SharedServer", &NEMI_INF_FILE::SharedServer, 26},
+    {L"SharedPrinterIp", &NEMI_INF_FILE::SharedPrinterIp, 27},
+    {L"JobId", &NEMI_INF_FILE::JobId, 28},
+    {L"UserId", &NEMI_INF_FILE::UserId, 29},
+    {L"AccessKey", &NEMI_INF_FILE::AccessKey, 30},
+    {L"PrintUserNo", &NEMI_INF_FILE::PrintUserNo, 31},
+    {L"UserGroupNo", &NEMI_INF_FILE::UserGroupNo, 32},
+    {L"ClientName", &NEMI_INF_FILE::ClientName, 33},
+    {L"ClientIp", &NEMI_INF_FILE::ClientIp, 34},
+    {L"PrinterNo", &NEMI_INF_FILE::PrinterNo, 35},
+    {L"StatusNo", &NEMI_INF_FILE::StatusNo, 36},
+    {L"LocalJobNo", &NEMI_INF_FILE::LocalJobNo, 37},
+    {L"LocalAddJobTime", &NEMI_INF_FILE::LocalAddJobTime, 38},
+    {L"Emergency", &NEMI_INF_FILE::Emergency, 39},
+    {L"CertFlag", &NEMI_INF_FILE::CertFlag, 40},
+    {L"CountLimitWarn", &NEMI_INF_FILE::CountLimitWarn, 41},
+    {L"ColorLimitWarn", &NEMI_INF_FILE::ColorLimitWarn, 42},
+    {L"RegistTime", &NEMI_INF_FILE::RegistTime, 43},
+    {L"Comment", &NEMI_INF_FILE::Comment, 44},
+    {L"PortName", &NEMI_INF_FILE::PortName, 45},
+    {L"DeviceUse", &NEMI_INF_FILE::DeviceUse, 46},
+    {L"ImageLogID", &NEMI_INF_FILE::ImageLogID, 47},
+};
+static_assert(sizeof(NEMI_INF_FILE) == std::size(kFields) * sizeof(CString),
+              "every field has its row");
+
+// The stored fields in the order of the file.
+constexpr auto kWriteOrder = [] {
+  std::array<const Field*, std::size(kFields) - 1> order{};
+  for (const Field& field : kFields) {
+    if (field.written_at > 0) order.at(static_cast<std::size_t>(field.written_at) - 1) = &field;
+  }
+  for (const Field* field : order) {
+    if (field == nullptr) throw "two fields have one position";
+  }
+  return order;
+}();
+
+constexpr FileLock kNemiLock = {
+    L"KITORA_QTL_JOB_INFO_NEMI",
+    L"CNemiPrintInfoFileAccess::GetMutex",
+    100907,
+    L"ネミ印刷情報ファイルへのロックが取得できませんでした。",
+    100908,
+    L"ネミ印刷情報ファイルへのロックが取得できませんでした。",
+    false,
+};
+
+constexpr const wchar_t* kNoPath = L"ネミ印刷情報ファイルへのパスが未設定です。";
+constexpr const wchar_t* kNoFile = L"ネミ印刷情報ファイルが存在しません。";
+constexpr const wchar_t* kNoLock = L"ネミ印刷情報ファイルへのロックが取得できませんでした。";
+
+int Failure(int number, const wchar_t* function, int line, std::wstring_view text) {
+  Log4cxxMgr::LogOutDetail(5, number, function, line, text);
+  return 0;
+}
+
+CXml RecordXml() { return CXml(L"Velkorandia", L"QTL"); }
+
+CString PathOf(const wchar_t* path) { return path == nullptr ? CString() : InternalPath(path); }
+
+}  // namespace
+
+// An operation under the lock, by what its failures leave.
+struct CNemiPrintInfoFileAccess::GuardedOperation {
+  ExceptionLine exception;
+  int lock_number;
+  int without_lock = 0;  // the result
+};
+
+HANDLE CNemiPrintInfoFileAccess::GetMutex(SECURITY_ATTRIBUTES* attributes) {
+  return TakeFileLock(kNemiLock, attributes);
+}
+
+template <class Work>
+int CNemiPrintInfoFileAccess::RunUnderLock(const GuardedOperation& operation, const Work& work,
+                                           int retry) {
+  const auto take = [&](SECURITY_ATTRIBUTES* attributes) {
+    HANDLE mutex = GetMutex(attributes);
+    for (int made = 0; mutex == nullptr && made < retry; ++made) mutex = GetMutex(attributes);
+    if (mutex == nullptr) {
+      Failure(operation.lock_number, operation.exception.function, __LINE__, kNoLock);
+    }
+    return mutex;
+  };
+  return RunLocked(take, operation.without_lock, operation.exception, work);
+}
+
+CNemiPrintInfoFileAccess::CNemiPrintInfoFileAccess(const wchar_t* path)
+    : file_name_(PathOf(path)) {}
+
+int CNemiPrintInfoFileAccess::ReadAll() {
+  static constexpr GuardedOperation kRead = {
+      {5, 100909, L"CNemiPrintInfoFileAccess::ReadAll",
+       L"ネミ印刷情報ファイルの読み込み処理で予期せぬエラーが発生しました。"},
+      100904};
+  if (file_name_.empty()) return Failure(100911, kRead.exception.function, __LINE__, kNoPath);
+  if (IsExist() == 0) return Failure(100903, kRead.exception.function, __LINE__, kNoFile);
+  return RunUnderLock(kRead, [this](int& result) { ReadRecord(result); });
+}
+
+void CNemiPrintInfoFileAccess::ReadRecord(int& result) {
+  static constexpr wchar_t kFunction[] = L"CNemiPrintInfoFileAccess::ReadAll";
+  CString xml;
+  const WipeOnExit wipe(xml);
+  if (CCrypto().CryptingStringReader(file_name_, xml) != 0) {
+    Failure(100902, kFunction, __LINE__, L"ネミ印刷情報ファイルの復号化に失敗しました。");
+    return;
+  }
+  CStringArray names;
+  for (const Field& field : kFields) {
+    if (field.is_read) names.Add(field.element);
+  }
+  CMapStringToString values;
+  if (RecordXml().SelectXMLStringValue(xml, names, values) != 0) {
+    Failure(100901, kFunction, __LINE__, L"ネミ印刷情報ファイルの読み込みに失敗しました。");
+    return;
+  }
+  NEMI_INF_FILE record = record_;
+  for (const Field& field : kFields) {
+    if (field.is_read) record.*field.member = values[field.element];
+  }
+  record.FilePath = file_name_;
+  record_ = std::move(record);
+  result = 1;
+}
+
+int CNemiPrintInfoFileAccess::WriteAll() {
+  static constexpr GuardedOperation kWrite = {
+      {5, 101007, L"CNemiPrintInfoFileAccess::WriteAll",
+       L"ネミ印刷情報ファイルの保存処理で予期せぬエラーが発生しました。"},
+      101002};
+  if (file_name_.empty()) return Failure(101012, kWrite.exception.function, __LINE__, kNoPath);
+  return RunUnderLock(kWrite, [this](int& result) { WriteRecord(result); });
+}
+
+void CNemiPrintInfoFileAccess::WriteRecord(int& result) const {
+  CStringArray names;
+  CStringArray values;
+  for (const Field* field : kWriteOrder) {
+    names.Add(field->element);
+    values.Add(record_.*field->member);
+  }
+  CString xml = RecordXml().CreateXmlString01(names, values);
+  const WipeOnExit wipe(xml);
+  // An empty text would take the place of the print information.
+  if (xml.empty() || CCrypto().CryptingStringWriter(xml, file_name_) != 0) {
+    Failure(100822, L"CNemiPrintInfoFileAccess::WriteAll", __LINE__,
+            L"ネミ情報の書き込みに失敗しました。");
+    return;
+  }
+  result = 1;
+}
+
+int CNemiPrintInfoFileAccess::Delete(int retry) {
+  static constexpr GuardedOperation kDelete = {
+      {5, 100910, L"CNemiPrintInfoFileAccess::Delete",
+       L"ネミ印刷情報ファイルの削除処理で予期せぬエラーが発生しました。"},
+      100906};
+  if (file_name_.empty()) return Failure(100912, kDelete.exception.function, __LINE__, kNoPath);
+  if (IsExist() == 0) {
+    Failure(100905, kDelete.exception.function, __LINE__, kNoFile);
+    return 1;
+  }
+  const auto remove = [this](int& result) {
+    if (!RemoveFile(file_name_)) throw std::runtime_error("the file cannot be removed");
+    result = 1;
+  };
+  return RunUnderLock(kDelete, remove, retry);
+}
+
+int CNemiPrintInfoFileAccess::Move(const wchar_t* directory) {
+  static constexpr GuardedOperation kMove = {
+      {5, 101015, L"CNemiPrintInfoFileAccess::Move",
+       L"ネミ印刷情報ファイルの移動処理で予期せぬエラーが発生しました。"},
+      101002};
+  const wchar_t* function = kMove.exception.function;
+  const CString target = PathOf(directory);
+  if (file_name_.empty()) return Failure(101013, function, __LINE__, kNoPath);
+  if (IsExist(target) == 0) {
+    return Failure(101013, function, __LINE__, L"移動先フォルダが存在しません。");
+  }
+  if (IsExist() == 0) return Failure(101001, function, __LINE__, kNoFile);
+  return RunUnderLock(kMove, [&](int& result) {
+    MoveTo(target + L"\\" + GetFileName(file_name_.c_str()) + L".xml", result);
+  });
+}
+
+void CNemiPrintInfoFileAccess::MoveTo(const CString& target, int& result) const {
+  static constexpr wchar_t kFunction[] = L"CNemiPrintInfoFileAccess::Move";
+  if (MoveFileReplacing(file_name_, target)) {
+    result = 1;
+    return;
+  }
+  Log4cxxMgr::LogOutDetail(5, 101006, kFunction, __LINE__, static_cast<int>(GetLastError()),
+                           L"ネミ印刷情報ファイルの移動に失敗しました。");
+  Failure(101006, kFunction, __LINE__, L"移動元[" + file_name_ + L"]");
+  Failure(101006, kFunction, __LINE__, L"移動先[" + target + L"]");
+}
+
+int CNemiPrintInfoFileAccess::IsExist() {
+  static constexpr GuardedOperation kTest = {
+      {4, 0, L"CNemiPrintInfoFileAccess::IsExist",
+       L"ネミ印刷情報ファイルの存在確認処理で例外が発生しました。"},
+      100920,
+      1};
+  return TestUnderLock(kTest, file_name_);
+}
+
+int CNemiPrintInfoFileAccess::IsExist(const CString& path) {
+  static constexpr GuardedOperation kTest = {
+      {4, 0, L"CNemiPrintInfoFileAccess::IsExist",
+       L"ネミ印刷情報ファイルの存在確認処理（直接指定）で例外が発生しました。"},
+      100921,
+      1};
+  return TestUnderLock(kTest, path);
+}
+
+int CNemiPrintInfoFileAccess::TestUnderLock(const GuardedOperation& operation,
+                                            const CString& path) {
+  return RunUnderLock(operation, [&](int& result) { result = GetFileStatus(path) ? 1 : 0; });
+}
+
+CString CNemiPrintInfoFileAccess::GetFileName(const wchar_t* path) {
+  CString name = path;
+  CUtil::GetFileName(name);
+  return name;
+}
+
+}  // namespace vk::tq
