@@ -179,7 +179,14 @@ class Object {
     return ACL_READ | ACL_WRITE;
   }
 
-  AclHandle Get(acl_type_t type) const { return AclHandle(acl_get_file(name_.c_str(), type)); }
+  // A file system without ACLs has what the mode says.
+  AclHandle Get(acl_type_t type) const {
+    AclHandle acl(acl_get_file(name_.c_str(), type));
+    if (!acl && errno == EOPNOTSUPP) {
+      acl.reset(type == ACL_TYPE_ACCESS ? acl_from_mode(mode_) : acl_init(0));
+    }
+    return acl;
+  }
 
   bool Set(acl_type_t type, const AclHandle& acl) const {
     return acl_set_file(name_.c_str(), type, acl.get()) == 0;

@@ -18,7 +18,7 @@
 #include <vector>
 
 #include "platform/error.h"
-#include "platform/posix/named_mutex_internal.h"
+#include "platform/posix/mutex_set.h"
 #include "support/test_support.h"
 
 namespace vk::tq {
@@ -63,6 +63,13 @@ class Mutex {
   HANDLE handle_;
 };
 
+// The first key of a mutex, where the test can put something in its way.
+std::int32_t KeyOf(const std::wstring& name) {
+  return static_cast<std::int32_t>(1 + IdentityOfMutex(name).first_key);
+}
+
+int SetOf(const std::wstring& name) { return FindMutexSet(IdentityOfMutex(name)).id; }
+
 // Takes and gives back with a handle of its own; what the wait gave.
 WaitResult TakeOnce(const std::wstring& name, std::uint32_t time = kLong) {
   Mutex mutex(name);
@@ -96,7 +103,7 @@ class Shared {
 
 class NamedMutexTest : public ::testing::Test {
  protected:
-  internal::ScopedMutexNamespace space_;
+  ScopedMutexNamespace space_;
   const std::wstring name_ = L"Global\\TQ_TEST";
 };
 
@@ -417,7 +424,7 @@ TEST_F(NamedMutexTest, NamesWithOneKeyStayApart) {
   std::wstring second;
   for (int i = 0; second.empty(); ++i) {
     const std::wstring name = L"Global\\" + std::to_wstring(i);
-    const auto [place, is_new] = names.try_emplace(internal::NamedMutexKey(name), name);
+    const auto [place, is_new] = names.try_emplace(KeyOf(name), name);
     if (!is_new) {
       first = place->second;
       second = name;
@@ -427,11 +434,11 @@ TEST_F(NamedMutexTest, NamesWithOneKeyStayApart) {
   Mutex two(second);
   ASSERT_EQ(one.Wait(), WaitResult::kAcquired);
   ASSERT_EQ(two.Wait(0), WaitResult::kAcquired);
-  EXPECT_NE(internal::FindNamedMutexSet(first), internal::FindNamedMutexSet(second));
+  EXPECT_NE(SetOf(first), SetOf(second));
   EXPECT_EQ(TakeOnThread(second), WaitResult::kTimeout);
   one.Release();
   // The second name is still found behind the place that is free now.
-  semctl(internal::FindNamedMutexSet(first), 0, IPC_RMID);
+  semctl(SetOf(first), 0, IPC_RMID);
   EXPECT_EQ(TakeOnThread(second), WaitResult::kTimeout);
   EXPECT_EQ(TakeOnThread(first), WaitResult::kAcquired);
   two.Release();
@@ -440,7 +447,7 @@ TEST_F(NamedMutexTest, NamesWithOneKeyStayApart) {
 TEST_F(NamedMutexTest, SetsOfOtherProgramsAreLeftAlone) {
   for (const int size : {1, 400}) {
     const std::wstring name = name_ + std::to_wstring(size);
-    const ForeignSet foreign(internal::NamedMutexKey(name), size);
+    const ForeignSet foreign(KeyOf(name), size);
     Mutex mutex(name);
     ASSERT_EQ(mutex.Wait(), WaitResult::kAcquired) << size;
     EXPECT_EQ(TakeOnThread(name), WaitResult::kTimeout) << size;
@@ -448,7 +455,7 @@ TEST_F(NamedMutexTest, SetsOfOtherProgramsAreLeftAlone) {
   }
   std::vector<std::unique_ptr<ForeignSet>> all;
   for (int i = 0; i < 4; ++i) {
-    all.push_back(std::make_unique<ForeignSet>(internal::NamedMutexKey(name_) + i, 1));
+    all.push_back(std::make_unique<ForeignSet>(KeyOf(name_) + i, 1));
   }
   EXPECT_FALSE(Mutex(name_).is_open());
   EXPECT_EQ(GetLastError(), kErrorNoSystemResources);
@@ -466,7 +473,7 @@ TEST_F(NamedMutexTest, RemovedSetIsMadeAnew) {
     return 0;
   });
   ASSERT_TRUE(held.Wait());
-  const int set = internal::FindNamedMutexSet(name_);
+  const int set = SetOf(name_);
   std::thread waiter([&] {
     Mutex mutex(name_);
     EXPECT_EQ(mutex.Wait(), WaitResult::kAcquired);
@@ -476,7 +483,7 @@ TEST_F(NamedMutexTest, RemovedSetIsMadeAnew) {
   ASSERT_EQ(semctl(set, 0, IPC_RMID), 0);
   waiter.join();
   EXPECT_EQ(idle.Wait(), WaitResult::kAcquired);
-  semctl(internal::FindNamedMutexSet(name_), 0, IPC_RMID);
+  semctl(SetOf(name_), 0, IPC_RMID);
   EXPECT_FALSE(idle.Release());
   EXPECT_EQ(GetLastError(), kErrorInvalidHandle);
   EXPECT_EQ(idle.Wait(), WaitResult::kAcquired);
@@ -486,17 +493,17 @@ TEST_F(NamedMutexTest, RemovedSetIsMadeAnew) {
 TEST_F(NamedMutexTest, DefaultAttributesLeaveNothingBehind) {
   for (const bool is_taken : {false, true}) {
     Mutex mutex(nullptr, name_);
-    ASSERT_GE(internal::FindNamedMutexSet(name_), 0);
+    ASSERT_GE(SetOf(name_), 0);
     if (is_taken) {
       EXPECT_EQ(mutex.Wait(), WaitResult::kAcquired);
       EXPECT_TRUE(mutex.Release());
     }
     Mutex(nullptr, name_);
-    EXPECT_EQ(internal::FindNamedMutexSet(name_), -1);
+    EXPECT_EQ(SetOf(name_), -1);
     EXPECT_EQ(mutex.Wait(), WaitResult::kAcquired);  // an open handle serves nevertheless
     EXPECT_TRUE(mutex.Release());
   }
-  EXPECT_EQ(internal::FindNamedMutexSet(name_), -1);
+  EXPECT_EQ(SetOf(name_), -1);
 }
 
 // Runs a function as another user.

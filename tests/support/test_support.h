@@ -16,6 +16,7 @@
 #include <vector>
 
 #include "foundation/log.h"
+#include "platform/posix/mutex_set.h"
 
 namespace vk::tq::testing {
 
@@ -90,7 +91,8 @@ class LogRecorder {
 };
 
 // A test with a product folder of its own: every folder of the library lies in a temporary folder,
-// log lines and events are recorded, the ANSI code page is UTF-8.
+// log lines and events are recorded, the ANSI code page is UTF-8, and no other test shares its
+// mutexes.
 class ProductTest : public ::testing::Test {
  protected:
   ProductTest();
@@ -106,6 +108,7 @@ class ProductTest : public ::testing::Test {
   std::string native(std::string_view name) const { return temp_.native(name); }
   std::wstring path(std::wstring_view name) const { return temp_.path(name); }
 
+  ScopedMutexNamespace mutexes_;
   TempFolder temp_;
   LogRecorder log_;
 };

@@ -1,0 +1,230 @@
+#include "foundation/file_lock.h"
+
+#include <unistd.h>
+
+#include <stdexcept>
+#include <string>
+#include <thread>
+
+#include "platform/error.h"
+#include "support/test_support.h"
+
+namespace vk::tq {
+namespace {
+
+using testing::ChildProcess;
+using ::testing::ElementsAre;
+using testing::Gate;
+using ::testing::IsEmpty;
+using testing::LogLine;
+using testing::ProductTest;
+
+const std::wstring kJobs = L"Global\\KITORA_QTL_JOB_MANAGE";
+const std::wstring kFeeder = L"Global\\KITORA_QTL_PRINT_MLTTHREAD";
+const std::wstring kWhiteList = L"Global\\KITORA_QTL_WHITELIST_DAT_FILE";
+const std::wstring kJobsLabel = L"管理ファイル(情報、ステータス)";
+
+// Another process that holds a mutex as long as the object lives.
+class Holder {
+ public:
+  explicit Holder(const std::wstring& name)
+      : process_([&, name] {
+          if (GetManageFileMutex(name) == nullptr) return 1;
+          held_.Open();
+          pause();
+          return 0;
+        }) {
+    EXPECT_TRUE(held_.Wait());
+  }
+  // Ends it in the middle of its work.
+  void Kill() {
+    process_.Kill();
+    process_.Wait();
+  }
+
+ private:
+  Gate held_;
+  ChildProcess process_;
+};
+
+// Whether another thread can have the mutex.
+bool IsFree(const std::wstring& name) {
+  bool is_free = false;
+  std::thread([&] {
+    const ScopedLockTimeout no_wait(0);
+    HANDLE mutex = GetManageFileMutex(name);
+    is_free = mutex != nullptr;
+    ReleaseManageFileMutex(mutex);
+  }).join();
+  return is_free;
+}
+
+class FileLockTest : public ProductTest {};
+
+TEST_F(FileLockTest, ProgramsTakeAndGiveBack) {
+  HANDLE jobs = GetManageFileMutex(kJobs);
+  ASSERT_NE(jobs, nullptr);
+  HANDLE again = GetManageFileMutex(kJobs);
+  ASSERT_NE(again, nullptr);
+  HANDLE list = GetPrinterWhiteListMutex();
+  ASSERT_NE(list, nullptr);
+  EXPECT_EQ(ReleaseManageFileMutex(again), nullptr);
+  EXPECT_FALSE(IsFree(kJobs));
+  EXPECT_FALSE(IsFree(kWhiteList));
+  log_.Clear();
+  EXPECT_EQ(ReleaseManageFileMutex(jobs), nullptr);
+  EXPECT_EQ(ReleasePrinterWhiteListMutex(list), nullptr);
+  EXPECT_TRUE(IsFree(kJobs));
+  EXPECT_TRUE(IsFree(kWhiteList));
+  EXPECT_EQ(ReleaseManageFileMutex(nullptr), nullptr);
+  EXPECT_EQ(ReleasePrinterWhiteListMutex(nullptr), nullptr);
+  EXPECT_THAT(log_.lines(), IsEmpty());
+}
+
+TEST_F(FileLockTest, AnEmptyNameIsNoMutex) {
+  EXPECT_EQ(GetManageFileMutex(L""), nullptr);
+  EXPECT_THAT(log_.lines(), ElementsAre(LogLine{4, 100800531, L"GetManageFileMutex",
+                                                L"ミューテックス名が指定されていません。"}));
+}
+
+TEST_F(FileLockTest, ATimeOutIsLoggedUnderTheLabelOfTheName) {
+  const ScopedLockTimeout short_wait(10);
+  const std::wstring timed_out = L"の排他処理に失敗しました。(タイムアウト) [77]";
+  const struct {
+    std::wstring name;
+    std::wstring label;
+  } cases[] = {
+      {kJobs, kJobsLabel},
+      {L"任意の名前", kJobsLabel},
+      {kFeeder, L"ネミジョブ投入スレッド"},
+      {L"GLOBAL\\kitora_qtl_print_mltthread", L"ネミジョブ投入スレッド"},
+  };
+  for (const auto& one : cases) {
+    const Holder holder(one.name);
+    SetLastError(77);
+    EXPECT_EQ(GetManageFileMutex(one.name), nullptr);
+    EXPECT_THAT(log_.lines(),
+                ElementsAre(LogLine{4, 100800531, L"GetManageFileMutex", one.label + timed_out}));
+    log_.Clear();
+  }
+  const Holder holder(kWhiteList);
+  SetLastError(77);
+  EXPECT_EQ(GetPrinterWhiteListMutex(), nullptr);
+  EXPECT_THAT(log_.lines(), ElementsAre(LogLine{5, 100800530, L"GetPrinterWhiteListMutex",
+                                                L"プリンタ除外リストファイル" + timed_out}));
+}
+
+TEST_F(FileLockTest, AMutexThatCannotBeOpenedIsLogged) {
+  if (geteuid() != 0) GTEST_SKIP() << "needs a second user";
+  // One of each name that is for its maker only.
+  HANDLE jobs = CreateNamedMutex(nullptr, kJobs);
+  HANDLE list = CreateNamedMutex(nullptr, kWhiteList);
+  ChildProcess child([&] {
+    if (setresuid(65534, 65534, 65534) != 0) return 1;
+    if (GetManageFileMutex(kJobs) != nullptr || GetPrinterWhiteListMutex() != nullptr) return 2;
+    const std::wstring no_mutex = L"の排他処理に失敗しました。(CreateMutex) [5]";
+    const std::vector<LogLine> expected = {
+        {4, 100800531, L"GetManageFileMutex", kJobsLabel + no_mutex},
+        {5, 100800530, L"GetPrinterWhiteListMutex", L"プリンタ除外リストファイル" + no_mutex}};
+    return log_.lines() == expected ? 0 : 3;
+  });
+  EXPECT_EQ(child.Wait(), 0);
+  CloseNamedMutex(jobs);
+  CloseNamedMutex(list);
+}
+
+TEST_F(FileLockTest, ProgramsTakeAnAbandonedMutexOver) {
+  Holder(kJobs).Kill();
+  Holder(kWhiteList).Kill();
+  HANDLE jobs = GetManageFileMutex(kJobs);
+  EXPECT_NE(jobs, nullptr);
+  HANDLE list = GetPrinterWhiteListMutex();
+  EXPECT_NE(list, nullptr);
+  EXPECT_FALSE(IsFree(kJobs));
+  ReleaseManageFileMutex(jobs);
+  ReleasePrinterWhiteListMutex(list);
+}
+
+constexpr FileLock kPlain = {
+    L"Global\\KITORA_QTL_JOB_MANAGE", L"C::GetMutex", 1, L"開く", 2, L"待つ", false};
+constexpr FileLock kWithCode = {
+    L"Global\\KITORA_QTL_JOB_MANAGE", L"C::GetMutex", 3, L"開く", 4, L"待つ", true};
+
+// What the file classes have from their base class.
+class Operations : public LockOperations {
+ public:
+  using LockOperations::CreateNullDACL;
+  using LockOperations::DestroyNullDACL;
+  using LockOperations::ExceptionLine;
+  using LockOperations::RelMutex;
+  using LockOperations::RunLocked;
+};
+
+TEST_F(FileLockTest, ClassesTakeAndGiveBack) {
+  SECURITY_ATTRIBUTES attributes;
+  ASSERT_EQ(Operations::CreateNullDACL(&attributes), 1);
+  EXPECT_EQ(attributes.bInheritHandle, 1);
+  HANDLE mutex = TakeFileLock(kPlain, &attributes);
+  ASSERT_NE(mutex, nullptr);
+  EXPECT_FALSE(IsFree(kJobs));
+  log_.Clear();
+  Operations::RelMutex(mutex);
+  EXPECT_TRUE(IsFree(kJobs));
+  EXPECT_EQ(Operations::DestroyNullDACL(&attributes), 1);
+  EXPECT_EQ(attributes.lpSecurityDescriptor, nullptr);
+  EXPECT_EQ(Operations::DestroyNullDACL(&attributes), 0);
+  EXPECT_EQ(Operations::DestroyNullDACL(nullptr), 0);
+  EXPECT_EQ(Operations::CreateNullDACL(nullptr), 0);
+  EXPECT_THAT(log_.lines(), IsEmpty());
+}
+
+TEST_F(FileLockTest, ClassesFailAtATimeOut) {
+  const ScopedLockTimeout short_wait(10);
+  const Holder holder(kJobs);
+  SetLastError(77);
+  EXPECT_EQ(TakeFileLock(kPlain, nullptr), nullptr);
+  EXPECT_EQ(TakeFileLock(kWithCode, nullptr), nullptr);
+  EXPECT_THAT(log_.lines(), ElementsAre(LogLine{5, 2, L"C::GetMutex", L"待つ"},
+                                        LogLine{5, 4, L"C::GetMutex", L"待つ", std::nullopt, 77}));
+}
+
+// The failure tells of the owner's end; the lock itself is sound again.
+TEST_F(FileLockTest, ClassesFailOnceWhenTheOwnerEnded) {
+  Holder(kJobs).Kill();
+  EXPECT_EQ(TakeFileLock(kPlain, nullptr), nullptr);
+  EXPECT_THAT(log_.lines(), ElementsAre(LogLine{5, 2, L"C::GetMutex", L"待つ"}));
+  EXPECT_TRUE(IsFree(kJobs));
+  HANDLE mutex = TakeFileLock(kPlain, nullptr);
+  EXPECT_NE(mutex, nullptr);
+  Operations::RelMutex(mutex);
+}
+
+TEST_F(FileLockTest, TheLockIsGivenBackOnEveryWayOut) {
+  const auto take = [](const SECURITY_ATTRIBUTES* attributes) {
+    return TakeFileLock(kPlain, attributes);
+  };
+  const Operations::ExceptionLine line{4, 9, L"C::Work", L"例外"};
+  EXPECT_EQ(
+      Operations::RunLocked(take, -1, line, [](int& result) { result = IsFree(kJobs) ? 2 : 1; }),
+      1);
+  EXPECT_TRUE(IsFree(kJobs));
+  log_.Clear();
+  SetLastError(77);
+  EXPECT_EQ(Operations::RunLocked(take, -1, line,
+                                  [](int& result) {
+                                    result = 5;
+                                    throw std::runtime_error("x");
+                                  }),
+            5);
+  EXPECT_THAT(log_.lines(), ElementsAre(LogLine{4, 9, L"C::Work", L"例外", std::nullopt, 77}));
+  EXPECT_TRUE(IsFree(kJobs));
+
+  const ScopedLockTimeout short_wait(10);
+  const Holder holder(kJobs);
+  bool has_run = false;
+  EXPECT_EQ(Operations::RunLocked(take, -1, line, [&](int&) { has_run = true; }), -1);
+  EXPECT_FALSE(has_run);
+}
+
+}  // namespace
+}  // namespace vk::tq
