@@ -3,18 +3,20 @@
 PRESET ?= release
 PREFIX ?= /usr/local
 
-.PHONY: demo test bench format lint install build tools-needed
+.PHONY: demo test bench format lint install build configure tools-needed
 .DEFAULT_GOAL := build
 
 tools-needed:
 	@scripts/install-packages
 
-build: tools-needed
-	@cmake --preset $(PRESET) > build-configure.log 2>&1 || { cat build-configure.log; rm -f build-configure.log; exit 1; }
-	@rm -f build-configure.log
+configure: tools-needed
+	@log=$$(cmake --preset $(PRESET) 2>&1) || { echo "$$log"; exit 1; }
+
+build: configure
 	cmake --build --preset $(PRESET)
 
-demo: build
+demo: configure
+	cmake --build --preset $(PRESET) --target job_road
 	build/$(PRESET)/examples/job_road
 
 test: build

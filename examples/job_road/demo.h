@@ -35,6 +35,8 @@ class Product {
   // A native path below the temporary folder, and the same for the library.
   std::string native(std::string_view name) const;
   std::wstring path(std::string_view name) const;
+  // The native path of a file of the product itself, such as "config/Client.ini".
+  std::string file(std::string_view name) const;
   // Names and sizes of the files in a folder.
   std::string Listing(std::string_view folder) const;
 
@@ -50,8 +52,9 @@ class LogStage {
   LogStage& operator=(const LogStage&) = delete;
   ~LogStage();
 
-  // Prints what has been logged since the last call.
+  // Prints what has been logged since the last call, or only the last lines of it.
   void Show();
+  void ShowLast(std::size_t count);
   // The events so far.
   std::vector<std::wstring> events() const;
 

@@ -30,7 +30,9 @@ std::wstring Wide(const std::string& bytes) {
 }
 
 void Chapter(std::string_view title) {
-  std::printf("\n\033[1m%.*s\033[0m\n", static_cast<int>(title.size()), title.data());
+  const bool is_terminal = isatty(STDOUT_FILENO) == 1;
+  std::printf("\n%s%.*s%s\n", is_terminal ? "\033[1m" : "", static_cast<int>(title.size()),
+              title.data(), is_terminal ? "\033[0m" : "");
 }
 
 void Say(std::string_view text) {
@@ -78,10 +80,8 @@ Product::Product() {
   setenv("TQ_VOLUMES", native("volumes").c_str(), 1);
   setenv("TQ_REGISTRY", native("registry.ini").c_str(), 1);
   setenv("TQ_ANSI_CODEPAGE", "65001", 1);
-  const fs::path config = native("common/ORV-INC/Velkorandia/Tessaloquin/config");
-  fs::create_directories(config);
-  fs::create_directories(native("jobs"));
-  std::ofstream(config / "data.dat") << "0a1b2c3d4e5f60718293a4b5c6d7e8f9";
+  fs::create_directories(file("config"));
+  std::ofstream(file("config/data.dat")) << "0a1b2c3d4e5f60718293a4b5c6d7e8f9";
 }
 
 Product::~Product() { RemoveFolder(); }
@@ -89,6 +89,10 @@ Product::~Product() { RemoveFolder(); }
 std::string Product::native(std::string_view name) const { return root_ + "/" + std::string(name); }
 
 std::wstring Product::path(std::string_view name) const { return Wide(native(name)); }
+
+std::string Product::file(std::string_view name) const {
+  return native("common/ORV-INC/Velkorandia/Tessaloquin/" + std::string(name));
+}
 
 std::string Product::Listing(std::string_view folder) const {
   std::vector<std::string> rows;
@@ -105,7 +109,7 @@ std::string Product::Listing(std::string_view folder) const {
 
 struct LogStage::Store {
   std::mutex mutex;
-  std::string lines;
+  std::vector<std::string> lines;
   std::vector<std::wstring> events;
 };
 
@@ -119,7 +123,7 @@ LogStage::LogStage() : store_(std::make_shared<Store>()) {
       if (record.second) line << "  [" << Narrow(*record.second) << "]";
       if (record.code) line << "  code " << *record.code;
       const std::lock_guard lock(store->mutex);
-      store->lines += line.str() + "\n";
+      store->lines.push_back(line.str() + "\n");
     }
     std::shared_ptr<Store> store;
   };
@@ -140,10 +144,17 @@ LogStage::~LogStage() {
   vk::tq::InstallEventSink(nullptr);
 }
 
-void LogStage::Show() {
+void LogStage::Show() { ShowLast(static_cast<std::size_t>(-1)); }
+
+void LogStage::ShowLast(std::size_t count) {
   const std::lock_guard lock(store_->mutex);
-  if (!store_->lines.empty()) demo::Show("log:", store_->lines);
-  store_->lines.clear();
+  std::vector<std::string>& lines = store_->lines;
+  const std::size_t left_out = lines.size() - std::min(count, lines.size());
+  std::string text;
+  if (left_out > 0) text = "(" + std::to_string(left_out) + " lines before)\n";
+  for (std::size_t i = left_out; i < lines.size(); ++i) text += lines[i];
+  if (!text.empty()) demo::Show("log:", text);
+  lines.clear();
 }
 
 std::vector<std::wstring> LogStage::events() const {
