@@ -45,9 +45,11 @@ void AppendUtf8(std::wstring_view text, SecureBytes& bytes);
 /// Turns wide text into UTF-8 piece by piece. The text must outlive the encoder.
 class Utf8Encoder {
  public:
-  explicit Utf8Encoder(std::wstring_view text);
+  enum class End { kLastCharacter, kFirstNul };
 
-  /// The number of bytes of the whole text.
+  explicit Utf8Encoder(std::wstring_view text, End end = End::kLastCharacter);
+
+  /// The number of bytes in all.
   std::size_t length() const { return length_; }
   /// Fills the buffer with the next bytes and gives their number, which is below the buffer's size
   /// only at the end of the text. A character that the end of the buffer cuts goes on with the next

@@ -251,7 +251,7 @@ int CCrypto::FailWithErrno() {
 int CCrypto::CryptingStringWriter(const CString& text, const CString& path) {
   // What can fail without the file comes first.
   AesCbc cipher = MakeCipher(CipherDirection::kEncrypt);
-  Utf8Encoder encoder(UpToNul(std::wstring_view(text)));
+  Utf8Encoder encoder(text, Utf8Encoder::End::kFirstNul);
   std::uint64_t left = encoder.length() + 1;
   SecureBytes chunk(std::min<std::uint64_t>(kChunkSize, RoundUpToBlock(left)));
 

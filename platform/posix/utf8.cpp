@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <array>
+#include <bit>
 #include <cstdint>
 #include <cstring>
 
@@ -22,6 +23,18 @@ constexpr std::size_t kBlock = 1024;
 constexpr bool IsHighSurrogate(char32_t c) { return (c & 0xFFFFFC00) == 0xD800; }
 constexpr bool IsLowSurrogate(char32_t c) { return (c & 0xFFFFFC00) == 0xDC00; }
 constexpr bool IsSurrogate(char32_t c) { return (c & 0xFFFFF800) == 0xD800; }
+
+// 1 when a value lies above a limit, both below 2^31; without a branch.
+constexpr std::uint32_t IsAbove(std::uint32_t limit, std::uint32_t value) {
+  return (limit - value) >> 31;
+}
+
+// The characters of three bytes below the surrogates, which Japanese text mostly consists of, are
+// converted by groups where the order of the bytes in memory allows it. A test and a conversion
+// without branches let the compiler use vector instructions.
+constexpr std::ptrdiff_t kGroup = 32;
+using Group = std::array<std::uint32_t, kGroup>;
+constexpr bool kHasGroups = std::endian::native == std::endian::little;
 
 // The second byte of a character has a narrower range behind some first bytes, which shuts out
 // overlong forms, surrogates and values beyond U+10FFFF.
@@ -77,6 +90,25 @@ void WidenAscii(const Byte*& from, const Byte* from_end, wchar_t*& to, const wch
   while (from != last && *from < 0x80) *to++ = static_cast<wchar_t>(*from++);
 }
 
+// Reads groups of characters of three bytes as long as there are some.
+void ReadThrees(const Byte*& from, const Byte* from_end, wchar_t*& to, const wchar_t* to_end) {
+  while (kHasGroups && from_end - from > 3 * kGroup && to_end - to >= kGroup &&
+         ((from[3] & from[3 * kGroup / 2] & from[3 * kGroup - 3]) & 0xF0) == 0xE0) {
+    Group group;
+    // The fourth byte of each is the first of the next.
+    for (std::size_t i = 0; i < kGroup; ++i) std::memcpy(&group[i], from + 3 * i, sizeof group[i]);
+    std::uint32_t others = 0;
+    for (std::uint32_t& bytes : group) {
+      const std::uint32_t c = (bytes & 0xF) << 12 | (bytes >> 2 & 0xFC0) | (bytes >> 16 & 0x3F);
+      others |= ((bytes & 0xC0C0F0) ^ 0x8080E0) | IsAbove(c, 0x800) | IsAbove(0xD7FF, c);
+      bytes = c;
+    }
+    if (others != 0) break;
+    for (const std::uint32_t c : group) *to++ = static_cast<wchar_t>(c);
+    from += 3 * kGroup;
+  }
+}
+
 // Fills a block of wide text; stops early at a character that the end cuts off.
 wchar_t* DecodeBlock(const Byte*& from, const Byte* from_end, wchar_t* to, const wchar_t* to_end) {
   while (from != from_end && to != to_end) {
@@ -84,10 +116,14 @@ wchar_t* DecodeBlock(const Byte*& from, const Byte* from_end, wchar_t* to, const
       WidenAscii(from, from_end, to, to_end);
       continue;
     }
-    const Utf8Character character = Read(from, from_end);
-    if (character.state == State::kCutOff) break;
-    *to++ = static_cast<wchar_t>(character.value);
-    from += character.length;
+    ReadThrees(from, from_end, to, to_end);
+    const wchar_t* const next_try = to + std::min<std::ptrdiff_t>(to_end - to, kGroup);
+    while (from != from_end && to != next_try && *from >= 0x80) {
+      const Utf8Character character = Read(from, from_end);
+      if (character.state == State::kCutOff) return to;
+      *to++ = static_cast<wchar_t>(character.value);
+      from += character.length;
+    }
   }
   return to;
 }
@@ -112,9 +148,51 @@ Byte* Write(char32_t c, Byte* to) {
   return to;
 }
 
+std::size_t LengthOf(char32_t c) { return c < 0x80 ? 1 : c < 0x800 ? 2 : c < 0x10000 ? 3 : 4; }
+
+// The number of bytes that a block has in UTF-8 beyond one for each character; nothing when it
+// holds a surrogate or what lies beyond Unicode.
+std::optional<std::size_t> CountMoreBytes(std::wstring_view block) {
+  std::uint32_t more = 0;
+  std::uint32_t others = 0;
+  for (const wchar_t unit : block) {
+    const auto c = static_cast<std::uint32_t>(unit);
+    more += IsAbove(0x7F, c) + IsAbove(0x7FF, c) + IsAbove(0xFFFF, c);
+    others |= (IsAbove(0xD7FF, c) - IsAbove(0xDFFF, c)) | IsAbove(0x10FFFF, c) | c >> 31;
+  }
+  if (others != 0) return {};
+  return more;
+}
+
+// The number of bytes of a text's UTF-8 form. The text is cut at its first NUL if that ends it.
+std::size_t CountUtf8(std::wstring_view& text, bool ends_at_nul) {
+  std::size_t size = 0;
+  for (std::size_t index = 0; index < text.size();) {
+    const std::wstring_view block = text.substr(index, kBlock);
+    std::uint32_t all = 0;
+    std::uint32_t below_one = 0;
+    for (const wchar_t c : block) {
+      all |= static_cast<std::uint32_t>(c);
+      below_one |= static_cast<std::uint32_t>(c) - 1;
+    }
+    if (ends_at_nul && below_one >> 31 != 0 && block.find(L'\0') != std::wstring_view::npos) {
+      text = text.substr(0, index + block.find(L'\0'));
+      ends_at_nul = false;
+      continue;
+    }
+    const std::size_t end = index + block.size();
+    if (const std::optional<std::size_t> more = all < 0x80 ? 0 : CountMoreBytes(block)) {
+      size += block.size() + *more;
+      index = end;
+    }
+    while (index < end) size += LengthOf(ReadCodePoint(text, index));
+  }
+  return size;
+}
+
 // Narrows ASCII until the first other character.
 Byte* NarrowAscii(const wchar_t*& from, const wchar_t* from_end, Byte* to) {
-  constexpr std::ptrdiff_t kStep = 16;
+  constexpr std::ptrdiff_t kStep = 64;
   while (from_end - from >= kStep) {
     std::uint32_t all = 0;
     for (std::ptrdiff_t i = 0; i < kStep; ++i) all |= static_cast<std::uint32_t>(from[i]);
@@ -129,34 +207,30 @@ Byte* NarrowAscii(const wchar_t*& from, const wchar_t* from_end, Byte* to) {
   return to;
 }
 
-// The number of bytes of a text's UTF-8 form.
-std::size_t CountUtf8(std::wstring_view text) {
-  std::size_t size = 0;
-  for (std::size_t begin = 0; begin < text.size(); begin += kBlock) {
-    const std::wstring_view block = text.substr(begin, kBlock);
-    std::uint32_t all = 0;
-    for (const wchar_t c : block) all |= static_cast<std::uint32_t>(c);
-    size += block.size();
-    if (all < 0x80) continue;
-    std::uint32_t more = 0;
-    std::uint32_t surrogates = 0;
-    for (const wchar_t c : block) {
-      const auto unit = static_cast<std::uint32_t>(c);
-      more += (unit >= 0x80 ? 1u : 0u) + (unit >= 0x800 ? 1u : 0u) +
-              (unit >= 0x10000 && unit <= 0x10FFFF ? 1u : 0u);
-      surrogates += IsSurrogate(unit) ? 1u : 0u;
+constexpr bool IsThreeBytes(std::uint32_t c) { return c >= 0x800 && c < 0xD800; }
+
+// Writes groups of characters of three bytes as long as there are some, then single ones.
+Byte* WriteThrees(const wchar_t*& from, const wchar_t* from_end, Byte* to, const Byte* end) {
+  while (kHasGroups && from_end - from >= kGroup && end - to > 3 * kGroup &&
+         std::min({from[1], from[kGroup / 2], from[kGroup - 1]}) >= 0x800) {
+    Group group;
+    std::uint32_t others = 0;
+    for (std::size_t i = 0; i < kGroup; ++i) {
+      const auto c = static_cast<std::uint32_t>(from[i]);
+      others |= IsAbove(c, 0x800) | IsAbove(0xD7FF, c) | c >> 31;
+      group[i] = 0x8080E0 | c >> 12 | (c & 0xFC0) << 2 | (c & 0x3F) << 16;
     }
-    size += more;
-    if (surrogates == 0) continue;
-    // Each unit of a pair has been counted with 3 bytes; together they have 4.
-    for (std::size_t i = begin; i < begin + block.size() && i + 1 < text.size(); ++i) {
-      if (IsHighSurrogate(static_cast<char32_t>(text[i])) &&
-          IsLowSurrogate(static_cast<char32_t>(text[i + 1]))) {
-        size -= 2;
-      }
-    }
+    if (others != 0) break;
+    // The fourth byte of each is overwritten by the next.
+    for (std::size_t i = 0; i < kGroup; ++i) std::memcpy(to + 3 * i, &group[i], sizeof group[i]);
+    from += kGroup;
+    to += 3 * kGroup;
   }
-  return size;
+  const wchar_t* const last = from + std::min({from_end - from, (end - to) / 3, kGroup});
+  while (from != last && IsThreeBytes(static_cast<std::uint32_t>(*from))) {
+    to = Write(static_cast<char32_t>(*from++), to);
+  }
+  return to;
 }
 
 // Encodes as long as the longest character has room.
@@ -164,12 +238,11 @@ Byte* EncodeRun(std::wstring_view text, std::size_t& index, Byte* to, const Byte
   const wchar_t* from = text.data() + index;
   const wchar_t* const from_end = text.data() + text.size();
   while (from != from_end && end - to >= 4) {
-    const auto c = static_cast<char32_t>(*from);
+    const auto c = static_cast<std::uint32_t>(*from);
     if (c < 0x80) {
       to = NarrowAscii(from, from + std::min(from_end - from, end - to), to);
-    } else if (c < 0x10000 && !IsSurrogate(c)) {
-      to = Write(c, to);
-      ++from;
+    } else if (IsThreeBytes(c)) {
+      to = WriteThrees(from, from_end, to, end);
     } else {
       index = static_cast<std::size_t>(from - text.data());
       to = Write(ReadCodePoint(text, index), to);
@@ -237,7 +310,8 @@ std::size_t AppendFromUtf8(std::string_view bytes, std::wstring& text) {
   return static_cast<std::size_t>(end - from);
 }
 
-Utf8Encoder::Utf8Encoder(std::wstring_view text) : text_(text), length_(CountUtf8(text)) {}
+Utf8Encoder::Utf8Encoder(std::wstring_view text, End end)
+    : text_(text), length_(CountUtf8(text_, end == End::kFirstNul)) {}
 
 std::size_t Utf8Encoder::Encode(std::span<unsigned char> buffer) {
   Byte* to = buffer.data();
