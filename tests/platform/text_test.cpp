@@ -128,6 +128,58 @@ TEST(TextTest, Utf8OfEveryMixtureAndPieceSize) {
   }
 }
 
+// Long runs are converted by groups of characters: whatever stands among them must come out as it
+// does alone.
+TEST(TextTest, Utf8OfLongRuns) {
+  const wchar_t odd_characters[] = {0x7F,   0x80,   0x7FF,  0x800,   0xD7FF,   0xD800,   0xDC00,
+                                    0xDFFF, 0xE000, 0xFFFF, 0x10000, 0x10FFFF, 0x110000, -1};
+  for (const wchar_t usual : {L'a', L'あ'}) {
+    const std::wstring run(150, usual);
+    const std::string run_bytes = Encode(kCodePageUtf8, run);
+    ASSERT_EQ(run, PlainDecode(run_bytes));
+    for (const wchar_t odd : odd_characters) {
+      const std::string odd_bytes = Encode(kCodePageUtf8, {&odd, 1});
+      for (std::size_t at = 0; at <= run.size(); ++at) {
+        const std::size_t byte_at = at * run_bytes.size() / run.size();
+        const std::string bytes = std::string(run_bytes).insert(byte_at, odd_bytes);
+        ASSERT_EQ(bytes, Encode(kCodePageUtf8, std::wstring(run).insert(at, 1, odd))) << at;
+        ASSERT_EQ(PlainDecode(bytes), Decode(kCodePageUtf8, bytes)) << at;
+      }
+    }
+    for (const std::string_view ill : {"\xE3\x81", "\x80", "\xED\xA0\x80", "\xE0\x9F\xBF"}) {
+      for (std::size_t at = 0; at <= run_bytes.size(); ++at) {
+        const std::string bytes = std::string(run_bytes).insert(at, ill);
+        ASSERT_EQ(PlainDecode(bytes), Decode(kCodePageUtf8, bytes)) << at;
+      }
+    }
+  }
+}
+
+TEST(TextTest, EncodesPieceByPiece) {
+  std::mt19937 random(11);
+  for (int round = 0; round < 300; ++round) {
+    std::wstring text;
+    while (text.size() < random() % 3000) {
+      constexpr std::wstring_view kPieces[] = {L"a",      L"0123456789abcdef0123", L"ä",
+                                               L"日本語", L"\U0001F600",           L"\uFFFF"};
+      text += kPieces[random() % std::size(kPieces)];
+    }
+    const std::wstring whole = text;
+    // What lies behind the first NUL does not belong to the text.
+    if (round % 2 == 0) text += std::wstring(L"\0あ\0", 3);
+    Utf8Encoder encoder(text, Utf8Encoder::End::kFirstNul);
+    EXPECT_EQ(Encode(kCodePageUtf8, whole).size(), encoder.length());
+    std::string bytes;
+    for (;;) {
+      std::vector<unsigned char> piece(1 + random() % (round % 3 == 0 ? 3 : 700));
+      const std::size_t size = encoder.Encode(piece);
+      bytes.append(piece.begin(), piece.begin() + static_cast<std::ptrdiff_t>(size));
+      if (size < piece.size()) break;
+    }
+    ASSERT_EQ(Encode(kCodePageUtf8, whole), bytes);
+  }
+}
+
 TEST(TextTest, Utf16LeInBothDirections) {
   const std::string bytes("a\0\x42\x30\x3D\xD8\x00\xDE", 8);
   EXPECT_EQ(bytes, Encode(kCodePageUtf16Le, L"aあ\U0001F600"));
