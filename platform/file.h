@@ -27,6 +27,10 @@ struct FileStatus {
 /// The status of a file or directory; nothing (2 or 3) when there is none.
 std::optional<FileStatus> GetFileStatus(const std::wstring& path);
 
+/// Whether two paths lead to one file, by links or other spellings. False when one of them leads to
+/// none.
+bool IsSameFile(const std::wstring& left, const std::wstring& right);
+
 /// A file that is open for reading, shared with every other reader and writer.
 class InputFile {
  public:
@@ -75,8 +79,9 @@ class InPlaceWriter {
   /// Opens or creates the file and reserves the final size. On failure nothing has changed on disk.
   bool Open(const std::wstring& path, std::uint64_t final_size);
   bool Write(const void* data, std::size_t size);
-  /// Cuts the file to what has been written and closes it.
-  bool Commit();
+  /// Cuts the file to what has been written, or to a size below that, and closes it.
+  bool Commit() { return Commit(written_); }
+  bool Commit(std::uint64_t size);
 
  private:
   bool CreateNew(const std::string& native);

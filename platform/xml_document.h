@@ -27,7 +27,7 @@ namespace vk::tq {
 class XmlError : public std::exception {
  public:
   static constexpr std::uint32_t kUnspecified =
-      0x80004005;  ///< a path that is none; a text that does not parse
+      0x80004005;  ///< a path that is none; a failure without a name
   static constexpr std::uint32_t kOutOfMemory = 0x8007000E;
   static constexpr std::uint32_t kInvalidArgument = 0x80070057;  ///< no document, no parent
   static constexpr std::uint32_t kInvalidName = 0xC00CE504;      ///< not the name of an element
@@ -35,8 +35,8 @@ class XmlError : public std::exception {
       0xC00CE508;  ///< a character that XML cannot hold
 
   explicit XmlError(std::uint32_t code) : code_(code) {}
-  /// A file that cannot be read or written: the code holds the error value.
-  static XmlError OfFile(ErrorCode error) { return XmlError(0x80070000 | (error & 0xFFFF)); }
+  /// The last error as an XmlError, after an operation that failed with it.
+  static XmlError FromLastError() { return XmlError(0x80070000 | (GetLastError() & 0xFFFF)); }
 
   std::uint32_t code() const { return code_; }
   const char* what() const noexcept override { return "XML"; }
@@ -89,10 +89,12 @@ class XmlDocument {
   XmlElement CreateRoot(std::wstring_view name);
 
   /// Replaces the document by what the text holds; the encoding that its declaration names is
-  /// ignored. False, and an empty document, when the text does not parse.
+  /// ignored. False (13), and an empty document, when the text does not parse.
   bool Parse(std::wstring_view text);
-  /// The same for the bytes of a file, in the encoding that its mark or its declaration names.
-  /// "Shift_JIS" is code page 932. False as well when the file cannot be read.
+  /// The same for the bytes of a file, in the encoding that its mark or its declaration names;
+  /// UTF-8 without either. "Shift_JIS" is code page 932. The document ends at the file's first NUL,
+  /// where a writer that was killed has left something behind it. False as well, with the file's
+  /// error, when the file cannot be read.
   bool Load(const std::wstring& path);
 
   std::optional<XmlElement> root() const;

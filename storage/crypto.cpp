@@ -64,6 +64,7 @@ class ChunkReader {
   }
 
   std::uint64_t size() const { return size_; }
+  std::uint64_t left() const { return left_; }  // bytes behind the current chunk
   unsigned char* data() { return buffer_.data(); }
 
   // The number of bytes in the next chunk, 0 at the end of the file; nothing on an error.
@@ -141,8 +142,10 @@ int CCrypto::GetMD5Hash(const unsigned char* data, unsigned long length, CByteAr
 CString CCrypto::ComputeHash(const CString& text) {
   CByteArray bytes;
   if (GetBytes(kCodePageAnsi, text, bytes) != 0) return {};
-  // The number of characters, although it is bytes that are hashed: stored keys rest on it.
-  const std::size_t length = UpToNul(std::wstring_view(text)).size();
+  // The number of characters, although it is bytes that are hashed: the keys of stored files rest
+  // on it.
+  const std::size_t length =
+      std::min(UpToNul(std::wstring_view(text)).size(), static_cast<std::size_t>(bytes.GetSize()));
   CByteArray hash;
   hash.SetSize(kHashSize);
   if (GetMD5Hash(bytes.GetData(), length, hash) != 1) return {};
@@ -286,6 +289,9 @@ int CCrypto::CryptingStringReader(const CString& path, CString& output) {
     const std::size_t size = RoundUpToBlock(*got);
     cipher.Run({file.data(), size}, file.data());
     const std::string_view plain = UpToNul(CharactersOf(file.data(), size));
+    // Room for a text that goes on gets made once: while it grew it would be held twice.
+    output.reserve(output.size() + plain.size() +
+                   (plain.size() < size ? 0 : static_cast<std::size_t>(file.left())));
     decoder.Decode(plain, output);
     at_end = *got == 0 || plain.size() < size;
   }
@@ -311,6 +317,11 @@ int CCrypto::MakeFile(CipherDirection direction, const CString& source,
   std::optional<AesCbc> cipher;
   if (input.size() > 0) cipher.emplace(MakeCipher(direction));
 
+  // Writing into the file that is being read would destroy it, if the process ended early.
+  if (IsSameFile(source, destination)) {
+    SetLastError(kErrorInvalidParameter);
+    return FailWithErrno();
+  }
   InPlaceWriter output;
   if (!output.Open(destination, output_length(input.size()))) return FailWithErrno();
   for (;;) {

@@ -13,22 +13,32 @@ enum class CipherDirection;
 /// belongs to one thread.
 ///
 /// The key. The key file is `GetSpecialFolderPath(35)` +
-/// "\ORV-INC\Velkorandia\Tessaloquin\config\data.dat"; it is only read, anew at each call of a
-/// byte-level operation, and its contents are taken as text of the ANSI code page. Its MD5 hash
-/// (RFC 1321) as 32 upper-case digits, reordered and fitted, gives the AES key and the chaining
-/// block. Without a key file both are zero. A key file of more than 33 bytes, or one of 2 bytes or
-/// more that begins with a NUL, makes every operation throw CInvalidArgException before it changes
-/// anything. Keys and plain bytes are wiped.
+/// "\ORV-INC\Velkorandia\Tessaloquin\config\data.dat". It is only read, anew at each call of an
+/// operation that ciphers, so one file is enciphered under one key. Its contents are taken as text
+/// of the ANSI code page, up to their first NUL. The MD5 hash of that text (RFC 1321) as 32
+/// upper-case digits, reordered and fitted, gives the AES key and the chaining block. A key file
+/// that is missing, empty or cannot be read leaves both zero. One of more than 33 bytes, or one of
+/// 2 bytes or more that begins with a NUL, makes every operation that has something to cipher throw
+/// CInvalidArgException before it changes anything. Keys and plain bytes are wiped.
 ///
 /// The cipher. AES (FIPS 197) with a 256-bit key in CBC mode (NIST SP 800-38A). There is no padding
 /// count, no salt and no check value: the last block is filled with zeros, equal plain bytes give
 /// equal cipher bytes, and a wrong key or a damaged file gives meaningless bytes without an error.
 ///
 /// An enciphered file is a sequence of chunks. Every chunk but the last holds 0x100000 bytes, the
-/// last a multiple of 16; each is enciphered by itself. See docs/file-formats.md.
+/// last a multiple of 16; each is enciphered by itself. See docs/file-formats.md. A file whose
+/// length is no multiple of 16 is damaged: it is deciphered as if zeros filled its last block.
+///
+/// A text ends at its first NUL, in every operation. What is no character, such as a lone
+/// surrogate, is stored as U+FFFD.
+///
+/// Files are read and written chunk by chunk, with a call of the system for each, so that the
+/// memory used does not grow with the file. Files are written in place
+/// (docs/decisions/in-place-writing.md): what can fail without the file fails first, and so does a
+/// disk that has no room for the new length.
 ///
 /// Nothing here is logged or takes a lock. The file operations give 0 for success and 1 for
-/// failure.
+/// failure. std::runtime_error tells of a machine that does not offer AES.
 class TQ_EXPORT CCrypto {
  public:
   CCrypto();
@@ -39,15 +49,15 @@ class TQ_EXPORT CCrypto {
 
   /// The MD5 hash of a text as 32 upper-case digits; empty on failure and for an empty text. The
   /// text's bytes in the ANSI code page are hashed, but only as many of them as the text has
-  /// characters.
+  /// characters. The text may be of any length.
   CString ComputeHash(const CString& text);
 
   /// Enciphers the input, filled with zeros up to a whole number of blocks of 16 bytes. The output
-  /// is as long.
+  /// is as long as that, and may be the input. Nothing beyond the input's length is looked at.
   void EncryptByTripleDesToByteArrayByte(const CByteArray& input, CByteArray& output);
 
-  /// Deciphers the input, filled with zeros up to a whole number of blocks. The output is as long;
-  /// nothing is stripped.
+  /// Deciphers the input, filled with zeros up to a whole number of blocks. The output is as long
+  /// as that, and may be the input; nothing is stripped.
   void DecryptByTripleDESByte(const CByteArray& input, CByteArray& output);
 
   /// Enciphers the UTF-8 bytes of a text and a NUL as one run, whatever its length.
@@ -62,17 +72,29 @@ class TQ_EXPORT CCrypto {
   CString EncryptByTripleDES(const CString& text);
   CString DecryptByTripleDES(CString cipher);
 
-  /// Writes the UTF-8 form of a text and a NUL to an enciphered file, in place. The text ends at
-  /// its first NUL. When the file cannot be opened, written or made as long as it must be: 1, with
-  /// errno in m_nLastError; before the first byte has been written the old file is left as it was.
+  /// Writes the UTF-8 form of a text and a NUL to an enciphered file. When the file cannot be
+  /// opened, written or made as long as it must be: 1, with errno in m_nLastError; until the first
+  /// chunk is written the old file is left as it was.
   int CryptingStringWriter(const CString& text, const CString& path);
 
   /// Appends the text of an enciphered file to the output. A file that is not there or cannot be
-  /// read: 1, with errno in m_nLastError. An empty file: 0, and nothing is appended.
+  /// read: 1, with errno in m_nLastError, and the output keeps what it held. An empty file: 0, and
+  /// nothing is appended.
+  ///
+  /// The text ends at the first NUL of the whole file: what lies behind it, in later chunks too, is
+  /// the rest of an older text that a writer did not come to cut off. A character that two chunks
+  /// share comes back whole.
   int CryptingStringReader(const CString& path, CString& output);
 
   /// Enciphers a file. When the last chunk is shorter than 0x100000 bytes, one zero byte follows
-  /// the data before the fill. The memory used is two chunks, whatever the size.
+  /// the data before the fill; an empty file stays empty.
+  ///
+  /// This and DecryptFileMake: a source that is not there or cannot be read, or a destination that
+  /// cannot be opened, written or made as long as it must be, gives 1 with errno in m_nLastError.
+  /// So does a destination that is the source, by whatever name (EINVAL): it would be destroyed if
+  /// the process ended early. The source is taken as long as it is when it is opened: what is
+  /// appended to it meanwhile is left out, and when it is cut, what is there counts. A destination
+  /// that could not be completed does not appear under its name if it is new.
   int CryptFileMake(const CString& source, const CString& destination);
 
   /// Deciphers a file. The zero bytes behind the data stay in the destination, which is as long as

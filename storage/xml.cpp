@@ -89,7 +89,7 @@ int Read(const FailureLine& line, const CString& xml, Work work, const Subjects&
 // What an operation that must not lose the caller's text or file works on.
 XmlDocument ParseStrictly(const CString& xml) {
   XmlDocument document;
-  if (!document.Parse(xml)) throw XmlError(XmlError::kUnspecified);
+  if (!document.Parse(xml)) throw XmlError::FromLastError();
   return document;
 }
 
@@ -270,9 +270,14 @@ int CXml::CreateXmlString(CString path, RowArray& rows, CString& xml) {
 
 int CXml::SaveIndentXML(CString path, XmlDocument& document) {
   const bool is_saved = RunLogged(kSaveIndented, [&] {
-    const SecureBytes bytes = document.ToIndentedShiftJis();
-    if (!WriteFileInPlace(path, bytes.data(), bytes.size())) {
-      throw XmlError::OfFile(GetLastError());
+    // The NUL parts the new text from the rest of an old one, until that is cut off.
+    SecureBytes bytes = document.ToIndentedShiftJis();
+    const std::size_t size = bytes.size();
+    bytes.push_back(0);
+    InPlaceWriter file;
+    if (!file.Open(path, bytes.size()) || !file.Write(bytes.data(), bytes.size()) ||
+        !file.Commit(size)) {
+      throw XmlError::FromLastError();
     }
   });
   return is_saved ? 1 : 0;
@@ -301,7 +306,7 @@ int CXml::InsertXMLValue(const CString& path, const CString& name, const CString
   bool is_saved = false;
   const auto insert = [&] {
     XmlDocument document;
-    if (!document.Load(path)) throw XmlError(XmlError::kUnspecified);
+    if (!document.Load(path)) throw XmlError::FromLastError();
     AppendToRecords(document, m_strRecordPath, name, value);
     is_saved = SaveIndentXML(path, document) == 1;
   };

@@ -42,6 +42,14 @@ std::optional<FileStatus> GetFileStatus(const std::wstring& path) {
   return StatusFromStat(info);
 }
 
+bool IsSameFile(const std::wstring& left, const std::wstring& right) {
+  struct stat left_info {};
+  struct stat right_info {};
+  return stat(PathToNative(left).c_str(), &left_info) == 0 &&
+         stat(PathToNative(right).c_str(), &right_info) == 0 &&
+         left_info.st_dev == right_info.st_dev && left_info.st_ino == right_info.st_ino;
+}
+
 InputFile::InputFile(InputFile&& other) noexcept : handle_(std::exchange(other.handle_, kClosed)) {}
 
 InputFile& InputFile::operator=(InputFile&& other) noexcept {
@@ -191,9 +199,9 @@ bool InPlaceWriter::Write(const void* data, std::size_t size) {
   return true;
 }
 
-bool InPlaceWriter::Commit() {
+bool InPlaceWriter::Commit(std::uint64_t size) {
   FileDescriptor fd(static_cast<int>(std::exchange(handle_, -1)));
-  const std::uint64_t size = std::exchange(written_, 0);
+  written_ = 0;
   if (ftruncate(fd.get(), static_cast<off_t>(size)) != 0) return FailWithErrno();
   if (is_unnamed_ && linkat(AT_FDCWD, DescriptorPath(fd.get()).c_str(), AT_FDCWD,
                             native_path_.c_str(), AT_SYMLINK_FOLLOW) != 0) {
@@ -211,7 +219,7 @@ namespace {
 
 // Whether two names lead to one and the same file by different spellings, rather than by two hard
 // links.
-bool IsSameFile(const std::string& from, const std::string& to) {
+bool IsOtherSpelling(const std::string& from, const std::string& to) {
   struct stat left {};
   struct stat right {};
   return lstat(from.c_str(), &left) == 0 && lstat(to.c_str(), &right) == 0 &&
@@ -233,7 +241,7 @@ bool RenameFile(const std::wstring& from, const std::wstring& to) {
     return true;
   }
   if (errno == EINVAL || errno == ENOSYS) return RenameByLink(old_name, new_name);
-  if (errno == EEXIST && (old_name == new_name || IsSameFile(old_name, new_name))) {
+  if (errno == EEXIST && (old_name == new_name || IsOtherSpelling(old_name, new_name))) {
     return rename(old_name.c_str(), new_name.c_str()) == 0 || FailWithErrno();
   }
   return FailWithErrno();

@@ -9,7 +9,10 @@
 #include <climits>
 #include <utility>
 
+#include "platform/error.h"
 #include "platform/file.h"
+#include "platform/posix/native.h"
+#include "platform/posix/utf8.h"
 #include "platform/text.h"
 
 namespace vk::tq {
@@ -26,6 +29,10 @@ constexpr std::string_view kDeclaration = "<?xml version=\"1.0\" encoding=\"Shif
 
 std::string_view ViewOf(const xmlChar* text) {
   return text == nullptr ? ""sv : reinterpret_cast<const char*>(text);
+}
+
+std::string_view ViewOf(const SecureBytes& bytes) {
+  return {reinterpret_cast<const char*>(bytes.data()), bytes.size()};
 }
 
 const xmlChar* PointerTo(const SecureBytes& bytes) { return bytes.data(); }
@@ -229,9 +236,21 @@ Document ParseBytes(const SecureBytes& bytes, bool ignore_declared_encoding) {
   return document;
 }
 
+bool HasWideMark(std::string_view bytes) {
+  return bytes.starts_with("\xFF\xFE") || bytes.starts_with("\xFE\xFF");
+}
+
 bool HasMark(std::string_view bytes) {
-  return bytes.starts_with("\xEF\xBB\xBF") || bytes.starts_with("\xFF\xFE") ||
-         bytes.starts_with("\xFE\xFF");
+  return bytes.starts_with("\xEF\xBB\xBF") || HasWideMark(bytes);
+}
+
+// In front of the first NUL, which a writer that did not come to its end has left between the
+// document and what is no part of it. In an encoding of two bytes a NUL means nothing of that kind.
+std::size_t DocumentSize(std::string_view bytes) {
+  if (HasWideMark(bytes) || bytes.substr(0, 2).find('\0') != std::string_view::npos) {
+    return bytes.size();
+  }
+  return std::min(bytes.find('\0'), bytes.size());
 }
 
 // The encoding that a declaration in front of the bytes names.
@@ -518,25 +537,25 @@ XmlElement XmlDocument::CreateRoot(std::wstring_view name) {
 
 bool XmlDocument::Parse(std::wstring_view text) {
   impl_->document.reset();
-  if (!IsXmlText(text)) return false;
-  impl_->document = ParseBytes(ToUtf8(text), true);
-  return impl_->document != nullptr;
+  if (IsXmlText(text)) impl_->document = ParseBytes(ToUtf8(text), true);
+  return impl_->document != nullptr || Fail(kErrorInvalidData);
 }
 
 bool XmlDocument::Load(const std::wstring& path) {
   impl_->document.reset();
   std::optional<SecureBytes> bytes = ReadFile(path);
   if (!bytes) return false;
-  const std::string_view view(reinterpret_cast<const char*>(bytes->data()), bytes->size());
-  const bool has_mark = HasMark(view);
-  if (!has_mark && NamesShiftJis(DeclaredEncoding(view))) {
-    const std::optional<std::wstring> text = DecodeText(kCodePage932, view);
+  bytes->resize(DocumentSize(ViewOf(*bytes)));
+  const bool has_mark = HasMark(ViewOf(*bytes));
+  if (!has_mark && NamesShiftJis(DeclaredEncoding(ViewOf(*bytes)))) {
+    const std::optional<std::wstring> text = DecodeText(kCodePage932, ViewOf(*bytes));
     // The code page has no such character: it stands for bytes that are none.
-    return text && text->find(L'\xFFFD') == std::wstring::npos && Parse(*text);
+    const bool is_text = text && text->find(kReplacementCharacter) == std::wstring::npos;
+    return is_text ? Parse(*text) : Fail(kErrorInvalidData);
   }
   bytes->push_back(0);
   impl_->document = ParseBytes(*bytes, has_mark);
-  return impl_->document != nullptr;
+  return impl_->document != nullptr || Fail(kErrorInvalidData);
 }
 
 std::optional<XmlElement> XmlDocument::root() const {
@@ -556,7 +575,7 @@ std::vector<XmlElement> XmlDocument::Select(std::wstring_view path) const {
 std::wstring XmlDocument::ToText() const {
   if (!root()) return {};
   const SecureBytes bytes = Writer(Writer::Form::kCompactUtf8).Write(impl_->document.get());
-  return ToWide({reinterpret_cast<const char*>(bytes.data()), bytes.size()});
+  return ToWide(ViewOf(bytes));
 }
 
 SecureBytes XmlDocument::ToIndentedShiftJis() const {
