@@ -1,13 +1,20 @@
 #include "storage/crypto.h"
 
-#include <cerrno>
+#include <openssl/evp.h>
+#include <signal.h>
+#include <sys/resource.h>
+#include <unistd.h>
 
+#include <cerrno>
+#include <filesystem>
+
+#include "platform/cipher.h"
 #include "support/json.h"
 #include "support/test_support.h"
 
 namespace vk::tq {
 
-// Reaches the key bytes.
+// Reaches the operations that callers do not see.
 class CryptoTestAccess {
  public:
   static std::string KeyBytes(CCrypto& crypto) {
@@ -15,48 +22,466 @@ class CryptoTestAccess {
     crypto.GetBytesKey(key);
     return {key.begin(), key.end()};
   }
+  static CByteArray Fit(const CByteArray& source, int length) {
+    CByteArray target;
+    target.SetSize(length);
+    CCrypto::ResizeBytesArray(source, target);
+    return target;
+  }
+  static int GetBytes(unsigned code_page, const CString& text, CByteArray& bytes) {
+    return CCrypto::GetBytes(code_page, text, bytes);
+  }
+  static CString GetString(unsigned code_page, const CByteArray& bytes) {
+    return CCrypto::GetString(code_page, bytes);
+  }
 };
 
 namespace testing {
 namespace {
 
+namespace fs = std::filesystem;
+
+constexpr std::size_t kChunk = 0x100000;
+
+CByteArray ToArray(std::string_view bytes) {
+  CByteArray array;
+  array.SetSize(static_cast<int>(bytes.size()));
+  std::copy(bytes.begin(), bytes.end(), array.begin());
+  return array;
+}
+
 std::string FromArray(const CByteArray& bytes) { return {bytes.begin(), bytes.end()}; }
+
+std::string UpperHexOfMd5(std::string_view bytes) {
+  const Md5Digest digest =
+      *Md5({reinterpret_cast<const unsigned char*>(bytes.data()), bytes.size()});
+  std::string hex = ToHex(std::string(digest.begin(), digest.end()));
+  for (char& c : hex) c = static_cast<char>(std::toupper(c));
+  return hex;
+}
+
+std::string HexOfSha256(std::string_view bytes) {
+  std::string digest(32, '\0');
+  EVP_Digest(bytes.data(), bytes.size(), reinterpret_cast<unsigned char*>(digest.data()), nullptr,
+             EVP_sha256(), nullptr);
+  return ToHex(digest);
+}
+
+// A text without two equal neighbourhoods, of characters of one byte.
+std::string Varied(std::size_t length) {
+  std::string text(length, '\0');
+  for (std::size_t i = 0; i < length; ++i) text[i] = "0123456789abcdef"[(i * 7 + i / 251) % 16];
+  return text;
+}
 
 class CryptoTest : public ProductTest {
  protected:
+  CryptoTest() { WriteKeyFile(); }
+
+  std::string Encrypt(std::string_view plain) {
+    CByteArray cipher;
+    crypto_.EncryptByTripleDesToByteArrayByte(ToArray(plain), cipher);
+    return FromArray(cipher);
+  }
+  std::string Decrypt(std::string_view cipher) {
+    CByteArray plain;
+    crypto_.DecryptByTripleDESByte(ToArray(cipher), plain);
+    return FromArray(plain);
+  }
+  CString Read(std::string_view name) {
+    CString text;
+    EXPECT_EQ(crypto_.CryptingStringReader(path(FromUtf8(name)), text), 0);
+    return text;
+  }
+  void Write(const CString& text, std::string_view name) {
+    EXPECT_EQ(crypto_.CryptingStringWriter(text, path(FromUtf8(name))), 0);
+  }
+
   CCrypto crypto_;
 };
 
 TEST_F(CryptoTest, GivesTheBytesThatWereComputedIndependently) {
   for (const Json& row : ReadJsonLines(TQ_TEST_DATA "/storage.jsonl")) {
-    if (row.Has("repeat")) continue;
     if (row["key_file"].is_null()) {
       RemoveKeyFile();
     } else {
       WriteKeyFile(row["key_file"].text);
     }
-    const CString text = FromUtf8(row["text"].text);
-    EXPECT_EQ(ToHex(CryptoTestAccess::KeyBytes(crypto_)), row["key_bytes"].text);
+    const bool is_long = row.Has("repeat");
+    const CString text = is_long ? FromUtf8(Varied(static_cast<std::size_t>(row["length"].ToInt())))
+                                 : FromUtf8(row["text"].text);
+    Write(text, "string");
+    EXPECT_EQ(Read("string"), text);
+    const std::string data = is_long ? ToUtf8(text) : FromHex(row["data"].text);
+    WriteNative(native("data"), data);
+    ASSERT_EQ(crypto_.CryptFileMake(path(L"data"), path(L"file")), 0);
+    ASSERT_EQ(crypto_.DecryptFileMake(path(L"file"), path(L"back")), 0);
+    const std::string file = ReadNative(native("file"));
+    std::string back = data;
+    back.resize(file.size());
+    EXPECT_TRUE(ReadNative(native("back")) == back);
 
+    if (is_long) {
+      EXPECT_EQ(HexOfSha256(ReadNative(native("string"))), row["string_file_sha256"].text);
+      EXPECT_EQ(HexOfSha256(file), row["source_file_sha256"].text);
+      continue;
+    }
+    EXPECT_EQ(ToHex(CryptoTestAccess::KeyBytes(crypto_)), row["key_bytes"].text);
+    EXPECT_EQ(ToHex(ReadNative(native("string"))), row["string_file"].text);
+    EXPECT_EQ(ToHex(file), row["source_file"].text);
     CByteArray cipher;
     crypto_.EncryptByTripleDesToByteArray(text, cipher);
     EXPECT_EQ(ToHex(FromArray(cipher)), row["text_to_bytes"].text);
     EXPECT_EQ(crypto_.DecryptByTripleDESToByteArray(cipher), text);
-
-    ASSERT_EQ(crypto_.CryptingStringWriter(text, path(L"string")), 0);
-    EXPECT_EQ(ToHex(ReadNative(native("string"))), row["string_file"].text);
-    CString read;
-    EXPECT_EQ(crypto_.CryptingStringReader(path(L"string"), read), 0);
-    EXPECT_EQ(read, text);
-
-    WriteNative(native("data"), FromHex(row["data"].text));
-    ASSERT_EQ(crypto_.CryptFileMake(path(L"data"), path(L"file")), 0);
-    EXPECT_EQ(ToHex(ReadNative(native("file"))), row["source_file"].text);
-    ASSERT_EQ(crypto_.DecryptFileMake(path(L"file"), path(L"back")), 0);
-    std::string back = FromHex(row["data"].text);
-    back.resize(ReadNative(native("file")).size());
-    EXPECT_EQ(ReadNative(native("back")), back);
   }
+}
+
+// ---- Hash and key ----
+
+TEST_F(CryptoTest, HashesAsManyBytesAsTheTextHasCharacters) {
+  EXPECT_EQ(crypto_.ComputeHash(L"abc"), L"900150983CD24FB0D6963F7D28E17F72");
+  EXPECT_EQ(crypto_.ComputeHash(L""), L"");
+  EXPECT_EQ(crypto_.ComputeHash(std::wstring(L"\0abc", 4)), L"");
+  const ScopedEnvironment japanese("TQ_ANSI_CODEPAGE", "932");
+  EXPECT_EQ(ToUtf8(crypto_.ComputeHash(L"日本")), UpperHexOfMd5("\x93\xFA"));
+  // More than any staging buffer would hold.
+  EXPECT_EQ(ToUtf8(crypto_.ComputeHash(std::wstring(5000, L'x'))),
+            UpperHexOfMd5(std::string(5000, 'x')));
+  // Two units, one byte.
+  EXPECT_EQ(crypto_.ComputeHash(std::wstring(3, L'\xD83D')).size(), 32u);
+}
+
+TEST_F(CryptoTest, ReordersTheDigitsOfTheHash) {
+  const struct {
+    std::string_view key_file;
+    std::string_view hashed;
+    std::vector<std::size_t> digits;  // in the order of the key bytes
+  } cases[] = {
+      {"12345", "12345", {0, 3, 1, 4, 2}},
+      {"12345678", "12345678", {0, 4, 1, 5, 2, 6, 3, 7}},
+      {std::string_view("AB\0CD", 5), "AB", {0, 3, 1, 4, 2}},  // the text ends at the NUL
+  };
+  for (const auto& test : cases) {
+    WriteKeyFile(test.key_file);
+    std::string expected;
+    for (const std::size_t digit : test.digits) expected += UpperHexOfMd5(test.hashed)[digit];
+    EXPECT_EQ(CryptoTestAccess::KeyBytes(crypto_), expected);
+  }
+}
+
+TEST_F(CryptoTest, TakesTheKeyFileAsTextOfTheAnsiCodePage) {
+  WriteKeyFile("\x93\xFA\x96\x7B");
+  const ScopedEnvironment japanese("TQ_ANSI_CODEPAGE", "932");
+  const std::string hash = UpperHexOfMd5("\x93\xFA");
+  EXPECT_EQ(CryptoTestAccess::KeyBytes(crypto_), (std::string{hash[0], hash[2], hash[1], hash[3]}));
+}
+
+TEST_F(CryptoTest, FitsKeyBytes) {
+  EXPECT_EQ(CryptoTestAccess::Fit(ToArray("abc"), 5), ToArray(std::string_view("abc\0\0", 5)));
+  EXPECT_EQ(CryptoTestAccess::Fit(ToArray("ABCDa"), 4), ToArray(" BCD"));
+  EXPECT_EQ(CryptoTestAccess::Fit(ToArray("ABCD"), 4), ToArray("ABCD"));
+}
+
+TEST_F(CryptoTest, NulByteAloneIsAKeyFile) {
+  WriteKeyFile(std::string_view("\0", 1));
+  EXPECT_EQ(CryptoTestAccess::KeyBytes(crypto_), std::string(1, '\0'));
+}
+
+TEST_F(CryptoTest, HasZeroKeysWithoutAReadableKeyFile) {
+  RemoveKeyFile();
+  const std::string without = Encrypt("text");
+  WriteKeyFile("");
+  EXPECT_EQ(Encrypt("text"), without);
+  RemoveKeyFile();
+  fs::create_directory(product_native("config/data.dat"));
+  EXPECT_EQ(Encrypt("text"), without);
+  EXPECT_EQ(Decrypt(without).substr(0, 4), "text");
+}
+
+// 33 bytes are accepted: storage.jsonl.
+TEST_F(CryptoTest, RefusesABadKeyFileBeforeItChangesAnything) {
+  Write(L"old", "string");
+  WriteNative(native("plain"), "plain");
+  WriteNative(native("target"), "target");
+  const std::string old = ReadNative(native("string"));
+  for (const std::string& key : {std::string(34, 'k'), std::string(1 << 20, 'k'),
+                                 std::string(2, '\0'), std::string("\0abcdef", 7)}) {
+    WriteKeyFile(key);
+    CByteArray bytes = ToArray("kept");
+    CString text = L"kept";
+    EXPECT_THROW(crypto_.EncryptByTripleDesToByteArrayByte({}, bytes), CInvalidArgException);
+    EXPECT_THROW(crypto_.DecryptByTripleDESByte(bytes, bytes), CInvalidArgException);
+    EXPECT_THROW(crypto_.EncryptByTripleDesToByteArray(L"x", bytes), CInvalidArgException);
+    EXPECT_THROW(crypto_.DecryptByTripleDESToByteArray(bytes), CInvalidArgException);
+    EXPECT_THROW(crypto_.CryptingStringWriter(L"new", path(L"string")), CInvalidArgException);
+    EXPECT_THROW(crypto_.CryptingStringWriter(L"new", path(L"none")), CInvalidArgException);
+    EXPECT_THROW(crypto_.CryptingStringReader(path(L"string"), text), CInvalidArgException);
+    EXPECT_THROW(crypto_.CryptFileMake(path(L"plain"), path(L"target")), CInvalidArgException);
+    EXPECT_THROW(crypto_.DecryptFileMake(path(L"string"), path(L"target")), CInvalidArgException);
+    EXPECT_EQ(bytes, ToArray("kept"));
+    EXPECT_EQ(text, L"kept");
+  }
+  EXPECT_EQ(ReadNative(native("string")), old);
+  EXPECT_EQ(ReadNative(native("target")), "target");
+  EXPECT_FALSE(ExistsNative(native("none")));
+}
+
+// ---- Bytes and texts ----
+
+TEST_F(CryptoTest, RoundsUpToWholeBlocks) {
+  for (const auto& [length, size] :
+       {std::pair{0u, 0u}, {1u, 16u}, {15u, 16u}, {16u, 16u}, {17u, 32u}, {32u, 32u}}) {
+    const std::string plain = Varied(length);
+    const std::string cipher = Encrypt(plain);
+    EXPECT_EQ(cipher.size(), size);
+    std::string filled = plain;
+    filled.resize(size);
+    EXPECT_EQ(Decrypt(cipher), filled);
+    EXPECT_EQ(Encrypt(filled), cipher);
+  }
+}
+
+TEST_F(CryptoTest, FillsACutCipherTextWithZeros) {
+  std::string cut = Encrypt("0123456789abcdef0123456789abcdef").substr(0, 20);
+  const std::string plain = Decrypt(cut);
+  cut.resize(32);
+  EXPECT_EQ(plain, Decrypt(cut));
+  EXPECT_EQ(plain.substr(0, 16), "0123456789abcdef");
+}
+
+TEST_F(CryptoTest, MayWriteIntoItsInput) {
+  CByteArray bytes = ToArray("0123456789abcdefg");
+  crypto_.EncryptByTripleDesToByteArrayByte(bytes, bytes);
+  EXPECT_EQ(FromArray(bytes), Encrypt("0123456789abcdefg"));
+  crypto_.DecryptByTripleDESByte(bytes, bytes);
+  EXPECT_EQ(FromArray(bytes).substr(0, 17), "0123456789abcdefg");
+}
+
+TEST_F(CryptoTest, ConvertsTextsUpToTheirNul) {
+  CByteArray bytes = ToArray("old");
+  EXPECT_EQ(CryptoTestAccess::GetBytes(65001, L"", bytes), 0);
+  EXPECT_EQ(bytes, ToArray(std::string_view("\0", 1)));
+  EXPECT_EQ(CryptoTestAccess::GetBytes(65001, std::wstring(L"é\0x", 3), bytes), 0);
+  EXPECT_EQ(bytes, ToArray(std::string_view("\xC3\xA9\0", 3)));
+  EXPECT_EQ(CryptoTestAccess::GetBytes(12345, L"x", bytes), 1);
+  EXPECT_EQ(bytes.GetSize(), 0);
+  EXPECT_EQ(CryptoTestAccess::GetString(65001, {}), L"");
+  EXPECT_EQ(CryptoTestAccess::GetString(65001, ToArray(std::string_view("\xC3\xA9\0x", 4))), L"é");
+  EXPECT_EQ(CryptoTestAccess::GetString(65001, ToArray("abc")), L"abc");
+}
+
+TEST_F(CryptoTest, LongRunIsNotCutIntoChunks) {
+  const CString text = FromUtf8(Varied(kChunk + 100));
+  CByteArray cipher;
+  crypto_.EncryptByTripleDesToByteArray(text, cipher);
+  EXPECT_TRUE(crypto_.DecryptByTripleDESToByteArray(cipher) == text);
+  Write(text, "chunks");
+  const std::string chunks = ReadNative(native("chunks"));
+  EXPECT_TRUE(FromArray(cipher).substr(0, kChunk) == chunks.substr(0, kChunk));
+  EXPECT_FALSE(FromArray(cipher).substr(kChunk) == chunks.substr(kChunk));
+}
+
+// Cipher bytes are no text: the form is only that of the interface.
+TEST_F(CryptoTest, StringFormIsReadAsUtf8) {
+  CByteArray cipher;
+  crypto_.EncryptByTripleDesToByteArray(L"text", cipher);
+  const std::string bytes = FromArray(cipher);
+  EXPECT_EQ(crypto_.EncryptByTripleDES(L"text"), FromUtf8(bytes.substr(0, bytes.find('\0'))));
+  const CString plain = crypto_.DecryptByTripleDES(L"0123456789abcdef");
+  EXPECT_EQ(plain, CryptoTestAccess::GetString(
+                       65001, ToArray(Decrypt(std::string("0123456789abcdef\0", 17)))));
+}
+
+// ---- Enciphered texts ----
+
+TEST_F(CryptoTest, TextOfEveryKindComesBack) {
+  std::wstring japanese;
+  while (japanese.size() < kChunk) japanese += L"日本語の文書①～髙\\ é\U0001F600\r\n\t<&>";
+  const CString texts[] = {L"", L"a", FromUtf8(Varied(15)), FromUtf8(Varied(16)), japanese};
+  const std::size_t sizes[] = {16, 16, 16, 32, 0};
+  for (std::size_t i = 0; i < std::size(texts); ++i) {
+    Write(texts[i], "string");
+    EXPECT_TRUE(Read("string") == texts[i]) << i;
+    if (sizes[i] != 0) {
+      EXPECT_EQ(fs::file_size(native("string")), sizes[i]);
+    }
+  }
+  EXPECT_GT(fs::file_size(native("string")), 2 * kChunk);
+}
+
+// A character may be cut at each of its bytes, and so may the NUL.
+TEST_F(CryptoTest, CharacterThatTwoChunksShareComesBackWhole) {
+  const std::pair<std::size_t, const wchar_t*> cases[] = {
+      {0, L""},   {1, L""},           {1, L"é"},         {1, L"日"},
+      {2, L"日"}, {1, L"\U0001F600"}, {3, L"\U0001F600"}};
+  const CString start = FromUtf8(Varied(kChunk));
+  for (const auto& [back, character] : cases) {
+    const CString text = start.substr(0, kChunk - back) + character;
+    Write(text, "string");
+    const std::uint64_t size = ToUtf8(text).size() + 1;
+    EXPECT_EQ(fs::file_size(native("string")), (size + 15) / 16 * 16);
+    EXPECT_TRUE(Read("string") == text) << back;
+  }
+}
+
+TEST_F(CryptoTest, StoresWhatIsNoCharacterAsTheReplacementCharacter) {
+  Write({L'a', 0xD800, L'b', 0x110000, L'\0', L'c'}, "string");
+  EXPECT_EQ(Read("string"), L"a\uFFFDb\uFFFD");
+}
+
+TEST_F(CryptoTest, ReaderAppends) {
+  Write(L"text", "string");
+  CString text = L"before ";
+  EXPECT_EQ(crypto_.CryptingStringReader(path(L"string"), text), 0);
+  EXPECT_EQ(text, L"before text");
+  WriteNative(native("empty"), "");
+  EXPECT_EQ(crypto_.CryptingStringReader(path(L"empty"), text), 0);
+  EXPECT_EQ(text, L"before text");
+}
+
+TEST_F(CryptoTest, ReaderStopsAtTheFirstNulOfTheWholeFile) {
+  const CString old = FromUtf8(Varied(3 * kChunk));
+  for (const std::size_t length : {std::size_t{0}, std::size_t{20}, kChunk - 1, kChunk + 5}) {
+    Write(old, "string");
+    const CString text(length, L'n');
+    Write(text, "new");
+    // A writer that was killed before it cut the file.
+    std::string bytes = ReadNative(native("string"));
+    const std::string written = ReadNative(native("new"));
+    bytes.replace(0, written.size(), written);
+    WriteNative(native("string"), bytes);
+    EXPECT_TRUE(Read("string") == text) << length;
+    // One that was killed when it had reserved the length.
+    WriteNative(native("string"), written + std::string(2 * kChunk, '\0'));
+    EXPECT_TRUE(Read("string") == text) << length;
+  }
+}
+
+TEST_F(CryptoTest, ReadsWhatIsLeftOfADamagedFile) {
+  Write(L"0123456789abcdef0123456789abcdef", "string");
+  const std::string bytes = ReadNative(native("string"));
+  for (const std::size_t size :
+       {std::size_t{1}, std::size_t{15}, std::size_t{17}, std::size_t{40}}) {
+    WriteNative(native("string"), bytes.substr(0, size));
+    const CString text = Read("string");
+    const std::size_t whole = size / 16 * 16;
+    EXPECT_EQ(text.substr(0, whole),
+              std::wstring(L"0123456789abcdef0123456789abcdef").substr(0, whole));
+  }
+}
+
+TEST_F(CryptoTest, FailuresOfFilesLeaveErrno) {
+  CString text = L"kept";
+  EXPECT_EQ(crypto_.m_nLastError, 0);
+  EXPECT_EQ(crypto_.CryptingStringReader(path(L"none"), text), 1);
+  EXPECT_EQ(crypto_.m_nLastError, ENOENT);
+  EXPECT_EQ(crypto_.CryptingStringReader(temp_.path(), text), 1);
+  EXPECT_EQ(crypto_.m_nLastError, EACCES);
+  EXPECT_EQ(text, L"kept");
+  Write(L"text", "string");
+  EXPECT_EQ(crypto_.m_nLastError, EACCES) << "a success does not reset it";
+  EXPECT_EQ(crypto_.CryptingStringWriter(L"text", path(L"none\\string")), 1);
+  EXPECT_EQ(crypto_.m_nLastError, ENOENT);
+  EXPECT_EQ(crypto_.CryptingStringWriter(L"text", temp_.path()), 1);
+  EXPECT_EQ(crypto_.m_nLastError, EACCES);
+  for (const auto operation : {&CCrypto::CryptFileMake, &CCrypto::DecryptFileMake}) {
+    CCrypto crypto;
+    EXPECT_EQ((crypto.*operation)(path(L"none"), path(L"target")), 1);
+    EXPECT_EQ(crypto.m_nLastError, ENOENT);
+    EXPECT_FALSE(ExistsNative(native("target")));
+    EXPECT_EQ((crypto.*operation)(temp_.path(), path(L"target")), 1);
+    EXPECT_EQ(crypto.m_nLastError, EACCES);
+    EXPECT_EQ((crypto.*operation)(path(L"string"), path(L"none\\target")), 1);
+    EXPECT_EQ(crypto.m_nLastError, ENOENT);
+  }
+}
+
+TEST_F(CryptoTest, FullDiskLeavesTheOldText) {
+  Write(L"old", "string");
+  const std::string big = Varied(kChunk);
+  WriteNative(native("big"), big);
+  ChildProcess child([&] {
+    signal(SIGXFSZ, SIG_IGN);
+    const rlimit limit{kChunk / 2, kChunk / 2};
+    setrlimit(RLIMIT_FSIZE, &limit);
+    if (crypto_.CryptingStringWriter(FromUtf8(big), path(L"string")) != 1) return 1;
+    if (crypto_.m_nLastError != EFBIG && crypto_.m_nLastError != ENOSPC) return 2;
+    if (crypto_.CryptFileMake(path(L"big"), path(L"string")) != 1) return 3;
+    return 0;
+  });
+  EXPECT_EQ(child.Wait(), 0);
+  EXPECT_EQ(fs::file_size(native("string")), 16u);
+  EXPECT_EQ(Read("string"), L"old");
+}
+
+// ---- Enciphered files ----
+
+TEST_F(CryptoTest, FilesOfEveryLengthComeBackWithTheirZeros) {
+  const std::pair<std::size_t, std::size_t> cases[] = {{0, 0},
+                                                       {1, 16},
+                                                       {15, 16},
+                                                       {16, 32},
+                                                       {kChunk - 1, kChunk},
+                                                       {kChunk, kChunk},
+                                                       {kChunk + 1, kChunk + 16},
+                                                       {2 * kChunk + 17, 2 * kChunk + 32}};
+  WriteNative(native("back"), Varied(3 * kChunk));
+  for (const auto& [length, size] : cases) {
+    std::string data = Varied(length);
+    WriteNative(native("data"), data);
+    ASSERT_EQ(crypto_.CryptFileMake(path(L"data"), path(L"file")), 0);
+    EXPECT_EQ(fs::file_size(native("file")), size);
+    ASSERT_EQ(crypto_.DecryptFileMake(path(L"file"), path(L"back")), 0);
+    data.resize(size);
+    EXPECT_TRUE(ReadNative(native("back")) == data) << length;
+  }
+}
+
+TEST_F(CryptoTest, ChunksOfAFileAreEncipheredByThemselves) {
+  WriteNative(native("data"), std::string(3 * kChunk, 'x'));
+  ASSERT_EQ(crypto_.CryptFileMake(path(L"data"), path(L"file")), 0);
+  const std::string file = ReadNative(native("file"));
+  EXPECT_TRUE(file.substr(0, kChunk) == file.substr(kChunk, kChunk));
+  EXPECT_TRUE(file.substr(0, kChunk) == Encrypt(std::string(kChunk, 'x')));
+}
+
+TEST_F(CryptoTest, NothingIsToldOfABadKeyWhenThereIsNothingToCipher) {
+  WriteKeyFile(std::string(34, 'k'));
+  WriteNative(native("empty"), "");
+  EXPECT_EQ(crypto_.CryptFileMake(path(L"empty"), path(L"target")), 0);
+  EXPECT_EQ(ReadNative(native("target")), "");
+}
+
+TEST_F(CryptoTest, DecipheringACutFileFillsItsLastBlock) {
+  WriteNative(native("data"), Varied(100));
+  ASSERT_EQ(crypto_.CryptFileMake(path(L"data"), path(L"file")), 0);
+  WriteNative(native("file"), ReadNative(native("file")).substr(0, 50));
+  ASSERT_EQ(crypto_.DecryptFileMake(path(L"file"), path(L"back")), 0);
+  const std::string back = ReadNative(native("back"));
+  EXPECT_EQ(back.size(), 64u);
+  EXPECT_EQ(back.substr(0, 48), Varied(48));
+}
+
+TEST_F(CryptoTest, RefusesTheSourceAsDestination) {
+  WriteNative(native("data"), "source");
+  fs::create_hard_link(native("data"), native("hard"));
+  fs::create_symlink(native("data"), native("soft"));
+  for (const wchar_t* name : {L"data", L"hard", L"soft", L".\\data"}) {
+    for (const auto operation : {&CCrypto::CryptFileMake, &CCrypto::DecryptFileMake}) {
+      crypto_.m_nLastError = 0;
+      EXPECT_EQ((crypto_.*operation)(path(L"data"), path(name)), 1);
+      EXPECT_EQ(crypto_.m_nLastError, EINVAL);
+    }
+  }
+  EXPECT_EQ(ReadNative(native("data")), "source");
+}
+
+TEST_F(CryptoTest, LogsNothing) {
+  CString text;
+  crypto_.CryptingStringReader(path(L"none"), text);
+  crypto_.CryptFileMake(path(L"none"), path(L"target"));
+  Write(L"text", "string");
+  EXPECT_THAT(log_.lines(), ::testing::IsEmpty());
 }
 
 }  // namespace

@@ -10,7 +10,6 @@
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
-#include <iterator>
 #include <sstream>
 #include <stdexcept>
 
@@ -37,7 +36,9 @@ std::wstring TempFolder::path() const { return PathFromNative(native_); }
 std::string ReadNative(const std::string& native) {
   std::ifstream in(native, std::ios::binary);
   if (!in) ADD_FAILURE() << "cannot read " << native;
-  return {std::istreambuf_iterator<char>(in), {}};
+  std::ostringstream bytes;
+  bytes << in.rdbuf();
+  return std::move(bytes).str();
 }
 
 void WriteNative(const std::string& native, std::string_view bytes) {
