@@ -47,7 +47,7 @@ TEST_F(LogOutputTest, ALineTellsTimeProcessThreadAndLevel) {
   ASSERT_EQ(1U, Lines().size());
   EXPECT_THAT(Lines()[0],
               MatchesRegex("[0-9]{4}-[0-9]{2}-[0-9]{2}T[0-9]{2}:[0-9]{2}:[0-9]{2}\\.[0-9]{3}Z "
-                           "([0-9]+):\\2 5 日本\\\\r\\\\n\tx\\?\\[2J"));
+                           "[0-9]+:[0-9]+ 5 日本\\\\r\\\\n\tx\\?\\[2J"));
 }
 
 TEST_F(LogOutputTest, LongLinesOfManyWritersDoNotMix) {

@@ -5,11 +5,13 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <atomic>
 #include <chrono>
 #include <csignal>
 #include <filesystem>
 #include <random>
 #include <thread>
+#include <utility>
 
 #include "platform/error.h"
 #include "support/json.h"
@@ -20,8 +22,6 @@ namespace {
 
 namespace fs = std::filesystem;
 using ::testing::ElementsAre;
-using ::testing::HasSubstr;
-using ::testing::IsEmpty;
 
 constexpr std::size_t kEnough = 1024;
 
@@ -249,39 +249,58 @@ TEST_F(ProfileTest, ProcessesThatChangeDifferentKeysBothSucceed) {
   EXPECT_EQ(kRounds, Profile(path_).GetInt(L"S", L"two", -1));
 }
 
-TEST_F(ProfileTest, AFileThatIsReplacedMeanwhileIsOpenedAnew) {
-  std::vector<std::unique_ptr<ChildProcess>> writers;
-  for (int writer = 0; writer < 3; ++writer) {
-    writers.push_back(std::make_unique<ChildProcess>([&, writer] {
-      for (int i = 0; i < 200; ++i) {
-        if (!Set(L"S", L"key" + std::to_wstring(writer), std::to_wstring(i))) return 1;
-      }
-      return 0;
-    }));
+// Holds the lock of a file as a writer in another process would.
+class HeldLock {
+ public:
+  explicit HeldLock(const std::string& native) : file_(open(native.c_str(), O_RDWR | O_CLOEXEC)) {
+    Change(F_WRLCK);
   }
-  for (int i = 0; i < 200; ++i) {
-    fs::remove(native_);
-    std::this_thread::sleep_for(std::chrono::microseconds(100));
+  HeldLock(const HeldLock&) = delete;
+  HeldLock& operator=(const HeldLock&) = delete;
+  ~HeldLock() { Release(); }
+  void Release() {
+    if (file_ < 0) return;
+    // A child that was made meanwhile would keep the lock of a file that is only closed.
+    Change(F_UNLCK);
+    close(std::exchange(file_, -1));
   }
-  for (const auto& writer : writers) EXPECT_EQ(0, writer->Wait());
-  Set(L"S", L"last", L"1");
-  EXPECT_EQ(L"1", Get(L"S", L"last"));
-}
 
-TEST_F(ProfileTest, AReaderWaitsForAWriterButNotForEver) {
+ private:
+  void Change(short kind) const {
+    struct flock lock {};
+    lock.l_type = kind;
+    EXPECT_EQ(0, fcntl(file_, F_OFD_SETLK, &lock));
+  }
+
+  int file_;
+};
+
+TEST_F(ProfileTest, AWriterWaitsAReaderNotForEver) {
   Write("[A]\nx=1\n");
-  const int file = open(native_.c_str(), O_RDWR | O_CLOEXEC);
-  struct flock lock {};
-  lock.l_type = F_WRLCK;
-  ASSERT_EQ(0, fcntl(file, F_OFD_SETLK, &lock));
+  HeldLock lock(native_);
   EXPECT_EQ(L"1", Get(L"A", L"x"));
+  std::atomic<bool> is_released = false;
   std::thread release([&] {
     std::this_thread::sleep_for(std::chrono::milliseconds(50));
-    close(file);
+    is_released = true;
+    lock.Release();
   });
   EXPECT_TRUE(Set(L"A", L"x", L"2"));
+  EXPECT_TRUE(is_released);
   release.join();
   EXPECT_EQ(L"2", Get(L"A", L"x"));
+}
+
+TEST_F(ProfileTest, AFileThatIsReplacedMeanwhileIsOpenedAnew) {
+  Write("[A]\nx=1\n");
+  WriteNative(temp_.native("other"), "[A]\ny=1\n");
+  HeldLock lock(native_);
+  ChildProcess writer([&] { return Set(L"A", L"x", L"2") ? 0 : 1; });
+  std::this_thread::sleep_for(std::chrono::milliseconds(50));
+  fs::rename(temp_.native("other"), native_);
+  lock.Release();
+  EXPECT_EQ(0, writer.Wait());
+  EXPECT_EQ("[A]\ny=1\nx=2\n", Bytes());
 }
 
 // A process that is killed at any moment leaves the old or the new text: every key has one of its
@@ -290,7 +309,7 @@ TEST_F(ProfileTest, AKilledWriterLeavesTheOldOrTheNewText) {
   const std::wstring values[] = {L"short", std::wstring(700, L'v')};
   std::mt19937 random(1);
   ASSERT_TRUE(WriteProfile(path_, {{L"A", L"changes", values[0]}, {L"B", L"stays", L"here"}}));
-  for (int round = 0; round < 200; ++round) {
+  for (int round = 0; round < 150; ++round) {
     ChildProcess writer([&] {
       for (std::size_t i = 0;; ++i) {
         if (!Set(L"A", L"changes", values[i % 2])) return 1;
