@@ -1,0 +1,328 @@
+#include "platform/xml_document.h"
+
+#include <random>
+#include <thread>
+
+#include "platform/error.h"
+#include "platform/text.h"
+#include "support/test_support.h"
+
+namespace vk::tq::testing {
+namespace {
+
+constexpr std::wstring_view kDeclaration = L"<?xml version=\"1.0\" encoding=\"Shift_JIS\" ?>\n";
+
+std::string Bytes(const SecureBytes& bytes) { return {bytes.begin(), bytes.end()}; }
+
+std::wstring Nested(int depth) {
+  std::wstring text;
+  for (int i = 0; i < depth; ++i) text += L"<a>";
+  for (int i = 0; i < depth; ++i) text += L"</a>";
+  return text;
+}
+
+// The code of the error that an operation throws; 0 when it throws none.
+template <class Operation>
+std::uint32_t CodeOf(Operation operation) {
+  try {
+    operation();
+  } catch (const XmlError& error) {
+    return error.code();
+  }
+  return 0;
+}
+
+class XmlDocumentTest : public ProductTest {
+ protected:
+  // The serialised form of what a text parses to, without its declaration; "-" if it does not parse.
+  std::wstring Reparsed(std::wstring_view text) {
+    XmlDocument document;
+    if (!document.Parse(text)) return L"-";
+    const std::wstring serialised = document.ToText();
+    EXPECT_TRUE(serialised.starts_with(kDeclaration));
+    return serialised.substr(kDeclaration.size());
+  }
+};
+
+// ---- Parsing ----
+
+TEST_F(XmlDocumentTest, RefusesWhatIsNoDocument) {
+  const std::wstring texts[] = {
+      L"",
+      L"text",
+      L"<a>",
+      L"<a></b>",
+      L"<a/><b/>",
+      L"<a/>x",
+      L"<a b/>",
+      L"<a>&unknown;</a>",
+      L"<a>&#1;</a>",
+      L"<a>&#xD800;</a>",
+      L"<a>\x01</a>",
+      L"<a>\xFFFE</a>",
+      std::wstring{L'<', L'a', L'>', 0xDC00, L'<', L'/', L'a', L'>'},
+      std::wstring(L"<a>\0</a>", 8),
+      std::wstring(L"<a/>\0", 5),
+      L"<x:a/>",
+      L"<!DOCTYPE a><a/>",
+      L"<!DOCTYPE a SYSTEM \"file:///etc/hostname\"><a/>",
+      L"<!DOCTYPE a [<!ENTITY b SYSTEM \"file:///etc/hostname\">]><a>&b;</a>",
+      L"<!DOCTYPE a [<!ENTITY b \"bbbbbbbb\"><!ENTITY c \"&b;&b;&b;&b;\">]><a>&c;</a>",
+      Nested(257),
+      Nested(300000),
+  };
+  ::testing::internal::CaptureStderr();
+  for (const std::wstring& text : texts) {
+    XmlDocument document;
+    SetLastError(0);
+    EXPECT_FALSE(document.Parse(text)) << ToUtf8(text.substr(0, 80));
+    EXPECT_EQ(GetLastError(), kErrorInvalidData);
+    EXPECT_FALSE(document.root());
+    EXPECT_EQ(document.ToText(), L"");
+    EXPECT_THAT(document.Select(L"a"), ::testing::IsEmpty());
+  }
+  EXPECT_EQ(::testing::internal::GetCapturedStderr(), "");
+}
+
+TEST_F(XmlDocumentTest, IgnoresTheDeclaredEncoding) {
+  for (const wchar_t* encoding : {L"Shift_JIS", L"UTF-16", L"UTF-8", L"ISO-8859-1", L"no-such"}) {
+    const std::wstring declaration = Format(L"<?xml version='1.0' encoding='%s'?>", encoding);
+    EXPECT_EQ(Reparsed(declaration + L"<日本>語é\U0001F600</日本>"), L"<日本>語é\U0001F600</日本>");
+  }
+  EXPECT_EQ(Reparsed(L"\xFEFF<a/>"), L"<a/>");
+}
+
+TEST_F(XmlDocumentTest, KeepsWhatADocumentHolds) {
+  const std::pair<const wchar_t*, const wchar_t*> cases[] = {
+      {L"<a></a>", L"<a/>"},
+      {L"<a> <b> x </b>\r\n\t<c>  </c> </a>", L"<a><b> x </b><c>  </c></a>"},
+      {L"<a> <!-- c --> </a>", L"<a> <!-- c --> </a>"},
+      {L"<a>x <b/> y</a>", L"<a>x <b/> y</a>"},
+      {L"<a>x\r\ny&#13;&#10;z\t</a>", L"<a>x\ny&#13;\nz\t</a>"},
+      {L"<a><![CDATA[<&>]]>&lt;&#x65E5;</a>", L"<a>&lt;&amp;&gt;&lt;日</a>"},
+      {L"<!-- 1 --><?p q?><a/><!-- 2 -->", L"<!-- 1 --><?p q?><a/><!-- 2 -->"},
+      {L"<a b='1 &quot;&#10;&lt;' xml:space='preserve'/>",
+       L"<a b=\"1 &quot;&#10;&lt;\" xml:space=\"preserve\"/>"},
+      {L"<a xmlns='u:1' xmlns:p='u:2'><p:b p:c='d'/></a>",
+       L"<a xmlns=\"u:1\" xmlns:p=\"u:2\"><p:b p:c=\"d\"/></a>"},
+  };
+  for (const auto& [text, expected] : cases) {
+    EXPECT_EQ(Reparsed(text), expected) << ToUtf8(text);
+    EXPECT_EQ(Reparsed(expected), expected) << "once more";
+  }
+  EXPECT_EQ(Reparsed(Nested(256)).size(), 255 * 7 + 4u);
+}
+
+// The parser's usual limit is 10,000,000 bytes.
+TEST_F(XmlDocumentTest, SlowLongText) {
+  std::wstring text(10'100'000, L'x');
+  text.replace(5'000'000, 4, L"\r&<>");
+  XmlDocument document;
+  document.CreateRoot(L"a").Append(L"b", text);
+  XmlDocument parsed;
+  ASSERT_TRUE(parsed.Parse(document.ToText()));
+  EXPECT_TRUE(parsed.Select(L"a/b").front().text() == text);
+}
+
+// ---- Elements ----
+
+TEST_F(XmlDocumentTest, SelectsByPathsOfNames) {
+  XmlDocument document;
+  ASSERT_TRUE(
+      document.Parse(L"<r><!--x--><q><a>1</a>t<a>2<b>3</b></a></q><q/><q><a>4</a></q>"
+                     L"<p:q xmlns:p='u'><a>5</a></p:q></r>"));
+  const auto texts = [](const std::vector<XmlElement>& elements) {
+    std::wstring joined;
+    for (const XmlElement& element : elements) joined += element.name() + element.text() + L" ";
+    return joined;
+  };
+  EXPECT_EQ(texts(document.Select(L"r/q/a")), L"a1 a23 a4 ");
+  EXPECT_EQ(texts(document.Select(L"r/q/a/b")), L"b3 ");
+  EXPECT_EQ(texts(document.Select(L"r")), L"r1t2345 ");
+  EXPECT_EQ(texts(document.Select(L"q")), L"");
+  EXPECT_EQ(texts(document.Select(L"R/q")), L"");
+  EXPECT_EQ(texts(document.Select(L"r/q").front().Select(L"a")), L"a1 a23 ");
+  EXPECT_EQ(texts(document.root()->children()), L"q1t23 q q4 p:q5 ");
+}
+
+TEST_F(XmlDocumentTest, RefusesOtherPaths) {
+  const XmlDocument document;
+  for (const std::wstring& path :
+       {std::wstring(L""), std::wstring(L"/a"), std::wstring(L"a/"), std::wstring(L"a//b"),
+        std::wstring(L"*"), std::wstring(L"a[1]"), std::wstring(L"@a"), std::wstring(L".."),
+        std::wstring(L"p:a"), std::wstring(L"a b"), std::wstring(L"a\0b", 3)}) {
+    EXPECT_EQ(CodeOf([&] { document.Select(path); }), XmlError::kUnspecified) << ToUtf8(path);
+  }
+}
+
+TEST_F(XmlDocumentTest, RefusesWhatXmlCannotHoldAndChangesNothing) {
+  XmlDocument document;
+  XmlElement root = document.CreateRoot(L"r");
+  XmlElement leaf = root.Append(L"a", L"old");
+  for (const wchar_t* name : {L"", L"1", L"a b", L"a/b", L"p:a", L"<a>", L"a\n", L"①"}) {
+    EXPECT_EQ(CodeOf([&] { root.Append(name, L""); }), XmlError::kInvalidName) << ToUtf8(name);
+    EXPECT_EQ(CodeOf([&] { document.CreateRoot(name); }), XmlError::kInvalidName);
+  }
+  for (const wchar_t bad : {L'\0', L'\x1', L'\x1F', wchar_t{0xD800}, wchar_t{0xDFFF},
+                            wchar_t{0xFFFE}, wchar_t{0xFFFF}, wchar_t{0x110000}, wchar_t{-1}}) {
+    const std::wstring text = {L'x', bad, L'y'};
+    EXPECT_EQ(CodeOf([&] { root.Append(L"b", text); }), XmlError::kInvalidCharacter)
+        << static_cast<int>(bad);
+    EXPECT_EQ(CodeOf([&] { leaf.SetText(text); }), XmlError::kInvalidCharacter);
+    EXPECT_EQ(CodeOf([&] { root.Append(text, L""); }), XmlError::kInvalidName);
+  }
+  EXPECT_EQ(document.ToText(), std::wstring(kDeclaration) + L"<r><a>old</a></r>");
+}
+
+TEST_F(XmlDocumentTest, ReplacesEverythingInAnElement) {
+  XmlDocument document;
+  ASSERT_TRUE(document.Parse(L"<r><a>1<b>2</b><!--3--></a><c>4</c></r>"));
+  document.Select(L"r/a").front().SetText(L"<\r\n>");
+  document.Select(L"r/c").front().SetText(L"");
+  EXPECT_EQ(document.ToText(), std::wstring(kDeclaration) + L"<r><a>&lt;&#13;\n&gt;</a><c/></r>");
+}
+
+// ---- Files ----
+
+TEST_F(XmlDocumentTest, SavesInCodePage932) {
+  XmlDocument document;
+  XmlElement root = document.CreateRoot(L"ル");
+  XmlElement record = root.Append(L"r", L"");
+  // The code page has all of the first; of the second nothing, although it has its like.
+  record.Append(L"a", L"日本①～髙\\~ｱ");
+  record.Append(L"b", L"é¥‾〜한\U0001F600");
+  record.Append(L"c", L" \r\n\t");
+  record.Append(L"d", L"");
+  const SecureBytes bytes = document.ToIndentedShiftJis();
+  EXPECT_EQ(Bytes(bytes),
+            "<?xml version=\"1.0\" encoding=\"Shift_JIS\" ?>\n"
+            "<\x83\x8B>\n"
+            "  <r>\n"
+            "    <a>\x93\xFA\x96\x7B\x87\x40\x81\x60\xFB\xFC\\~\xB1</a>\n"
+            "    <b>&#233;&#165;&#8254;&#12316;&#54620;&#128512;</b>\n"
+            "    <c> &#13;\n\t</c>\n"
+            "    <d/>\n"
+            "  </r>\n"
+            "</\x83\x8B>\n");
+  WriteNative(native("file"), Bytes(bytes));
+  XmlDocument loaded;
+  ASSERT_TRUE(loaded.Load(path(L"file")));
+  EXPECT_EQ(loaded.ToText(), document.ToText());
+}
+
+TEST_F(XmlDocumentTest, DoesNotSaveWhatCodePage932CannotName) {
+  XmlDocument document;
+  for (const wchar_t* text : {L"<한/>", L"<a 한=''/>", L"<a><!-- 한 --></a>", L"<?p 한?><a/>"}) {
+    ASSERT_TRUE(document.Parse(text));
+    EXPECT_EQ(CodeOf([&] { document.ToIndentedShiftJis(); }), XmlError::kInvalidCharacter);
+  }
+  ASSERT_TRUE(document.Parse(L"<a b='한'><!-- 日 -->x<b/></a>"));
+  EXPECT_THAT(Bytes(document.ToIndentedShiftJis()),
+              ::testing::EndsWith("\n<a b=\"&#54620;\"><!-- \x93\xFA -->x<b/></a>\n"));
+}
+
+TEST_F(XmlDocumentTest, LoadsByMarkAndDeclaration) {
+  const std::string utf16 = *EncodeText(kCodePageUtf16Le, L"\xFEFF<a>日</a>");
+  std::string swapped = utf16;
+  for (std::size_t i = 0; i + 1 < swapped.size(); i += 2) std::swap(swapped[i], swapped[i + 1]);
+  const std::string files[] = {
+      "<a>\xE6\x97\xA5</a>",
+      "<?xml version=\"1.0\" encoding=\"utf-8\"?><a>\xE6\x97\xA5</a>",
+      "\xEF\xBB\xBF<a>\xE6\x97\xA5</a>",
+      "\xEF\xBB\xBF<?xml version=\"1.0\" encoding=\"Shift_JIS\"?><a>\xE6\x97\xA5</a>",
+      utf16,
+      swapped,
+      *EncodeText(kCodePageUtf16Le, L"\xFEFF<?xml version='1.0' encoding='Shift_JIS'?><a>日</a>"),
+      "<?xml version='1.0' encoding='EUC-JP'?><a>\xC6\xFC</a>",
+      "<?xml version='1.0' encoding = \"shift_jis\" ?>\r\n<a>\x93\xFA</a>",
+      "<?xml version='1.0' encoding='Windows-31J'?><a>\x93\xFA</a>",
+      // What writers leave that were killed: reserved space, and the rest of a longer file.
+      std::string("<a>\xE6\x97\xA5</a>\0\0\0", 13),
+      std::string("<?xml version='1.0' encoding='Shift_JIS'?><a>\x93\xFA</a>\0</b>\x93", 58),
+  };
+  for (const std::string& bytes : files) {
+    WriteNative(native("file"), bytes);
+    XmlDocument document;
+    ASSERT_TRUE(document.Load(path(L"file"))) << bytes;
+    EXPECT_EQ(document.root()->text(), L"日") << bytes;
+  }
+}
+
+TEST_F(XmlDocumentTest, DoesNotLoadBrokenFiles) {
+  const std::string files[] = {
+      "",
+      "<a>\xE6\x97</a>",
+      "<?xml version='1.0' encoding='Shift_JIS'?><a>\x93</a>",
+      "<?xml version='1.0' encoding='Shift_JIS'?><a>\x81\x30</a>",
+      "<?xml version='1.0' encoding='EUC-JP'?><a>\xC6</a>",
+      "<?xml version='1.0' encoding='no-such'?><a/>",
+      "<!DOCTYPE a><a/>",
+  };
+  ::testing::internal::CaptureStderr();
+  XmlDocument document;
+  for (const std::string& bytes : files) {
+    WriteNative(native("file"), bytes);
+    EXPECT_FALSE(document.Load(path(L"file"))) << bytes;
+    EXPECT_EQ(GetLastError(), kErrorInvalidData);
+  }
+  EXPECT_FALSE(document.Load(path(L"none")));
+  EXPECT_EQ(GetLastError(), kErrorFileNotFound);
+  EXPECT_FALSE(document.root());
+  EXPECT_EQ(::testing::internal::GetCapturedStderr(), "");
+}
+
+// Texts of every kind of character survive both forms.
+TEST_F(XmlDocumentTest, WhatIsWrittenReadsBack) {
+  constexpr std::wstring_view kPieces[] = {L"a",    L" ",     L"\r",    L"\n",         L"\r\n",
+                                           L"\t",   L"&",     L"<",     L"]]>",        L"\"",
+                                           L"日本", L"①～髙", L"\\é¥",  L"\U0001F600", L"\x85",
+                                           L"\xA0", L"한",    L"&#13;", L"\xFFFD",     L"ｱ"};
+  std::mt19937 random(3);
+  for (int round = 0; round < 300; ++round) {
+    std::wstring text;
+    for (std::size_t i = random() % 12; i > 0; --i) text += kPieces[random() % std::size(kPieces)];
+    XmlDocument document;
+    document.CreateRoot(L"a").Append(L"b", text);
+    XmlDocument parsed;
+    ASSERT_TRUE(parsed.Parse(document.ToText()));
+    EXPECT_EQ(parsed.Select(L"a/b").front().text(), text);
+    const SecureBytes bytes = document.ToIndentedShiftJis();
+    WriteNative(native("file"), Bytes(bytes));
+    ASSERT_TRUE(parsed.Load(path(L"file")));
+    EXPECT_EQ(parsed.Select(L"a/b").front().text(), text);
+  }
+}
+
+TEST_F(XmlDocumentTest, ThreadsDoNotMeet) {
+  const auto work = [] {
+    for (int i = 0; i < 100; ++i) {
+      XmlDocument document;
+      document.CreateRoot(L"a").Append(L"b", L"日本語");
+      XmlDocument parsed;
+      EXPECT_TRUE(parsed.Parse(document.ToText()));
+      EXPECT_EQ(parsed.Select(L"a/b").front().text(), L"日本語");
+      EXPECT_FALSE(parsed.Parse(L"<a>"));
+    }
+  };
+  std::vector<std::thread> threads;
+  for (int i = 0; i < 4; ++i) threads.emplace_back(work);
+  for (std::thread& thread : threads) thread.join();
+}
+
+TEST_F(XmlDocumentTest, DescribesErrors) {
+  const std::pair<std::uint32_t, std::wstring> cases[] = {
+      {0x80004005, FormatErrorMessage(0x80004005)}, {0x80070005, FormatErrorMessage(5)},
+      {0x80040200, L"Unknown error 0x80040200"},    {0x80040201, L"IDispatch error #1"},
+      {0x8004FFFF, L"IDispatch error #65023"},      {0x80050000, L"Unknown error 0x80050000"},
+      {0xC00CE504, L"Unknown error 0xC00CE504"},    {0x1234, L"Unknown error 0x1234"},
+  };
+  for (const auto& [code, text] : cases) {
+    EXPECT_EQ(XmlError(code).Description(), text);
+    EXPECT_NE(text, L"");
+  }
+  SetLastError(kErrorAccessDenied);
+  EXPECT_EQ(XmlError::FromLastError().code(), 0x80070005u);
+}
+
+}  // namespace
+}  // namespace vk::tq::testing
