@@ -96,6 +96,8 @@ class TQ_EXPORT CXml {
   int UpdateXMLValueText(CString& xml, const CStringArray& names, const CStringArray& values);
 
  private:
+  friend class XmlTestAccess;
+
   static XmlElement AddNode(XmlDocument& document, XmlElement& parent, const CString& name,
                             const CString& value);
   static void AddNodes(XmlDocument& document, XmlElement& parent, const CStringArray& names,

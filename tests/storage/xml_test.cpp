@@ -1,30 +1,456 @@
 #include "storage/xml.h"
 
+#include <filesystem>
+#include <random>
+
+#include "platform/error.h"
+#include "platform/text.h"
+#include "platform/xml_document.h"
+#include "storage/crypto.h"
 #include "support/test_support.h"
 
-namespace vk::tq::testing {
+namespace vk::tq {
+
+// Reaches the operation that no other calls.
+class XmlTestAccess {
+ public:
+  static void WriteDescription(CXml& xml, XmlDocument& document, const CStringArray& names,
+                               const CStringArray& values) {
+    XmlElement root = *document.root();
+    xml.WriteDescriptionXML(document, root, names, values);
+  }
+};
+
+namespace testing {
 namespace {
+
+using Texts = CStringArray;
+using ::testing::ElementsAre;
+using ::testing::IsEmpty;
+using ::testing::Pair;
+using ::testing::UnorderedElementsAre;
+
+constexpr wchar_t kTwoRecords[] =
+    L"<?xml version=\"1.0\" encoding=\"Shift_JIS\" ?>\r\n"
+    L"<Velkorandia>\r\n  <QTL><A>1</A><B>二</B><A>2</A><E/></QTL>\r\n"
+    L"  <QTL><!-- c --><A>3</A><C> x </C></QTL>\r\n  <QTL></QTL>\r\n</Velkorandia>";
+
+CString Document(std::wstring_view contents) {
+  return L"<?xml version=\"1.0\" encoding=\"Shift_JIS\" ?>\n" + CString(contents);
+}
+
+CString Description(std::uint32_t code) { return XmlError(code).Description(); }
 
 class XmlTest : public ProductTest {
  protected:
+  // The line of a failed operation, and the second line of a reading one.
+  static LogLine Failed(int number, const wchar_t* operation, const CString& message) {
+    return {3, number, L"CXml::" + CString(operation), message};
+  }
+  static LogLine WholeText(const wchar_t* operation, const CString& xml) {
+    return {2, 130102, L"CXml::" + CString(operation), L"XMLデータ：" + xml};
+  }
+  std::vector<LogLine> TakeLines() {
+    std::vector<LogLine> lines = log_.lines();
+    log_.Clear();
+    return lines;
+  }
+  CString First(const CString& text, const CString& name) {
+    CString value = L"(none)";
+    EXPECT_EQ(xml_.SelectXMLStringValue01(text, name, value), 0);
+    return value;
+  }
+  // The text of a file in its declared encoding, without white space of its own.
+  CString TextOfFile(std::wstring_view name) {
+    XmlDocument document;
+    EXPECT_TRUE(document.Load(path(name)));
+    return document.ToText();
+  }
+
   CXml xml_;
 };
 
-TEST_F(XmlTest, ReadsBackWhatItCreated) {
-  const CStringArray names = {L"A", L"B", L"空", L"C"};
-  const CStringArray values = {L"1", L" 2\r\n\t<&>\" ", L"", L"日本語①～髙\\"};
-  const CString text = xml_.CreateXmlString01(names, values);
-  EXPECT_EQ(text,
-            L"<?xml version=\"1.0\" encoding=\"Shift_JIS\" ?>\n"
-            L"<Velkorandia><QTL><A>1</A><B> 2&#13;\n\t&lt;&amp;&gt;\" </B><空/>"
-            L"<C>日本語①～髙\\</C></QTL></Velkorandia>");
-  for (int i = 0; i < names.GetSize(); ++i) {
-    CString value = L"old";
-    EXPECT_EQ(xml_.SelectXMLStringValue01(text, names[i], value), 0);
-    EXPECT_EQ(value, values[i]);
+// ---- Reading ----
+
+TEST_F(XmlTest, ReadsTheFirstElement) {
+  EXPECT_EQ(First(kTwoRecords, L"A"), L"1");
+  EXPECT_EQ(First(kTwoRecords, L"B"), L"二");
+  EXPECT_EQ(First(kTwoRecords, L"C"), L" x ") << "of the second record";
+  EXPECT_EQ(First(kTwoRecords, L"E"), L"");
+  EXPECT_EQ(First(kTwoRecords, L"a"), L"(none)");
+  CString value = L"kept";
+  EXPECT_EQ(xml_.SelectXMLStringValue(kTwoRecords, L"Velkorandia", L"QTL", value), 0);
+  EXPECT_EQ(value, L"1二2");
+  EXPECT_EQ(xml_.SelectXMLStringValue(kTwoRecords, L"QTL", L"A", value), 0);
+  EXPECT_EQ(value, L"1二2");
+  EXPECT_THAT(log_.lines(), IsEmpty());
+}
+
+TEST_F(XmlTest, ReadsEveryElement) {
+  CStringArray values = {L"before"};
+  EXPECT_EQ(xml_.SelectXMLStringValue(kTwoRecords, L"A", values), 0);
+  EXPECT_THAT(values, ElementsAre(L"before", L"1", L"2", L"3"));
+  values.RemoveAll();
+  EXPECT_EQ(xml_.SelectXMLStringValue03(kTwoRecords, {L"C", L"none", L"A"}, values), 0);
+  EXPECT_THAT(values, ElementsAre(L" x ", L"1", L"2", L"3"));
+
+  CMapStringToString map = {{L"kept", L"k"}, {L"A", L"old"}};
+  EXPECT_EQ(xml_.SelectXMLStringValue(kTwoRecords, {L"A", L"E", L"none"}, map), 0);
+  EXPECT_THAT(map, UnorderedElementsAre(Pair(L"kept", L"k"), Pair(L"A", L"3"), Pair(L"E", L"")));
+  EXPECT_THAT(log_.lines(), IsEmpty());
+}
+
+TEST_F(XmlTest, ReadsRows) {
+  RowArray rows;
+  EXPECT_EQ(xml_.SelectXmlData(L"<Velkorandia><QTL><Z>0</Z></QTL></Velkorandia>", &rows), 0);
+  EXPECT_EQ(xml_.SelectXmlData(kTwoRecords, &rows), 0);
+  ASSERT_EQ(rows.m_aRows.GetSize(), 4);
+  EXPECT_EQ(CXml::GetRowData(&rows, 0, L"Z"), L"0");
+  EXPECT_THAT(*rows.m_aRows[1].m_pColumns,
+              UnorderedElementsAre(Pair(L"A", L"2"), Pair(L"B", L"二"), Pair(L"E", L"")));
+  EXPECT_EQ(CXml::GetRowData(&rows, 2, L"C"), L" x ");
+  EXPECT_EQ(CXml::GetRowData(&rows, 2, L"none"), L"");
+  EXPECT_THAT(*rows.m_aRows[3].m_pColumns, IsEmpty());
+  EXPECT_THAT(log_.lines(), IsEmpty());
+}
+
+TEST_F(XmlTest, TellsOfRowsThatAreNotThere) {
+  const auto message_of = [](RowArray& rows, int row) {
+    try {
+      return CXml::GetRowData(&rows, row, L"A");
+    } catch (wchar_t* message) {
+      return CString(message);
+    }
+  };
+  const CString no_rows = L"行データが0件の為、データ取得に失敗しました。";
+  const CString no_such_row = L"指定された行番号がインデックスを超えています。";
+  RowArray rows;
+  EXPECT_EQ(message_of(rows, -1), no_rows);
+  xml_.SelectXmlData(kTwoRecords, &rows);
+  EXPECT_EQ(message_of(rows, 3), no_such_row);
+  EXPECT_THROW(CXml::GetRowData(&rows, -1, L"A"), CInvalidArgException);
+  EXPECT_THAT(log_.lines(), ElementsAre(LogLine{6, 130113, L"CXml::GetRowData", no_rows},
+                                        LogLine{6, 130114, L"CXml::GetRowData", no_such_row}));
+}
+
+TEST_F(XmlTest, FindsNothingInWhatIsNoDocument) {
+  for (const wchar_t* text : {L"", L"no document", L"<Velkorandia><QTL><A>1</A></QTL>",
+                              L"<Other><QTL><A>1</A></QTL></Other>"}) {
+    CStringArray values;
+    CMapStringToString map;
+    RowArray rows;
+    CString value = L"kept";
+    EXPECT_EQ(First(text, L"A"), L"(none)");
+    EXPECT_EQ(xml_.SelectXMLStringValue(text, L"Velkorandia/QTL", L"A", value), 0);
+    EXPECT_EQ(xml_.SelectXMLStringValue(text, L"A", values), 0);
+    EXPECT_EQ(xml_.SelectXMLStringValue(text, {L"A"}, map), 0);
+    EXPECT_EQ(xml_.SelectXMLStringValue03(text, {L"A"}, values), 0);
+    EXPECT_EQ(xml_.SelectXmlData(text, &rows), 0);
+    EXPECT_EQ(value, L"kept");
+    EXPECT_TRUE(values.IsEmpty());
+    EXPECT_THAT(map, IsEmpty());
+    EXPECT_TRUE(rows.m_aRows.IsEmpty());
   }
-  EXPECT_THAT(log_.lines(), ::testing::IsEmpty());
+  EXPECT_THAT(log_.lines(), IsEmpty());
+}
+
+TEST_F(XmlTest, FailedReadingLeavesTwoLines) {
+  const CString text = kTwoRecords;
+  const CString why = Description(XmlError::kUnspecified);
+  const CString message = L"XMLファイル読込み時に例外が発生しました。" + why;
+  CString value = L"kept";
+  CStringArray values;
+  CMapStringToString map;
+  RowArray rows;
+
+  EXPECT_EQ(xml_.SelectXMLStringValue01(text, L"A B", value), 1);
+  EXPECT_THAT(TakeLines(),
+              ElementsAre(Failed(130101, L"SelectXMLStringValue01", message + L" 要素名=A B"),
+                          WholeText(L"SelectXMLStringValue01", text)));
+  EXPECT_EQ(xml_.SelectXMLStringValue(text, L"Velkorandia//QTL", L"A", value), 1);
+  EXPECT_THAT(TakeLines(),
+              ElementsAre(Failed(130103, L"SelectXMLStringValue",
+                                 message + L" XMLノードパス=Velkorandia//QTL,要素名=A"),
+                          WholeText(L"SelectXMLStringValue", text)));
+  EXPECT_EQ(xml_.SelectXMLStringValue(text, L"", values), 1);
+  EXPECT_THAT(TakeLines(),
+              ElementsAre(Failed(130101, L"SelectXMLStringValue", message + L" 要素名="),
+                          WholeText(L"SelectXMLStringValue", text)));
+  EXPECT_EQ(xml_.SelectXMLStringValue(text, {L"A", L"*", L"B"}, map), 1);
+  EXPECT_THAT(TakeLines(), ElementsAre(Failed(130104, L"SelectXMLStringValue", message),
+                                       WholeText(L"SelectXMLStringValue", text)));
+  EXPECT_EQ(xml_.SelectXMLStringValue03(text, {L"A", L"*", L"B"}, values), 1);
+  EXPECT_THAT(TakeLines(),
+              ElementsAre(Failed(130101, L"SelectXMLStringValue03", message + L" 要素名="),
+                          WholeText(L"SelectXMLStringValue03", text)));
+  EXPECT_EQ(CXml(L"Velkorandia", L"").SelectXmlData(text, &rows), 1);
+  EXPECT_THAT(TakeLines(), ElementsAre(Failed(130105, L"SelectXmlData",
+                                              L"XMLデータ解析時に例外が発生しました。" + why),
+                                       WholeText(L"SelectXmlData", text)));
+
+  EXPECT_EQ(value, L"kept");
+  EXPECT_THAT(map, ElementsAre(Pair(L"A", L"3"))) << "what was collected stays";
+  EXPECT_THAT(values, ElementsAre(L"1", L"2", L"3"));
+}
+
+TEST_F(XmlTest, RefusedPathCountsInWhatDoesNotParse) {
+  CString value;
+  EXPECT_EQ(xml_.SelectXMLStringValue01(L"", L"*", value), 1);
+  EXPECT_EQ(log_.lines().size(), 2u);
+}
+
+// ---- New documents ----
+
+TEST_F(XmlTest, CreatesOneRecord) {
+  EXPECT_EQ(CXml(L"Velkorandia", L"ManageInfo").CreateXmlString01({L"A", L"B"}, {L"1", L"2", L"3"}),
+            Document(L"<Velkorandia><ManageInfo><A>1</A><B>2</B></ManageInfo></Velkorandia>"));
+  EXPECT_EQ(xml_.CreateXmlString01({}, {}), Document(L"<Velkorandia><QTL/></Velkorandia>"));
+  EXPECT_EQ(xml_.CreateXmlString01({L"空"}, {L""}),
+            Document(L"<Velkorandia><QTL><空/></QTL></Velkorandia>"));
+}
+
+TEST_F(XmlTest, CreatesOneRecordForEachRow) {
+  RowArray rows;
+  EXPECT_EQ(xml_.CreateXmlString(rows), Document(L"<Velkorandia/>"));
+  xml_.SelectXmlData(kTwoRecords, &rows);
+  const CString expected = Document(
+      L"<Velkorandia><QTL><A>2</A><B>二</B><E/></QTL><QTL><A>3</A><C> x </C></QTL><QTL/>"
+      L"</Velkorandia>");
+  EXPECT_EQ(xml_.CreateXmlString(rows), expected);
+
+  CString text;
+  EXPECT_EQ(xml_.CreateXmlString(path(L"file.xml"), rows, text), 0);
+  EXPECT_EQ(text, expected);
+  EXPECT_EQ(TextOfFile(L"file.xml"), expected);
+  EXPECT_EQ(ReadNative(native("file.xml")),
+            "<?xml version=\"1.0\" encoding=\"Shift_JIS\" ?>\n"
+            "<Velkorandia>\n"
+            "  <QTL>\n    <A>2</A>\n    <B>\x93\xF1</B>\n    <E/>\n  </QTL>\n"
+            "  <QTL>\n    <A>3</A>\n    <C> x </C>\n  </QTL>\n"
+            "  <QTL/>\n"
+            "</Velkorandia>\n");
+
+  RowArray none;
+  EXPECT_EQ(xml_.CreateXmlString(path(L"file.xml"), none, text), 0);
+  EXPECT_EQ(TextOfFile(L"file.xml"), Document(L"<Velkorandia/>")) << "the longer file was cut";
+  EXPECT_THAT(log_.lines(), IsEmpty());
+}
+
+TEST_F(XmlTest, EveryTextComesBackThroughTheEncipheredFile) {
+  WriteKeyFile();
+  constexpr std::wstring_view kPieces[] = {L"a",           L" ",          L"\r",   L"\n",
+                                           L"\t",          L"<&>",        L"\"'",  L"]]>",
+                                           L"日本①～髙\\", L"\U0001F600", L"\x80", L"%s"};
+  std::mt19937 random(5);
+  for (int round = 0; round < 50; ++round) {
+    CStringArray names;
+    CStringArray values;
+    for (int i = 0; i < 8; ++i) {
+      names.Add(L"名" + std::to_wstring(i));
+      CString value;
+      for (std::size_t n = random() % 9; n > 0; --n)
+        value += kPieces[random() % std::size(kPieces)];
+      values.Add(value);
+    }
+    CCrypto crypto;
+    ASSERT_EQ(crypto.CryptingStringWriter(xml_.CreateXmlString01(names, values), path(L"file")), 0);
+    CString text;
+    ASSERT_EQ(crypto.CryptingStringReader(path(L"file"), text), 0);
+    CMapStringToString map;
+    EXPECT_EQ(xml_.SelectXMLStringValue(text, names, map), 0);
+    for (int i = 0; i < names.GetSize(); ++i) {
+      EXPECT_EQ(map.at(names[i]), values[i]);
+      EXPECT_EQ(First(text, names[i]), values[i]);
+    }
+  }
+}
+
+TEST_F(XmlTest, FailedCreationGivesAnEmptyTextAndOneLine) {
+  const CString message = L"キャッシュするデータのXML文生成に失敗しました。";
+  const auto line = [&](const wchar_t* operation, const CString& why) {
+    return ElementsAre(Failed(130106, operation, message + why));
+  };
+  const CString bad_name = Description(XmlError::kInvalidName);
+  const CString bad_character = Description(XmlError::kInvalidCharacter);
+  EXPECT_EQ(xml_.CreateXmlString01({L"A", L"1"}, {L"x", L"y"}), L"");
+  EXPECT_THAT(TakeLines(), line(L"CreateXmlString01", bad_name));
+  EXPECT_EQ(xml_.CreateXmlString01({L"A"}, {L"\x1"}), L"");
+  EXPECT_THAT(TakeLines(), line(L"CreateXmlString01", bad_character));
+  EXPECT_EQ(CXml(L"a b", L"QTL").CreateXmlString01({}, {}), L"");
+  EXPECT_THAT(TakeLines(), line(L"CreateXmlString01", bad_name));
+  EXPECT_EQ(CXml(L"a", L"").CreateXmlString01({}, {}), L"");
+  EXPECT_THAT(TakeLines(), line(L"CreateXmlString01", bad_name));
+  EXPECT_EQ(xml_.CreateXmlString01({L"A", L"B"}, {L"1"}), L"");
+  EXPECT_THAT(TakeLines(), line(L"CreateXmlString01", L"")) << "no error of the XML layer";
+
+  RowArray rows;
+  EXPECT_EQ(CXml(L"1", L"QTL").CreateXmlString(rows), L"");
+  EXPECT_THAT(TakeLines(), line(L"CreateXmlString", bad_name));
+}
+
+TEST_F(XmlTest, FailedSaveLosesNothing) {
+  RowArray rows;
+  CXml korean(L"Velkorandia", L"한");
+  korean.SelectXmlData(L"<Velkorandia><한/></Velkorandia>", &rows);
+  WriteNative(native("file"), "old");
+  CString text = L"kept";
+
+  // A file that cannot be made, and a name that the file's encoding lacks.
+  EXPECT_EQ(xml_.CreateXmlString(path(L"none\\file"), rows, text), 1);
+  EXPECT_THAT(TakeLines(), ElementsAre(Failed(130108, L"SaveIndentXML",
+                                              L"XMLデータのインデント処理時に例外が発生しました。" +
+                                                  FormatErrorMessage(kErrorPathNotFound))));
+  EXPECT_EQ(korean.CreateXmlString(path(L"file"), rows, text), 1);
+  EXPECT_THAT(TakeLines(), ElementsAre(Failed(130108, L"SaveIndentXML",
+                                              L"XMLデータのインデント処理時に例外が発生しました。" +
+                                                  Description(XmlError::kInvalidCharacter))));
+  // Rows that make no document.
+  EXPECT_EQ(CXml(L"*", L"QTL").CreateXmlString(path(L"file"), rows, text), 1);
+  EXPECT_THAT(TakeLines(), ElementsAre(Failed(130106, L"CreateXmlString",
+                                              L"XMLファイル書込み時に例外が発生しました。" +
+                                                  Description(XmlError::kInvalidName) +
+                                                  L",ファイル名=" + path(L"file"))));
+  EXPECT_EQ(text, L"kept");
+  EXPECT_EQ(ReadNative(native("file")), "old");
+}
+
+// ---- Changes ----
+
+TEST_F(XmlTest, InsertsIntoEveryRecordOfAText) {
+  CString text = L"<Velkorandia><QTL><A>1</A></QTL><x/><QTL/></Velkorandia>";
+  EXPECT_EQ(xml_.InsertXMLValueText(text, L"A", L"<新>"), 0);
+  EXPECT_EQ(text, Document(L"<Velkorandia><QTL><A>1</A><A>&lt;新&gt;</A></QTL><x/>"
+                           L"<QTL><A>&lt;新&gt;</A></QTL></Velkorandia>"));
+  text = L"<Velkorandia>\n<other/></Velkorandia>";
+  EXPECT_EQ(xml_.InsertXMLValueText(text, L"A", L"1"), 0);
+  EXPECT_EQ(text, Document(L"<Velkorandia><other/></Velkorandia>"));
+  text = L"<Velkorandia><QTL/></Velkorandia>";
+  EXPECT_EQ(xml_.InsertXMLValueText(text, {L"A", L"B"}, {L"1", L"2", L"3"}), 0);
+  EXPECT_EQ(text, Document(L"<Velkorandia><QTL><A>1</A><B>2</B></QTL></Velkorandia>"));
+  EXPECT_THAT(log_.lines(), IsEmpty());
+}
+
+TEST_F(XmlTest, UpdatesTheFirstRecordOfAText) {
+  CString text = kTwoRecords;
+  EXPECT_EQ(xml_.UpdateXMLValueText(text, {L"A", L"none", L"E"}, {L"new", L"x", L"é"}), 0);
+  EXPECT_EQ(text, Document(L"<Velkorandia><QTL><A>new</A><B>二</B><A>2</A><E>é</E></QTL>"
+                           L"<QTL><!-- c --><A>3</A><C> x </C></QTL><QTL/></Velkorandia>"));
+  text = L"<Velkorandia><other/></Velkorandia>";
+  EXPECT_EQ(xml_.UpdateXMLValueText(text, {L"A"}, {L"1"}), 1);
+  EXPECT_EQ(text, L"<Velkorandia><other/></Velkorandia>");
+  EXPECT_THAT(log_.lines(), IsEmpty());
+}
+
+TEST_F(XmlTest, InsertsIntoAFile) {
+  const std::string old =
+      "<?xml version=\"1.0\" encoding=\"Shift_JIS\"?>\r\n"
+      "<Velkorandia>\r\n\t<QTL>\r\n\t\t<A>\x87\x40</A></QTL></Velkorandia>";
+  WriteNative(native("file"), old);
+  EXPECT_EQ(xml_.InsertXMLValue(path(L"file"), L"B", L"髙é"), 0);
+  EXPECT_EQ(ReadNative(native("file")),
+            "<?xml version=\"1.0\" encoding=\"Shift_JIS\" ?>\n<Velkorandia>\n  <QTL>\n"
+            "    <A>\x87\x40</A>\n    <B>\xFB\xFC&#233;</B>\n  </QTL>\n</Velkorandia>\n");
+  EXPECT_EQ(xml_.InsertXMLValue(path(L"file"), Texts{L"C", L"D"}, Texts{L"1", L"2"}), 0);
+  const CString expected =
+      Document(L"<Velkorandia><QTL><A>①</A><B>髙é</B><C>1</C><D>2</D></QTL></Velkorandia>");
+  EXPECT_EQ(TextOfFile(L"file"), expected);
+
+  // A writer that was killed when it had reserved the length.
+  WriteNative(native("file"), ReadNative(native("file")) + std::string(100, '\0'));
+  EXPECT_EQ(xml_.InsertXMLValue(path(L"file"), Texts{}, Texts{}), 0);
+  EXPECT_EQ(TextOfFile(L"file"), expected);
+  EXPECT_THROW(xml_.InsertXMLValue(path(L"file"), Texts{L"X", L"Y"}, Texts{L"1"}),
+               CInvalidArgException);
+  EXPECT_EQ(First(TextOfFile(L"file"), L"X"), L"1") << "the pair before it has been saved";
+  EXPECT_THAT(log_.lines(), IsEmpty());
+}
+
+CString WriteMessage(const CString& description, const CString& file, const CString& name,
+                     const CString& value) {
+  return L"XMLファイル書込み時に例外が発生しました。" + description + L",ファイル名=" + file +
+         L",追加要素名=" + name + L",追加要素値=" + value;
+}
+
+TEST_F(XmlTest, FailedChangeOfATextLosesNothing) {
+  const CString broken = FormatErrorMessage(kErrorInvalidData);
+  for (const wchar_t* original : {L"", L"<Velkorandia><QTL>", L"text"}) {
+    CString text = original;
+    EXPECT_EQ(xml_.InsertXMLValueText(text, L"A", L"1"), 1);
+    EXPECT_THAT(TakeLines(), ElementsAre(Failed(130111, L"InsertXMLValueText",
+                                                WriteMessage(broken, L"", L"A", L"1"))));
+    EXPECT_EQ(xml_.UpdateXMLValueText(text, {L"A"}, {L"1"}), 1);
+    EXPECT_THAT(TakeLines(), ElementsAre(Failed(130111, L"UpdateXMLValueText",
+                                                WriteMessage(broken, L"", L"", L""))));
+    EXPECT_EQ(text, original);
+  }
+
+  const CString original = L"<Velkorandia><QTL><A>0</A></QTL></Velkorandia>";
+  const CString bad_character = Description(XmlError::kInvalidCharacter);
+  CString text = original;
+  EXPECT_EQ(xml_.InsertXMLValueText(text, L"A", L"\x2"), 1);
+  EXPECT_THAT(TakeLines(), ElementsAre(Failed(130111, L"InsertXMLValueText",
+                                              WriteMessage(bad_character, L"", L"A", L"\x2"))));
+  EXPECT_EQ(xml_.UpdateXMLValueText(text, {L"A", L"A"}, {L"1", L"\x2"}), 1);
+  EXPECT_THAT(TakeLines(), ElementsAre(Failed(130111, L"UpdateXMLValueText",
+                                              WriteMessage(bad_character, L"", L"A", L"\x2"))));
+  EXPECT_EQ(xml_.UpdateXMLValueText(text, {L"A", L"*"}, {L"1", L"2"}), 1);
+  EXPECT_THAT(
+      TakeLines(),
+      ElementsAre(Failed(130111, L"UpdateXMLValueText",
+                         WriteMessage(Description(XmlError::kUnspecified), L"", L"*", L"2"))));
+  EXPECT_EQ(xml_.UpdateXMLValueText(text, {L"A", L"A"}, {L"1"}), 1);
+  EXPECT_THAT(TakeLines(),
+              ElementsAre(Failed(130111, L"UpdateXMLValueText", WriteMessage(L"", L"", L"", L""))));
+  EXPECT_EQ(text, original);
+
+  // The array form: a pair that fails, and a value that is missing.
+  EXPECT_EQ(xml_.InsertXMLValueText(text, {L"B", L"*", L"C"}, {L"1", L"2", L"3"}), 1);
+  EXPECT_EQ(TakeLines().size(), 1u);
+  EXPECT_EQ(text, Document(L"<Velkorandia><QTL><A>0</A><B>1</B><C>3</C></QTL></Velkorandia>"));
+  EXPECT_EQ(xml_.InsertXMLValueText(text, Texts{L"D", L"E"}, Texts{L"1"}), 1);
+  EXPECT_THAT(TakeLines(), ElementsAre(Failed(130112, L"InsertXMLValueText",
+                                              L"XMLファイル書込み時に例外が発生しました。")));
+  EXPECT_EQ(First(text, L"D"), L"1");
+}
+
+TEST_F(XmlTest, FailedChangeOfAFileLosesNothing) {
+  const auto line = [&](ErrorCode error, const CString& name) {
+    return ElementsAre(Failed(130111, L"InsertXMLValue",
+                              WriteMessage(FormatErrorMessage(error), path(name), L"A", L"1")));
+  };
+  EXPECT_EQ(xml_.InsertXMLValue(path(L"none"), L"A", L"1"), 1);
+  EXPECT_THAT(TakeLines(), line(kErrorFileNotFound, L"none"));
+  EXPECT_FALSE(ExistsNative(native("none")));
+
+  const std::string broken = "<Velkorandia><QTL>";
+  WriteNative(native("broken"), broken);
+  EXPECT_EQ(xml_.InsertXMLValue(path(L"broken"), L"A", L"1"), 1);
+  EXPECT_THAT(TakeLines(), line(kErrorInvalidData, L"broken"));
+  EXPECT_EQ(xml_.InsertXMLValue(path(L"broken"), Texts{L"A", L"B"}, Texts{L"1", L"2"}), 1);
+  EXPECT_EQ(TakeLines().size(), 2u);
+  EXPECT_EQ(ReadNative(native("broken")), broken);
+
+  // A save that fails leaves its own line only.
+  const std::string korean = "<Velkorandia><QTL/><!-- \xED\x95\x9C --></Velkorandia>";
+  WriteNative(native("korean"), korean);
+  EXPECT_EQ(xml_.InsertXMLValue(path(L"korean"), L"A", L"1"), 1);
+  EXPECT_THAT(TakeLines(), ElementsAre(Failed(130108, L"SaveIndentXML",
+                                              L"XMLデータのインデント処理時に例外が発生しました。" +
+                                                  Description(XmlError::kInvalidCharacter))));
+  EXPECT_EQ(ReadNative(native("korean")), korean);
+}
+
+TEST_F(XmlTest, DescribesUnderAParent) {
+  XmlDocument document;
+  document.CreateRoot(L"r");
+  XmlTestAccess::WriteDescription(xml_, document, {L"A", L"B"}, {L"1", L"2"});
+  EXPECT_EQ(document.ToText(), Document(L"<r><A>1</A><B>2</B></r>"));
+  XmlTestAccess::WriteDescription(xml_, document, {L"*"}, {L"1"});
+  EXPECT_THAT(TakeLines(), ElementsAre(Failed(130109, L"WriteDescriptionXML",
+                                              L"詳細情報を記述時に例外が発生しました。" +
+                                                  Description(XmlError::kInvalidName))));
 }
 
 }  // namespace
-}  // namespace vk::tq::testing
+}  // namespace testing
+}  // namespace vk::tq
