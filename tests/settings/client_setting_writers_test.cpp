@@ -60,6 +60,27 @@ TEST_F(ClientSettingWritersTest, ClientIniKeysChangeAlone) {
   EXPECT_EQ(read.ClientIPAddress, L"192.0.2.3");
 }
 
+TEST_F(ClientSettingWritersTest, TwoProcessesChangeDifferentKeys) {
+  WriteIni(kClientIni, "[Setting]\nUnknown=kept\n");
+  constexpr int kTimes = 200;
+  const auto write = [](int (C::*operation)(CString)) {
+    return [operation] {
+      int failures = 0;
+      for (int i = 1; i <= kTimes; ++i) {
+        if ((C().*operation)(std::to_wstring(i)) != 1) ++failures;
+      }
+      return failures == 0 ? 0 : 1;
+    };
+  };
+  ChildProcess primary(write(&C::WritePrimPSIpAddr));
+  ChildProcess secondary(write(&C::WriteScndPSIpAddr));
+  EXPECT_EQ(primary.Wait(), 0);
+  EXPECT_EQ(secondary.Wait(), 0);
+  EXPECT_EQ(setting_.ReadPrimPSIpAddr(), std::to_wstring(kTimes));
+  EXPECT_EQ(setting_.ReadScndPSIpAddr(), std::to_wstring(kTimes));
+  EXPECT_THAT(ReadIni(kClientIni), ::testing::HasSubstr("Unknown=kept"));
+}
+
 TEST_F(ClientSettingWritersTest, ClientIniReadersWithoutAKey) {
   EXPECT_EQ(setting_.ReadPrimPSIpAddr(), L"");
   EXPECT_EQ(setting_.ReadScndPSIpAddr(), L"");
