@@ -1,25 +1,10 @@
-#include <cstdlib>
 #include <filesystem>
-#include <new>
-#include <utility>
 
 #include "platform/error.h"
 #include "platform/text.h"
 #include "settings/client_setting.h"
+#include "support/failing_allocation.h"
 #include "support/test_support.h"
-
-// Lets the next allocation of a thread fail.
-namespace {
-thread_local bool fail_next_allocation = false;
-}
-
-void* operator new(std::size_t size) {
-  if (std::exchange(fail_next_allocation, false)) throw std::bad_alloc();
-  if (void* memory = std::malloc(size > 0 ? size : 1)) return memory;
-  throw std::bad_alloc();
-}
-void operator delete(void* memory) noexcept { std::free(memory); }
-void operator delete(void* memory, std::size_t) noexcept { std::free(memory); }
 
 namespace vk::tq::testing {
 namespace {
@@ -275,7 +260,7 @@ class FailingSink : public LogSink {
                      std::wstring(record.message),
                      {},
                      record.code});
-    fail_next_allocation = record.message == L"START";
+    if (record.message == L"START") FailNextAllocation();
   }
   Lines lines;
 };
