@@ -16,7 +16,7 @@ using Cells = std::vector<std::string>;
 // ---- What the code says. The meaning, which is the second cell of a row, is the document's own.
 // ----
 
-std::string Code(const wchar_t* text) { return "`" + ToUtf8(text) + "`"; }
+std::string Code(const wchar_t* text) { return std::string("`") + ToUtf8(text) + "`"; }
 
 std::string Warning(const std::string& effect, int number, std::string_view more = {}) {
   return effect + " (warning " + std::to_string(number) + std::string(more) + ")";
