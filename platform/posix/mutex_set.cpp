@@ -41,8 +41,8 @@ std::string CurrentSession() {
   const FileDescriptor file(open("/proc/self/sessionid", O_RDONLY | O_CLOEXEC));
   std::array<char, 16> number{};
   const ssize_t size = file ? read(file.get(), number.data(), number.size()) : -1;
-  if (size <= 0) return "user " + std::to_string(getuid());
-  return "session " + std::string(number.data(), static_cast<std::size_t>(size));
+  if (size <= 0) return std::string("user ") + std::to_string(getuid());
+  return std::string("session ").append(number.data(), static_cast<std::size_t>(size));
 }
 
 // ---- Steps of the kernel ----
