@@ -97,6 +97,19 @@ class TQ_EXPORT CEnableUsersAccessor {
   bool ReadLines(const CString& path);
   void DropEntries();
 
+  /// The log texts of the two lookups that give every user an account. The first %s is the job
+  /// user, the second the account.
+  struct LookupTexts {
+    const wchar_t* function;
+    const wchar_t* no_list;
+    const wchar_t* unknown;
+    const wchar_t* defined;  ///< with the account of the entry
+    const wchar_t* current;  ///< with that of the current user
+  };
+  /// Without a current user it is the job user in upper case.
+  static int LookUp(const UserMap& users, const LookupTexts& texts, const CString& job_user,
+                    const CString* current_user, CString& account);
+
   static CEnableUsersAccessor* s_pInstance;
 
   CString m_strListPath;
