@@ -191,7 +191,7 @@ bool IsSessionName(std::wstring_view name) noexcept { return !name.starts_with(k
 MutexIdentity IdentityOfMutex(std::wstring_view name) {
   const std::uint32_t space = CurrentMutexNamespace();
   std::string text = std::to_string(space);
-  if (IsSessionName(name)) text += " " + CurrentSession();
+  if (IsSessionName(name)) text.append(" ").append(CurrentSession());
   text += '\0';
   text.append(reinterpret_cast<const char*>(name.data()), name.size() * sizeof(wchar_t));
   std::array<unsigned char, 32> hash{};
