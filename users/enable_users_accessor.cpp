@@ -37,6 +37,13 @@ void LogText(int level, const wchar_t* function, int line, const wchar_t* format
   Log4cxxMgr::LogOutDetail(level, 0, function, line, Format(format, arguments...));
 }
 
+// A line about a job user who has no entry of his own, whose name it gives in upper case.
+void LogUnknown(const wchar_t* function, int line, const wchar_t* format, const CString& job_user) {
+  if (!Log4cxxMgr::IsKept(2)) return;
+  const CString user = ToUpper(job_user);
+  LogText(2, function, line, format, user, user);
+}
+
 void LogOpenFailure(ErrorCode error) {
   LogText(4, kConstructor, __LINE__,
           L"許可ユーザリストファイルのOpenに失敗しました。[Errorcode=%d]", error);
@@ -96,18 +103,32 @@ std::vector<CString> EntryNames(const Profile& profile, const wchar_t* section) 
 CEnableUsersAccessor* CEnableUsersAccessor::s_pInstance = nullptr;
 
 CEnableUsersAccessor* CEnableUsersAccessor::GetInstance() {
-  s_pInstance = GetInstance(ProductPath(L"\\config"));
+  if (!IsCurrent()) Renew(ProductPath(L"\\config"));
   return s_pInstance;
 }
 
 CEnableUsersAccessor* CEnableUsersAccessor::GetInstance(const CString& directory) {
-  if (s_pInstance != nullptr) {
-    const std::int64_t last_write = LastWrite(s_pInstance->m_strListPath);
-    if (last_write == 0 || last_write == s_pInstance->m_ftLastWrite) return s_pInstance;
-    delete std::exchange(s_pInstance, nullptr);
-  }
-  s_pInstance = new CEnableUsersAccessor(directory);
+  if (!IsCurrent()) Renew(directory);
   return s_pInstance;
+}
+
+bool CEnableUsersAccessor::IsCurrent() {
+  if (s_pInstance == nullptr) return false;
+  const std::int64_t last_write = LastWrite(s_pInstance->m_strListPath);
+  return last_write == 0 || last_write == s_pInstance->m_ftLastWrite;
+}
+
+void CEnableUsersAccessor::Renew(const CString& directory) {
+  delete std::exchange(s_pInstance, nullptr);
+  s_pInstance = new CEnableUsersAccessor(directory);
+}
+
+std::size_t CEnableUsersAccessor::HashName::operator()(const CString& name) const {
+  return HashNoCase(name);
+}
+
+bool CEnableUsersAccessor::EqualName::operator()(const CString& left, const CString& right) const {
+  return EqualsNoCase(left, right);
 }
 
 CEnableUsersAccessor::CEnableUsersAccessor(const CString& directory) {
@@ -221,17 +242,17 @@ int CEnableUsersAccessor::LookUp(const UserMap& users, const LookupTexts& texts,
     account = job_user;
     return 0;
   }
-  const CString user = ToUpper(job_user);
-  const auto found = user.empty() ? users.end() : users.find(user);
+  const auto found = job_user.empty() ? users.end() : users.find(job_user);
   if (found == users.end()) {
-    LogText(2, texts.function, __LINE__, texts.unknown, user, user);
+    LogUnknown(texts.function, __LINE__, texts.unknown, job_user);
     account.clear();
     return 0;
   }
-  const bool is_defined = !found->second.empty();
+  const auto& [user, defined] = *found;
   const CString& current = current_user == nullptr ? user : *current_user;
-  const CString& login = is_defined ? found->second : current;
-  LogText(2, texts.function, __LINE__, is_defined ? texts.defined : texts.current, user, login);
+  const CString& login = defined.empty() ? current : defined;
+  LogText(2, texts.function, __LINE__, defined.empty() ? texts.current : texts.defined, user,
+          login);
   account = login;
   return 1;
 }
@@ -283,28 +304,28 @@ int CEnableUsersAccessor::GetPcLogonQueryUserAccount(const CString& job_user,
     account.clear();
     return 0;
   }
-  const CString user = ToUpper(job_user);
-  if (!user.empty()) {
-    if (const auto own = users.find(user); own != users.end()) {
-      if (own->second.empty()) {
+  if (!job_user.empty()) {
+    if (const auto found = users.find(job_user); found != users.end()) {
+      const auto& [user, defined] = *found;
+      if (defined.empty()) {
         LogText(2, kFunction, __LINE__, L"印刷ジョブユーザ[%s]は、PcLogon問合せユーザです。", user);
       } else {
         LogText(2, kFunction, __LINE__,
                 L"印刷ジョブユーザ[%s]は、定義されたユーザ[%s]でジョブ登録処理を続けます。", user,
-                own->second);
+                defined);
       }
-      account = own->second;
+      account = defined;
       return 1;
     }
     if (const auto any = users.find(L"*"); any != users.end()) {
-      LogText(2, kFunction, __LINE__,
-              L"印刷ジョブユーザ[%s]は、*定義されているためPcLogon問合せユーザです。", user);
+      LogUnknown(kFunction, __LINE__,
+                 L"印刷ジョブユーザ[%s]は、*定義されているためPcLogon問合せユーザです。", job_user);
       account = any->second;
       return 1;
     }
   }
-  LogText(2, kFunction, __LINE__, L"印刷ジョブユーザ[%s]は、PcLogon問合せユーザではありません。",
-          user);
+  LogUnknown(kFunction, __LINE__, L"印刷ジョブユーザ[%s]は、PcLogon問合せユーザではありません。",
+             job_user);
   account.clear();
   return 0;
 }
