@@ -45,6 +45,7 @@ inline constexpr ErrorCode kErrorDirectoryName = 267;
 inline constexpr ErrorCode kErrorNotOwner = 288;
 inline constexpr ErrorCode kErrorOperationAborted = 995;
 inline constexpr ErrorCode kErrorIoDevice = 1117;
+inline constexpr ErrorCode kErrorNoSuchLogonSession = 1312;
 inline constexpr ErrorCode kErrorNoneMapped = 1332;
 inline constexpr ErrorCode kErrorInvalidSecurityDescriptor = 1338;
 inline constexpr ErrorCode kErrorNoSystemResources = 1450;

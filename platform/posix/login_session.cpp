@@ -1,0 +1,88 @@
+#include "platform/posix/login_session.h"
+
+#include <algorithm>
+#include <charconv>
+
+#include "platform/posix/system_file.h"
+
+namespace vk::tq {
+namespace {
+
+// Cuts off and gives what stands in front of the next of these separators.
+std::string_view CutPiece(std::string_view& text, std::string_view separators) {
+  const std::size_t end = std::min(text.find_first_of(separators), text.size());
+  const std::string_view piece = text.substr(0, end);
+  text.remove_prefix(std::min(end + 1, text.size()));
+  return piece;
+}
+
+// What stands between the two, when it is a plain name.
+std::string_view Between(std::string_view text, std::string_view before, std::string_view behind) {
+  if (text.size() <= before.size() + behind.size() || !text.starts_with(before) ||
+      !text.ends_with(behind)) {
+    return {};
+  }
+  text.remove_prefix(before.size());
+  text.remove_suffix(behind.size());
+  const bool is_plain = std::ranges::all_of(text, [](char c) {
+    return (c >= '0' && c <= '9') || (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z');
+  });
+  return is_plain ? text : std::string_view();
+}
+
+// The value of a line "name=value" or "name value".
+std::string_view ValueOf(std::string_view text, std::string_view name) {
+  while (!text.empty()) {
+    std::string_view line = CutPiece(text, "\n");
+    if (CutPiece(line, "= ") == name) return line;
+  }
+  return {};
+}
+
+std::optional<std::int64_t> Number(std::string_view text) {
+  std::int64_t number = 0;
+  const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), number);
+  if (error != std::errc() || number < 0) return std::nullopt;
+  return number;
+}
+
+}  // namespace
+
+std::optional<std::int64_t> RecordedLogin(std::string_view control_groups,
+                                          const std::string& records) {
+  std::optional<std::string> record;
+  // The outermost group counts: what lies further inside, users name themselves.
+  while (!control_groups.empty() && !record) {
+    const std::string_view group = CutPiece(control_groups, "/\n");
+    if (const auto session = Between(group, "session-", ".scope"); !session.empty()) {
+      record = ReadSystemFile(records + "/sessions/" + std::string(session));
+    } else if (const auto user = Between(group, "user@", ".service"); !user.empty()) {
+      record = ReadSystemFile(records + "/users/" + std::string(user));
+      const std::string session_of_user(record ? ValueOf(*record, "DISPLAY") : "");
+      if (!Between(session_of_user, "", "").empty()) {
+        record = ReadSystemFile(records + "/sessions/" + session_of_user);
+      }
+    }
+  }
+  if (!record) return std::nullopt;
+  const auto microseconds = Number(ValueOf(*record, "REALTIME"));
+  if (!microseconds) return std::nullopt;
+  return *microseconds / 1'000'000;
+}
+
+std::optional<std::int64_t> ProcessStart(std::string_view process, std::string_view kernel,
+                                         std::int64_t ticks_per_second) {
+  // The program's name, in parentheses, may itself hold blanks and parentheses.
+  const std::size_t name_end = process.rfind(") ");
+  const auto boot = Number(ValueOf(kernel, "btime"));
+  if (name_end == process.npos || !boot) return std::nullopt;
+  process.remove_prefix(name_end + 2);
+  constexpr int kFirstField = 3;
+  constexpr int kStartField = 22;
+  for (int field = kFirstField; field < kStartField; ++field) CutPiece(process, " ");
+  const auto ticks = Number(process);
+  if (!ticks) return std::nullopt;
+  return *boot + *ticks / ticks_per_second;
+}
+
+}  // namespace vk::tq

@@ -1,0 +1,138 @@
+#include "platform/system_info.h"
+
+#include <time.h>
+
+#include <algorithm>
+#include <optional>
+
+#include "platform/posix/login_session.h"
+#include "platform/posix/resolver_configuration.h"
+#include "support/test_support.h"
+
+namespace vk::tq::testing {
+namespace {
+
+using ::testing::ElementsAre;
+using ::testing::IsEmpty;
+
+// Puts a time zone in force for a scope.
+class ScopedTimeZone {
+ public:
+  explicit ScopedTimeZone(const char* zone) : variable_("TZ", zone) { tzset(); }
+  ~ScopedTimeZone() {
+    variable_.reset();
+    tzset();
+  }
+
+ private:
+  struct Variable : std::optional<ScopedEnvironment> {
+    Variable(const char* name, const char* value) { emplace(name, value); }
+  };
+  Variable variable_;
+};
+
+std::string Local(std::int64_t time) {
+  LocalTime local;
+  EXPECT_TRUE(ToLocalTime(time, local));
+  char text[32];
+  std::snprintf(text, sizeof text, "%04d-%02d-%02d %02d:%02d:%02d", local.year, local.month,
+                local.day, local.hour, local.minute, local.second);
+  return text;
+}
+
+TEST(SystemInfoTest, LocalTimeFollowsTheDaylightSavingOfThatTime) {
+  {
+    const ScopedTimeZone zone("CET-1CEST,M3.5.0,M10.5.0/3");
+    EXPECT_EQ("2021-03-28 01:59:59", Local(1616893199));
+    EXPECT_EQ("2021-03-28 03:00:00", Local(1616893200));
+    EXPECT_EQ("2021-10-31 02:59:59", Local(1635641999));
+    EXPECT_EQ("2021-10-31 02:00:00", Local(1635642000));
+  }
+  const ScopedTimeZone zone("JST-9");
+  EXPECT_EQ("2024-03-01 00:00:00", Local(1709218800));
+  EXPECT_EQ("1970-01-01 08:59:59", Local(-1));
+  LocalTime local;
+  EXPECT_FALSE(ToLocalTime(INT64_MAX, local));
+}
+
+TEST(SystemInfoTest, TheLoginManagersRecordOfTheSessionCounts) {
+  const TempFolder records;
+  const auto write = [&](const std::string& name, const std::string& text) {
+    WriteNative(records.native(name), text);
+  };
+  write("sessions/2", "UID=1000\nREALTIME=1700000000123456\nMONOTONIC=5\n");
+  write("sessions/c7", "REALTIME=1700000777999999\n");
+  write("sessions/bad", "UID=1000\nXREALTIME=1\n");
+  write("users/1000", "STATE=active\nDISPLAY=2\nREALTIME=1690000000000000\n");
+  write("users/1001", "REALTIME=1690000001000000\n");
+  write("users/1002", "DISPLAY=../sessions/2\nREALTIME=1690000002000000\n");
+  const struct {
+    const char* groups;
+    std::optional<std::int64_t> start;
+  } kCases[] = {
+      {"0::/user.slice/user-1000.slice/session-2.scope\n", 1700000000},
+      {"4:memory:/\n1:name=systemd:/user.slice/user-1000.slice/session-c7.scope\n", 1700000777},
+      {"0::/user.slice/user-1000.slice/user@1000.service/app.slice/session-c7.scope", 1700000000},
+      {"0::/user.slice/user-1001.slice/user@1001.service/init.scope", 1690000001},
+      {"0::/user.slice/user-1002.slice/user@1002.service/init.scope", 1690000002},
+      {"0::/user.slice/user-1000.slice/session-bad.scope", std::nullopt},
+      {"0::/user.slice/user-1000.slice/session-none.scope", std::nullopt},
+      {"0::/session-..\xC0.scope/session-.scope/session-2.scopes/xsession-2.scope", std::nullopt},
+      {"0::/system.slice/cron.service", std::nullopt},
+      {"0::/", std::nullopt},
+      {"", std::nullopt},
+  };
+  for (const auto& test : kCases) {
+    EXPECT_EQ(test.start, RecordedLogin(test.groups, records.native())) << test.groups;
+  }
+}
+
+TEST(SystemInfoTest, AProcessStartsSoManyTicksAfterTheBoot) {
+  const std::string kernel = "cpu  1 2\nbtime 1700000000\nprocesses 9\n";
+  const std::string behind = " S 1 2 3 4 5 6 7 8 9 10 11 12 13 14 15 16 17 18 12399 20 21\n";
+  EXPECT_EQ(1700000123, ProcessStart("42 (bash)" + behind, kernel, 100));
+  EXPECT_EQ(1700000123, ProcessStart("42 (a) b (c)" + behind, kernel, 100));
+  EXPECT_EQ(std::nullopt, ProcessStart("42 (bash) S 1 2", kernel, 100));
+  EXPECT_EQ(std::nullopt, ProcessStart("", kernel, 100));
+  EXPECT_EQ(std::nullopt, ProcessStart("42 (bash)" + behind, "cpu 1\n", 100));
+}
+
+TEST(SystemInfoTest, TheResolversFileIsRead) {
+  const ResolverConfiguration configuration = ParseResolverConfiguration(
+      "# nameserver 1.1.1.1\n;nameserver 1.1.1.2\n nameserver 1.1.1.3\nnameservers 1.1.1.4\n"
+      "domain first.example\nnameserver\t192.0.2.1 # here\nnameserver 2001:db8::1\r\n"
+      "nameserver\nsearch last.example other.example\noptions ndots:1\n"
+      "nameserver 192.0.2.3\nnameserver 192.0.2.4");
+  EXPECT_THAT(configuration.servers, ElementsAre("192.0.2.1", "2001:db8::1", "192.0.2.3"));
+  EXPECT_EQ("last.example", configuration.domain);
+  EXPECT_THAT(ParseResolverConfiguration("").servers, IsEmpty());
+}
+
+TEST(SystemInfoTest, ThisMachineAnswers) {
+  NetworkParameters parameters;
+  parameters.host_name = L"untouched";
+  std::size_t room = 0;
+  EXPECT_EQ(kErrorBufferOverflow, CurrentMachine().Network(parameters, room));
+  EXPECT_LE(1u, room);
+  EXPECT_EQ(L"untouched", parameters.host_name);
+  EXPECT_EQ(kErrorSuccess, CurrentMachine().Network(parameters, room));
+  EXPECT_EQ(room, parameters.dns_servers.size());
+  EXPECT_NE(L"", parameters.host_name);
+  for (const std::string& server : parameters.dns_servers) {
+    EXPECT_TRUE(server.empty() || ParseIpv4Address(server)) << server;
+  }
+
+  std::size_t count = 0;
+  EXPECT_EQ(kErrorInsufficientBuffer, CurrentMachine().Ipv4Addresses(nullptr, count));
+  std::vector<Ipv4Address> addresses(count);
+  EXPECT_EQ(kErrorSuccess, CurrentMachine().Ipv4Addresses(addresses.data(), count));
+  EXPECT_EQ(addresses.size(), count);
+  EXPECT_EQ(1, std::ranges::count(addresses, Ipv4Address{127, 0, 0, 1}));
+  std::size_t none = 0;
+  EXPECT_EQ(kErrorInsufficientBuffer, CurrentMachine().Ipv4Addresses(addresses.data(), none));
+  EXPECT_EQ(addresses.size(), none);
+  EXPECT_NE(0xFFFF, CurrentMachine().ProcessorArchitecture());
+}
+
+}  // namespace
+}  // namespace vk::tq::testing
