@@ -1,0 +1,93 @@
+// DNS servers for tests: a real one, and one that answers as the test says.
+#pragma once
+
+#include <sys/types.h>
+
+#include <atomic>
+#include <cstdint>
+#include <functional>
+#include <string>
+#include <string_view>
+#include <thread>
+#include <vector>
+
+#include "support/loopback.h"
+#include "support/test_support.h"
+
+namespace vk::tq::testing {
+
+// unbound on a port of a loopback address, with a configuration of its own and nothing of the
+// system's. It knows the records that it is given, and no others of those zones.
+class DnsServer {
+ public:
+  // Zones such as "2.0.192.in-addr.arpa." and records such as
+  // "1.2.0.192.in-addr.arpa. PTR printer.example.". Port 0 lets the server choose a free one.
+  DnsServer(const std::vector<std::string>& zones, const std::vector<std::string>& records,
+            const std::string& address = "127.0.0.1", std::uint16_t port = 0);
+  DnsServer(const DnsServer&) = delete;
+  DnsServer& operator=(const DnsServer&) = delete;
+  ~DnsServer();
+
+  std::uint16_t port() const { return port_; }
+  // From now on nobody answers.
+  void Stop();
+
+ private:
+  bool Start();
+
+  TempFolder folder_;
+  std::string address_;
+  std::uint16_t port_;
+  pid_t process_ = -1;
+};
+
+// Answers questions over UDP and TCP on one port of a loopback address.
+class DnsPeer {
+ public:
+  // Gives the messages that a question is answered with, in order; none leaves it unanswered.
+  using Answer = std::function<std::vector<std::string>(const std::string& question, bool is_tcp)>;
+
+  explicit DnsPeer(Answer answer, const std::string& address = "127.0.0.1");
+  DnsPeer(const DnsPeer&) = delete;
+  DnsPeer& operator=(const DnsPeer&) = delete;
+  ~DnsPeer();
+
+  std::uint16_t port() const { return port_; }
+  int questions() const { return questions_; }
+
+ private:
+  void ServeUdp();
+  void ServeTcp();
+
+  Answer answer_;
+  Socket udp_;
+  Socket tcp_;
+  std::uint16_t port_ = 0;
+  std::atomic<int> questions_ = 0;
+  StopSignal stop_;
+  std::thread udp_thread_;
+  std::thread tcp_thread_;
+};
+
+// A name as it is packed in a message: "a.b" is 1 a 1 b 0.
+std::string PackName(std::string_view name);
+
+// The name of the question that a message holds, as a reference to it.
+inline constexpr std::string_view kAskedName("\xC0\x0C", 2);
+
+inline constexpr int kCname = 5;
+inline constexpr int kPtr = 12;
+
+// A record of class IN. The name and the data are packed already.
+std::string PackRecord(std::string_view name, int type, std::string_view data);
+
+// An answer that repeats the question, with a response code and records.
+struct Reply {
+  int code = 0;
+  bool is_truncated = false;
+  std::vector<std::string> records = {};
+
+  std::string To(const std::string& question) const;
+};
+
+}  // namespace vk::tq::testing
