@@ -1,0 +1,371 @@
+#include "transport/util_link.h"
+
+#include <algorithm>
+#include <array>
+#include <optional>
+
+#include "platform/clock.h"
+#include "platform/dns.h"
+#include "platform/service_table.h"
+#include "platform/system_info.h"
+#include "support/dns_server.h"
+
+namespace vk::tq::testing {
+namespace {
+
+using ::testing::ElementsAre;
+using ::testing::IsEmpty;
+using ::testing::StartsWith;
+
+// A time that tests move.
+class MovedClock : public Clock {
+ public:
+  std::int64_t Now() override { return now; }
+  std::uint32_t TickCount() override { return 0; }
+  void Sleep(std::uint32_t) override {}
+
+  std::int64_t now = 1'700'000'000;
+};
+
+// A machine whose DNS configuration the test chooses.
+class ConfiguredMachine : public Machine {
+ public:
+  ErrorCode Network(NetworkParameters& parameters, std::size_t& room) override {
+    ++calls;
+    if (status != kErrorSuccess) return status;
+    if (room < servers.size()) {
+      room = servers.size();
+      if (has_grown) servers.push_back(servers.back());
+      return kErrorBufferOverflow;
+    }
+    parameters = {L"pc-7", L"example.jp", servers};
+    return kErrorSuccess;
+  }
+
+  std::vector<std::string> servers = {"127.0.0.1"};
+  ErrorCode status = kErrorSuccess;
+  bool has_grown = false;
+  int calls = 0;
+};
+
+class UtilLinkTest : public ProductTest {
+ protected:
+  UtilLinkTest() = default;
+
+  // The caller's part of the cache, and what one call gives.
+  int Conform(const std::wstring& address, int tries = 1, int valid_minutes = 60) {
+    return CUtilLink::ConformFQDN(address, name_, cache_, tries, valid_minutes, resolve_time_);
+  }
+
+  // The lines of a level and of those above it, as "level message".
+  std::vector<std::string> Lines(int lowest_level) {
+    std::vector<std::string> lines;
+    for (const LogLine& line : log_.lines(lowest_level)) {
+      EXPECT_EQ(0, line.number);
+      EXPECT_THAT(ToUtf8(line.function), StartsWith("CUtilLink::"));
+      lines.push_back(std::to_string(line.level) + " " + ToUtf8(line.message));
+    }
+    log_.Clear();
+    return lines;
+  }
+
+  void UsePort(std::uint16_t port) { port_.emplace(Service::kDns, port); }
+
+  std::wstring name_ = L"old";
+  std::wstring cache_;
+  std::int64_t resolve_time_ = 0;
+  MovedClock clock_;
+  ScopedClock use_clock_{clock_};
+  ConfiguredMachine machine_;
+  ScopedMachine use_machine_{machine_};
+  ScopedDnsWait wait_{std::chrono::milliseconds(5000)};
+  std::optional<ScopedServicePort> port_;
+};
+
+// Answers every question with one name, and counts.
+DnsPeer::Answer Always(const std::string& host) {
+  return [host](const std::string& question, bool) {
+    return std::vector{
+        Reply{.records = {PackRecord(kAskedName, kPtr, PackName(host))}}.To(question)};
+  };
+}
+
+DnsPeer::Answer Refusing(int code) {
+  return [code](const std::string& question, bool) {
+    return std::vector{Reply{.code = code}.To(question)};
+  };
+}
+
+TEST_F(UtilLinkTest, AnAddressBecomesItsNameAndStaysInTheCacheForItsLife) {
+  DnsServer server({"127.in-addr.arpa."}, {"1.0.0.127.in-addr.arpa. PTR printer.example.jp."});
+  UsePort(server.port());
+  const std::int64_t asked = clock_.now;
+
+  EXPECT_EQ(1, Conform(L"127.0.0.1", 3));
+  EXPECT_EQ(L"printer.example.jp", name_);
+  EXPECT_EQ(L"127.0.0.1@printer.example.jp", cache_);
+  EXPECT_EQ(asked, resolve_time_);
+  EXPECT_THAT(Lines(0),
+              ElementsAre("0 START", "2 FQDNの取得開始( IP:127.0.0.1 )", "2 FQDNの取得 1/3回目",
+                          "0 START", "0 START", "2 LocalMachineName: pc-7,Domain Name: example.jp",
+                          "2 DNS Servers: [127.0.0.1]", "2 Num Of DNS Servers : 1", "0 END",
+                          "2 (127.0.0.1)をDNSサーバ（127.0.0.1）へ問い合わせ ", "0 START",
+                          "0 START", "2 DNS Query Start", "2 DNS Query End", "2 DNS Query SUCCESS",
+                          "2 FQDN: printer.example.jp", "0 END",
+                          "3 FQDNの取得に成功( IP:127.0.0.1 , FQDN:printer.example.jp )"));
+
+  // At the end of its life the entry still counts, and without a server nothing else could.
+  server.Stop();
+  clock_.now = asked + 3600;
+  EXPECT_EQ(1, Conform(L"127.0.0.1"));
+  EXPECT_EQ(L"printer.example.jp", name_);
+  EXPECT_EQ(asked, resolve_time_);
+  EXPECT_THAT(Lines(0),
+              ElementsAre("0 START",
+                          "2 FQDNをキャッシュから取得( IP:127.0.0.1 , FQDN:printer.example.jp )"));
+
+  clock_.now = asked + 3601;
+  EXPECT_EQ(0, Conform(L"127.0.0.1"));
+  EXPECT_EQ(L"127.0.0.1", name_);
+  EXPECT_EQ(L"127.0.0.1@127.0.0.1", cache_);
+  EXPECT_EQ(asked, resolve_time_);
+}
+
+TEST_F(UtilLinkTest, TheRulesOfTheCache) {
+  DnsPeer peer(Always("fresh"));
+  UsePort(peer.port());
+  const struct {
+    const wchar_t* cache;
+    std::int64_t age;
+    int valid_minutes;
+    const wchar_t* name;
+    bool is_asked;
+  } kCases[] = {
+      {L"192.0.2.1@kept", 60, 1, L"kept", false},
+      {L"192.0.2.1@kept", 61, 1, L"fresh", true},
+      {L"192.0.2.1@kept", -100000, 1, L"kept", false},
+      {L"192.0.2.1@kept", 0, 0, L"fresh", true},
+      {L"192.0.2.1@kept", 0, -1, L"fresh", true},
+      {L"192.0.2.9@kept", 0, 60, L"fresh", true},
+      {L"192.0.2.1@kept@third", 0, 60, L"kept", false},
+      {L"192.0.2.1", 0, 60, L"", false},
+      {L"@192.0.2.1@kept", 0, 60, L"fresh", true},
+      {L"", 0, 60, L"fresh", true},
+      {L"192.0.2.1@kept", 1'700'000'000, 2'000'000'000, L"kept", false},
+  };
+  int asked = 0;
+  for (const auto& test : kCases) {
+    cache_ = test.cache;
+    resolve_time_ = clock_.now - test.age;
+    EXPECT_EQ(1, Conform(L"192.0.2.1", 1, test.valid_minutes)) << ToUtf8(test.cache);
+    EXPECT_EQ(test.name, name_) << ToUtf8(test.cache);
+    EXPECT_EQ(std::wstring(L"192.0.2.1@") + test.name, cache_);
+    EXPECT_EQ(test.is_asked ? clock_.now : clock_.now - test.age, resolve_time_);
+    EXPECT_EQ(asked += test.is_asked, peer.questions()) << ToUtf8(test.cache);
+  }
+}
+
+TEST_F(UtilLinkTest, AnAtSignInAnAnswerStaysOutOfTheCachesWay) {
+  DnsPeer peer(Always("na@me.example"));
+  UsePort(peer.port());
+  EXPECT_EQ(1, Conform(L"192.0.2.1"));
+  EXPECT_EQ(L"na\\064me.example", name_);
+  EXPECT_EQ(1, Conform(L"192.0.2.1"));
+  EXPECT_EQ(L"na\\064me.example", name_);
+  EXPECT_EQ(1, peer.questions());
+}
+
+TEST_F(UtilLinkTest, AHostNameIsUsedAsItIs) {
+  machine_.status = kErrorNotSupported;
+  const std::wstring names[] = {L"printer-1",
+                                L"プリンタ",
+                                L"fe80::1",
+                                L"192.0.2",
+                                L"192.0.2.01",
+                                L" 192.0.2.1",
+                                L"a@b",
+                                std::wstring(300, L'x'),
+                                L""};
+  for (const std::wstring& host : names) {
+    resolve_time_ = 5;
+    EXPECT_EQ(1, Conform(host, 3));
+    EXPECT_EQ(host, name_);
+    EXPECT_EQ(host + L"@" + host, cache_);
+    EXPECT_EQ(5, resolve_time_);
+    EXPECT_THAT(Lines(0), ElementsAre("0 START",
+                                      "3 IPアドレス形式でないため、ホスト名をそのまま設定( "
+                                      "ホスト名:" +
+                                          ToUtf8(host) + " )"));
+  }
+  EXPECT_EQ(0, machine_.calls);
+}
+
+TEST_F(UtilLinkTest, FailedTriesLeaveTheAddressAsTheName) {
+  DnsPeer peer(Refusing(3));
+  UsePort(peer.port());
+  cache_ = L"192.0.2.1@old";
+  EXPECT_EQ(0, Conform(L"192.0.2.1", 3));
+  EXPECT_EQ(L"192.0.2.1", name_);
+  EXPECT_EQ(L"192.0.2.1@192.0.2.1", cache_);
+  EXPECT_EQ(0, resolve_time_);
+  EXPECT_EQ(3, peer.questions());
+  const std::string failure = "4 FQDNの取得に失敗( IP:192.0.2.1 ErrCode:9003 )";
+  EXPECT_THAT(Lines(3), ElementsAre(failure, failure, failure));
+
+  // Without a try the old name stays.
+  for (const int tries : {0, -1}) {
+    cache_ = L"192.0.2.1@old";
+    EXPECT_EQ(0, Conform(L"192.0.2.1", tries));
+    EXPECT_EQ(L"old", name_);
+    EXPECT_EQ(L"192.0.2.1@old", cache_);
+  }
+  EXPECT_EQ(3, peer.questions());
+}
+
+TEST_F(UtilLinkTest, TheSecondServerIsAskedWhenTheFirstFails) {
+  DnsPeer first(Refusing(5));
+  UsePort(first.port());
+  const DnsServer second({"2.0.192.in-addr.arpa."}, {"1.2.0.192.in-addr.arpa. PTR b.example."},
+                         "127.0.0.2", first.port());
+  machine_.servers = {"127.0.0.1", "127.0.0.2"};
+  EXPECT_EQ(0, CUtilLink::GetFQDN(L"192.0.2.1", name_));
+  EXPECT_EQ(L"b.example", name_);
+  EXPECT_EQ(1, first.questions());
+  EXPECT_THAT(Lines(1),
+              ElementsAre("2 アロケート不足の為、再アロケート",
+                          "2 LocalMachineName: pc-7,Domain Name: example.jp",
+                          "2 DNS Servers: [127.0.0.1],[127.0.0.2]", "2 Num Of DNS Servers : 2",
+                          "2 (192.0.2.1)をDNSサーバ（127.0.0.1）へ問い合わせ ", "2 DNS Query Start",
+                          "2 DNS Query End",
+                          "1 DNS Query FAIL : [pDnsRecord : 0x00000000] [ErrorCode : 0x0000232d]",
+                          "2 (192.0.2.1)をDNSサーバ（127.0.0.2）へ問い合わせ ", "2 DNS Query Start",
+                          "2 DNS Query End", "2 DNS Query SUCCESS", "2 FQDN: b.example"));
+
+  // The status is that of the last one.
+  EXPECT_EQ(static_cast<long>(kDnsNameError), CUtilLink::GetFQDN(L"192.0.2.2", name_));
+  EXPECT_EQ(L"192.0.2.2", name_);
+  machine_.servers = {"127.0.0.2", "127.0.0.1"};
+  EXPECT_EQ(static_cast<long>(kDnsRefused), CUtilLink::GetFQDN(L"192.0.2.2", name_));
+}
+
+TEST_F(UtilLinkTest, AFailedQueryIsLoggedWithItsStatus) {
+  DnsPeer peer(Refusing(2));
+  UsePort(peer.port());
+  EXPECT_EQ(9002, CUtilLink::GetFQDN(L"192.0.2.1", "127.0.0.1", name_));
+  const std::vector<LogLine> lines = log_.lines();
+  EXPECT_TRUE(std::ranges::count(
+      lines, LogLine{1,
+                     0,
+                     L"CUtilLink::GetFQDN",
+                     L"DNS Query FAIL : [pDnsRecord : 0x00000000] [ErrorCode : 0x0000232a]",
+                     {},
+                     9002}));
+}
+
+TEST_F(UtilLinkTest, TheFirstRecordOfTheAnswerCounts) {
+  DnsPeer peer([](const std::string& question, bool) {
+    const std::string alias = PackName("alias.example");
+    return std::vector{Reply{.records = {PackRecord(kAskedName, kCname, alias),
+                                         PackRecord(alias, kPtr, PackName("printer.example"))}}
+                           .To(question)};
+  });
+  UsePort(peer.port());
+  EXPECT_EQ(0, CUtilLink::GetFQDN(L"192.0.2.1", "127.0.0.1", name_));
+  EXPECT_EQ(L"alias.example", name_);
+}
+
+TEST_F(UtilLinkTest, WhatCannotBeAskedIsNotAsked) {
+  DnsPeer peer(Always("x"));
+  UsePort(peer.port());
+  EXPECT_EQ(13, CUtilLink::GetFQDN(L"", "127.0.0.1", name_));
+  EXPECT_EQ(L"old", name_);
+  EXPECT_EQ(13, CUtilLink::GetFQDN(L"", name_));
+  EXPECT_EQ(L"old", name_);
+  for (const std::wstring& address : {std::wstring(L"printer"), std::wstring(300, L'1')}) {
+    EXPECT_EQ(123, CUtilLink::GetFQDN(address, "127.0.0.1", name_));
+    EXPECT_EQ(address, name_);
+  }
+  for (const char* server : {"localhost", "::1", "127.0.0.1.", "1"}) {
+    EXPECT_EQ(87, CUtilLink::GetFQDN(L"192.0.2.1", server, name_)) << server;
+    EXPECT_EQ(L"192.0.2.1", name_);
+  }
+  EXPECT_EQ(0, peer.questions());
+}
+
+TEST_F(UtilLinkTest, WithoutAConfigurationTheMachinesOwnServersAreAsked) {
+  // One empty server counts like none, and so does a configuration that cannot be had.
+  const ScopedDnsWait wait(std::chrono::milliseconds(1));
+  DnsPeer peer(Always("x"));
+  UsePort(peer.port());
+  machine_.servers = {""};
+  CUtilLink::GetFQDN(L"192.0.2.1", name_);
+  EXPECT_THAT(Lines(2)[3], "2 (192.0.2.1)をDNSサーバ（）へ問い合わせ ");
+  machine_.status = kErrorNotSupported;
+  CUtilLink::GetFQDN(L"192.0.2.1", name_);
+  const std::vector<std::string> lines = Lines(2);
+  EXPECT_EQ("5 GetNetworkParams failed with error: 50", lines.front());
+  EXPECT_EQ("2 (192.0.2.1)をDNSサーバの指定なしで問い合わせ", lines[lines.size() - 2]);
+}
+
+TEST_F(UtilLinkTest, ServersFormAChain) {
+  const std::vector<std::vector<std::string>> configurations = {
+      {""}, {"192.0.2.53"}, {"255.255.255.255", "10.0.0.1", "10.0.0.2"}};
+  for (const auto& servers : configurations) {
+    machine_.servers = servers;
+    int count = -1;
+    IP_ADDR_STRING* const first = CUtilLink::AllocDNSList(count);
+    EXPECT_EQ(static_cast<int>(servers.size()), count);
+    std::vector<std::string> chain;
+    for (const IP_ADDR_STRING* node = first; node != nullptr; node = node->Next) {
+      chain.emplace_back(node->IpAddress.String);
+      EXPECT_STREQ("", node->IpMask.String);
+      EXPECT_EQ(0u, node->Context);
+    }
+    EXPECT_EQ(servers, chain);
+    CUtilLink::FreeDNSList(first);
+  }
+  CUtilLink::FreeDNSList(nullptr);
+
+  // A configuration that grows between the two questions.
+  machine_.has_grown = true;
+  int count = -1;
+  log_.Clear();
+  EXPECT_EQ(nullptr, CUtilLink::AllocDNSList(count));
+  EXPECT_EQ(0, count);
+  EXPECT_THAT(Lines(0), ElementsAre("0 START", "2 アロケート不足の為、再アロケート",
+                                    "5 GetNetworkParams failed with error: 111"));
+}
+
+TEST_F(UtilLinkTest, ReversedAddresses) {
+  const struct {
+    std::wstring address;
+    const wchar_t* reversed;
+  } kCases[] = {
+      {L"1.2.3.4", L"4.3.2.1.IN-ADDR.ARPA"},
+      {L"192.168.100.200", L"200.100.168.192.IN-ADDR.ARPA"},
+      {L"1.2.3", L""},
+      {L"1.2.3.4.5", L""},
+      {L"1.2.3.04", L""},
+      {L"1.2.3.256", L""},
+      {L" 1.2.3.4", L""},
+      {L"1.2.3.4 ", L""},
+      {L"1.2..4", L""},
+      {L"1.2.3.４", L""},
+      {L"a.b.c.d", L""},
+      {L"::1.2.3.4", L""},
+      {std::wstring(300, L'1'), L""},
+      {L"", L""},
+  };
+  for (const auto& test : kCases) {
+    // A character behind the terminator tells whether anything is written there.
+    std::wstring buffer = test.address + std::wstring(1, L'\0') + L'|';
+    EXPECT_EQ(test.reversed, CUtilLink::ReverseIP(buffer.data())) << ToUtf8(test.address);
+    std::wstring left = test.address;
+    if (*test.reversed != L'\0') std::ranges::replace(left, L'.', L'\0');
+    EXPECT_EQ(left + std::wstring(1, L'\0') + L'|', buffer);
+  }
+  EXPECT_EQ(L"", CUtilLink::ReverseIP(nullptr));
+}
+
+}  // namespace
+}  // namespace vk::tq::testing
