@@ -65,6 +65,84 @@ class TQ_EXPORT CUtil {
   /// 2, number 0, "CUtil::SetFileAccess", with the last error as code and a text for the step that
   /// failed ("SID取得失敗" when there is no such account).
   static int SetFileAccess(const CString& path, const wchar_t* account, int mode);
+
+  // ---- Time and logon ----
+
+  /// Whether more time has gone by than a registration may last: 1 expired, 0 not.
+  ///
+  /// `tick` is an earlier reading of the tick counter, in milliseconds; a reading that is greater
+  /// than the present one was taken before the counter last wrapped at 32 bits. `days` below 10000
+  /// is a number of days, at most 30; from 10000 up, a ten-thousandth of it, cut, is a number of
+  /// minutes. A limit that is negative or does not fit 32 bits is 0xFFFFFFFF milliseconds. The
+  /// limit itself is not yet expired.
+  static int isExpiredDays(int days, std::uint64_t tick);
+
+  /// Whether a registration has ended: 1 expired or not valid, 0 valid. `first` and `second` are
+  /// the logon time that was stored and the present one: when either is empty, or they differ
+  /// without regard to case, it has ended. `tick` is the tick count that was stored, in decimal
+  /// digits; a text that is not wholly a number below 0xFFFFFFFF counts as expired, an empty one as
+  /// 0. With `days` 999 nothing is looked at, the result is 0; with 0 only the logon counts.
+  /// Otherwise isExpiredDays decides.
+  static int isUserRegistExpired(const CString& first, const CString& second, const CString& tick,
+                                 int days);
+
+  /// The local time at which the user's login session began, as 14 digits (year, month, day, hour,
+  /// minute, second), the same in every process of the session. Empty on failure, with one line:
+  /// level 2, number 0, "CUtil::GetLogonDateTimeFromLSA", with the last error as code and a text
+  /// for the step that failed.
+  static CString GetLogonDateTimeFromLSA();
+
+  // ---- Patterns ----
+
+  /// The error of an empty pattern.
+  static constexpr int ERR_REGEX_EMPTY = -1;
+
+  /// The first place of a text that matches a regular expression of the ECMAScript grammar, case
+  /// sensitive. 1, with the whole match as the result and error 0; a text without a match gives an
+  /// empty result. An empty pattern gives 0, the source as the result and ERR_REGEX_EMPTY, without
+  /// a line. A pattern ends at its first NUL.
+  ///
+  /// An error of the engine gives 0, the source as the result, the engine's code
+  /// (std::regex_constants::error_type) as the error, its description as the message, and one line:
+  /// level 5, number 0, "CUtil::ExtractPatternString",
+  /// "文字列から正規表現パターンに一致した文字列を抽出する際にエラーが発生しました。(%d: %s)".
+  /// No pattern and no text can exhaust the stack or run without end: foundation/bounded_search.h
+  /// says where the engine is stopped, and with which of its codes.
+  static int ExtractPatternString(const CString& source, const CString& pattern, CString& result,
+                                  int& error);
+  static int ExtractPatternString(const CString& source, const CString& pattern, CString& result,
+                                  int& error, CString& message);
+
+  // ---- Image log ids ----
+
+  /// Cuts an image log id out of a text: the 36 characters in front of the first delimiter go to
+  /// `id` (a buffer of at least 37 characters), and they and the delimiter are removed from the
+  /// text, in place. 1 when that was done. 0, and nothing is changed, when a pointer is null, when
+  /// the text has no delimiter or fewer than 36 characters in front of it, or when the registry
+  /// gives no delimiter; the last leaves a line: level 2, number 101414,
+  /// "CUtil::SepareteImaglogID", "イメログID取得処理無効で実施。".
+  static int SepareteImaglogID(wchar_t* text, wchar_t* id);
+
+  /// The delimiter behind an image log id, put into a buffer of at least 64 characters: the
+  /// registry value ImageLogIDDelimiter under
+  /// SOFTWARE\ORV-INC\Velkorandia\Tessaloquin\Option of the local machine, with Wow6432Node
+  /// behind SOFTWARE on an x64 processor. A longer value is cut to 63 characters. 1; or 0 and
+  /// "#SI#" when the value is missing or empty.
+  static int GetImageLogIDDelimiter(wchar_t* delimiter);
+
+  // ---- The machine ----
+
+  /// Appends the dotted IPv4 addresses of the machine's interfaces, the loopback interface
+  /// included, in the system's order. 1, also when there is none. On failure 0 and one line: level
+  /// 2, "CUtil::GetIPList", number 101413 when the number of addresses cannot be had or memory
+  /// lacks, 101412 when the addresses cannot.
+  static int GetIPList(CStringArray& addresses);
+
+  /// 1 when the system's version is 6.2 or later. `not_workstation`, when it is not null, becomes 1
+  /// on a system that is no workstation, else 0. Leaves one line at level 3, number 0,
+  /// "CUtil::IsWin8orLater". When the version cannot be had: 0, `not_workstation` is left alone,
+  /// and the line has level 5.
+  static int IsWin8orLater(int* not_workstation);
 };
 
 /// The names of the files in a directory that match a pattern with * and ?; directories are left

@@ -18,8 +18,7 @@ namespace vk::tq {
 namespace {
 
 constexpr int kClosed = -1;
-// Wide, it still fits the nearer caches.
-constexpr std::size_t kChunk = std::size_t{1} << 14;
+constexpr std::size_t kChunk = std::size_t{1} << 16;
 
 constexpr std::string_view kMarkUtf8 = "\xEF\xBB\xBF";
 constexpr std::string_view kMarkUtf16Le = "\xFF\xFE";

@@ -3,6 +3,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include "platform/posix/named_mutex_internal.h"
 #include "support/test_support.h"
 #include "users/shared_user_data_file_access.h"
 
@@ -14,6 +15,7 @@ using testing::LogLine;
 class UserDataFileAccessTest : public testing::ProductTest {
  protected:
   UserDataFileAccessTest() { WriteKeyFile(); }
+  internal::ScopedMutexNamespace mutexes_;
 };
 
 TEST_F(UserDataFileAccessTest, Directories) {

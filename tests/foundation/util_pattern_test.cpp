@@ -1,0 +1,263 @@
+#include <pthread.h>
+
+#include <chrono>
+#include <functional>
+#include <regex>
+
+#include "foundation/util.h"
+#include "platform/system_info.h"
+#include "support/test_support.h"
+
+namespace vk::tq::testing {
+namespace {
+
+using ::testing::ElementsAre;
+using ::testing::IsEmpty;
+
+class UtilPatternTest : public ProductTest {
+ protected:
+  // Both forms must say the same.
+  int Extract(const std::wstring& source, const std::wstring& pattern) {
+    const int result = CUtil::ExtractPatternString(source, pattern, result_, error_, message_);
+    CString short_result;
+    int short_error = 77;
+    const std::size_t lines = log_.lines().size();
+    EXPECT_EQ(result, CUtil::ExtractPatternString(source, pattern, short_result, short_error));
+    EXPECT_EQ(result_, short_result);
+    EXPECT_EQ(error_, short_error);
+    EXPECT_EQ(2 * lines, log_.lines().size());
+    return result;
+  }
+
+  void WriteRegistry(const std::string& key, const std::string& value) {
+    WriteNative(native("registry.ini"), "[" + key + "]\r\nImageLogIDDelimiter = " + value + "\r\n");
+  }
+
+  CString result_ = L"old";
+  int error_ = 77;
+  CString message_ = L"old";
+};
+
+std::wstring Repeat(std::wstring_view text, int count) {
+  std::wstring repeated;
+  for (int i = 0; i < count; ++i) repeated += text;
+  return repeated;
+}
+
+TEST_F(UtilPatternTest, TheFirstMatchIsExtracted) {
+  const struct {
+    const wchar_t* source;
+    const wchar_t* pattern;
+    const wchar_t* result;
+  } kCases[] = {
+      {L"abc123", L"\\d+", L"123"},
+      {L"abc123def456", L"[0-9]+", L"123"},
+      {L"abc", L"\\d+", L""},
+      {L"", L"a", L""},
+      {L"Abc", L"abc", L""},
+      {L"見積書_2024.pdf", L"_(\\d{4})\\.", L"_2024."},
+      {L"aXbXc", L"a.*X", L"aXbX"},
+      {L"aXbXc", L"a.*?X", L"aX"},
+      {L"a\nb", L"^b", L""},
+      {L"xaby", L"a|ab", L"a"},
+      {L"one two", L"\\btwo\\b", L"two"},
+      {L"abab", L"(ab)\\1", L"abab"},
+      {L"foobar", L"foo(?=bar)", L"foo"},
+      {L"日本", L"\\w", L""},
+  };
+  for (const auto& test : kCases) {
+    EXPECT_EQ(1, Extract(test.source, test.pattern)) << ToUtf8(test.pattern);
+    EXPECT_EQ(test.result, result_) << ToUtf8(test.pattern);
+    EXPECT_EQ(0, error_);
+    EXPECT_EQ(L"", message_);
+  }
+  EXPECT_THAT(log_.lines(), IsEmpty());
+  // The source may be the result.
+  CString text = L"abc123";
+  EXPECT_EQ(1, CUtil::ExtractPatternString(text, L"\\d", text, error_));
+  EXPECT_EQ(L"1", text);
+}
+
+TEST_F(UtilPatternTest, AnEmptyPatternIsAnErrorOfItsOwn) {
+  for (const std::wstring& pattern : {std::wstring(), std::wstring(1, L'\0') + L"a"}) {
+    EXPECT_EQ(0, Extract(L"source", pattern));
+    EXPECT_EQ(L"source", result_);
+    EXPECT_EQ(CUtil::ERR_REGEX_EMPTY, error_);
+    EXPECT_EQ(L"", message_);
+  }
+  EXPECT_THAT(log_.lines(), IsEmpty());
+}
+
+TEST_F(UtilPatternTest, ABadPatternGivesTheEnginesCode) {
+  using namespace std::regex_constants;
+  const std::pair<const wchar_t*, error_type> kCases[] = {
+      {L"[", error_brack},     {L"(", error_paren},         {L"a)", error_paren},
+      {L"\\", error_escape},   {L"a{3,2}", error_badbrace}, {L"[b-a]", error_range},
+      {L"\\1", error_backref},
+  };
+  for (const auto& [pattern, code] : kCases) {
+    log_.Clear();
+    EXPECT_EQ(0, Extract(L"source", pattern)) << ToUtf8(pattern);
+    EXPECT_EQ(L"source", result_);
+    EXPECT_EQ(static_cast<int>(code), error_) << ToUtf8(pattern);
+    EXPECT_NE(L"", message_);
+    const LogLine line{5, 0, L"CUtil::ExtractPatternString",
+                       L"文字列から正規表現パターンに一致した文字列を抽出する際にエラーが発生しま"
+                       L"した。(" +
+                           std::to_wstring(error_) + L": " + message_ + L")"};
+    EXPECT_THAT(log_.lines(), ElementsAre(line, line));
+  }
+}
+
+// What would otherwise exhaust the stack, the memory or the day.
+struct HeavySearch {
+  std::wstring source;
+  std::wstring pattern;
+  std::regex_constants::error_type code;
+};
+
+std::vector<HeavySearch> HeavySearches() {
+  using namespace std::regex_constants;
+  const std::wstring long_text(1'000'000, L'a');
+  return {
+      {std::wstring(64, L'a'), L"(a+)+b", error_complexity},
+      {L"aaaa", L"(?:(?:(?:(?:a*)*)*)*)*b", error_complexity},
+      {L"", L"(?:|){40}x", error_complexity},
+      {long_text, L"^(a|b)*x", error_stack},
+      {long_text, L"(.*)x", error_stack},
+      {L"a", Repeat(L"(", 100'000) + Repeat(L")", 100'000), error_space},
+      {L"a", Repeat(L"a", 100'000), error_space},
+      {L"a", L"(((a{100}){100}){100}){100}", error_space},
+      {L"a", L"a{2000000000}", error_space},
+      {L"a", L"a{99999999999999999999}", error_space},
+      {L"a", L"(?:|[\\]({](?:|){9}){300}", error_space},
+      {L"a", L"(?:|\\c(\\c[){400}", error_space},
+      {L"a", L"(?:|[[:alpha:]]){400}", error_space},
+  };
+}
+
+TEST_F(UtilPatternTest, AHeavySearchIsStopped) {
+  const auto start = std::chrono::steady_clock::now();
+  for (const HeavySearch& heavy : HeavySearches()) {
+    CString result;
+    EXPECT_EQ(0, CUtil::ExtractPatternString(heavy.source, heavy.pattern, result, error_));
+    EXPECT_EQ(static_cast<int>(heavy.code), error_) << ToUtf8(heavy.pattern.substr(0, 40));
+    EXPECT_EQ(heavy.source.size(), result.size());
+  }
+  EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(60));
+}
+
+// Runs a function on a thread with a stack of that size.
+void RunOnStack(std::size_t size, std::function<void()> work) {
+  pthread_attr_t attributes;
+  pthread_attr_init(&attributes);
+  pthread_attr_setstacksize(&attributes, size);
+  pthread_t thread{};
+  const auto run = [](void* function) -> void* {
+    (*static_cast<std::function<void()>*>(function))();
+    return nullptr;
+  };
+  ASSERT_EQ(0, pthread_create(&thread, &attributes, run, &work));
+  pthread_join(thread, nullptr);
+  pthread_attr_destroy(&attributes);
+}
+
+TEST_F(UtilPatternTest, ASmallStackIsRespected) {
+  using std::regex_constants::error_stack;
+  RunOnStack(256 * 1024, [&] {
+    const std::wstring text(10'000, L'a');
+    for (const auto& pattern :
+         {std::wstring(L"(a|b)*x"), std::wstring(L"a*?x"), std::wstring(L"(?=(a*))x"),
+          Repeat(L"(?:|)", 100), Repeat(L"(", 150) + Repeat(L")", 150), Repeat(L"a", 1900)}) {
+      CString result;
+      EXPECT_EQ(0, CUtil::ExtractPatternString(text, pattern, result, error_));
+      EXPECT_EQ(static_cast<int>(error_stack), error_) << ToUtf8(pattern.substr(0, 40));
+    }
+    CString result;
+    EXPECT_EQ(1, CUtil::ExtractPatternString(text + L"192.168.0.1", L"(\\d{1,3}\\.){3}\\d{1,3}",
+                                             result, error_));
+    EXPECT_EQ(L"192.168.0.1", result);
+  });
+}
+
+class OtherProcessor : public Machine {
+ public:
+  std::uint16_t ProcessorArchitecture() override { return number; }
+  std::uint16_t number = kArchitectureX64;
+};
+
+constexpr const char* kKey = "SOFTWARE\\ORV-INC\\Velkorandia\\Tessaloquin\\Option";
+constexpr const char* kKeyOfX64 =
+    "SOFTWARE\\Wow6432Node\\ORV-INC\\Velkorandia\\Tessaloquin\\Option";
+
+TEST_F(UtilPatternTest, TheDelimiterComesFromTheRegistry) {
+  OtherProcessor processor;
+  const ScopedMachine use_machine(processor);
+  const struct {
+    const char* key;
+    std::string value;
+    std::uint16_t processor;
+    std::wstring delimiter;
+  } kCases[] = {
+      {kKeyOfX64, "#ID#", kArchitectureX64, L"#ID#"},
+      {kKey, "#ID#", kArchitectureX64, L""},
+      {kKey, "＃区切＃", 12, L"＃区切＃"},
+      {kKeyOfX64, "#ID#", 0, L""},
+      {kKeyOfX64, "", kArchitectureX64, L""},
+      {kKeyOfX64, std::string(200, 'x'), kArchitectureX64, std::wstring(63, L'x')},
+  };
+  for (const auto& test : kCases) {
+    processor.number = test.processor;
+    WriteRegistry(test.key, test.value);
+    std::wstring buffer(66, L'|');
+    EXPECT_EQ(!test.delimiter.empty(), CUtil::GetImageLogIDDelimiter(buffer.data()));
+    EXPECT_EQ(test.delimiter.empty() ? L"#SI#" : test.delimiter, buffer.c_str());
+    EXPECT_EQ(L"||", buffer.substr(64));
+  }
+}
+
+TEST_F(UtilPatternTest, AnImageLogIdIsCutOut) {
+  OtherProcessor processor;
+  const ScopedMachine use_machine(processor);
+  WriteRegistry(kKeyOfX64, "#SI#");
+  const std::wstring id = L"0123456789abcdef0123456789ABCDEFwxyz";
+  ASSERT_EQ(36u, id.size());
+  const struct {
+    std::wstring text;
+    int result;
+    std::wstring left;
+  } kCases[] = {
+      {id + L"#SI#rest", 1, L"rest"},
+      {L"x" + id + L"#SI#rest", 1, L"xrest"},
+      {id + L"#SI#", 1, L""},
+      {id.substr(1) + L"#SI#rest", 0, id.substr(1) + L"#SI#rest"},
+      {L"見積" + id + L"#SI#" + id + L"#SI#", 1, L"見積" + id + L"#SI#"},
+      // The first delimiter counts, even where it stands too early.
+      {L"#SI#" + id + L"#SI#", 0, L"#SI#" + id + L"#SI#"},
+      {id, 0, id},
+      {L"", 0, L""},
+  };
+  for (const auto& test : kCases) {
+    std::wstring text = test.text;
+    std::wstring buffer(38, L'|');
+    EXPECT_EQ(test.result, CUtil::SepareteImaglogID(text.data(), buffer.data()));
+    EXPECT_EQ(test.left, text.c_str());
+    EXPECT_EQ(test.result == 1 ? id + std::wstring(1, L'\0') + L'|' : std::wstring(38, L'|'),
+              buffer);
+  }
+  std::wstring text = id + L"#SI#";
+  EXPECT_EQ(0, CUtil::SepareteImaglogID(nullptr, text.data()));
+  EXPECT_EQ(0, CUtil::SepareteImaglogID(text.data(), nullptr));
+  EXPECT_THAT(log_.lines(), IsEmpty());
+
+  // Without the registry value the function is off.
+  WriteNative(native("registry.ini"), "");
+  std::wstring buffer(37, L'|');
+  EXPECT_EQ(0, CUtil::SepareteImaglogID(text.data(), buffer.data()));
+  EXPECT_EQ(id + L"#SI#", text);
+  EXPECT_THAT(log_.lines(), ElementsAre(LogLine{2, 101414, L"CUtil::SepareteImaglogID",
+                                                L"イメログID取得処理無効で実施。"}));
+}
+
+}  // namespace
+}  // namespace vk::tq::testing

@@ -1,0 +1,182 @@
+#include <time.h>
+#include <unistd.h>
+
+#include <optional>
+
+#include "foundation/util.h"
+#include "platform/clock.h"
+#include "platform/error.h"
+#include "platform/posix/login_session.h"
+#include "platform/system_info.h"
+#include "support/test_support.h"
+
+namespace vk::tq::testing {
+namespace {
+
+using ::testing::ElementsAre;
+using ::testing::IsEmpty;
+
+class MovedTicks : public Clock {
+ public:
+  std::int64_t Now() override { return 0; }
+  std::uint32_t TickCount() override { return ticks; }
+  void Sleep(std::uint32_t) override {}
+
+  std::uint32_t ticks = 0;
+};
+
+class UtilTimeTest : public ProductTest {
+ protected:
+  MovedTicks clock_;
+  ScopedClock use_clock_{clock_};
+};
+
+TEST_F(UtilTimeTest, ARegistrationLastsUpToItsLimit) {
+  constexpr std::uint64_t kDay = 86'400'000;
+  constexpr std::uint64_t kMinute = 60'000;
+  const struct {
+    int days;
+    std::uint64_t limit;
+  } kCases[] = {
+      {0, 0},
+      {1, kDay},
+      {5, 5 * kDay},
+      {30, 30 * kDay},
+      {31, 30 * kDay},
+      {45, 30 * kDay},
+      {9999, 30 * kDay},
+      {10000, kMinute},
+      {19999, kMinute},
+      {20000, 2 * kMinute},
+      {100000, 10 * kMinute},
+      {715'820'000, 71582 * kMinute},
+  };
+  for (const auto& test : kCases) {
+    // The counter may have wrapped in the meantime.
+    for (const std::uint64_t start : {std::uint64_t{1000}, std::uint64_t{0xFFFFFF00}}) {
+      clock_.ticks = static_cast<std::uint32_t>(start + test.limit);
+      EXPECT_EQ(0, CUtil::isExpiredDays(test.days, start)) << test.days;
+      ++clock_.ticks;
+      EXPECT_EQ(1, CUtil::isExpiredDays(test.days, start)) << test.days;
+    }
+  }
+}
+
+TEST_F(UtilTimeTest, ALimitBeyondTheCounterIsNeverReached) {
+  for (const int days : {-1, -10000, 715'830'000, 2'147'483'647, -2'147'483'647 - 1}) {
+    clock_.ticks = 999;
+    EXPECT_EQ(0, CUtil::isExpiredDays(days, 1000)) << days;
+    clock_.ticks = 0xFFFFFFFF;
+    EXPECT_EQ(0, CUtil::isExpiredDays(days, 0)) << days;
+    // No reading of the counter was ever like this.
+    EXPECT_EQ(1, CUtil::isExpiredDays(days, std::uint64_t{1} << 40)) << days;
+  }
+}
+
+TEST_F(UtilTimeTest, ARegistrationEndsWithTheLogonOrItsTime) {
+  clock_.ticks = 4'000'000'000;
+  const struct {
+    const wchar_t* first;
+    const wchar_t* second;
+    const wchar_t* tick;
+    int days;
+    int expired;
+  } kCases[] = {
+      {L"", L"", L"x", 999, 0},
+      {L"a", L"b", L"", 999, 0},
+      {L"", L"", L"4000000000", 5, 1},
+      {L"20240101000000", L"", L"4000000000", 5, 1},
+      {L"", L"20240101000000", L"4000000000", 5, 1},
+      {L"20240101000000", L"20240101000001", L"4000000000", 0, 1},
+      {L"AbＣ", L"aBｃ", L"x", 0, 0},
+      {L"a", L"a", L"4000000000", 5, 0},
+      {L"a", L"a", L" +4000000000", 5, 0},
+      {L"a", L"a", L"3567999999", 5, 1},
+      {L"a", L"a", L"3568000000", 5, 0},
+      {L"a", L"a", L"12x", 5, 1},
+      {L"a", L"a", L"4000000000 ", 5, 1},
+      {L"a", L"a", L"0x10", 5, 1},
+      {L"a", L"a", L"4000000000.0", 5, 1},
+      {L"a", L"a", L" ", 5, 1},
+      {L"a", L"a", L"-", 5, 1},
+      {L"a", L"a", L"+-5", 5, 1},
+      {L"a", L"a", L"4294967295", -1, 1},
+      {L"a", L"a", L"4294967294", -1, 0},
+      {L"a", L"a", L"4294967296", -1, 1},
+      {L"a", L"a", L"99999999999999999999999999", -1, 1},
+      // A sign is taken back modulo 2^32: these are 4294967294, 4294967295 and out of range.
+      {L"a", L"a", L"-2", -1, 0},
+      {L"a", L"a", L"-1", -1, 1},
+      {L"a", L"a", L"-4294967296", -1, 1},
+      // An empty text is the counter's start.
+      {L"a", L"a", L"", 5, 1},
+      {L"a", L"a", L"", -1, 0},
+  };
+  for (const auto& test : kCases) {
+    EXPECT_EQ(test.expired,
+              CUtil::isUserRegistExpired(test.first, test.second, test.tick, test.days))
+        << ToUtf8(test.first) << ", " << ToUtf8(test.tick) << ", " << test.days;
+  }
+}
+
+class LogonMachine : public Machine {
+ public:
+  bool LogonTime(LocalTime& time, LogonStep& step) override {
+    if (failure) {
+      step = *failure;
+      SetLastError(1312);
+      return false;
+    }
+    time = {2024, 3, 1, 4, 5, 6};
+    return true;
+  }
+
+  std::optional<LogonStep> failure;
+};
+
+TEST_F(UtilTimeTest, TheLogonTimeHasFourteenDigits) {
+  LogonMachine machine;
+  const ScopedMachine use_machine(machine);
+  EXPECT_EQ(L"20240301040506", CUtil::GetLogonDateTimeFromLSA());
+  EXPECT_THAT(log_.lines(), IsEmpty());
+  const std::pair<LogonStep, const wchar_t*> kSteps[] = {
+      {LogonStep::kToken, L"トークンのハンドルの取得に失敗しました。"},
+      {LogonStep::kTokenInformation, L"トークンの情報の取得に失敗しました。"},
+      {LogonStep::kSessionData, L"ログオンセッションのデータの取得に失敗しました。"},
+  };
+  for (const auto& [step, text] : kSteps) {
+    machine.failure = step;
+    EXPECT_EQ(L"", CUtil::GetLogonDateTimeFromLSA());
+    EXPECT_THAT(log_.lines(),
+                ElementsAre(LogLine{2, 0, L"CUtil::GetLogonDateTimeFromLSA", text, {}, 1312}));
+    log_.Clear();
+  }
+}
+
+TEST_F(UtilTimeTest, EveryProcessOfASessionHasTheSameLogonTime) {
+  const auto tell = [&](const std::string& file) {
+    WriteNative(native(file), ToUtf8(CUtil::GetLogonDateTimeFromLSA()));
+    return 0;
+  };
+  const time_t before = time(nullptr);
+  ChildProcess leader([&] {
+    setsid();
+    tell("leader");
+    usleep(1'100'000);
+    return ChildProcess([&] { return tell("member"); }).Wait();
+  });
+  ASSERT_EQ(0, leader.Wait());
+  const std::string logon = ReadNative(native("leader"));
+  EXPECT_EQ(logon, ReadNative(native("member")));
+  ASSERT_EQ(14u, logon.size());
+  if (RecordedLogin(ReadNative("/proc/self/cgroup"), "/run/systemd")) return;
+  // No login manager knows better: the session began with its leader. The kernel counts from the
+  // boot, whose time it knows to the second.
+  tm parts{};
+  ASSERT_NE(nullptr, strptime(logon.c_str(), "%Y%m%d%H%M%S", &parts));
+  parts.tm_isdst = -1;
+  EXPECT_NEAR(static_cast<double>(before), static_cast<double>(mktime(&parts)), 30);
+}
+
+}  // namespace
+}  // namespace vk::tq::testing
