@@ -63,9 +63,17 @@ enum class SecurityStep {
   kWriteDescriptor,
 };
 
-/// Each gives kNone on success, else the step that failed, with the last error set.
+/// Each of these gives kNone on success, else the step that failed, with the last error set. A link
+/// in place of the object is not followed: error 5.
+
+/// The account of a name; kLookUpAccount, 1332, when there is none.
 SecurityStep LookUpAccount(const std::wstring& name, AccountId& account);
+
 SecurityStep ReadAccessList(const std::wstring& path, AccessList& list);
+
+/// Replaces the access list of an object: all of it, or nothing. kWriteDescriptor with 5 for anybody
+/// who does not own the object, and with 50 on a file system that keeps no lists. Not every platform
+/// can say everything: what it cannot, it refuses at kAddEntry with 50.
 SecurityStep WriteAccessList(const std::wstring& path, const AccessList& list);
 
 }  // namespace vk::tq

@@ -82,6 +82,7 @@ struct AclDeleter {
 };
 using AclHandle = std::unique_ptr<std::remove_pointer_t<acl_t>, AclDeleter>;
 
+constexpr unsigned kPermissions[] = {ACL_READ, ACL_WRITE, ACL_EXECUTE};
 constexpr unsigned kAllPermissions = ACL_READ | ACL_WRITE | ACL_EXECUTE;
 
 // An ACL with its mask worked in: each permission is what really counts. So a mask that is made
@@ -103,7 +104,7 @@ unsigned PermissionsOf(acl_entry_t entry) {
   acl_permset_t set = nullptr;
   unsigned permissions = 0;
   if (acl_get_permset(entry, &set) != 0) return 0;
-  for (const unsigned one : {ACL_READ, ACL_WRITE, ACL_EXECUTE}) {
+  for (const unsigned one : kPermissions) {
     if (acl_get_perm(set, one) == 1) permissions |= one;
   }
   return permissions;

@@ -60,6 +60,9 @@ thread_local ThreadState* thread_state = nullptr;
 // What a thread owns at its end is abandoned.
 struct ThreadEnd {
   bool is_needed = false;
+  ThreadEnd() = default;
+  ThreadEnd(const ThreadEnd&) = delete;
+  ThreadEnd& operator=(const ThreadEnd&) = delete;
   ~ThreadEnd() {
     if (thread_state == nullptr) return;
     for (const Ownership& owned : thread_state->owned) {

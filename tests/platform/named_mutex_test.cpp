@@ -209,7 +209,7 @@ TEST_F(NamedMutexTest, KilledOwnerIsReportedOnce) {
     std::atomic<bool> is_inside;
   };
   const Shared<Record> record;
-  std::mt19937 random(::testing::UnitTest::GetInstance()->random_seed());
+  std::mt19937 random(static_cast<unsigned>(::testing::UnitTest::GetInstance()->random_seed()));
   std::uniform_int_distribution<int> pause_microseconds(0, 400);
   int seen = 0;
   for (int i = 0; i < 250; ++i) {
@@ -276,7 +276,7 @@ TEST_P(KillStormTest, NobodyHangsOrDoubles) {
     }
     return 0;
   };
-  std::mt19937 random(::testing::UnitTest::GetInstance()->random_seed());
+  std::mt19937 random(static_cast<unsigned>(::testing::UnitTest::GetInstance()->random_seed()));
   std::vector<std::unique_ptr<ChildProcess>> workers;
   for (int i = 0; i < 4; ++i) workers.push_back(std::make_unique<ChildProcess>(worker));
   int kills = 0;
