@@ -7,7 +7,6 @@
 
 #include <cstdint>
 #include <functional>
-#include <source_location>
 #include <utility>
 
 #include "foundation/log.h"
@@ -100,35 +99,33 @@ class LockOperations {
   /// by default.
   template <class Take, class Work>
   static int RunLocked(const Take& take, int without_lock, const ExceptionLine& line,
-                       const Work& work,
-                       std::source_location where = std::source_location::current()) {
+                       const Work& work, int source_line = __builtin_LINE()) {
     Attributes attributes;
     const Held held{take(attributes.get())};
     if (held.mutex == nullptr) return without_lock;
     int result = 0;
-    Catch(line, where, work, result);
+    Catch(line, source_line, work, result);
     return result;
   }
 
   /// Runs an operation whose caller holds the lock: an exception leaves the line and gives 0.
   template <class Work>
   static int RunGuarded(const ExceptionLine& line, const Work& work,
-                        std::source_location where = std::source_location::current()) {
+                        int source_line = __builtin_LINE()) {
     int result = 0;
-    return Catch(line, where, work, result) ? result : 0;
+    return Catch(line, source_line, work, result) ? result : 0;
   }
 
  private:
   static void LogException(const ExceptionLine& line, int source_line) noexcept;
 
   template <class Work>
-  static bool Catch(const ExceptionLine& line, const std::source_location& where, const Work& work,
-                    int& result) {
+  static bool Catch(const ExceptionLine& line, int source_line, const Work& work, int& result) {
     try {
       work(result);
       return true;
     } catch (...) {
-      LogException(line, static_cast<int>(where.line()));
+      LogException(line, source_line);
       return false;
     }
   }

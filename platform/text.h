@@ -83,6 +83,9 @@ std::wstring ToUpper(std::wstring_view text);
 
 bool EqualsNoCase(std::wstring_view left, std::wstring_view right);
 
+/// A hash value that texts have in common when they are equal without regard to case.
+std::size_t HashNoCase(std::wstring_view text);
+
 /// Without the white space at both ends; full-width blanks count as white space, as in iswspace.
 std::wstring_view TrimView(std::wstring_view text);
 inline std::wstring Trim(std::wstring_view text) { return std::wstring(TrimView(text)); }

@@ -41,7 +41,7 @@ void CLangageManager::SetLangList() {
 
 int CLangageManager::GetHashTbl(const wchar_t* path) {
   try {
-    const auto bytes = ReadFile(InternalPath(path));
+    const auto bytes = ReadFile(InternalPath(path ? path : L""));
     std::string_view rest;
     if (bytes) rest = {reinterpret_cast<const char*>(bytes->data()), bytes->size()};
     while (!rest.empty()) {
@@ -58,14 +58,16 @@ int CLangageManager::GetHashTbl(const wchar_t* path) {
   }
 }
 
-// Each line is converted by itself, so that bad bytes spoil no other.
+// Key and value of each line are converted by themselves, so that bad bytes spoil nothing else. The
+// byte of "=" is part of no other character.
 void CLangageManager::AddEntry(std::string_view line) {
-  CString text = CUtil::ConvertToUnicode(kCodePageUtf8, std::string(line).c_str());
-  const std::size_t separator = text.find(L'=');
-  if (separator == CString::npos || separator == 0) return;
-  CString value = text.substr(separator + 1);
-  text.resize(separator);
-  Messages().try_emplace(std::move(text), std::move(value));
+  line = line.substr(0, line.find('\0'));
+  const std::size_t separator = line.find('=');
+  if (separator == std::string_view::npos || separator == 0) return;
+  const auto wide = [](std::string_view bytes) {
+    return CUtil::ConvertToUnicode(kCodePageUtf8, std::string(bytes).c_str());
+  };
+  Messages().try_emplace(wide(line.substr(0, separator)), wide(line.substr(separator + 1)));
 }
 
 CLangageManager::MessageTable& CLangageManager::Messages() {
@@ -92,6 +94,7 @@ CString CLangageManager::GetLangResourceDecodeNewLine(int key) {
 }
 
 CString CLangageManager::GetDispMessage(const wchar_t* key) {
+  if (key == nullptr) return {};
   const auto found = Messages().find(std::wstring_view(key));
   return found != Messages().end() ? found->second : CString();
 }

@@ -15,7 +15,8 @@ namespace vk::tq {
 
 namespace {
 
-constexpr wchar_t kLoadFile[] = L"CSystemSetting::LoadFile";
+constexpr std::wstring_view kLoadFile = L"CSystemSetting::LoadFile";
+constexpr std::wstring_view kItemKey = L"項目キー";
 
 /// What becomes of a field before it is stored.
 enum Treatment {
@@ -102,7 +103,7 @@ struct CSystemSetting::Items {
 };
 
 CSystemSetting::CSystemSetting(const wchar_t* path, unsigned int flags)
-    : path_(InternalPath(path)), flags_(flags) {}
+    : path_(InternalPath(path ? path : L"")), flags_(flags) {}
 
 int CSystemSetting::LoadFile() {
   Log4cxxMgr::LogOutDetail(0, 0, kLoadFile, __LINE__, L"START");
@@ -115,7 +116,7 @@ int CSystemSetting::LoadFile() {
 
 void CSystemSetting::StoreRow() {
   const CString& key = row_[0];
-  Log4cxxMgr::LogOutDetail(1, 101300010, kLoadFile, __LINE__, L"項目キー", key);
+  Log4cxxMgr::LogOutDetail(1, 101300010, kLoadFile, __LINE__, kItemKey, key);
   const Item* item = Items::Find(key);
   if (item == std::end(Items::kAll)) return;
   const int number = item->key;
@@ -202,30 +203,33 @@ int CSystemSetting::SplitLine(std::wstring_view line) {
   CString* field = &EmptyField(fields++);
   const auto is_separator = [&](std::size_t at) { return line[at] == SEPARATOR_CHAR; };
   for (std::size_t i = 0; i < line.size(); ++i) {
-    const wchar_t c = line[i];
-    if (c == QUOTE_CHAR) {
-      const bool is_last = i + 1 == line.size();
-      if (in_quote && !is_last && line[i + 1] == QUOTE_CHAR) {
-        *field += QUOTE_CHAR;
-        ++i;
-        continue;
-      }
-      in_quote = !in_quote;
-      const bool is_dropped = i <= 2 || is_last || is_separator(i + 1) || is_separator(i - 1);
-      if (!is_dropped) *field += QUOTE_CHAR;
-    } else if (c == SEPARATOR_CHAR && !in_quote) {
+    const std::size_t start = i;
+    const wchar_t end_of_run = in_quote ? QUOTE_CHAR : SEPARATOR_CHAR;
+    while (i < line.size() && line[i] != QUOTE_CHAR && line[i] != end_of_run) ++i;
+    field->append(line, start, i - start);
+    if (i == line.size()) break;
+    if (line[i] == SEPARATOR_CHAR) {
       field = &EmptyField(fields++);
-    } else {
-      *field += c;
+      continue;
     }
+    const bool is_last = i + 1 == line.size();
+    if (in_quote && !is_last && line[i + 1] == QUOTE_CHAR) {
+      *field += QUOTE_CHAR;
+      ++i;
+      continue;
+    }
+    in_quote = !in_quote;
+    const bool is_dropped = i <= 2 || is_last || is_separator(i + 1) || is_separator(i - 1);
+    if (!is_dropped) *field += QUOTE_CHAR;
   }
   return fields;
 }
 
 CString& CSystemSetting::EmptyField(int field) {
   if (field == row_.GetSize()) row_.Add({});
-  row_[field].clear();
-  return row_[field];
+  CString& text = row_[field];
+  text.clear();
+  return text;
 }
 
 void CSystemSetting::WriteCSV(const wchar_t* text) {
@@ -243,7 +247,9 @@ int CSystemSetting::GetDataStr(CString& text, int field) const {
 int CSystemSetting::GetDataStr(wchar_t* buffer, int limit, int field) const {
   constexpr int kLongest = 255;
   CString text;
-  if (!GetDataStr(text, field) || text.empty() || limit < 1) return 0;
+  if (!GetDataStr(text, field) || text.empty() || buffer == nullptr || limit < 1) {
+    return 0;
+  }
   const std::size_t size = text.copy(buffer, static_cast<std::size_t>(std::min(limit, kLongest)));
   buffer[size] = L'\0';
   return static_cast<int>(size);

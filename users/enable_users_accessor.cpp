@@ -6,16 +6,15 @@
 #include <vector>
 
 #include "foundation/log.h"
-#include "foundation/util.h"
+#include "foundation/product_folder.h"
 #include "platform/clock.h"
 #include "platform/error.h"
 #include "platform/file.h"
 #include "platform/path.h"
 #include "platform/profile.h"
-#include "platform/secure_memory.h"
+#include "platform/stdio_file.h"
 #include "platform/text.h"
 #include "storage/crypto.h"
-#include "users/product_folder.h"
 
 namespace vk::tq {
 namespace {
@@ -36,6 +35,13 @@ void LogText(int level, const wchar_t* function, int line, const wchar_t* format
              const Arguments&... arguments) {
   if (!Log4cxxMgr::IsKept(level)) return;
   Log4cxxMgr::LogOutDetail(level, 0, function, line, Format(format, arguments...));
+}
+
+// A line about a job user who has no entry of his own, whose name it gives in upper case.
+void LogUnknown(const wchar_t* function, int line, const wchar_t* format, const CString& job_user) {
+  if (!Log4cxxMgr::IsKept(2)) return;
+  const CString user = ToUpper(job_user);
+  LogText(2, function, line, format, user, user);
 }
 
 void LogOpenFailure(ErrorCode error) {
@@ -92,38 +98,37 @@ std::vector<CString> EntryNames(const Profile& profile, const wchar_t* section) 
   return names;
 }
 
-// The text of a file that begins with a byte-order mark or is in the ANSI code page.
-CString DecodeMarkedText(std::string_view bytes) {
-  constexpr std::pair<std::string_view, unsigned> kMarks[] = {
-      {"\xFF\xFE", kCodePageUtf16Le},
-      {"\xEF\xBB\xBF", kCodePageUtf8},
-  };
-  for (const auto& [mark, code_page] : kMarks) {
-    if (bytes.starts_with(mark)) {
-      return DecodeText(code_page, bytes.substr(mark.size())).value_or(CString());
-    }
-  }
-  return DecodeText(kCodePageAnsi, bytes).value_or(CString());
-}
-
 }  // namespace
 
 CEnableUsersAccessor* CEnableUsersAccessor::s_pInstance = nullptr;
 
 CEnableUsersAccessor* CEnableUsersAccessor::GetInstance() {
-  s_pInstance =
-      GetInstance(CUtil::GetSpecialFolderPath(kFolderCommonAppData) + kProductFolder + L"\\config");
+  if (!IsCurrent()) Renew(ProductPath(L"\\config"));
   return s_pInstance;
 }
 
 CEnableUsersAccessor* CEnableUsersAccessor::GetInstance(const CString& directory) {
-  if (s_pInstance != nullptr) {
-    const std::int64_t last_write = LastWrite(s_pInstance->m_strListPath);
-    if (last_write == 0 || last_write == s_pInstance->m_ftLastWrite) return s_pInstance;
-    delete std::exchange(s_pInstance, nullptr);
-  }
-  s_pInstance = new CEnableUsersAccessor(directory);
+  if (!IsCurrent()) Renew(directory);
   return s_pInstance;
+}
+
+bool CEnableUsersAccessor::IsCurrent() {
+  if (s_pInstance == nullptr) return false;
+  const std::int64_t last_write = LastWrite(s_pInstance->m_strListPath);
+  return last_write == 0 || last_write == s_pInstance->m_ftLastWrite;
+}
+
+void CEnableUsersAccessor::Renew(const CString& directory) {
+  delete std::exchange(s_pInstance, nullptr);
+  s_pInstance = new CEnableUsersAccessor(directory);
+}
+
+std::size_t CEnableUsersAccessor::HashName::operator()(const CString& name) const {
+  return HashNoCase(name);
+}
+
+bool CEnableUsersAccessor::EqualName::operator()(const CString& left, const CString& right) const {
+  return EqualsNoCase(left, right);
 }
 
 CEnableUsersAccessor::CEnableUsersAccessor(const CString& directory) {
@@ -192,23 +197,19 @@ bool CEnableUsersAccessor::ReadEntries(const CString& path) {
 }
 
 bool CEnableUsersAccessor::ReadLines(const CString& path) {
-  const auto bytes = ReadFile(path);
-  if (!bytes) {
+  CStdioFile file;
+  if (!file.Open(path.c_str(), CStdioFile::modeRead | CStdioFile::shareExclusive)) {
     LogOpenFailure(GetLastError());
     return false;
   }
-  CString text = DecodeMarkedText({reinterpret_cast<const char*>(bytes->data()), bytes->size()});
-  const WipeOnExit wipe(text);
-  text.resize(text.find_last_not_of(L'\0') + 1);
-  std::wstring_view rest = text;
-  while (!rest.empty()) {
-    const std::size_t end = rest.find(L'\n');
-    const std::wstring_view line = rest.substr(0, end);
-    rest.remove_prefix(end == std::wstring_view::npos ? rest.size() : end + 1);
+  for (CString line; file.ReadString(line);) {
+    const std::size_t size = line.find_last_not_of(L'\0') + 1;
+    if (size == 0 && !line.empty()) continue;  // nothing but what deciphering leaves
+    line.resize(size);
     const std::size_t equals = line.find(L'=');
-    const bool has_name = equals != std::wstring_view::npos;
-    m_mapChangeUsers[has_name ? ToUpper(TrimView(line.substr(0, equals))) : CString()] =
-        Trim(has_name ? line.substr(equals + 1) : line);
+    const bool has_user = equals != CString::npos;
+    CString user = has_user ? ToUpper(TrimView(line.substr(0, equals))) : CString();
+    m_mapChangeUsers[std::move(user)] = Trim(has_user ? line.substr(equals + 1) : line);
   }
   return true;
 }
@@ -233,66 +234,62 @@ int CEnableUsersAccessor::GetEnableUserType(const CString& job_user, const CStri
 
 // In the lookups the account is set last: it may be the object that another argument refers to.
 
-int CEnableUsersAccessor::GetTQLoginAccount(const CString& job_user, const CString& current_user,
-                                            CString& account) const {
-  constexpr const wchar_t* kFunction = L"CEnableUsersAccessor::GetTQLoginAccount";
-  if (m_mapChangeUsers.empty()) {
-    LogText(2, kFunction, __LINE__,
-            L"許可ユーザ定義が見つかりません。現在のユーザ[%s]でジョブ登録処理を続けます。",
-            job_user);
+int CEnableUsersAccessor::LookUp(const UserMap& users, const LookupTexts& texts,
+                                 const CString& job_user, const CString* current_user,
+                                 CString& account) {
+  if (users.empty()) {
+    LogText(2, texts.function, __LINE__, texts.no_list, job_user);
     account = job_user;
     return 0;
   }
-  const CString user = ToUpper(job_user);
-  const auto found = user.empty() ? m_mapChangeUsers.end() : m_mapChangeUsers.find(user);
-  if (found == m_mapChangeUsers.end()) {
-    LogText(2, kFunction, __LINE__, L"印刷ジョブユーザ[%s]が許可ユーザ定義に見つかりません。",
-            user);
+  const auto found = job_user.empty() ? users.end() : users.find(job_user);
+  if (found == users.end()) {
+    LogUnknown(texts.function, __LINE__, texts.unknown, job_user);
     account.clear();
     return 0;
   }
-  const bool is_defined = !found->second.empty();
-  const CString& login = is_defined ? found->second : current_user;
-  LogText(2, kFunction, __LINE__,
-          is_defined ? L"印刷ジョブユーザ[%s]が許可ユーザ定義に見つかりました。"
-                       L"定義されたログインユーザ[%s]でジョブ登録処理を続けます。"
-                     : L"印刷ジョブユーザ[%s]が許可ユーザ定義に見つかりました。"
-                       L"現在のログインユーザ[%s]でジョブ登録処理を続けます。",
-          user, login);
+  const auto& [user, defined] = *found;
+  const CString& current = current_user == nullptr ? user : *current_user;
+  const CString& login = defined.empty() ? current : defined;
+  LogText(2, texts.function, __LINE__, defined.empty() ? texts.current : texts.defined, user,
+          login);
   account = login;
   return 1;
 }
 
+int CEnableUsersAccessor::GetTQLoginAccount(const CString& job_user, const CString& current_user,
+                                            CString& account) const {
+  static constexpr LookupTexts kTexts = {
+      .function = L"CEnableUsersAccessor::GetTQLoginAccount",
+      .no_list = L"許可ユーザ定義が見つかりません。現在のユーザ[%s]でジョブ登録処理を続けます。",
+      .unknown = L"印刷ジョブユーザ[%s]が許可ユーザ定義に見つかりません。",
+      .defined =
+          L"印刷ジョブユーザ[%s]が許可ユーザ定義に見つかりました。"
+          L"定義されたログインユーザ[%s]でジョブ登録処理を続けます。",
+      .current =
+          L"印刷ジョブユーザ[%s]が許可ユーザ定義に見つかりました。"
+          L"現在のログインユーザ[%s]でジョブ登録処理を続けます。",
+  };
+  return LookUp(m_mapChangeUsers, kTexts, job_user, &current_user, account);
+}
+
 int CEnableUsersAccessor::GetLogOnlyUserAccount(const CString& job_user, CString& account) const {
-  constexpr const wchar_t* kFunction = L"CEnableUsersAccessor::GetLogOnlyUserAccount";
-  if (m_mapLogOnlyUsers.empty()) {
-    LogText(2, kFunction, __LINE__,
-            L"ログだけプリントの許可ユーザ定義が見つかりません。"
-            L"現在のユーザ[%s]でジョブ登録処理を続けます。",
-            job_user);
-    account = job_user;
-    return 0;
-  }
-  const CString user = ToUpper(job_user);
-  const auto found = user.empty() ? m_mapLogOnlyUsers.end() : m_mapLogOnlyUsers.find(user);
-  if (found == m_mapLogOnlyUsers.end()) {
-    LogText(2, kFunction, __LINE__,
-            L"印刷ジョブユーザ[%s]がログだけプリントを許可されていません。"
-            L"現在のユーザ[%s]でジョブ登録処理を続けます。",
-            user, user);
-    account.clear();
-    return 0;
-  }
-  const bool is_defined = !found->second.empty();
-  const CString& login = is_defined ? found->second : user;
-  LogText(2, kFunction, __LINE__,
-          is_defined ? L"印刷ジョブユーザ[%s]がログだけプリントを許可されています。"
-                       L"定義されたユーザ[%s]でジョブ登録処理を続けます。"
-                     : L"印刷ジョブユーザ[%s]がログだけプリントを許可されています。"
-                       L"現在のユーザ[%s]でジョブ登録処理を続けます。",
-          user, login);
-  account = login;
-  return 1;
+  static constexpr LookupTexts kTexts = {
+      .function = L"CEnableUsersAccessor::GetLogOnlyUserAccount",
+      .no_list =
+          L"ログだけプリントの許可ユーザ定義が見つかりません。"
+          L"現在のユーザ[%s]でジョブ登録処理を続けます。",
+      .unknown =
+          L"印刷ジョブユーザ[%s]がログだけプリントを許可されていません。"
+          L"現在のユーザ[%s]でジョブ登録処理を続けます。",
+      .defined =
+          L"印刷ジョブユーザ[%s]がログだけプリントを許可されています。"
+          L"定義されたユーザ[%s]でジョブ登録処理を続けます。",
+      .current =
+          L"印刷ジョブユーザ[%s]がログだけプリントを許可されています。"
+          L"現在のユーザ[%s]でジョブ登録処理を続けます。",
+  };
+  return LookUp(m_mapLogOnlyUsers, kTexts, job_user, nullptr, account);
 }
 
 int CEnableUsersAccessor::GetPcLogonQueryUserAccount(const CString& job_user,
@@ -307,28 +304,28 @@ int CEnableUsersAccessor::GetPcLogonQueryUserAccount(const CString& job_user,
     account.clear();
     return 0;
   }
-  const CString user = ToUpper(job_user);
-  if (!user.empty()) {
-    if (const auto own = users.find(user); own != users.end()) {
-      if (own->second.empty()) {
+  if (!job_user.empty()) {
+    if (const auto found = users.find(job_user); found != users.end()) {
+      const auto& [user, defined] = *found;
+      if (defined.empty()) {
         LogText(2, kFunction, __LINE__, L"印刷ジョブユーザ[%s]は、PcLogon問合せユーザです。", user);
       } else {
         LogText(2, kFunction, __LINE__,
                 L"印刷ジョブユーザ[%s]は、定義されたユーザ[%s]でジョブ登録処理を続けます。", user,
-                own->second);
+                defined);
       }
-      account = own->second;
+      account = defined;
       return 1;
     }
     if (const auto any = users.find(L"*"); any != users.end()) {
-      LogText(2, kFunction, __LINE__,
-              L"印刷ジョブユーザ[%s]は、*定義されているためPcLogon問合せユーザです。", user);
+      LogUnknown(kFunction, __LINE__,
+                 L"印刷ジョブユーザ[%s]は、*定義されているためPcLogon問合せユーザです。", job_user);
       account = any->second;
       return 1;
     }
   }
-  LogText(2, kFunction, __LINE__, L"印刷ジョブユーザ[%s]は、PcLogon問合せユーザではありません。",
-          user);
+  LogUnknown(kFunction, __LINE__, L"印刷ジョブユーザ[%s]は、PcLogon問合せユーザではありません。",
+             job_user);
   account.clear();
   return 0;
 }

@@ -1,6 +1,7 @@
 /// The allowed users list: may the user of a print job go on, and under which account?
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <unordered_map>
 
@@ -84,11 +85,21 @@ class TQ_EXPORT CEnableUsersAccessor {
  private:
   friend class EnableUsersAccessorPeer;  // makes a test start without an instance
 
+  // A lookup needs no copy of the name in upper case.
+  struct HashName {
+    std::size_t operator()(const CString& name) const;
+  };
+  struct EqualName {
+    bool operator()(const CString& left, const CString& right) const;
+  };
   /// From the name in upper case to the account.
-  using UserMap = std::unordered_map<CString, CString>;
+  using UserMap = std::unordered_map<CString, CString, HashName, EqualName>;
 
   explicit CEnableUsersAccessor(const CString& directory);
   ~CEnableUsersAccessor() = default;
+
+  static bool IsCurrent();
+  static void Renew(const CString& directory);
 
   void Load(const CString& directory);
   bool FindList(const CString& directory, bool& is_enciphered);
@@ -96,6 +107,19 @@ class TQ_EXPORT CEnableUsersAccessor {
   bool ReadEntries(const CString& path);
   bool ReadLines(const CString& path);
   void DropEntries();
+
+  /// The log texts of the two lookups that give every user an account. The first %s is the job
+  /// user, the second the account.
+  struct LookupTexts {
+    const wchar_t* function;
+    const wchar_t* no_list;
+    const wchar_t* unknown;
+    const wchar_t* defined;  ///< with the account of the entry
+    const wchar_t* current;  ///< with that of the current user
+  };
+  /// Without a current user it is the job user in upper case.
+  static int LookUp(const UserMap& users, const LookupTexts& texts, const CString& job_user,
+                    const CString* current_user, CString& account);
 
   static CEnableUsersAccessor* s_pInstance;
 

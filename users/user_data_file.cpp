@@ -3,6 +3,7 @@
 #include <stdexcept>
 #include <utility>
 
+#include "foundation/product_folder.h"
 #include "foundation/util.h"
 #include "platform/clock.h"
 #include "platform/error.h"
@@ -13,7 +14,6 @@
 #include "platform/text.h"
 #include "storage/crypto.h"
 #include "storage/xml.h"
-#include "users/product_folder.h"
 #include "users/shared_user_data_file_access.h"
 #include "users/user_data_file_access.h"
 
@@ -25,8 +25,7 @@ constexpr int kDefaultKeepSeconds = 10;
 CXml RecordXml() { return CXml(L"Velkorandia", L"UserData"); }
 
 int ReadKeepSeconds() {
-  const Profile client(CUtil::GetSpecialFolderPath(kFolderCommonAppData) + kProductFolder +
-                       L"\\config\\Client.ini");
+  const Profile client(ProductPath(L"\\config\\Client.ini"));
   return client.GetInt(L"Setting", L"SharedTimeout", kDefaultKeepSeconds);
 }
 

@@ -31,12 +31,22 @@ bool IsReadable(int fd) {
          Fail(kErrorAccessDenied);
 }
 
+// Sets the last error from errno. When the name is missing, 2 and 3 tell whether its folder is there.
+bool FailAtPath(const std::string& native) {
+  const int error = errno;
+  struct stat info {};
+  if (error == ENOENT && stat(ParentOf(native).c_str(), &info) != 0)
+    return Fail(kErrorPathNotFound);
+  return Fail(ErrorFromErrno(error));
+}
+
 }  // namespace
 
 std::optional<FileStatus> GetFileStatus(const std::wstring& path) {
+  const std::string native = PathToNative(path);
   struct stat info {};
-  if (stat(PathToNative(path).c_str(), &info) != 0) {
-    FailWithErrno();
+  if (stat(native.c_str(), &info) != 0) {
+    FailAtPath(native);
     return {};
   }
   return StatusFromStat(info);
@@ -61,8 +71,9 @@ InputFile::~InputFile() { FileDescriptor close(static_cast<int>(handle_)); }
 
 bool InputFile::Open(const std::wstring& path) {
   FileDescriptor old(static_cast<int>(std::exchange(handle_, kClosed)));
-  FileDescriptor fd(open(PathToNative(path).c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY));
-  if (!fd) return FailWithErrno();
+  const std::string native = PathToNative(path);
+  FileDescriptor fd(open(native.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY));
+  if (!fd) return FailAtPath(native);
   if (!IsReadable(fd.get())) return false;
   handle_ = fd.Release();
   return true;
@@ -248,7 +259,8 @@ bool RenameFile(const std::wstring& from, const std::wstring& to) {
 }
 
 bool RemoveFile(const std::wstring& path) {
-  return unlink(PathToNative(path).c_str()) == 0 || FailWithErrno();
+  const std::string native = PathToNative(path);
+  return unlink(native.c_str()) == 0 || FailAtPath(native);
 }
 
 bool CreateFolder(const std::wstring& path) {

@@ -54,8 +54,12 @@ Url MakeUrl(std::string_view host, std::uint16_t port) {
   return {};
 }
 
-long AtMostInt(std::uint32_t value) {
-  return static_cast<long>(std::min<std::uint32_t>(value, INT_MAX));
+// The longest times that libcurl takes.
+long Milliseconds(std::uint32_t time) {
+  return static_cast<long>(std::min<std::uint32_t>(time, INT_MAX));
+}
+long Seconds(std::uint32_t time) {
+  return static_cast<long>(std::min<std::uint32_t>(time / 1000 + 1, INT_MAX / 1000));
 }
 
 curl_socket_t OpenSocket(void* /*unused*/, curlsocktype /*purpose*/, curl_sockaddr* address) {
@@ -112,8 +116,8 @@ class FtpControl::Transfer {
         Set(CURLOPT_TCP_KEEPALIVE, 1L) && Set(CURLOPT_QUICK_EXIT, 1L) &&
         Set(CURLOPT_OPENSOCKETFUNCTION, &OpenSocket) && Set(CURLOPT_HEADERFUNCTION, &TakeLine) &&
         Set(CURLOPT_HEADERDATA, static_cast<void*>(this)) &&
-        Set(CURLOPT_CONNECTTIMEOUT_MS, AtMostInt(timeouts_.connect)) &&
-        Set(CURLOPT_SERVER_RESPONSE_TIMEOUT, AtMostInt(timeouts_.control_receive / 1000 + 1)) &&
+        Set(CURLOPT_CONNECTTIMEOUT_MS, Milliseconds(timeouts_.connect)) &&
+        Set(CURLOPT_SERVER_RESPONSE_TIMEOUT, Seconds(timeouts_.control_receive)) &&
         Set(CURLOPT_USERNAME, account.user) && Set(CURLOPT_PASSWORD, account.password);
     return (is_set && curl_multi_add_handle(multi_.get(), easy_.get()) == CURLM_OK) ||
            Fail(kErrorNotEnoughMemory);
@@ -143,7 +147,7 @@ class FtpControl::Transfer {
     if (is_connected_ || time == 0) return;
     is_connected_ = true;
     last_progress_ = steady_clock::now();
-    Set(CURLOPT_CONNECTTIMEOUT_MS, static_cast<long>(INT_MAX));
+    Set(CURLOPT_CONNECTTIMEOUT_MS, Milliseconds(kNoFtpTimeout));
   }
 
   static std::size_t TakeLine(char* line, std::size_t size, std::size_t count, void* self) {

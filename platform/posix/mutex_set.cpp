@@ -41,8 +41,8 @@ std::string CurrentSession() {
   const FileDescriptor file(open("/proc/self/sessionid", O_RDONLY | O_CLOEXEC));
   std::array<char, 16> number{};
   const ssize_t size = file ? read(file.get(), number.data(), number.size()) : -1;
-  if (size <= 0) return "user " + std::to_string(getuid());
-  return "session " + std::string(number.data(), static_cast<std::size_t>(size));
+  if (size <= 0) return std::string("user ") + std::to_string(getuid());
+  return std::string("session ").append(number.data(), static_cast<std::size_t>(size));
 }
 
 // ---- Steps of the kernel ----
@@ -116,6 +116,10 @@ void VisitMutexSets(const Visit& visit) noexcept {
   }
 }
 
+bool IsOf(std::uint32_t space, const unsigned short* words) noexcept {
+  return words[1] == Word(space >> 15) && words[2] == Word(space);
+}
+
 // ---- Searching and making ----
 
 // The sets that a mutex may have are looked for under a few keys in a row, since a key may be taken
@@ -175,17 +179,6 @@ void SettleRights(int id, const MutexIdentity& identity, MutexAccess access) noe
   semctl(id, 0, IPC_SET, argument);
 }
 
-// The end of a logon session leaves the sets of its names.
-void RetireForgotten() noexcept {
-  constexpr time_t kForgotten = 3600;
-  const time_t now = time(nullptr);
-  VisitMutexSets([&](int id, const semid_ds& status, const unsigned short* words) {
-    const bool is_forgotten = std::max(status.sem_otime, status.sem_ctime) < now - kForgotten;
-    const bool is_own = status.sem_perm.cuid == geteuid();
-    if (words[0] == kOfSession && is_forgotten && is_own) RetireMutexSet(id);
-  });
-}
-
 MutexSet FailToOpen(ErrorCode error) noexcept {
   SetLastError(error);
   return {};
@@ -198,7 +191,7 @@ bool IsSessionName(std::wstring_view name) noexcept { return !name.starts_with(k
 MutexIdentity IdentityOfMutex(std::wstring_view name) {
   const std::uint32_t space = CurrentMutexNamespace();
   std::string text = std::to_string(space);
-  if (IsSessionName(name)) text += " " + CurrentSession();
+  if (IsSessionName(name)) text.append(" ").append(CurrentSession());
   text += '\0';
   text.append(reinterpret_cast<const char*>(name.data()), name.size() * sizeof(wchar_t));
   std::array<unsigned char, 32> hash{};
@@ -228,7 +221,7 @@ MutexSet OpenMutexSet(const MutexIdentity& identity, MutexAccess access) noexcep
     if (!Claim(id, identity)) continue;
     SettleRights(id, identity, access);
     const bool stays = access == MutexAccess::kEverybody;
-    if (stays && identity.words[0] == kOfSession) RetireForgotten();
+    if (stays && identity.words[0] == kOfSession) RetireForgottenSets(std::chrono::hours(1));
     return {id, key};
   }
   return FailToOpen(kErrorNoSystemResources);
@@ -244,6 +237,16 @@ void RetireMutexSet(int id) noexcept {
       {{kLock, 0, IPC_NOWAIT}, {kLock, 1, SEM_UNDO}, {kMark, 0, IPC_NOWAIT}}};
   if (Perform(id, kHold) != 0) return;
   if (semctl(id, 0, IPC_RMID) != 0) Abandon(id);
+}
+
+void RetireForgottenSets(std::chrono::seconds idle) noexcept {
+  const time_t limit = time(nullptr) - idle.count();
+  VisitMutexSets([&](int id, const semid_ds& status, const unsigned short* words) {
+    const bool is_forgotten = std::max(status.sem_otime, status.sem_ctime) < limit;
+    const bool is_own = status.sem_perm.cuid == geteuid();
+    const bool is_session = words[0] == kOfSession && IsOf(CurrentMutexNamespace(), words);
+    if (is_session && is_own && is_forgotten) RetireMutexSet(id);
+  });
 }
 
 int TakeSound(int id, const timespec& timeout) noexcept {
@@ -288,7 +291,7 @@ ScopedMutexNamespace::ScopedMutexNamespace() noexcept : old_(CurrentMutexNamespa
 ScopedMutexNamespace::~ScopedMutexNamespace() {
   const std::uint32_t space = current_namespace.exchange(old_);
   VisitMutexSets([&](int id, const semid_ds&, const unsigned short* words) {
-    if (words[1] == Word(space >> 15) && words[2] == Word(space)) semctl(id, 0, IPC_RMID);
+    if (IsOf(space, words)) semctl(id, 0, IPC_RMID);
   });
 }
 

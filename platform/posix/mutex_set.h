@@ -10,6 +10,7 @@
 #include <time.h>
 
 #include <array>
+#include <chrono>
 #include <cstddef>
 #include <cstdint>
 #include <string>
@@ -51,9 +52,13 @@ MutexSet FindMutexSet(const MutexIdentity& identity) noexcept;
 /// Whether the set is still there, and this user may use it.
 bool IsOpen(const MutexSet& set) noexcept;
 
-/// Removes a set that is free and sound, in one of whose other states that would harm somebody. Who
-/// has it open finds it gone at the next wait, and opens it anew.
+/// Removes a set that is free and sound; in any other state that would harm somebody. Who has it open
+/// finds it gone at the next wait, and opens it anew.
 void RetireMutexSet(int id) noexcept;
+
+/// Does so with every set of a logon session that this user made and that nobody has used for some
+/// time: the end of a session leaves the sets of its names.
+void RetireForgottenSets(std::chrono::seconds idle) noexcept;
 
 // Each of these gives zero, or the errno value.
 

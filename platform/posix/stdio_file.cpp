@@ -18,7 +18,8 @@ namespace vk::tq {
 namespace {
 
 constexpr int kClosed = -1;
-constexpr std::size_t kChunk = std::size_t{1} << 16;
+// Wide, it still fits the nearer caches.
+constexpr std::size_t kChunk = std::size_t{1} << 14;
 
 constexpr std::string_view kMarkUtf8 = "\xEF\xBB\xBF";
 constexpr std::string_view kMarkUtf16Le = "\xFF\xFE";

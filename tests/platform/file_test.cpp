@@ -60,6 +60,8 @@ TEST_F(FileTest, StatusTellsKindSizeAndTime) {
   SetLastError(0);
   EXPECT_FALSE(GetFileStatus(path(L"none")));
   EXPECT_EQ(2U, GetLastError());
+  EXPECT_FALSE(GetFileStatus(path(L"none\\file")));
+  EXPECT_EQ(3U, GetLastError());
 }
 
 TEST_F(FileTest, OnlyFilesCanBeRead) {

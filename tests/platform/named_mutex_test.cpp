@@ -354,6 +354,8 @@ TEST_F(NamedMutexTest, ForkDoesNotInheritOwnership) {
     std::exit(0);  // runs the thread's destructors
   });
   EXPECT_EQ(child.Wait(), 0);
+  ChildProcess idle([]() -> int { std::exit(0); });
+  EXPECT_EQ(idle.Wait(), 0);
   EXPECT_EQ(TakeOnThread(name_), WaitResult::kTimeout);
   EXPECT_TRUE(mutex.Release());
 }
@@ -382,6 +384,8 @@ TEST_F(NamedMutexTest, TwoNamesAreNeverOneMutex) {
                                 L"a\\b",
                                 L"..\\..\\etc\\x",
                                 L"管理ファイル",
+                                L"\u3042",
+                                L"\u4042",
                                 L"Global\\管理ファイル",
                                 long_name,
                                 long_name + L"あ",
@@ -413,23 +417,24 @@ class ForeignSet {
   ForeignSet(const ForeignSet&) = delete;
   ForeignSet& operator=(const ForeignSet&) = delete;
   ~ForeignSet() { semctl(id_, 0, IPC_RMID); }
+  int id() const { return id_; }
 
  private:
   int id_;
 };
 
-TEST_F(NamedMutexTest, NamesWithOneKeyStayApart) {
+// Two names whose sets are looked for under the same keys.
+std::pair<std::wstring, std::wstring> NamesWithOneKey() {
   std::map<std::int32_t, std::wstring> names;
-  std::wstring first;
-  std::wstring second;
-  for (int i = 0; second.empty(); ++i) {
+  for (int i = 0;; ++i) {
     const std::wstring name = L"Global\\" + std::to_wstring(i);
     const auto [place, is_new] = names.try_emplace(KeyOf(name), name);
-    if (!is_new) {
-      first = place->second;
-      second = name;
-    }
+    if (!is_new) return {place->second, name};
   }
+}
+
+TEST_F(NamedMutexTest, NamesWithOneKeyStayApart) {
+  const auto [first, second] = NamesWithOneKey();
   Mutex one(first);
   Mutex two(second);
   ASSERT_EQ(one.Wait(), WaitResult::kAcquired);
@@ -442,6 +447,21 @@ TEST_F(NamedMutexTest, NamesWithOneKeyStayApart) {
   EXPECT_EQ(TakeOnThread(second), WaitResult::kTimeout);
   EXPECT_EQ(TakeOnThread(first), WaitResult::kAcquired);
   two.Release();
+}
+
+// Each process has a name of its own, and makes its set anew all the time.
+TEST_F(NamedMutexTest, NamesWithOneKeyAreMadeAtOnce) {
+  const auto names = NamesWithOneKey();
+  const auto use = [](const std::wstring& name) {
+    for (int i = 0; i < 3000; ++i) {
+      Mutex mutex(nullptr, name);
+      if (mutex.Wait(0) != WaitResult::kAcquired || !mutex.Release()) return 1;
+    }
+    return 0;
+  };
+  ChildProcess other([&] { return use(names.second); });
+  EXPECT_EQ(use(names.first), 0);
+  EXPECT_EQ(other.Wait(), 0);
 }
 
 TEST_F(NamedMutexTest, SetsOfOtherProgramsAreLeftAlone) {
@@ -459,6 +479,33 @@ TEST_F(NamedMutexTest, SetsOfOtherProgramsAreLeftAlone) {
   }
   EXPECT_FALSE(Mutex(name_).is_open());
   EXPECT_EQ(GetLastError(), kErrorNoSystemResources);
+}
+
+// Its maker was killed before the set got an identity.
+TEST_F(NamedMutexTest, AnUnfinishedSetIsCompleted) {
+  const ForeignSet unfinished(KeyOf(name_), 19);
+  EXPECT_EQ(SetOf(name_), -1);
+  EXPECT_EQ(TakeOnce(name_), WaitResult::kAcquired);
+  EXPECT_EQ(SetOf(name_), unfinished.id());
+}
+
+TEST_F(NamedMutexTest, ForgottenSetsOfASessionGo) {
+  const auto remain = [](std::chrono::seconds idle) {
+    RetireForgottenSets(idle);
+    return std::make_pair(SetOf(L"name") >= 0, SetOf(L"Global\\name") >= 0);
+  };
+  Mutex local(L"name");
+  Mutex global(L"Global\\name");
+  EXPECT_EQ(remain(std::chrono::hours(1)), std::make_pair(true, true));
+  ASSERT_EQ(local.Wait(), WaitResult::kAcquired);
+  constexpr std::chrono::seconds kAtOnce(-1);
+  EXPECT_EQ(remain(kAtOnce), std::make_pair(true, true));
+  ASSERT_TRUE(local.Release());
+  EXPECT_EQ(remain(kAtOnce), std::make_pair(false, true));
+  std::thread([] { Mutex(L"name").Wait(); }).join();
+  EXPECT_EQ(remain(kAtOnce), std::make_pair(true, true));  // its next owner is to be told
+  EXPECT_EQ(local.Wait(), WaitResult::kAbandoned);
+  EXPECT_TRUE(local.Release());
 }
 
 // An administrator removes the set with ipcrm.
@@ -542,6 +589,10 @@ TEST_F(NamedMutexTest, AttributesDecideWhoMayOpenIt) {
   // And the other way round: what an ordinary user made for everybody, and for the user alone.
   EXPECT_EQ(AsNobody([&] { return TakeOnce(name_ + L"2") == WaitResult::kAcquired ? 0 : 1; }), 0);
   EXPECT_EQ(TakeOnce(name_ + L"2"), WaitResult::kAcquired);
+  // It does not go when the user logs off, since it is not his any more.
+  semid_ds status{};
+  ASSERT_EQ(semctl(SetOf(name_ + L"2"), 0, IPC_STAT, &status), 0);
+  EXPECT_EQ(status.sem_perm.uid, 0U);
 }
 
 // A process that writes its log-in user begins a session of the kernel's audit.

@@ -12,6 +12,8 @@
 namespace vk::tq::testing {
 namespace {
 
+using namespace std::string_literals;
+
 class StdioFileTest : public ProductTest {
  protected:
   std::vector<std::wstring> Lines(std::string_view bytes) {
@@ -40,7 +42,7 @@ TEST_F(StdioFileTest, LinesEndAtALineFeed) {
   EXPECT_EQ(Lines("a\nb"), (Texts{L"a", L"b"}));
   EXPECT_EQ(Lines("a\r\n\r\nb\r\n"), (Texts{L"a", L"", L"b"}));
   EXPECT_EQ(Lines("a\rb\r\r\nc\r"), (Texts{L"a\rb\r", L"c"}));
-  EXPECT_EQ(Lines(std::string("a\0b\n\0", 5)), (Texts{{L'a', 0, L'b'}, {L'\0'}}));
+  EXPECT_EQ(Lines("a\0b\n\0"s), (Texts{{L'a', 0, L'b'}, {L'\0'}}));
 }
 
 TEST_F(StdioFileTest, TheMarkTellsTheEncoding) {

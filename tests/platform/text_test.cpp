@@ -256,6 +256,21 @@ TEST(TextTest, UpperCaseDoesNotDependOnTheLocale) {
   setlocale(LC_ALL, old.c_str());
 }
 
+TEST(TextTest, EqualWithoutCaseWhateverTheLength) {
+  for (std::size_t length = 0; length < 40; ++length) {
+    const std::wstring head(length, L'a');
+    const std::wstring upper(length, L'A');
+    for (const auto& [left, right, is_equal] :
+         {std::tuple(L'z', L'Z', true), std::tuple(L'ｚ', L'Ｚ', true),
+          std::tuple(L'é', L'É', true), std::tuple(L'z', L'ｚ', false),
+          std::tuple(L'@', L'`', false), std::tuple(L'あ', L'ア', false)}) {
+      EXPECT_EQ(is_equal, EqualsNoCase(head + left, upper + right)) << length;
+      EXPECT_EQ(is_equal, EqualsNoCase(left + head, right + upper)) << length;
+      EXPECT_EQ(is_equal, HashNoCase(left + head) == HashNoCase(right + upper)) << length;
+    }
+  }
+}
+
 TEST(TextTest, TrimsFullWidthBlanksToo) {
   EXPECT_EQ(L"a　b", Trim(L"　\t\u00A0a　b\u2003\r\n\v"));
   EXPECT_EQ(L"", Trim(L" 　"));

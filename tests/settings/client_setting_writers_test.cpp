@@ -1,25 +1,10 @@
-#include <cstdlib>
 #include <filesystem>
-#include <new>
-#include <utility>
 
 #include "platform/error.h"
 #include "platform/text.h"
 #include "settings/client_setting.h"
+#include "support/failing_allocation.h"
 #include "support/test_support.h"
-
-// Lets the next allocation of a thread fail.
-namespace {
-thread_local bool fail_next_allocation = false;
-}
-
-void* operator new(std::size_t size) {
-  if (std::exchange(fail_next_allocation, false)) throw std::bad_alloc();
-  if (void* memory = std::malloc(size > 0 ? size : 1)) return memory;
-  throw std::bad_alloc();
-}
-void operator delete(void* memory) noexcept { std::free(memory); }
-void operator delete(void* memory, std::size_t) noexcept { std::free(memory); }
 
 namespace vk::tq::testing {
 namespace {
@@ -58,6 +43,27 @@ TEST_F(ClientSettingWritersTest, ClientIniKeysChangeAlone) {
   C read;
   read.Read(0);
   EXPECT_EQ(read.ClientIPAddress, L"192.0.2.3");
+}
+
+TEST_F(ClientSettingWritersTest, TwoProcessesChangeDifferentKeys) {
+  WriteIni(kClientIni, "[Setting]\nUnknown=kept\n");
+  constexpr int kTimes = 200;
+  const auto write = [](int (C::*operation)(CString)) {
+    return [operation] {
+      int failures = 0;
+      for (int i = 1; i <= kTimes; ++i) {
+        if ((C().*operation)(std::to_wstring(i)) != 1) ++failures;
+      }
+      return failures == 0 ? 0 : 1;
+    };
+  };
+  ChildProcess primary(write(&C::WritePrimPSIpAddr));
+  ChildProcess secondary(write(&C::WriteScndPSIpAddr));
+  EXPECT_EQ(primary.Wait(), 0);
+  EXPECT_EQ(secondary.Wait(), 0);
+  EXPECT_EQ(setting_.ReadPrimPSIpAddr(), std::to_wstring(kTimes));
+  EXPECT_EQ(setting_.ReadScndPSIpAddr(), std::to_wstring(kTimes));
+  EXPECT_THAT(ReadIni(kClientIni), ::testing::HasSubstr("Unknown=kept"));
 }
 
 TEST_F(ClientSettingWritersTest, ClientIniReadersWithoutAKey) {
@@ -254,7 +260,7 @@ class FailingSink : public LogSink {
                      std::wstring(record.message),
                      {},
                      record.code});
-    fail_next_allocation = record.message == L"START";
+    if (record.message == L"START") FailNextAllocation();
   }
   Lines lines;
 };

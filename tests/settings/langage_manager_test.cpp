@@ -7,10 +7,13 @@
 #include <thread>
 
 #include "platform/path.h"
+#include "support/failing_allocation.h"
 #include "support/test_support.h"
 
 namespace vk::tq::testing {
 namespace {
+
+using namespace std::string_literals;
 
 // The table lives as long as the process and the language folder lies beside the program, so each
 // of these tests runs in a process of its own, from a copy of the program in its own folder.
@@ -138,10 +141,24 @@ TEST_F(LangageManagerTest, LoadsAFileOfAnyPath) {
                                             L"a"),
             L"1");
   EXPECT_EQ(CLangageManager::GetDispMessage(L"b"), L"2");
-  WriteNative(native("nul"), std::string("c=1\0z\n\0=1\nd=2\n", 15));
+  WriteNative(native("nul"), "c=1\0z\n\0=1\nd=2\n"s);
   EXPECT_EQ(manager.GetHashTbl(path(L"nul").c_str()), 1);
   EXPECT_EQ(CLangageManager::GetDispMessage(L"c"), L"1");
   EXPECT_EQ(CLangageManager::GetDispMessage(L"d"), L"2");
+}
+
+TEST_F(LangageManagerTest, AnExceptionEndsTheLoad) {
+  if (!IsInside()) return RunInside();
+  WriteNative(LanguageFile("lang_jp.dat"), "1=one\n");
+  CLangageManager manager;
+  EXPECT_EQ(CLangageManager::GetLangResource(1), L"one");
+  const std::wstring file = path(L"any.dat");
+  FailNextAllocation();
+  EXPECT_EQ(manager.GetHashTbl(file.c_str()), 0);
+  const LogLine line = {3, 130213, L"CLangageManager::GetHashTbl",
+                        L"言語ファイルの読込で例外が発生しました。"};
+  EXPECT_EQ(log_.lines(), std::vector{line});
+  EXPECT_EQ(CLangageManager::GetLangResource(1), L"one");
 }
 
 TEST_F(LangageManagerTest, ManyEntriesAndManyReaders) {

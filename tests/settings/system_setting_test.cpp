@@ -9,6 +9,8 @@
 namespace vk::tq::testing {
 namespace {
 
+using namespace std::string_literals;
+
 using Settings = CSystemSetting;
 using Texts = std::vector<std::wstring>;
 
@@ -212,10 +214,10 @@ TEST_F(SystemSettingTest, EncodingsAndDamage) {
     check(*EncodeText(kCodePage932, rows));
   }
   // A NUL is a character: it spoils its own row only.
-  const auto settings = Load(std::string("9\0,4\n13,7\0,x\n59,3,a\0b\n", 24));
+  const auto settings = Load("9\0,4\n13,7\0,x\n59,3,a\0b\n"s);
   EXPECT_EQ(settings->GetEmergencyFlag(), 1);
   EXPECT_EQ(settings->GetEmsUpdateCycle(), 7);
-  EXPECT_EQ(settings->GetNameTray(1), std::wstring(L"a\0b", 3));
+  EXPECT_EQ(settings->GetNameTray(1), L"a\0b"s);
   EXPECT_EQ(Load("59,3,\"open\n60,4,\"a\"")->GetNameTray(1), L"open");
   EXPECT_EQ(Load("59,3," + std::string(3'000'000, 'n'))->GetNameTray(1).size(), 3'000'000u);
 }

@@ -18,9 +18,9 @@ class Reader {
     if (Accept('{')) {
       while (!Accept('}')) {
         Accept(',');
-        std::string name = ReadString();
+        value.names.push_back(ReadString());
         Expect(':');
-        value.members.emplace_back(std::move(name), ReadValue());
+        value.items.push_back(ReadValue());
       }
     } else if (Accept('[')) {
       while (!Accept(']')) {
@@ -88,10 +88,9 @@ class Reader {
 };
 
 const Json* Find(const Json& object, std::string_view name) {
-  for (const auto& [key, value] : object.members) {
-    if (key == name) return &value;
-  }
-  return nullptr;
+  const auto found = std::find(object.names.begin(), object.names.end(), name);
+  if (found == object.names.end()) return nullptr;
+  return &object.items[static_cast<std::size_t>(found - object.names.begin())];
 }
 
 }  // namespace

@@ -3,7 +3,6 @@
 
 #include <string>
 #include <string_view>
-#include <utility>
 #include <vector>
 
 namespace vk::tq::testing {
@@ -11,8 +10,9 @@ namespace vk::tq::testing {
 struct Json {
   // Of a string its contents as UTF-8, of a number or a literal its characters.
   std::string text;
+  // The elements of an array, or the members of an object, whose names stand in the same order.
   std::vector<Json> items;
-  std::vector<std::pair<std::string, Json>> members;
+  std::vector<std::string> names;
 
   bool is_null() const { return text == "null"; }
   bool Has(std::string_view name) const;

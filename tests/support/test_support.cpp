@@ -104,12 +104,14 @@ LogRecorder::LogRecorder() : store_(std::make_shared<Store>()) {
   struct Lines : LogSink {
     explicit Lines(std::shared_ptr<Store> to) : store(std::move(to)) {}
     void Write(const LogRecord& record) override {
-      LogLine line{record.level, record.number, std::wstring(record.function),
-                   std::wstring(record.message)};
-      if (record.second) line.second = *record.second;
-      line.code = record.code;
       const std::lock_guard lock(store->mutex);
-      store->lines.push_back(std::move(line));
+      LogLine& line = store->lines.emplace_back();
+      line.level = record.level;
+      line.number = record.number;
+      line.function = record.function;
+      line.message = record.message;
+      if (record.second) line.second.emplace(*record.second);
+      line.code = record.code;
     }
     std::shared_ptr<Store> store;
   };

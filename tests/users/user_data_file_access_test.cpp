@@ -3,7 +3,6 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include "platform/posix/named_mutex_internal.h"
 #include "support/test_support.h"
 #include "users/shared_user_data_file_access.h"
 
@@ -15,7 +14,6 @@ using testing::LogLine;
 class UserDataFileAccessTest : public testing::ProductTest {
  protected:
   UserDataFileAccessTest() { WriteKeyFile(); }
-  internal::ScopedMutexNamespace mutexes_;
 };
 
 TEST_F(UserDataFileAccessTest, Directories) {

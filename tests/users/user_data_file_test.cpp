@@ -10,7 +10,6 @@
 
 #include "foundation/file_lock.h"
 #include "platform/clock.h"
-#include "platform/posix/named_mutex_internal.h"
 #include "storage/crypto.h"
 #include "support/test_support.h"
 #include "users/shared_user_data_file_access.h"
@@ -100,8 +99,6 @@ class UserDataFileTest : public testing::ProductTest {
   }
 
   const std::string file_ = native(Kind::kFile);
-  // The kills and short waits of a test concern no other one.
-  internal::ScopedMutexNamespace mutexes_;
 };
 
 using Kinds = ::testing::Types<UserFile, SharedUserFile>;

@@ -1,0 +1,287 @@
+#include "platform/ftp_session.h"
+
+#include <sys/socket.h>
+
+#include <array>
+#include <chrono>
+#include <filesystem>
+#include <thread>
+
+#include "platform/error.h"
+#include "platform/tcp_socket.h"
+#include "support/ftp_client_test.h"
+#include "support/loopback.h"
+#include "support/scripted_ftp_peer.h"
+
+namespace vk::tq {
+namespace {
+
+using ::testing::Contains;
+using ::testing::ElementsAre;
+using testing::FtpClientTest;
+using testing::kSecret;
+using testing::Listener;
+using testing::ListNative;
+using testing::ReadNative;
+using testing::ScriptedFtpPeer;
+using testing::WriteNative;
+
+using Session = ScriptedFtpPeer::Session;
+using std::chrono::milliseconds;
+
+constexpr FtpTimeout kAllTimeouts[] = {FtpTimeout::kConnect, FtpTimeout::kControlSend,
+                                       FtpTimeout::kControlReceive, FtpTimeout::kDataSend,
+                                       FtpTimeout::kDataReceive};
+
+class FtpSessionTest : public FtpClientTest {
+ protected:
+  ~FtpSessionTest() override { CloseFtpHandle(internet_); }
+
+  FtpHandle Connect(std::uint16_t port, const wchar_t* host = L"127.0.0.1") {
+    connection_ = ConnectFtp(internet_, host, port, L"tester", kSecret);
+    return connection_;
+  }
+  // Only one of the waits ends at all.
+  void SetTimeouts(FtpTimeout shortest) {
+    for (const FtpTimeout which : kAllTimeouts) {
+      EXPECT_TRUE(SetFtpTimeout(internet_, which, which == shortest ? 500 : kNoFtpTimeout));
+    }
+  }
+  bool Put(const wchar_t* name) { return PutFtpFile(connection_, path(name), name); }
+  bool Get(const wchar_t* name) { return GetFtpFile(connection_, name, path(name)); }
+
+  FtpHandle internet_ = OpenFtp(L"test");
+  FtpHandle connection_ = kNoFtpHandle;
+};
+
+TEST_F(FtpSessionTest, AHandleIsGoodForItsKindUntilItIsClosed) {
+  ScriptedFtpPeer peer;
+  EXPECT_FALSE(SetFtpDirectory(internet_, L"x"));
+  EXPECT_EQ(GetLastError(), kErrorInternetIncorrectHandleType);
+  ASSERT_NE(Connect(peer.port()), kNoFtpHandle);
+  EXPECT_FALSE(SetFtpTimeout(connection_, FtpTimeout::kConnect, 1));
+  EXPECT_EQ(GetLastError(), kErrorInternetIncorrectHandleType);
+
+  // The connection goes with the handle that it was made from.
+  EXPECT_TRUE(CloseFtpHandle(internet_));
+  EXPECT_THAT(peer.commands(), Contains("QUIT"));
+  for (const FtpHandle stale : {internet_, connection_, kNoFtpHandle}) {
+    SetLastError(0);
+    EXPECT_FALSE(CloseFtpHandle(stale));
+    EXPECT_EQ(GetLastError(), kErrorInvalidHandle);
+    SetLastError(0);
+    EXPECT_FALSE(FtpFileSize(stale, L"x"));
+    EXPECT_EQ(GetLastError(), kErrorInvalidHandle);
+  }
+  EXPECT_NE(OpenFtp(L""), internet_);
+}
+
+TEST_F(FtpSessionTest, ReadsRepliesOfSeveralLines) {
+  ScriptedFtpPeer peer;
+  peer.On("", "220-hello\r\n220x\r\n 220 not yet\r\n220 ready");
+  peer.On("USER", "331-your\r\n331 password?");
+  peer.On("CWD", [](Session& session, const std::string&) {
+    for (const char* piece : {"25", "0-a\r", "\n\r\n550 b\n250-\r\n250", " c\r\n"}) {
+      session.ReplyRaw(piece);
+      std::this_thread::sleep_for(milliseconds(5));
+    }
+    return true;
+  });
+  peer.On("DELE", "550-first\r\n  550 second\r\n550 last");
+  ASSERT_NE(Connect(peer.port()), kNoFtpHandle);
+  EXPECT_TRUE(SetFtpDirectory(connection_, L"a"));
+  EXPECT_FALSE(DeleteFtpFile(connection_, L"b"));
+  EXPECT_EQ(GetLastError(), kErrorInternetExtendedError);
+  std::array<char, 100> text{};
+  ErrorCode code = 0;
+  EXPECT_TRUE(LastFtpResponse(code, text));
+  EXPECT_EQ(code, 550U);
+  EXPECT_STREQ(text.data(), "550-first\r\n  550 second\r\n550 last");
+  EXPECT_TRUE(RenameFtpFile(connection_, L"a", L"b"));
+  EXPECT_TRUE(LastFtpResponse(code, text));
+  EXPECT_EQ(code, 0U);
+}
+
+TEST_F(FtpSessionTest, FollowsThePassivePortButNoOtherHost) {
+  struct Case {
+    const char* before;
+    const char* after;
+    bool works;
+  };
+  const Case cases[] = {
+      {"227 Entering Passive Mode (203,0,113,9,", ")", true},
+      {"227 here 1,2: 127,0,0,1,", " go", true},
+      {"227 (127,0,0,1,256,", ")", false},
+      {"227 (127,0,0,", "", false},
+      {"227 none", "", false},
+  };
+  WriteNative(native("a"), "bytes");
+  for (const Case& test : cases) {
+    SCOPED_TRACE(test.before);
+    ScriptedFtpPeer peer;
+    peer.On("PASV", [&test](Session& session, const std::string&) {
+      const std::uint16_t port = session.OpenPassive();
+      session.Reply(test.before + std::to_string(port / 256) + "," + std::to_string(port % 256) +
+                    test.after);
+      return true;
+    });
+    ASSERT_NE(Connect(peer.port()), kNoFtpHandle);
+    EXPECT_EQ(Put(L"a"), test.works);
+    if (test.works) {
+      EXPECT_EQ(peer.file("a"), "bytes");
+    } else {
+      EXPECT_EQ(GetLastError(), kErrorInvalidData);
+      EXPECT_EQ(peer.count("STOR"), 0);
+    }
+    CloseFtpHandle(connection_);
+  }
+}
+
+TEST_F(FtpSessionTest, SpeaksToAnIpv6Peer) {
+  std::unique_ptr<ScriptedFtpPeer> peer;
+  try {
+    peer = std::make_unique<ScriptedFtpPeer>(true);
+  } catch (const std::runtime_error&) {
+    GTEST_SKIP() << "no IPv6 on loopback";
+  }
+  WriteNative(native("a"), "bytes");
+  ASSERT_NE(Connect(peer->port(), L"::1"), kNoFtpHandle);
+  EXPECT_TRUE(Put(L"a"));
+  EXPECT_EQ(peer->file("a"), "bytes");
+  EXPECT_EQ(peer->count("EPSV"), 1);
+}
+
+// A connection that the server has closed is not made anew: the directory would be another one.
+TEST_F(FtpSessionTest, ABrokenConnectionStaysBroken) {
+  ScriptedFtpPeer peer;
+  peer.On("CWD", [](Session& session, const std::string&) {
+    session.ReplyRaw("250 there\r\n421 you were idle\r\n");
+    return false;
+  });
+  WriteNative(native("a"), "bytes");
+  ASSERT_NE(Connect(peer.port()), kNoFtpHandle);
+  EXPECT_TRUE(SetFtpDirectory(connection_, L"jobs"));
+  for (int i = 0; i < 2; ++i) {
+    EXPECT_FALSE(Put(L"a"));
+    EXPECT_EQ(GetLastError(), kErrorInternetConnectionAborted);
+  }
+  EXPECT_TRUE(CloseFtpHandle(connection_));
+  EXPECT_EQ(peer.connections(), 1);
+  EXPECT_EQ(peer.commands().back(), "CWD jobs");
+}
+
+TEST_F(FtpSessionTest, ADownloadThatIsCutReplacesNothing) {
+  WriteNative(native("a"), "old");
+  for (const bool is_reset : {false, true}) {
+    ScriptedFtpPeer peer;
+    peer.On("RETR", [is_reset](Session& session, const std::string&) {
+      session.Reply("150 here it comes");
+      session.SendData(std::string(1 << 20, 'x'));
+      if (is_reset) session.CutData();
+      return false;
+    });
+    ASSERT_NE(Connect(peer.port()), kNoFtpHandle);
+    EXPECT_FALSE(Get(L"a"));
+    EXPECT_EQ(GetLastError(),
+              is_reset ? kErrorInternetConnectionReset : kErrorInternetConnectionAborted);
+    EXPECT_EQ(ReadNative(native("a")), "old");
+    EXPECT_EQ(ListNative(temp_.native()).size(), 2U);  // the product folder and the file
+  }
+}
+
+// A server that stops answering ends the call by the time-out that is meant for that wait.
+struct Stall {
+  const char* name;
+  FtpTimeout which;
+  const char* verb;
+  void (*answer)(Session& session);  // before it stops
+};
+
+void PrintTo(const Stall& stall, std::ostream* out) { *out << stall.name; }
+
+class FtpStallTest : public FtpSessionTest, public ::testing::WithParamInterface<Stall> {};
+
+TEST_P(FtpStallTest, EndsByItsTimeout) {
+  const Stall& stall = GetParam();
+  ScriptedFtpPeer peer;
+  peer.On(stall.verb, [&stall](Session& session, const std::string&) {
+    stall.answer(session);
+    session.Stall();
+    return false;
+  });
+  SetTimeouts(stall.which);
+  WriteNative(native("big"), "");
+  std::filesystem::resize_file(native("big"), 64 << 20);
+  EXPECT_FALSE(Connect(peer.port()) != kNoFtpHandle && Put(L"big") && Get(L"x"));
+  EXPECT_EQ(GetLastError(), kErrorInternetTimeout);
+  CloseFtpHandle(connection_);
+  EXPECT_EQ(peer.connections(), 1);
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Everywhere, FtpStallTest,
+    ::testing::Values(
+        Stall{"Greeting", FtpTimeout::kControlReceive, "", [](Session& s) { s.Reply("220-wait"); }},
+        Stall{"User", FtpTimeout::kControlReceive, "USER", [](Session&) {}},
+        Stall{"WorkingDirectory", FtpTimeout::kControlReceive, "PWD", [](Session&) {}},
+        Stall{"Type", FtpTimeout::kControlReceive, "TYPE", [](Session& s) { s.ReplyRaw("20"); }},
+        Stall{"Passive", FtpTimeout::kControlReceive, "PASV", [](Session&) {}},
+        Stall{"StoreBegin", FtpTimeout::kControlReceive, "STOR", [](Session&) {}},
+        Stall{"StoreData", FtpTimeout::kDataSend, "STOR",
+              [](Session& s) {
+                s.Reply("150 go on");
+                s.TakeSomeData(1000);
+              }},
+        Stall{"StoreEnd", FtpTimeout::kControlReceive, "STOR",
+              [](Session& s) {
+                s.Reply("150 go on");
+                s.TakeData();
+              }},
+        Stall{"RetrieveData", FtpTimeout::kDataReceive, "RETR",
+              [](Session& s) {
+                s.Reply("150 here it comes");
+                s.SendData("a part");
+              }}),
+    [](const auto& param) { return std::string(param.param.name); });
+
+TEST_F(FtpSessionTest, AConnectionThatIsNotMadeEndsByItsTimeout) {
+  const Listener server;
+  listen(server.get(), 0);
+  const int first = OpenTcpSocket();  // fills the queue
+  ASSERT_TRUE(ConnectTcp(first, 0x7F000001, server.port(), milliseconds(5000)));
+  SetTimeouts(FtpTimeout::kConnect);
+  EXPECT_EQ(Connect(server.port()), kNoFtpHandle);
+  EXPECT_EQ(GetLastError(), kErrorInternetTimeout);
+  CloseTcpSocket(first);
+}
+
+// What is slow and goes on is not ended: each wait counts anew.
+TEST_F(FtpSessionTest, WaitsCountAnewForEachPiece) {
+  static constexpr auto kStep = milliseconds(350);
+  ScriptedFtpPeer peer;
+  for (const auto& [verb, reply] : {std::pair{"USER", "331 password?"}, std::pair{"PASS", "230 in"},
+                                    std::pair{"PWD", "257 \"/\""}}) {
+    peer.On(verb, [reply = reply](Session& session, const std::string&) {
+      std::this_thread::sleep_for(kStep);
+      session.Reply(reply);
+      return true;
+    });
+  }
+  peer.On("RETR", [](Session& session, const std::string&) {
+    session.Reply("150 here it comes");
+    for (int i = 0; i < 3; ++i) {
+      session.SendData("piece");
+      std::this_thread::sleep_for(kStep);
+    }
+    session.CloseData();
+    session.Reply("226 that was it");
+    return true;
+  });
+  for (const FtpTimeout which : kAllTimeouts) EXPECT_TRUE(SetFtpTimeout(internet_, which, 900));
+  ASSERT_NE(Connect(peer.port()), kNoFtpHandle);
+  EXPECT_TRUE(Get(L"a"));
+  EXPECT_EQ(ReadNative(native("a")), "piecepiecepiece");
+}
+
+}  // namespace
+}  // namespace vk::tq
