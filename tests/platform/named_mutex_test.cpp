@@ -449,21 +449,6 @@ TEST_F(NamedMutexTest, NamesWithOneKeyStayApart) {
   two.Release();
 }
 
-// Each process has a name of its own, and makes its set anew all the time.
-TEST_F(NamedMutexTest, NamesWithOneKeyAreMadeAtOnce) {
-  const auto names = NamesWithOneKey();
-  const auto use = [](const std::wstring& name) {
-    for (int i = 0; i < 3000; ++i) {
-      Mutex mutex(nullptr, name);
-      if (mutex.Wait(0) != WaitResult::kAcquired || !mutex.Release()) return 1;
-    }
-    return 0;
-  };
-  ChildProcess other([&] { return use(names.second); });
-  EXPECT_EQ(use(names.first), 0);
-  EXPECT_EQ(other.Wait(), 0);
-}
-
 TEST_F(NamedMutexTest, SetsOfOtherProgramsAreLeftAlone) {
   for (const int size : {1, 400}) {
     const std::wstring name = name_ + std::to_wstring(size);
