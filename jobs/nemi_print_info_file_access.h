@@ -21,15 +21,15 @@ namespace vk::tq {
 ///
 /// Every failure leaves a line at level 5, with the operation as its function:
 ///
-/// | failure            | `ReadAll`    | `WriteAll`   | `Delete`     | `Move`       | `IsExist` |
-/// |--------------------|--------------|--------------|--------------|--------------|---------------|
-/// | path empty         | 100911       | 101012       | 100912       | 101013       | | | no such
-/// file       | 100903       |              | 100905       | 101001       |               | | lock
-/// | 100904       | 101002       | 100906       | 101002       | 100920 100921 | | the work itself
-/// | 100902       | 100822       |              | 101006, code |               | | not XML | 100901
-/// |              |              |              |               | | target folder      | | | |
-/// 101013       |               | | exception, code    | 100909       | 101007       | 100910 |
-/// 101015       | level 4, 0    |
+/// | failure         | ReadAll | WriteAll | Delete | Move         | IsExist            |
+/// |-----------------|---------|----------|--------|--------------|--------------------|
+/// | path empty      | 100911  | 101012   | 100912 | 101013       | -                  |
+/// | no such file    | 100903  | -        | 100905 | 101001       | -                  |
+/// | no such folder  | -       | -        | -      | 101013       | -                  |
+/// | lock            | 100904  | 101002   | 100906 | 101002       | 100920, 100921     |
+/// | the work itself | 100902  | 100822   | -      | 101006, code | -                  |
+/// | XML             | 100901  | -        | -      | -            | -                  |
+/// | exception, code | 100909  | 101007   | 100910 | 101015       | level 4, no number |
 ///
 /// A lock that cannot be had leaves a line of `GetMutex` before: 100907 when it cannot be opened,
 /// 100908 when the wait ends without it, or its last owner ended without a release.

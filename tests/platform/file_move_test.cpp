@@ -77,7 +77,7 @@ INSTANTIATE_TEST_SUITE_P(FileSystems, OtherFileSystemMoveTest, ::testing::Values
 
 TEST_P(FileMoveTest, MovesContentsRightsAndTime) {
   const std::string contents(200'000, 'x');
-  for (const mode_t mode : {0600, 0666, 0440}) {
+  for (const mode_t mode : {0600U, 0666U, 0440U}) {
     WriteNative(From(), contents);
     ASSERT_EQ(0, chmod(From().c_str(), mode));
     const timespec times[2] = {{7, 0}, {1'000'000'000, 123'000'000}};
