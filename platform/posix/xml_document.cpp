@@ -41,10 +41,10 @@ std::wstring ToWide(std::string_view utf8) { return *DecodeText(kCodePageUtf8, u
 
 // UTF-8 with a NUL behind it.
 SecureBytes ToUtf8(std::wstring_view text) {
-  SecureBytes bytes;
-  AppendUtf8(text, bytes);
-  if (bytes.size() >= INT_MAX) throw XmlError(XmlError::kOutOfMemory);
-  bytes.push_back(0);
+  Utf8Encoder encoder(text);
+  if (encoder.length() >= INT_MAX) throw XmlError(XmlError::kOutOfMemory);
+  SecureBytes bytes(encoder.length() + 1);
+  encoder.Encode(bytes);
   return bytes;
 }
 
@@ -116,8 +116,7 @@ xmlNode* NextElement(xmlNode* node) {
 
 // White space between elements is no content.
 void DropBlanks(xmlNode* parent) {
-  xmlNode* element = NextElement(parent->children);
-  if (element == nullptr) return;
+  if (NextElement(parent->children) == nullptr) return;
   for (xmlNode* node = parent->children; node != nullptr;) {
     xmlNode* const next = node->next;
     if (node->type == XML_ELEMENT_NODE) {
@@ -137,10 +136,23 @@ void AppendText(const xmlNode* node, std::string& text) {
   }
 }
 
-void AddText(xmlNode* element, const SecureBytes& text) {
+struct FreeNode {
+  void operator()(xmlNode* node) const { xmlFreeNode(node); }
+};
+using Node = std::unique_ptr<xmlNode, FreeNode>;
+
+Node NewElement(xmlDoc* document, const SecureBytes& name) {
+  return Node(Require(xmlNewDocRawNode(document, nullptr, PointerTo(name), nullptr)));
+}
+
+// Nothing for an empty text.
+Node NewText(const SecureBytes& text) {
   const auto length = static_cast<int>(text.size() - 1);
-  if (length == 0) return;
-  xmlAddChild(element, Require(xmlNewTextLen(PointerTo(text), length)));
+  return Node(length == 0 ? nullptr : Require(xmlNewTextLen(PointerTo(text), length)));
+}
+
+xmlNode* AddChild(xmlNode* parent, Node child) {
+  return child == nullptr ? nullptr : xmlAddChild(parent, child.release());
 }
 
 // ---- Paths ----
@@ -212,27 +224,45 @@ void StartElement(void* context, const xmlChar* name, const xmlChar* prefix, con
                         defaulted_count, attributes);
 }
 
-// The bytes have a NUL behind them.
-Document ParseBytes(const SecureBytes& bytes, bool ignore_declared_encoding) {
+struct FreeParser {
+  void operator()(xmlParserCtxt* parser) const {
+    if (parser->myDoc != nullptr) FreeDocument()(std::exchange(parser->myDoc, nullptr));
+    xmlFreeParserCtxt(parser);
+  }
+};
+using Parser = std::unique_ptr<xmlParserCtxt, FreeParser>;
+
+// The parser reads the bytes where they are: no copy of them is left in its memory.
+Parser ParserOfUtf8(const SecureBytes& text) {
+  Parser parser(Require(xmlNewParserCtxt()));
+  inputPush(parser.get(), Require(xmlNewStringInputStream(parser.get(), PointerTo(text))));
+  return parser;
+}
+
+Parser ParserOfFile(const SecureBytes& bytes) {
+  return Parser(Require(xmlCreateMemoryParserCtxt(reinterpret_cast<const char*>(bytes.data()),
+                                                  static_cast<int>(bytes.size()))));
+}
+
+// Parses bytes that stay as long as the call.
+Document ParseBytes(const SecureBytes& bytes, Parser (*make_parser)(const SecureBytes&),
+                    bool ignore_declared_encoding) {
   static const bool is_initialised = (xmlInitParser(), true);
   static_cast<void>(is_initialised);
-  if (bytes.size() > INT_MAX) return {};
+  if (bytes.empty() || bytes.size() > INT_MAX) return {};
 
   const SilentScope silent;
-  struct FreeParser {
-    void operator()(xmlParserCtxt* parser) const { xmlFreeParserCtxt(parser); }
-  };
-  const std::unique_ptr<xmlParserCtxt, FreeParser> parser(Require(xmlNewParserCtxt()));
+  const Parser parser = make_parser(bytes);
+  // A text may be long: nothing in it can grow, since there are no entities.
+  xmlCtxtUseOptions(parser.get(), XML_PARSE_NONET | XML_PARSE_HUGE | XML_PARSE_NOERROR |
+                                      XML_PARSE_NOWARNING |
+                                      (ignore_declared_encoding ? XML_PARSE_IGNORE_ENC : 0));
   parser->sax->internalSubset = RefuseDocumentType;
   parser->sax->startElementNs = StartElement;
-  // A text may be long: nothing in it can grow, since there are no entities.
-  Document document(xmlCtxtReadMemory(parser.get(), reinterpret_cast<const char*>(bytes.data()),
-                                      static_cast<int>(bytes.size() - 1), nullptr, nullptr,
-                                      XML_PARSE_NONET | XML_PARSE_HUGE | XML_PARSE_NOERROR |
-                                          XML_PARSE_NOWARNING |
-                                          (ignore_declared_encoding ? XML_PARSE_IGNORE_ENC : 0)));
-  if (document == nullptr || parser->nsWellFormed == 0) return {};
-  DropBlanks(xmlDocGetRootElement(document.get()));
+  xmlParseDocument(parser.get());
+  if (parser->wellFormed == 0 || parser->nsWellFormed == 0) return {};
+  Document document(std::exchange(parser->myDoc, nullptr));
+  if (document != nullptr) DropBlanks(xmlDocGetRootElement(document.get()));
   return document;
 }
 
@@ -494,24 +524,21 @@ std::vector<XmlElement> XmlElement::Select(std::wstring_view path) const {
 
 void XmlElement::SetText(std::wstring_view text) {
   if (!IsXmlText(text)) throw XmlError(XmlError::kInvalidCharacter);
-  const SecureBytes utf8 = ToUtf8(text);
+  Node new_text = NewText(ToUtf8(text));
   xmlNode* const node = NodeOf(node_);
   WipeTexts(node->doc, node->children);
   xmlFreeNodeList(std::exchange(node->children, nullptr));
   node->last = nullptr;
-  AddText(node, utf8);
+  AddChild(node, std::move(new_text));
 }
 
 XmlElement XmlElement::Append(std::wstring_view name, std::wstring_view text) {
   const SecureBytes utf8_name = ToUtf8Name(name, XmlError::kInvalidName);
   if (!IsXmlText(text)) throw XmlError(XmlError::kInvalidCharacter);
-  const SecureBytes utf8_text = ToUtf8(text);
   xmlNode* const parent = NodeOf(node_);
-  xmlNode* const node =
-      Require(xmlNewDocRawNode(parent->doc, nullptr, PointerTo(utf8_name), nullptr));
-  xmlAddChild(parent, node);
-  AddText(node, utf8_text);
-  return XmlElement(node);
+  Node element = NewElement(parent->doc, utf8_name);
+  AddChild(element.get(), NewText(ToUtf8(text)));
+  return XmlElement(AddChild(parent, std::move(element)));
 }
 
 // ---- XmlDocument ----
@@ -528,16 +555,15 @@ XmlDocument::~XmlDocument() = default;
 XmlElement XmlDocument::CreateRoot(std::wstring_view name) {
   const SecureBytes utf8_name = ToUtf8Name(name, XmlError::kInvalidName);
   Document document(Require(xmlNewDoc(nullptr)));
-  xmlNode* const node =
-      Require(xmlNewDocRawNode(document.get(), nullptr, PointerTo(utf8_name), nullptr));
-  xmlDocSetRootElement(document.get(), node);
+  xmlNode* const root = NewElement(document.get(), utf8_name).release();
+  xmlDocSetRootElement(document.get(), root);
   impl_->document = std::move(document);
-  return XmlElement(node);
+  return XmlElement(root);
 }
 
 bool XmlDocument::Parse(std::wstring_view text) {
   impl_->document.reset();
-  if (IsXmlText(text)) impl_->document = ParseBytes(ToUtf8(text), true);
+  if (IsXmlText(text)) impl_->document = ParseBytes(ToUtf8(text), ParserOfUtf8, true);
   return impl_->document != nullptr || Fail(kErrorInvalidData);
 }
 
@@ -553,8 +579,7 @@ bool XmlDocument::Load(const std::wstring& path) {
     const bool is_text = text && text->find(kReplacementCharacter) == std::wstring::npos;
     return is_text ? Parse(*text) : Fail(kErrorInvalidData);
   }
-  bytes->push_back(0);
-  impl_->document = ParseBytes(*bytes, has_mark);
+  impl_->document = ParseBytes(*bytes, ParserOfFile, has_mark);
   return impl_->document != nullptr || Fail(kErrorInvalidData);
 }
 
