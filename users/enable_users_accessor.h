@@ -18,7 +18,8 @@ namespace vk::tq {
 /// - Sectioned: an INI file with the sections `ChangeUsers`, `LogOnlyUsers` and
 ///   `PcLogonQueryUsers`, whose entries are job user = account. The names of one section are read
 ///   as far as they fit 1024 characters with a NUL behind each and one more at the end, and of each
-///   value 1023 characters. Of two entries of one name the first counts.
+///   value 1023 characters; a name that does not fit whole is not read. Of two entries of one name
+///   the first counts.
 /// - Plain: a file without any section. Every line is job user = account and belongs to
 ///   `ChangeUsers`; the line is split at its first "=", and of two lines for one name the last
 ///   counts. A line without "=" matches nobody, and neither does an empty one, but the list is not
@@ -37,9 +38,12 @@ namespace vk::tq {
 /// that is removed before the constructor returns, whatever happens.
 ///
 /// There is no lock: callers make their calls one at a time, and a pointer from GetInstance is
-/// valid until the next GetInstance. A program that writes the list needs no lock either. A list
-/// that changes while it is read is read again, and a list that keeps changing counts as one that
-/// another program has open (error 32), so the entries are never those of two lists.
+/// valid until the next GetInstance. A list may change at any time: when it does while it is read,
+/// it is read again, up to eight times, and then counts as one that another program has open (error
+/// 32). So a list that is replaced by renaming another one to its name is always read whole. One
+/// that is written in place with pauses of more than 16 ms may be read as far as it has got; the
+/// next GetInstance sees that it has changed. A list that was written within the last 16 ms is read
+/// when they are over, since two changes within that time can have one time stamp.
 class TQ_EXPORT CEnableUsersAccessor {
  public:
   CEnableUsersAccessor(const CEnableUsersAccessor&) = delete;
