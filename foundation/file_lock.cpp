@@ -66,9 +66,8 @@ HANDLE TakeProgramLock(const ProgramLock& lock, const CString& name) {
   if (mutex == nullptr) return fail(lock.no_mutex, __LINE__);
   // Only a time-out counts as a failure: a mutex whose owner ended is taken over.
   if (WaitForNamedMutex(mutex, lock_timeout) != WaitResult::kTimeout) return mutex;
-  fail(lock.timed_out, __LINE__);
   CloseNamedMutex(mutex);
-  return nullptr;
+  return fail(lock.timed_out, __LINE__);
 }
 
 HANDLE ReleaseProgramLock(HANDLE mutex) {
@@ -146,14 +145,16 @@ int LockOperations::DestroyNullDACL(SECURITY_ATTRIBUTES* attributes) {
 }
 
 void LockOperations::LogException(const ExceptionLine& line, int source_line) noexcept {
-  if (line.second != nullptr) {
-    Log4cxxMgr::LogOutDetail(line.level, line.number, line.function, source_line, line.text,
-                             *line.second);
-  } else if (line.has_code) {
-    Log4cxxMgr::LogOutDetail(line.level, line.number, line.function, source_line,
-                             static_cast<int>(GetLastError()), line.text);
-  } else {
-    Log4cxxMgr::LogOutDetail(line.level, line.number, line.function, source_line, line.text);
+  switch (line.detail) {
+    case Detail::kLastError:
+      return Log4cxxMgr::LogOutDetail(line.level, line.number, line.function, source_line,
+                                      static_cast<int>(GetLastError()), line.text);
+    case Detail::kPath:
+      return Log4cxxMgr::LogOutDetail(line.level, line.number, line.function, source_line,
+                                      line.text, *line.path);
+    case Detail::kNothing:
+      return Log4cxxMgr::LogOutDetail(line.level, line.number, line.function, source_line,
+                                      line.text);
   }
 }
 

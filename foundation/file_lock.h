@@ -6,8 +6,6 @@
 #pragma once
 
 #include <cstdint>
-#include <functional>
-#include <utility>
 
 #include "foundation/log.h"
 #include "platform/error.h"
@@ -78,15 +76,16 @@ class LockOperations {
   /// Releases and closes the mutex.
   static void RelMutex(HANDLE mutex);
 
-  /// What stands in the log when an operation ends in an exception. The line carries the last error
-  /// as its code, unless it has a second text, mostly a path, or neither.
+  /// What stands in the log when an operation ends in an exception, and what the line carries: the
+  /// last error as its code, a path as its second text, or nothing more.
+  enum class Detail { kLastError, kPath, kNothing };
   struct ExceptionLine {
     int level;
     int number;
     const wchar_t* function;
     const wchar_t* text;
-    const CString* second = nullptr;
-    bool has_code = true;
+    Detail detail = Detail::kLastError;
+    const CString* path = nullptr;
   };
 
   /// Runs an operation under a lock: makes attributes for everybody, takes the lock, does the work,
@@ -101,10 +100,17 @@ class LockOperations {
   static int RunLocked(const Take& take, int without_lock, const ExceptionLine& line,
                        const Work& work, int source_line = __builtin_LINE()) {
     Attributes attributes;
-    const Held held{take(attributes.get())};
-    if (held.mutex == nullptr) return without_lock;
+    Held held;
+    const auto take_and_work = [&](int& result) {
+      held.mutex = take(attributes.get());
+      if (held.mutex == nullptr) {
+        result = without_lock;
+      } else {
+        work(result);
+      }
+    };
     int result = 0;
-    Catch(line, source_line, work, result);
+    Catch(line, source_line, take_and_work, result);
     return result;
   }
 
@@ -143,7 +149,7 @@ class LockOperations {
   };
 
   struct Held {
-    HANDLE mutex;
+    HANDLE mutex = nullptr;
     ~Held() {
       if (mutex != nullptr) RelMutex(mutex);
     }

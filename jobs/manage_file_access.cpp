@@ -1,6 +1,8 @@
 #include "jobs/manage_file_access.h"
 
+#include <algorithm>
 #include <array>
+#include <optional>
 #include <stdexcept>
 
 #include "foundation/util.h"
@@ -88,22 +90,28 @@ CString BasePath(const CString& file_name) {
   return point < 0 ? file_name : file_name.substr(0, static_cast<std::size_t>(point));
 }
 
+// Whether a job's files can be told from others: a base without a last component would stand for every hidden file of a
+// folder, and of one that is too long the extension could not be found again.
+void RequireJobName(const CString& base) {
+  constexpr std::size_t kRoom = 255;
+  const PathPieces pieces = SplitPath(base);
+  const std::size_t name_size = pieces.name.size() + pieces.extension.size();
+  if (name_size > 0 && name_size <= kRoom && pieces.directory.size() <= kRoom) return;
+  SetLastError(name_size == 0 ? kErrorInvalidName : kErrorFileNameTooLong);
+  throw std::runtime_error("the path cannot stand for a job");
+}
+
 // The number in the last three characters of a file name.
 int NumberOfName(const CString& name) {
   return ParseInt(name.size() > 3 ? name.substr(name.size() - 3) : name);
 }
 
-void LogWithPath(int level, int number, const wchar_t* function, int line, const CString& message,
-                 const CString& path) {
-  Log4cxxMgr::LogOutDetail(level, number, function, line, message, path);
-}
-
 constexpr const wchar_t* kReadStatus = L"CManageFileAccess::ReadManageFileStatus";
 
-void LogStatusRead(const wchar_t* function, int status, const CString& path) {
-  LogWithPath(2, 0, function, __LINE__,
-              Format(L"管理ファイル１(ステータス)を読み込みました。管理ステータス：%d", status),
-              path);
+void LogStatusRead(const wchar_t* function, int line, int status, const CString& path) {
+  Log4cxxMgr::LogOutDetail(
+      2, 0, function, line,
+      Format(L"管理ファイル１(ステータス)を読み込みました。管理ステータス：%d", status), path);
 }
 
 // The status file in its short form: exactly one byte, which is the status. 0 when it is not of
@@ -127,14 +135,15 @@ int ReadOneByteStatus(const CString& path, std::int32_t& status) {
   unsigned char byte = 0;
   const auto got = file.Read(&byte, 1);
   if (!got || *got != 1) {
-    LogWithPath(5, 120600090, kReadStatus, __LINE__,
-                Format(L"管理ファイル１(ステータス)の読み込みに失敗しました errno = %d",
-                       got ? 0 : ErrnoFromError(GetLastError())),
-                path);
+    Log4cxxMgr::LogOutDetail(
+        5, 120600090, kReadStatus, __LINE__,
+        Format(L"管理ファイル１(ステータス)の読み込みに失敗しました errno = %d",
+               got ? 0 : ErrnoFromError(GetLastError())),
+        path);
     return 1;
   }
   status = byte;
-  LogStatusRead(kReadStatus, status, path);
+  LogStatusRead(kReadStatus, __LINE__, status, path);
   return 1;
 }
 
@@ -145,8 +154,17 @@ std::int32_t LocalTimeoutUnsent(const MANAGE_FILE& record) {
                                      : record.LocalTimeoutUnsentLogPrint;
 }
 
+// A text as an INI file can hold it: on one line, and up to its first NUL.
+CString OnOneLine(CString text) {
+  text.resize(std::min(text.find(L'\0'), text.size()));
+  ReplaceAll(text, L"\r\n", L" ");
+  std::replace_if(
+      text.begin(), text.end(), [](wchar_t c) { return c == L'\r' || c == L'\n'; }, L' ');
+  return text;
+}
+
 CString ValueOf(const StatusKey& key, const MANAGE_FILE& record) {
-  if (key.text != nullptr) return record.*key.text;
+  if (key.text != nullptr) return OnOneLine(record.*key.text);
   return Format(L"%d", key.number != nullptr ? record.*key.number : LocalTimeoutUnsent(record));
 }
 
@@ -168,19 +186,26 @@ bool IsStatusFileName(const CString& name) {
   return name.size() >= 4 && EqualsNoCase(name.substr(name.size() - 4), L".dat");
 }
 
-void RemoveFamily(const CString& directory, const std::vector<FoundFile>& family) {
+void RemoveFamily(const CString& folder, const std::vector<FoundFile>& family) {
   for (const FoundFile& file : family) {
     if (!file.is_directory) continue;
     SetLastError(kErrorAccessDenied);
     throw std::runtime_error("a directory is named like a file of the job");
   }
   for (const FoundFile& file : family) {
-    const CString path = Format(L"%s\\%s", directory, file.name);
+    const CString path = folder + file.name;
     if (IsStatusFileName(file.name)) ReportErrorMessage(path);
     if (!RemoveFile(path)) throw std::runtime_error("a file of the job cannot be removed");
     Log4cxxMgr::LogOutDetail(2, 120600050, L"CManageFileAccess::Delete", __LINE__,
                              Format(L"管理ファイルを削除しました。管理ファイル = %s", path));
   }
+}
+
+// Where the files of a base path lie, with a separator at its end.
+CString FolderOf(const CString& base) {
+  const PathPieces pieces = SplitPath(base);
+  if (pieces.directory.empty() && pieces.drive.empty()) return L".\\";
+  return CString(pieces.drive) + CString(pieces.directory);
 }
 
 void Normalise(CString& value, std::wstring_view allowed) {
@@ -211,84 +236,80 @@ HANDLE CManageFileAccess::GetMutex(SECURITY_ATTRIBUTES* attributes) {
 }
 
 template <class Work>
-int CManageFileAccess::RunWithJobLock(const wchar_t* function, const wchar_t* exception_text,
-                                      const Work& work) {
+int CManageFileAccess::RunWithJobLock(const ExceptionLine& line, const Work& work) {
   return RunLocked([this](SECURITY_ATTRIBUTES* attributes) { return GetMutex(attributes); }, 0,
-                   {4, 0, function, exception_text}, work);
+                   line, work);
 }
 
 int CManageFileAccess::IsExist() {
   constexpr const wchar_t* kFunction = L"CManageFileAccess::IsExist";
-  return RunGuarded({5, 120600020, kFunction,
-                     L"管理ファイルの存在確認処理で予期せぬエラーが発生しました。", nullptr, false},
-                    [&](int& result) {
-                      if (FindFamily(BasePath(info_file_name_))) {
-                        result = 1;
-                      } else if (GetLastError() != kErrorFileNotFound) {
-                        Log4cxxMgr::LogOutDetail(5, 120600010, kFunction, __LINE__,
-                                                 static_cast<int>(GetLastError()),
-                                                 L"ファイルの一覧取得に失敗しました。");
-                      }
-                    });
+  return RunGuarded(
+      {5, 120600020, kFunction, L"管理ファイルの存在確認処理で予期せぬエラーが発生しました。",
+       Detail::kNothing},
+      [&](int& result) {
+        if (FindFamily(BasePath(info_file_name_))) {
+          result = 1;
+        } else if (GetLastError() != kErrorFileNotFound) {
+          Log4cxxMgr::LogOutDetail(5, 120600010, kFunction, __LINE__,
+                                   static_cast<int>(GetLastError()),
+                                   L"ファイルの一覧取得に失敗しました。");
+        }
+      });
 }
 
 int CManageFileAccess::Delete() {
   constexpr const wchar_t* kFunction = L"CManageFileAccess::Delete";
-  ErrorCode search_error = kErrorSuccess;
-  const int result = RunLocked(
-      [this](SECURITY_ATTRIBUTES* attributes) { return GetMutex(attributes); }, 0,
-      {5, 120600060, kFunction, L"削除処理で予期せぬエラーが発生しました。"},
-      [&](int& removed) {
-        const std::size_t separator = info_file_name_.rfind(L'\\');
-        const CString directory =
-            separator == CString::npos ? CString(L".") : info_file_name_.substr(0, separator);
-        const auto family = FindFamily(BasePath(info_file_name_));
-        if (!family) {
+  std::optional<ErrorCode> search_error;
+  const int result = RunWithJobLock(
+      {5, 120600060, kFunction, L"削除処理で予期せぬエラーが発生しました。"}, [&](int& removed) {
+        const CString base = BasePath(info_file_name_);
+        if (const auto family = FindFamily(base)) {
+          RemoveFamily(FolderOf(base), *family);
+          removed = 1;
+        } else {
           search_error = GetLastError();
-          return;
         }
-        RemoveFamily(directory, *family);
-        removed = 1;
       });
   // What the search gave is reported when the lock is free again.
-  if (search_error == kErrorSuccess) return result;
   if (search_error == kErrorFileNotFound) {
     Log4cxxMgr::LogOutDetail(3, 120600040, kFunction, __LINE__,
                              L"削除：管理ファイルは存在しません。");
     return 1;
   }
-  Log4cxxMgr::LogOutDetail(5, 120600030, kFunction, __LINE__, static_cast<int>(search_error),
-                           L"ファイルの一覧取得に失敗しました。");
-  return 0;
+  if (search_error) {
+    Log4cxxMgr::LogOutDetail(5, 120600030, kFunction, __LINE__, static_cast<int>(*search_error),
+                             L"ファイルの一覧取得に失敗しました。");
+  }
+  return result;
 }
 
 int CManageFileAccess::ReadStatus() {
-  return RunWithJobLock(L"CManageFileAccess::ReadStatus",
-                        L"管理ファイル１(ステータス)の読み込み処理で例外が発生しました。",
+  return RunWithJobLock({4, 0, L"CManageFileAccess::ReadStatus",
+                         L"管理ファイル１(ステータス)の読み込み処理で例外が発生しました。"},
                         [&](int& result) { result = ReadEitherStatus(); });
 }
 
 int CManageFileAccess::WriteStatus() {
-  return RunWithJobLock(L"CManageFileAccess::WriteStatus",
-                        L"管理ファイル１(ステータス)の書き込み処理で例外が発生しました。",
+  return RunWithJobLock({4, 0, L"CManageFileAccess::WriteStatus",
+                         L"管理ファイル１(ステータス)の書き込み処理で例外が発生しました。"},
                         [&](int& result) { result = WriteManageFileStatus(); });
 }
 
 int CManageFileAccess::ReadInformation() {
-  return RunWithJobLock(L"CManageFileAccess::ReadInformation",
-                        L"管理ファイル２(情報)の読み込み処理で例外が発生しました。",
+  return RunWithJobLock({4, 0, L"CManageFileAccess::ReadInformation",
+                         L"管理ファイル２(情報)の読み込み処理で例外が発生しました。"},
                         [&](int& result) { result = ReadManageFileInformation(); });
 }
 
 int CManageFileAccess::WriteInformation() {
-  return RunWithJobLock(L"CManageFileAccess::WriteInformation",
-                        L"管理ファイル２(情報)の書き込み処理で例外が発生しました。",
+  return RunWithJobLock({4, 0, L"CManageFileAccess::WriteInformation",
+                         L"管理ファイル２(情報)の書き込み処理で例外が発生しました。"},
                         [&](int& result) { result = WriteManageFileInformation(); });
 }
 
 int CManageFileAccess::ReadAll() {
-  return RunWithJobLock(L"CManageFileAccess::ReadAll",
-                        L"管理ファイル(ステータス、情報)の読み込み処理で例外が発生しました。",
+  return RunWithJobLock({4, 0, L"CManageFileAccess::ReadAll",
+                         L"管理ファイル(ステータス、情報)の読み込み処理で例外が発生しました。"},
                         [&](int& result) {
                           result = IsExist();
                           if (result != 1) return;
@@ -300,8 +321,8 @@ int CManageFileAccess::ReadAll() {
 int CManageFileAccess::WriteAll() { return WriteAll(0); }
 
 int CManageFileAccess::WriteAll(int flag) {
-  return RunWithJobLock(L"CManageFileAccess::WriteAll",
-                        L"管理ファイル(ステータス、情報)の書き込み処理で例外が発生しました。",
+  return RunWithJobLock({4, 0, L"CManageFileAccess::WriteAll",
+                         L"管理ファイル(ステータス、情報)の書き込み処理で例外が発生しました。"},
                         [&](int& result) {
                           result = WriteManageFileInformation();
                           if (result != 0) result = WriteManageFileStatus(flag);
@@ -315,50 +336,53 @@ int CManageFileAccess::ReadEitherStatus() {
 
 int CManageFileAccess::ReadManageFileStatus() {
   CString path;
-  return RunGuarded(
-      {5, 120600100, kReadStatus,
-       L"管理ファイル１(ステータス)の読み込み処理で予期せぬエラーが発生しました。", &path},
-      [&](int& result) {
-        record_.ManageStatus = NumberOfName(info_file_name_);
-        result = 1;
-        if (record_.ManageStatus != kStatusInFile) return;
-        const CString base = BasePath(info_file_name_);
-        path = base + L".dat";
-        if (GetFileStatus(path)) {
-          result = ReadOneByteStatus(path, record_.ManageStatus);
-          return;
-        }
-        path = base + L".dat2";
-        if (!GetFileStatus(path)) return;
-        const Profile profile(path);
-        record_.ManageStatus = profile.GetInt(kInformation, L"ManageStatus", 1);
-        record_.PrinterIpAddress = profile.GetString(kInformation, L"PrinterIpAddress", L"", 1024);
-        LogStatusRead(kReadStatus, record_.ManageStatus, path);
-      });
+  return RunGuarded({5, 120600100, kReadStatus,
+                     L"管理ファイル１(ステータス)の読み込み処理で予期せぬエラーが発生しました。",
+                     Detail::kPath, &path},
+                    [&](int& result) {
+                      record_.ManageStatus = NumberOfName(info_file_name_);
+                      result = 1;
+                      if (record_.ManageStatus != kStatusInFile) return;
+                      const CString base = BasePath(info_file_name_);
+                      path = base + L".dat";
+                      if (GetFileStatus(path)) {
+                        result = ReadOneByteStatus(path, record_.ManageStatus);
+                        return;
+                      }
+                      path = base + L".dat2";
+                      if (!GetFileStatus(path)) return;
+                      const Profile profile(path);
+                      record_.ManageStatus = profile.GetInt(kInformation, L"ManageStatus", 1);
+                      record_.PrinterIpAddress =
+                          profile.GetString(kInformation, L"PrinterIpAddress", L"", 1024);
+                      LogStatusRead(kReadStatus, __LINE__, record_.ManageStatus, path);
+                    });
 }
 
 int CManageFileAccess::ReadManageFileStatusINI() {
   constexpr const wchar_t* kFunction = L"CManageFileAccess::ReadManageFileStatusINI";
   CString path;
-  return RunGuarded(
-      {5, 120600320, kFunction,
-       L"管理ファイル１(ステータス)の読み込み処理で予期せぬエラーが発生しました。", &path},
-      [&](int& result) {
-        record_.ManageStatus = NumberOfName(info_file_name_);
-        result = 1;
-        if (record_.ManageStatus != kStatusInFile) return;
-        path = BasePath(info_file_name_) + L".dat";
-        if (!GetFileStatus(path)) return;
-        const int status = Profile(path).GetInt(kInformation, L"ManageStatus", -1);
-        if (status == -1) {
-          LogWithPath(5, 120600310, kFunction, __LINE__,
-                      L"管理ファイル１(ステータス)の管理ステータスの取得に失敗しました。", path);
-          result = 0;
-          return;
-        }
-        record_.ManageStatus = status;
-        LogStatusRead(kFunction, status, path);
-      });
+  return RunGuarded({5, 120600320, kFunction,
+                     L"管理ファイル１(ステータス)の読み込み処理で予期せぬエラーが発生しました。",
+                     Detail::kPath, &path},
+                    [&](int& result) {
+                      record_.ManageStatus = NumberOfName(info_file_name_);
+                      result = 1;
+                      if (record_.ManageStatus != kStatusInFile) return;
+                      path = BasePath(info_file_name_) + L".dat";
+                      if (!GetFileStatus(path)) return;
+                      const int status = Profile(path).GetInt(kInformation, L"ManageStatus", -1);
+                      if (status == -1) {
+                        Log4cxxMgr::LogOutDetail(
+                            5, 120600310, kFunction, __LINE__,
+                            L"管理ファイル１(ステータス)の管理ステータスの取得に失敗しました。",
+                            path);
+                        result = 0;
+                        return;
+                      }
+                      record_.ManageStatus = status;
+                      LogStatusRead(kFunction, __LINE__, status, path);
+                    });
 }
 
 int CManageFileAccess::WriteManageFileStatus() { return WriteManageFileStatus(0); }
@@ -368,6 +392,7 @@ int CManageFileAccess::WriteManageFileStatus(int flag) {
                      L"管理ファイル１(ステータス)の書き込み処理で予期せぬエラーが発生しました。"},
                     [&](int& result) {
                       const CString base = BasePath(info_file_name_);
+                      RequireJobName(base);
                       const CString new_name = flag != 0
                                                    ? Format(L"%s.099", base)
                                                    : Format(L"%s.%03d", base, record_.ManageStatus);
@@ -378,7 +403,7 @@ int CManageFileAccess::WriteManageFileStatus(int flag) {
                       }
                       info_file_name_ = new_name;
                       if (IsMatchStatusMain(record_.ManageStatus, 95, 96, 97, 98, 99, -1) == 1) {
-                        WriteStatusFile(Format(L"%s%s", base, L".dat"));
+                        WriteStatusFile(base + L".dat");
                       }
                       result = 1;
                     });
@@ -417,19 +442,21 @@ int CManageFileAccess::ReadManageFileInformation() {
   constexpr const wchar_t* kFunction = L"CManageFileAccess::ReadManageFileInformation";
   return RunGuarded(
       {5, 120600170, kFunction,
-       L"管理ファイル２(情報)の読み込み処理で予期せぬエラーが発生しました。", &info_file_name_},
+       L"管理ファイル２(情報)の読み込み処理で予期せぬエラーが発生しました。", Detail::kPath,
+       &info_file_name_},
       [&](int& result) {
         const auto status = GetFileStatus(info_file_name_);
         if (!status) {
-          LogWithPath(5, 120600160, kFunction, __LINE__, L"管理ファイル２(情報)が存在しません。",
-                      info_file_name_);
+          Log4cxxMgr::LogOutDetail(5, 120600160, kFunction, __LINE__,
+                                   L"管理ファイル２(情報)が存在しません。", info_file_name_);
           return;
         }
         CString xml;
         const WipeOnExit wipe(xml);
         if (CCrypto().CryptingStringReader(info_file_name_, xml) != 0) {
-          LogWithPath(5, 120600150, kFunction, __LINE__,
-                      L"管理ファイル２(情報)の復号化に失敗しました。", info_file_name_);
+          Log4cxxMgr::LogOutDetail(5, 120600150, kFunction, __LINE__,
+                                   L"管理ファイル２(情報)の復号化に失敗しました。",
+                                   info_file_name_);
           record_.FileTime = status->last_write();
           return;
         }
@@ -437,6 +464,7 @@ int CManageFileAccess::ReadManageFileInformation() {
         for (const TextElement& element : kTextElements) names.Add(element.name);
         names.Add(kSpoolSizeElement);
         CMapStringToString values;
+        const WipeTextsOnExit wipe_values(values);
         CXml(kRootName, kRecordName).SelectFirstXMLStringValue(xml, names, values);
         // An element that is missing leaves its field as it was.
         for (const TextElement& element : kTextElements) {
@@ -445,8 +473,8 @@ int CManageFileAccess::ReadManageFileInformation() {
         record_.spoolsize = ParseInt(values[kSpoolSizeElement]);
         Normalise(record_.tavocopy, L"01");
         Normalise(record_.tavocopyerr, L"012");
-        LogWithPath(2, 0, kFunction, __LINE__, L"管理ファイル２(情報)を読み込みました。",
-                    info_file_name_);
+        Log4cxxMgr::LogOutDetail(2, 0, kFunction, __LINE__,
+                                 L"管理ファイル２(情報)を読み込みました。", info_file_name_);
         record_.FileTime = status->last_write();
         result = 1;
       });
@@ -456,10 +484,12 @@ int CManageFileAccess::WriteManageFileInformation() {
   constexpr const wchar_t* kFunction = L"CManageFileAccess::WriteManageFileInformation";
   return RunGuarded(
       {5, 120600190, kFunction,
-       L"管理ファイル２(情報)の書き込み処理で予期せぬエラーが発生しました。", nullptr, false},
+       L"管理ファイル２(情報)の書き込み処理で予期せぬエラーが発生しました。", Detail::kNothing},
       [&](int& result) {
+        RequireJobName(BasePath(info_file_name_));
         CStringArray names;
         CStringArray values;
+        const WipeTextsOnExit wipe_values(values);
         for (const TextElement& element : kTextElements) {
           names.Add(element.name);
           values.Add(record_.*element.field);

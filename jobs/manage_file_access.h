@@ -32,6 +32,8 @@ class TQ_EXPORT CManageFileAccess : public CObject, private LockOperations {
   /// Binds the object to a job. `name` is the job's path with any extension or none: the object
   /// ends up on the job's existing numbered file, and on B.000 when there is none. The record has
   /// its defaults, so ManageStatus is 0 until a read. With null the object has no name.
+  /// A path without a name in its last component, or with a component of more than 255 characters,
+  /// stands for no job: nothing is written for it.
   explicit CManageFileAccess(const wchar_t* name);
   ~CManageFileAccess() override;
   CManageFileAccess(const CManageFileAccess&) = default;
@@ -103,7 +105,7 @@ class TQ_EXPORT CManageFileAccess : public CObject, private LockOperations {
   int ReadEitherStatus();
   void WriteStatusFile(const CString& path);
   template <class Work>
-  int RunWithJobLock(const wchar_t* function, const wchar_t* exception_text, const Work& work);
+  int RunWithJobLock(const ExceptionLine& line, const Work& work);
 
   CString status_file_name_;
   CString info_file_name_;

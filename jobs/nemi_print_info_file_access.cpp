@@ -149,25 +149,24 @@ int CNemiPrintInfoFileAccess::ReadAll() {
       100904};
   if (file_name_.empty()) return Failure(100911, kRead.exception.function, __LINE__, kNoPath);
   if (IsExist() == 0) return Failure(100903, kRead.exception.function, __LINE__, kNoFile);
-  return RunUnderLock(kRead, [this](int& result) { ReadRecord(result); });
+  return RunUnderLock(kRead, [this](int& result) { result = ReadRecord(); });
 }
 
-void CNemiPrintInfoFileAccess::ReadRecord(int& result) {
+int CNemiPrintInfoFileAccess::ReadRecord() {
   static constexpr wchar_t kFunction[] = L"CNemiPrintInfoFileAccess::ReadAll";
   CString xml;
   const WipeOnExit wipe(xml);
   if (CCrypto().CryptingStringReader(file_name_, xml) != 0) {
-    Failure(100902, kFunction, __LINE__, L"ネミ印刷情報ファイルの復号化に失敗しました。");
-    return;
+    return Failure(100902, kFunction, __LINE__, L"ネミ印刷情報ファイルの復号化に失敗しました。");
   }
   CStringArray names;
   for (const Field& field : kFields) {
     if (field.is_read) names.Add(field.element);
   }
   CMapStringToString values;
+  const WipeTextsOnExit wipe_values(values);
   if (RecordXml().SelectXMLStringValue(xml, names, values) != 0) {
-    Failure(100901, kFunction, __LINE__, L"ネミ印刷情報ファイルの読み込みに失敗しました。");
-    return;
+    return Failure(100901, kFunction, __LINE__, L"ネミ印刷情報ファイルの読み込みに失敗しました。");
   }
   NEMI_INF_FILE record = record_;
   for (const Field& field : kFields) {
@@ -175,7 +174,7 @@ void CNemiPrintInfoFileAccess::ReadRecord(int& result) {
   }
   record.FilePath = file_name_;
   record_ = std::move(record);
-  result = 1;
+  return 1;
 }
 
 int CNemiPrintInfoFileAccess::WriteAll() {
@@ -184,12 +183,13 @@ int CNemiPrintInfoFileAccess::WriteAll() {
        L"ネミ印刷情報ファイルの保存処理で予期せぬエラーが発生しました。"},
       101002};
   if (file_name_.empty()) return Failure(101012, kWrite.exception.function, __LINE__, kNoPath);
-  return RunUnderLock(kWrite, [this](int& result) { WriteRecord(result); });
+  return RunUnderLock(kWrite, [this](int& result) { result = WriteRecord(); });
 }
 
-void CNemiPrintInfoFileAccess::WriteRecord(int& result) const {
+int CNemiPrintInfoFileAccess::WriteRecord() const {
   CStringArray names;
   CStringArray values;
+  const WipeTextsOnExit wipe_values(values);
   for (const Field* field : kWriteOrder) {
     names.Add(field->element);
     values.Add(record_.*field->member);
@@ -198,11 +198,10 @@ void CNemiPrintInfoFileAccess::WriteRecord(int& result) const {
   const WipeOnExit wipe(xml);
   // An empty text would take the place of the print information.
   if (xml.empty() || CCrypto().CryptingStringWriter(xml, file_name_) != 0) {
-    Failure(100822, L"CNemiPrintInfoFileAccess::WriteAll", __LINE__,
-            L"ネミ情報の書き込みに失敗しました。");
-    return;
+    return Failure(100822, L"CNemiPrintInfoFileAccess::WriteAll", __LINE__,
+                   L"ネミ情報の書き込みに失敗しました。");
   }
-  result = 1;
+  return 1;
 }
 
 int CNemiPrintInfoFileAccess::Delete(int retry) {
@@ -235,20 +234,17 @@ int CNemiPrintInfoFileAccess::Move(const wchar_t* directory) {
   }
   if (IsExist() == 0) return Failure(101001, function, __LINE__, kNoFile);
   return RunUnderLock(kMove, [&](int& result) {
-    MoveTo(target + L"\\" + GetFileName(file_name_.c_str()) + L".xml", result);
+    result = MoveTo(target + L"\\" + GetFileName(file_name_.c_str()) + L".xml");
   });
 }
 
-void CNemiPrintInfoFileAccess::MoveTo(const CString& target, int& result) const {
+int CNemiPrintInfoFileAccess::MoveTo(const CString& target) const {
   static constexpr wchar_t kFunction[] = L"CNemiPrintInfoFileAccess::Move";
-  if (MoveFileReplacing(file_name_, target)) {
-    result = 1;
-    return;
-  }
+  if (MoveFileReplacing(file_name_, target)) return 1;
   Log4cxxMgr::LogOutDetail(5, 101006, kFunction, __LINE__, static_cast<int>(GetLastError()),
                            L"ネミ印刷情報ファイルの移動に失敗しました。");
   Failure(101006, kFunction, __LINE__, L"移動元[" + file_name_ + L"]");
-  Failure(101006, kFunction, __LINE__, L"移動先[" + target + L"]");
+  return Failure(101006, kFunction, __LINE__, L"移動先[" + target + L"]");
 }
 
 int CNemiPrintInfoFileAccess::IsExist() {

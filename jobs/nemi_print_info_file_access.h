@@ -19,17 +19,18 @@ namespace vk::tq {
 /// in between: that ends in the failure lines of the second step. With an empty path these three
 /// and WriteAll give 0 and take no lock.
 ///
-/// Every failure leaves a line at level 5, with the operation as its function:
+/// Every failure leaves a line with the operation as its function, at level 5 but for the exceptions
+/// of IsExist, which have level 4 and number 0; 101006 and those of exceptions carry the last error:
 ///
-/// | failure         | ReadAll | WriteAll | Delete | Move         | IsExist            |
-/// |-----------------|---------|----------|--------|--------------|--------------------|
-/// | path empty      | 100911  | 101012   | 100912 | 101013       | -                  |
-/// | no such file    | 100903  | -        | 100905 | 101001       | -                  |
-/// | no such folder  | -       | -        | -      | 101013       | -                  |
-/// | lock            | 100904  | 101002   | 100906 | 101002       | 100920, 100921     |
-/// | the work itself | 100902  | 100822   | -      | 101006, code | -                  |
-/// | XML             | 100901  | -        | -      | -            | -                  |
-/// | exception, code | 100909  | 101007   | 100910 | 101015       | level 4, no number |
+///   | failure         | ReadAll | WriteAll | Delete | Move   | IsExist         |
+///   |-----------------|---------|----------|--------|--------|-----------------|
+///   | path empty      | 100911  | 101012   | 100912 | 101013 |                 |
+///   | no such file    | 100903  |          | 100905 | 101001 |                 |
+///   | no target folder|         |          |        | 101013 |                 |
+///   | lock            | 100904  | 101002   | 100906 | 101002 | 100920, 100921  |
+///   | the work itself | 100902  | 100822   |        | 101006 |                 |
+///   | no XML          | 100901  |          |        |        |                 |
+///   | exception       | 100909  | 101007   | 100910 | 101015 | 0               |
 ///
 /// A lock that cannot be had leaves a line of `GetMutex` before: 100907 when it cannot be opened,
 /// 100908 when the wait ends without it, or its last owner ended without a release.
@@ -76,9 +77,9 @@ class TQ_EXPORT CNemiPrintInfoFileAccess : private LockOperations {
   static int IsExist(const CString& path);
   static int TestUnderLock(const GuardedOperation& operation, const CString& path);
   static CString GetFileName(const wchar_t* path);
-  void ReadRecord(int& result);
-  void WriteRecord(int& result) const;
-  void MoveTo(const CString& target, int& result) const;
+  int ReadRecord();
+  int WriteRecord() const;
+  int MoveTo(const CString& target) const;
 
   template <class Work>
   static int RunUnderLock(const GuardedOperation& operation, const Work& work, int retry = 0);

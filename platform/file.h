@@ -135,7 +135,8 @@ struct FoundFile {
 
 /// The entries of a directory whose names match a pattern with * and ?, in the upper-case lexical
 /// order of their names, with "." and ".." left out. Case does not count; "*.*" and "name.*" also
-/// find names without a point. Nothing when no entry matches (2) or there is no such directory (3).
+/// find names without a point. Nothing when no entry matches (2) or there is no such directory (3);
+/// an empty directory is no failure for a pattern that matches every name.
 std::optional<std::vector<FoundFile>> FindFiles(const std::wstring& directory,
                                                 std::wstring_view pattern);
 

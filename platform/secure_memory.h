@@ -4,6 +4,7 @@
 #include <cstddef>
 #include <memory>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "platform/export.h"
@@ -47,6 +48,29 @@ class WipeOnExit {
 
  private:
   Text& text_;
+};
+
+namespace internal {
+inline std::wstring& TextOf(std::wstring& text) { return text; }
+template <class Key>
+std::wstring& TextOf(std::pair<const Key, std::wstring>& entry) {
+  return entry.second;
+}
+}  // namespace internal
+
+/// The same for every text of a container, or every value of a map of texts.
+template <class Texts>
+class WipeTextsOnExit {
+ public:
+  explicit WipeTextsOnExit(Texts& texts) : texts_(texts) {}
+  WipeTextsOnExit(const WipeTextsOnExit&) = delete;
+  WipeTextsOnExit& operator=(const WipeTextsOnExit&) = delete;
+  ~WipeTextsOnExit() {
+    for (auto& item : texts_) const WipeOnExit wipe(internal::TextOf(item));
+  }
+
+ private:
+  Texts& texts_;
 };
 
 }  // namespace vk::tq

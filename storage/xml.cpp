@@ -34,7 +34,6 @@ constexpr FailureLine kSelectBelow = {
 constexpr FailureLine kSelectAll = {130101, L"CXml::SelectXMLStringValue", kReadElement};
 constexpr FailureLine kSelectMap = {130104, L"CXml::SelectXMLStringValue",
                                     L"XMLファイル読込み時に例外が発生しました。%s"};
-constexpr FailureLine kSelectFirsts = {130101, L"CXml::SelectFirstXMLStringValue", kReadElement};
 constexpr FailureLine kSelectNames = {130101, L"CXml::SelectXMLStringValue03", kReadElement};
 constexpr FailureLine kSelectRows = {130105, L"CXml::SelectXmlData",
                                      L"XMLデータ解析時に例外が発生しました。%s"};
@@ -154,15 +153,17 @@ int CXml::SelectXMLStringValue(const CString& xml, const CStringArray& names,
 
 int CXml::SelectFirstXMLStringValue(const CString& xml, const CStringArray& names,
                                     CMapStringToString& values) {
+  std::wstring_view name;
   return Read(
-      kSelectFirsts, xml,
+      kSelectFirst, xml,
       [&](const XmlDocument& document) {
-        for (const CString& name : names) {
-          const std::vector<XmlElement> found = document.Select(m_strRecordPath + L"/" + name);
-          if (!found.empty()) values[name] = found.front().text();
+        for (const CString& each : names) {
+          name = each;
+          const std::vector<XmlElement> found = document.Select(m_strRecordPath + L"/" + each);
+          if (!found.empty()) values[each] = found.front().text();
         }
       },
-      L"");
+      name);
 }
 
 int CXml::SelectXMLStringValue03(CString xml, const CStringArray& names, CStringArray& values) {

@@ -93,6 +93,7 @@ void UserDataFile<Record>::ReadRecord(int& result) {
   CStringArray names;
   for (const auto& field : kind_.fields) names.Add(field.element);
   CMapStringToString values;
+  const WipeTextsOnExit wipe_values(values);
   if (RecordXml().SelectXMLStringValue(xml, names, values) != 0) {
     LogFailure(130307, kind_.read_all, __LINE__, kind_.not_parsed);
     return;
@@ -108,6 +109,7 @@ void UserDataFile<Record>::WriteRecord(int& result) const {
   if (!MakeDirectory()) return;
   CStringArray names;
   CStringArray values;
+  const WipeTextsOnExit wipe_values(values);
   for (const auto& field : kind_.fields) {
     names.Add(field.element);
     values.Add(m_userData.*field.member);

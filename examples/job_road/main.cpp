@@ -16,7 +16,7 @@ int main(int count, char** arguments) {
   demo::DescribeThePrint(road);
   demo::HoldTheJob(road);
   demo::ChangeTheStatus(road);
-  //demo::FindTheServersName(road);
+  demo::FindTheServersName(road);
   demo::CallTheSharedPrinter(road);
   demo::SendTheFiles(road);
   demo::EndTheJob(road);

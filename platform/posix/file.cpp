@@ -172,15 +172,15 @@ bool InPlaceWriter::CreateNew(const std::string& native) {
 }
 
 bool InPlaceWriter::Reserve(std::uint64_t size) {
-  int error = 0;
-  if (size > 0) {
-    do {
-      error = posix_fallocate(static_cast<int>(handle_), 0, static_cast<off_t>(size));
-    } while (error == EINTR);
-  }
-  if (error == 0) return true;
+  const auto reserve = [&] {
+    return fallocate(static_cast<int>(handle_), 0, 0, static_cast<off_t>(size));
+  };
+  if (size == 0 || RetryInterrupted(reserve) == 0) return true;
+  // Some network file systems cannot reserve anything: there a full disk shows while writing.
+  if (errno == EOPNOTSUPP || errno == ENOSYS) return true;
+  FailWithErrno();
   TakeBack();
-  return Fail(ErrorFromErrno(error));
+  return false;
 }
 
 void InPlaceWriter::TakeBack() {

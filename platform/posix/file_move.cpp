@@ -167,7 +167,8 @@ bool MoveFileReplacing(const std::wstring& from, const std::wstring& to) {
   const std::string old_name = PathToNative(from);
   const std::string new_name = PathToNative(to);
   // The contents first: a name must not reach the disk before them.
-  if (const FileDescriptor source = OpenSource(old_name)) fsync(source.get());
+  const FileDescriptor source = OpenSource(old_name);
+  if (source && fsync(source.get()) != 0 && errno != EINVAL) return FailWithErrno();
   if (rename(old_name.c_str(), new_name.c_str()) == 0) {
     RemoveOtherLink(old_name, new_name);
   } else if (errno != EXDEV) {

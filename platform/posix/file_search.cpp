@@ -115,14 +115,16 @@ std::optional<std::vector<FoundFile>> FindFiles(const std::wstring& directory,
     hits.push_back({{std::move(name), IsDirectory(open, entry)}, std::move(upper_name)});
   });
   if (!is_read) return {};
+  // Where the pattern matches "." the search has a hit, although that name is left out.
+  if (hits.empty() && MatchesPattern(upper_pattern, L".")) return std::vector<FoundFile>();
   return InOrder(std::move(hits));
 }
 
 std::optional<std::vector<FoundFile>> FindFamily(const std::wstring& base) {
-  const std::string native = PathToNative(base);
-  const std::size_t slash = native.rfind('/');
-  const std::string prefix = native.substr(slash == std::string::npos ? 0 : slash + 1) + ".";
-  const std::string directory = slash == std::string::npos ? "." : native.substr(0, slash + 1);
+  const PathPieces pieces = SplitPath(base);
+  const std::wstring folder = std::wstring(pieces.drive) + std::wstring(pieces.directory);
+  const std::string directory = folder.empty() ? "." : PathToNative(folder);
+  const std::string prefix = NameToNative(base.substr(folder.size())) + ".";
   if (prefix == ".") {
     // A base that names no file has no family. Without this, every hidden file of the folder would
     // be one.

@@ -109,13 +109,17 @@ bool WriteProfile(const std::wstring& path, const std::vector<ProfileValue>& val
     SetLastError(kErrorInvalidParameter);
     return false;
   }
-  internal::ProfileFile file;
-  if (!file.Open(PathToNative(path))) return false;
-  internal::ProfileEditor editor(file.bytes());
-  for (const ProfileValue& value : values) {
-    if (!editor.Set(value)) return false;
+  // A file that another process makes at the same moment is read, and changed, in the next turn.
+  for (;;) {
+    internal::ProfileFile file;
+    if (!file.Open(PathToNative(path))) return false;
+    internal::ProfileEditor editor(file.bytes());
+    for (const ProfileValue& value : values) {
+      if (!editor.Set(value)) return false;
+    }
+    if (file.Replace(editor.Bytes())) return true;
+    if (GetLastError() != kErrorAlreadyExists) return false;
   }
-  return file.Replace(editor.Bytes());
 }
 
 bool WriteProfileString(const std::wstring& path, std::wstring_view section, std::wstring_view key,

@@ -19,6 +19,9 @@ constexpr int kOpenFlags = O_CLOEXEC | O_NONBLOCK | O_NOCTTY;
 constexpr milliseconds kWriterWait(10'000);
 constexpr milliseconds kReaderWait(200);
 
+// What is larger is no INI file: somebody means to use up the memory.
+constexpr off_t kLargest = 0x1000000;
+
 bool Lock(int file, short kind, milliseconds limit) {
   constexpr std::chrono::microseconds kShortestPause(20);
   constexpr std::chrono::microseconds kLongestPause(1'000);
@@ -51,6 +54,7 @@ bool IsRegular(int file, struct stat& status) {
 bool ReadAll(int file, std::string& bytes) {
   struct stat status {};
   if (!IsRegular(file, status)) return false;
+  if (status.st_size > kLargest) return Fail(kErrorFileTooLarge);
   // One more than the file holds, so that its end shows without another reading.
   bytes.resize(static_cast<std::size_t>(status.st_size) + 1);
   for (std::size_t size = 0;;) {
@@ -99,17 +103,21 @@ bool ProfileFile::Open(const std::string& native) {
   // Another process may remove the file, or put another one in its place, before its lock is here.
   do {
     if (!OpenOnce() || !Lock(file_.get(), F_WRLCK, kWriterWait)) return false;
-  } while (!IsStillNamed());
+  } while (!is_unnamed_ && !IsStillNamed());
   return ReadAll(file_.get(), bytes_);
 }
 
 bool ProfileFile::OpenOnce() {
   constexpr int kFlags = O_RDWR | O_NOFOLLOW | kOpenFlags;
   for (;;) {
-    is_new_ = false;
+    is_new_ = is_unnamed_ = false;
     file_.Reset(open(native_.c_str(), kFlags));
     if (file_) break;
     if (errno != ENOENT) return FailWithErrno();
+    // Without a name until it is whole: whoever sees the file sees its values.
+    file_.Reset(open(ParentOf(native_).c_str(), O_TMPFILE | O_RDWR | O_CLOEXEC, 0666));
+    is_unnamed_ = file_ && access(DescriptorPath(file_.get()).c_str(), F_OK) == 0;
+    if (is_unnamed_) break;
     file_.Reset(open(native_.c_str(), kFlags | O_CREAT | O_EXCL, 0666));
     is_new_ = static_cast<bool>(file_);
     if (file_) break;
@@ -170,7 +178,11 @@ bool ProfileFile::Replace(std::string_view bytes) {
     Restore(begin);
     return FailWithErrno();
   }
-  is_new_ = false;
+  if (is_unnamed_ && linkat(AT_FDCWD, DescriptorPath(file_.get()).c_str(), AT_FDCWD,
+                            native_.c_str(), AT_SYMLINK_FOLLOW) != 0) {
+    return FailWithErrno();
+  }
+  is_new_ = is_unnamed_ = false;
   Unlock(file_.get());
   if (close(file_.Release()) != 0 && errno != EINTR) return FailWithErrno();
   return true;

@@ -28,7 +28,7 @@ class ProfileFile {
   const std::string& bytes() const { return bytes_; }
 
   // Puts other bytes in the place of the old ones and closes the file. On failure the old ones
-  // stand.
+  // stand; 183 when the file was new and another process has made one meanwhile.
   bool Replace(std::string_view bytes);
 
  private:
@@ -41,7 +41,8 @@ class ProfileFile {
   std::string native_;
   FileDescriptor file_;
   std::string bytes_;
-  bool is_new_ = false;
+  bool is_new_ = false;      // made under its name, and not written yet
+  bool is_unnamed_ = false;  // made, and not visible yet
 };
 
 }  // namespace vk::tq::internal

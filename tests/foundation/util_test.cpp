@@ -127,6 +127,9 @@ TEST_F(UtilFolderTest, FilesAreListedWithoutDirectories) {
   EXPECT_EQ(3, files.GetSize());
   EXPECT_EQ(1, GetFileList2(path(L"list"), L"d*", files));
   EXPECT_EQ(0, files.GetSize());
+  std::filesystem::create_directory(native("empty"));
+  EXPECT_EQ(1, GetFileList2(path(L"empty"), L"*", files));
+  EXPECT_EQ(0, GetFileList2(path(L"empty"), L"*.txt", files));
   files.Add(L"old");
   EXPECT_EQ(1, GetFileList2(L"", L"*", files));
   EXPECT_EQ(0, files.GetSize());

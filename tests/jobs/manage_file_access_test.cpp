@@ -182,10 +182,11 @@ TEST_F(ManageFileAccessTest, ARecordComesBackWhole) {
 
   CString xml;
   ASSERT_EQ(0, CCrypto().CryptingStringReader(Base(L"B.005"), xml));
-  EXPECT_THAT(ToUtf8(xml), ::testing::MatchesRegex(
-                       "<\\?xml version=\"1.0\" encoding=\"Shift_JIS\".*<Velkorandia><ManageInfo>"
-                       "<NotifyName>.*</NotifyName><ip>.*</tavocopyerr><spoolsize>-2147483647"
-                       "</spoolsize></ManageInfo></Velkorandia>\n?"));
+  EXPECT_THAT(ToUtf8(xml),
+              ::testing::MatchesRegex(
+                  "<\\?xml version=\"1.0\" encoding=\"Shift_JIS\".*<Velkorandia><ManageInfo>"
+                  "<NotifyName>.*</NotifyName><ip>.*</tavocopyerr><spoolsize>-2147483647"
+                  "</spoolsize></ManageInfo></Velkorandia>\n?"));
 }
 
 TEST_F(ManageFileAccessTest, ElementsAreReadAsTheyAre) {
@@ -347,6 +348,31 @@ TEST_F(ManageFileAccessTest, AStatusFrom95To99AlsoWritesTheStatusFile) {
   ASSERT_EQ(1, job.WriteStatus());
   EXPECT_THAT(Family(), ElementsAre("B.005", "B.dat"));
   EXPECT_EQ(before, ReadNative(File("B.dat")));
+}
+
+TEST_F(ManageFileAccessTest, AStatusFileHoldsEachTextOnOneLine) {
+  CManageFileAccess job(Base().c_str());
+  job.GetManageData().ManageStatus = 97;
+  job.GetManageData().ErrorMessage = L"one\r\ntwo\nthree" + std::wstring(1, L'\0') + L"four";
+  ASSERT_EQ(1, job.WriteAll(1));
+  EXPECT_THAT(ReadNative(File("B.dat")),
+              ::testing::HasSubstr("\r\nErrorMessage=one two three\r\n"));
+  CManageFileAccess reader(Base().c_str());
+  EXPECT_EQ(1, reader.ReadStatus());
+  EXPECT_EQ(97, reader.GetManageData().ManageStatus);
+}
+
+TEST_F(ManageFileAccessTest, APathThatStandsForNoJobIsNotWritten) {
+  Put(".profile", "somebody's");
+  for (const std::wstring& name :
+       {std::wstring(L".job"), std::wstring(L""), std::wstring(256, L'n')}) {
+    CManageFileAccess job(Base(name).c_str());
+    job.GetManageData().ManageStatus = 5;
+    EXPECT_EQ(0, job.WriteAll()) << ToUtf8(name);
+    EXPECT_EQ(0, job.WriteStatus()) << ToUtf8(name);
+    EXPECT_EQ(1, job.Delete()) << ToUtf8(name);
+    EXPECT_THAT(Family(), ElementsAre(".profile"));
+  }
 }
 
 TEST_F(ManageFileAccessTest, TheFlagSendsTheReaderToTheStatusFile) {
@@ -591,7 +617,7 @@ TEST_F(ManageFileAccessTest, AKilledWriterLosesNothing) {
       for (int status = 2;; status = status == 2 ? 97 : 2) {
         job.GetManageData().ManageStatus = status;
         job.GetManageData().comment = next;
-        job.WriteAll();
+        job.WriteAll(status == 97 ? round % 2 : 0);
       }
       return 0;
     });
