@@ -59,7 +59,7 @@ void ReplaceSecret(CString& member, std::wstring_view text) {
 // Reads the keys into an object: one function for each shape.
 class CClientSetting::Reader {
  public:
-  explicit Reader(CClientSetting& setting) : setting_(setting), file_(ProductFile(kClientIni)) {}
+  explicit Reader(CClientSetting& setting) : setting_(setting), file_(ProductPath(kClientIni)) {}
 
   int result() const { return result_; }
 

@@ -3,9 +3,7 @@
 
 #include <cstddef>
 
-#include "foundation/util.h"
-#include "platform/path.h"
-#include "platform/types.h"
+#include "foundation/product_folder.h"
 
 namespace vk::tq::client_keys {
 
@@ -21,11 +19,5 @@ inline constexpr const wchar_t* kDefaultFolder =
 
 /// Characters, the terminator included.
 inline constexpr std::size_t kValueBuffer = 1024;
-
-/// A file below the product data folder. The folder is asked for at each use.
-inline CString ProductFile(const wchar_t* tail) {
-  return CUtil::GetSpecialFolderPath(kFolderCommonAppData) +
-         L"\\ORV-INC\\Velkorandia\\Tessaloquin" + tail;
-}
 
 }  // namespace vk::tq::client_keys

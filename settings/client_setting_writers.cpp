@@ -21,11 +21,11 @@ namespace {
 // ---- Client.ini ----
 
 int WriteClientKey(const wchar_t* key, const CString& value) {
-  return WriteProfileString(ProductFile(kClientIni), kSettingSection, key, value) ? 1 : 0;
+  return WriteProfileString(ProductPath(kClientIni), kSettingSection, key, value) ? 1 : 0;
 }
 
 CString ReadClientKey(const wchar_t* key) {
-  return Profile(ProductFile(kClientIni)).GetString(kSettingSection, key, L"", kValueBuffer);
+  return Profile(ProductPath(kClientIni)).GetString(kSettingSection, key, L"", kValueBuffer);
 }
 
 // ---- config.ini ----
@@ -53,7 +53,7 @@ int WriteConfig(const wchar_t* function, int exception_number, const Work& work)
 
 // Nobody looks at the result: a print processor that is not installed has no folder for the file.
 void WriteConfigKeys(const std::vector<ProfileValue>& values) {
-  WriteProfile(ProductFile(kPrintProcessorIni), values);
+  WriteProfile(ProductPath(kPrintProcessorIni), values);
 }
 
 template <class Value>
@@ -93,7 +93,7 @@ CString CClientSetting::ReadPrimPSIpAddr() { return ReadClientKey(L"P1"); }
 CString CClientSetting::ReadScndPSIpAddr() { return ReadClientKey(L"P1Secondary"); }
 
 int CClientSetting::ReadSvIpGetAutoFlg() {
-  return Profile(ProductFile(kClientIni)).GetInt(kSettingSection, L"ServerAutoSetting", 0);
+  return Profile(ProductPath(kClientIni)).GetInt(kSettingSection, L"ServerAutoSetting", 0);
 }
 
 int CClientSetting::ReadAddIconRetry() {

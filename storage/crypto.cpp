@@ -8,6 +8,7 @@
 #include <string>
 #include <string_view>
 
+#include "foundation/product_folder.h"
 #include "foundation/util.h"
 #include "platform/cipher.h"
 #include "platform/error.h"
@@ -94,8 +95,7 @@ constexpr Length MarkedLength(Length length) {
 
 }  // namespace
 
-CCrypto::CCrypto()
-    : m_strKeyFile(CString(L"\\ORV-INC\\Velkorandia\\Tessaloquin") + L"\\config\\data.dat") {}
+CCrypto::CCrypto() : m_strKeyFile(CString(kProductFolder) + L"\\config\\data.dat") {}
 
 // ---- Conversions ----
 
