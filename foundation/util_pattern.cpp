@@ -61,6 +61,7 @@ int CUtil::SepareteImaglogID(wchar_t* text, wchar_t* id) {
 }
 
 int CUtil::GetImageLogIDDelimiter(wchar_t* delimiter) {
+  if (delimiter == nullptr) return 0;
   constexpr std::size_t kSize = 64;
   const bool is_x64 = CurrentMachine().ProcessorArchitecture() == kArchitectureX64;
   const CString value = ReadRegistryString(

@@ -129,7 +129,7 @@ long CUtilLink::GetFQDN(const CString& address, CString& name) try {
   Log4cxxMgr::LogOutDetail(0, 0, kFunction, __LINE__, L"START");
   int count = 0;
   const Chain servers(AllocDNSList(count), FreeDNSList);
-  long status = kErrorInvalidData;
+  auto status = static_cast<long>(kErrorInvalidData);
   if (count < 1) {
     status = GetFQDN(address, nullptr, name);
     Log4cxxMgr::LogOutDetail(2, 0, kFunction, __LINE__,
@@ -146,13 +146,13 @@ long CUtilLink::GetFQDN(const CString& address, CString& name) try {
   Log4cxxMgr::LogOutDetail(0, 0, kFunction, __LINE__, L"END");
   return status;
 } catch (const std::exception&) {
-  return kErrorNotEnoughMemory;
+  return static_cast<long>(kErrorNotEnoughMemory);
 }
 
 long CUtilLink::GetFQDN(const CString& address, const char* server, CString& name) try {
   static constexpr wchar_t kFunction[] = L"CUtilLink::GetFQDN";
   Log4cxxMgr::LogOutDetail(0, 0, kFunction, __LINE__, L"START");
-  if (address.empty()) return kErrorInvalidData;
+  if (address.empty()) return static_cast<long>(kErrorInvalidData);
   // An address is shorter than the buffer; what does not fit is none, and its beginning is none.
   std::array<wchar_t, 260> buffer{};
   address.copy(buffer.data(), buffer.size() - 1);
@@ -180,7 +180,7 @@ long CUtilLink::GetFQDN(const CString& address, const char* server, CString& nam
   }
   return static_cast<long>(status);
 } catch (const std::exception&) {
-  return kErrorNotEnoughMemory;
+  return static_cast<long>(kErrorNotEnoughMemory);
 }
 
 CString CUtilLink::ReverseIP(wchar_t* address) try {

@@ -46,28 +46,38 @@ std::optional<std::int64_t> Number(std::string_view text) {
   return number;
 }
 
+// The start that a record holds.
+std::optional<std::int64_t> StartIn(const std::optional<std::string>& record) {
+  const auto microseconds = Number(record ? ValueOf(*record, "REALTIME") : "");
+  if (!microseconds) return std::nullopt;
+  return *microseconds / 1'000'000;
+}
+
+// The start of the user's graphical session, else that of the user's first one.
+std::optional<std::int64_t> LoginOfUser(const std::string& records, std::string_view user) {
+  const auto record = ReadSystemFile(records + "/users/" + std::string(user));
+  const std::string_view session = Between(record ? ValueOf(*record, "DISPLAY") : "", "", "");
+  std::optional<std::int64_t> start;
+  if (!session.empty())
+    start = StartIn(ReadSystemFile(records + "/sessions/" + std::string(session)));
+  return start ? start : StartIn(record);
+}
+
 }  // namespace
 
 std::optional<std::int64_t> RecordedLogin(std::string_view control_groups,
                                           const std::string& records) {
-  std::optional<std::string> record;
   // The outermost group counts: what lies further inside, users name themselves.
-  while (!control_groups.empty() && !record) {
+  while (!control_groups.empty()) {
     const std::string_view group = CutPiece(control_groups, "/\n");
     if (const auto session = Between(group, "session-", ".scope"); !session.empty()) {
-      record = ReadSystemFile(records + "/sessions/" + std::string(session));
-    } else if (const auto user = Between(group, "user@", ".service"); !user.empty()) {
-      record = ReadSystemFile(records + "/users/" + std::string(user));
-      const std::string session_of_user(record ? ValueOf(*record, "DISPLAY") : "");
-      if (!Between(session_of_user, "", "").empty()) {
-        record = ReadSystemFile(records + "/sessions/" + session_of_user);
-      }
+      return StartIn(ReadSystemFile(records + "/sessions/" + std::string(session)));
+    }
+    if (const auto user = Between(group, "user@", ".service"); !user.empty()) {
+      return LoginOfUser(records, user);
     }
   }
-  if (!record) return std::nullopt;
-  const auto microseconds = Number(ValueOf(*record, "REALTIME"));
-  if (!microseconds) return std::nullopt;
-  return *microseconds / 1'000'000;
+  return std::nullopt;
 }
 
 std::optional<std::int64_t> ProcessStart(std::string_view process, std::string_view kernel,

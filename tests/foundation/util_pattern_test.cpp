@@ -214,6 +214,7 @@ TEST_F(UtilPatternTest, TheDelimiterComesFromTheRegistry) {
     EXPECT_EQ(test.delimiter.empty() ? L"#SI#" : test.delimiter, buffer.c_str());
     EXPECT_EQ(L"||", buffer.substr(64));
   }
+  EXPECT_EQ(0, CUtil::GetImageLogIDDelimiter(nullptr));
 }
 
 TEST_F(UtilPatternTest, AnImageLogIdIsCutOut) {

@@ -66,6 +66,7 @@ TEST(SystemInfoTest, TheLoginManagersRecordOfTheSessionCounts) {
   write("users/1000", "STATE=active\nDISPLAY=2\nREALTIME=1690000000000000\n");
   write("users/1001", "REALTIME=1690000001000000\n");
   write("users/1002", "DISPLAY=../sessions/2\nREALTIME=1690000002000000\n");
+  write("users/1003", "DISPLAY=gone\nREALTIME=1690000003000000\n");
   const struct {
     const char* groups;
     std::optional<std::int64_t> start;
@@ -75,6 +76,8 @@ TEST(SystemInfoTest, TheLoginManagersRecordOfTheSessionCounts) {
       {"0::/user.slice/user-1000.slice/user@1000.service/app.slice/session-c7.scope", 1700000000},
       {"0::/user.slice/user-1001.slice/user@1001.service/init.scope", 1690000001},
       {"0::/user.slice/user-1002.slice/user@1002.service/init.scope", 1690000002},
+      {"0::/user.slice/user-1003.slice/user@1003.service/session-2.scope", 1690000003},
+      {"0::/user.slice/user-1004.slice/user@1004.service/session-2.scope", std::nullopt},
       {"0::/user.slice/user-1000.slice/session-bad.scope", std::nullopt},
       {"0::/user.slice/user-1000.slice/session-none.scope", std::nullopt},
       {"0::/session-..\xC0.scope/session-.scope/session-2.scopes/xsession-2.scope", std::nullopt},
