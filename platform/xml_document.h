@@ -102,6 +102,9 @@ class XmlDocument {
   /// The elements at a path of element names joined with "/", from the document down, in document
   /// order. Throws XmlError for a path that is none.
   std::vector<XmlElement> Select(std::wstring_view path) const;
+  /// The same from the children of some elements of the document down, one after the other.
+  std::vector<XmlElement> SelectBelow(const std::vector<XmlElement>& parents,
+                                      std::wstring_view path) const;
 
   /// The whole document with no white space added, behind a line with a declaration of version 1.0.
   /// That line names "Shift_JIS", wherever the document came from: it says in what encoding the

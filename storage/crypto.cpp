@@ -28,7 +28,8 @@ constexpr std::uint64_t kLongestKeyFile = 2 * kHashSize + 1;
 // The size rule: every run of the cipher is a whole number of blocks.
 template <class Length>
 constexpr Length RoundUpToBlock(Length length) {
-  return (length + kAesBlockSize - 1) / kAesBlockSize * kAesBlockSize;
+  constexpr auto kBlock = static_cast<Length>(kAesBlockSize);
+  return (length + kBlock - 1) / kBlock * kBlock;
 }
 static_assert(RoundUpToBlock(kChunkSize) == kChunkSize);
 

@@ -97,8 +97,16 @@ void AppendToRecords(const XmlDocument& document, const CString& record_path, co
   for (XmlElement& record : document.Select(record_path)) record.Append(name, value);
 }
 
-void AppendTexts(const XmlDocument& document, const CString& path, CStringArray& values) {
-  for (const XmlElement& element : document.Select(path)) values.Add(element.text());
+// Hands on what each of the names finds in the records, in the order of the names.
+template <class Visit>
+void SelectEach(const XmlDocument& document, const CString& record_path, const CStringArray& names,
+                const Visit& visit) {
+  const std::vector<XmlElement> records = document.Select(record_path);
+  for (const CString& name : names) visit(document.SelectBelow(records, name));
+}
+
+void AppendTexts(const std::vector<XmlElement>& elements, CStringArray& values) {
+  for (const XmlElement& element : elements) values.Add(element.text());
 }
 
 }  // namespace
@@ -135,7 +143,7 @@ int CXml::SelectXMLStringValue(const CString& xml, const CString& name, CStringA
   return Read(
       kSelectAll, xml,
       [&](const XmlDocument& document) {
-        AppendTexts(document, m_strRecordPath + L"/" + name, values);
+        AppendTexts(document.Select(m_strRecordPath + L"/" + name), values);
       },
       name);
 }
@@ -143,11 +151,9 @@ int CXml::SelectXMLStringValue(const CString& xml, const CString& name, CStringA
 int CXml::SelectXMLStringValue(const CString& xml, const CStringArray& names,
                                CMapStringToString& values) {
   return Read(kSelectMap, xml, [&](const XmlDocument& document) {
-    for (const CString& name : names) {
-      for (const XmlElement& element : document.Select(m_strRecordPath + L"/" + name)) {
-        values[element.name()] = element.text();
-      }
-    }
+    SelectEach(document, m_strRecordPath, names, [&](const auto& found) {
+      for (const XmlElement& element : found) values[element.name()] = element.text();
+    });
   });
 }
 
@@ -157,9 +163,10 @@ int CXml::SelectFirstXMLStringValue(const CString& xml, const CStringArray& name
   return Read(
       kSelectFirst, xml,
       [&](const XmlDocument& document) {
+        const std::vector<XmlElement> records = document.Select(m_strRecordPath);
         for (const CString& each : names) {
           name = each;
-          const std::vector<XmlElement> found = document.Select(m_strRecordPath + L"/" + each);
+          const std::vector<XmlElement> found = document.SelectBelow(records, each);
           if (!found.empty()) values[each] = found.front().text();
         }
       },
@@ -170,9 +177,8 @@ int CXml::SelectXMLStringValue03(CString xml, const CStringArray& names, CString
   return Read(
       kSelectNames, xml,
       [&](const XmlDocument& document) {
-        for (const CString& name : names) {
-          AppendTexts(document, m_strRecordPath + L"/" + name, values);
-        }
+        SelectEach(document, m_strRecordPath, names,
+                   [&](const auto& found) { AppendTexts(found, values); });
       },
       L"");
 }

@@ -14,13 +14,23 @@ class XmlElement;
 /// operation takes a text, and drops the document that it made of it. An object belongs to one
 /// thread.
 ///
-/// Texts are wide; the encoding that a declaration names has no effect on them. A text that does
-/// not parse is like a document without elements. Results are 0 for success and 1 for failure, and
-/// finding nothing is a success.
+/// Texts are wide; the encoding that a declaration names has no effect on them. White space between
+/// elements is no content, and white space in a leaf is kept to the character (XML 1.0, Fifth
+/// Edition; docs/file-formats.md shows the form). For a reading operation, a text that does not
+/// parse is a document without elements. Results are 0 for success and 1 for failure, and finding
+/// nothing is a success.
+///
+/// Root, record and element names are names without a prefix (NCNames of Namespaces in XML 1.0). In
+/// a reading operation a name may also be a path of names joined with "/"; anything else is a
+/// failure. In a writing one, a value with a character that XML cannot hold is a failure too.
 ///
 /// A reading operation that fails leaves two lines: at level 3 its own number and message, with a
 /// description of the error, and at level 2, number 130102, "XMLデータ：" with the whole text. A
-/// writing operation leaves the first alone.
+/// writing operation leaves the first alone. Where an array of values is too short, and for any
+/// other exception, the placeholders of the message stay empty.
+///
+/// Files are written in place, so that a reader finds the old or the new document
+/// (docs/decisions/xml.md), without a lock.
 class TQ_EXPORT CXml {
  public:
   explicit CXml(CString root_name = L"Velkorandia", CString record_name = L"QTL");
@@ -79,14 +89,15 @@ class TQ_EXPORT CXml {
   /// Adds an element at the end of every record of a text. A text that does not parse is left as it
   /// is: 1, and 130111, as for any other failure.
   int InsertXMLValueText(CString& xml, const CString& name, const CString& value);
-  /// Each pair in turn. Failure: 130112 for a values array that is shorter than names; 1 as well
-  /// when one pair failed.
+  /// Each pair in turn, also behind one that failed. 1 when one failed; 130112 for a values array
+  /// that is shorter than names, after the pairs before it.
   int InsertXMLValueText(CString& xml, const CStringArray& names, const CStringArray& values);
 
   /// Adds an element at the end of every record of a plain XML file and saves it indented, in
-  /// Shift_JIS. A file that is missing or does not parse is left as it is: 1, and 130111.
+  /// Shift_JIS. A file that is missing or does not parse is left as it is: 1, and 130111. So is one
+  /// that cannot be written: 1, and 130108.
   int InsertXMLValue(const CString& path, const CString& name, const CString& value);
-  /// Each pair in turn; 1 when one pair failed. A values array that is shorter than names throws
+  /// Each pair in turn, also behind one that failed; 1 when one failed. A values array that is shorter than names throws
   /// CInvalidArgException after the pairs before it have been saved.
   int InsertXMLValue(const CString& path, const CStringArray& names, const CStringArray& values);
 

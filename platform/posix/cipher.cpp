@@ -42,7 +42,7 @@ std::optional<Md5Digest> Md5(std::span<const unsigned char> data) {
 
 struct AesCbc::Impl {
   struct Free {
-    void operator()(EVP_CIPHER_CTX* context) const { EVP_CIPHER_CTX_free(context); }
+    void operator()(EVP_CIPHER_CTX* made) const { EVP_CIPHER_CTX_free(made); }
   };
   std::unique_ptr<EVP_CIPHER_CTX, Free> context{EVP_CIPHER_CTX_new()};
   std::array<unsigned char, kAesBlockSize> initial{};

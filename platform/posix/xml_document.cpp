@@ -7,6 +7,7 @@
 
 #include <algorithm>
 #include <climits>
+#include <span>
 #include <utility>
 
 #include "platform/error.h"
@@ -157,35 +158,33 @@ xmlNode* AddChild(xmlNode* parent, Node child) {
 
 // ---- Paths ----
 
-// The names of a path as UTF-8.
-std::vector<SecureBytes> StepsOf(std::wstring_view path) {
-  std::vector<SecureBytes> steps;
+// The names of a path, each once for all nodes of the document that have it; null for a name that
+// none has.
+std::vector<const xmlChar*> StepsOf(xmlDoc* document, std::wstring_view path) {
+  std::vector<const xmlChar*> steps;
   for (;;) {
     const std::size_t slash = path.find(L'/');
-    steps.push_back(ToUtf8Name(path.substr(0, slash), XmlError::kUnspecified));
+    const SecureBytes name = ToUtf8Name(path.substr(0, slash), XmlError::kUnspecified);
+    steps.push_back(document == nullptr ? nullptr
+                                        : xmlDictExists(document->dict, PointerTo(name), -1));
     if (slash == std::wstring_view::npos) return steps;
     path.remove_prefix(slash + 1);
   }
 }
 
-void Collect(xmlNode* first, const SecureBytes* step, std::size_t count,
-             std::vector<xmlNode*>& found) {
+// What is found below one node, from a step on.
+template <class Found>
+void Collect(xmlNode* first, std::span<const xmlChar* const> steps, const Found& found) {
   for (xmlNode* node = NextElement(first); node != nullptr; node = NextElement(node->next)) {
-    if (xmlStrEqual(node->name, PointerTo(*step)) == 0) continue;
-    if (node->ns != nullptr && node->ns->prefix != nullptr) continue;
-    if (count == 1) {
-      found.push_back(node);
+    if (node->name != steps.front() || (node->ns != nullptr && node->ns->prefix != nullptr)) {
+      continue;
+    }
+    if (steps.size() == 1) {
+      found(node);
     } else {
-      Collect(node->children, step + 1, count - 1, found);
+      Collect(node->children, steps.subspan(1), found);
     }
   }
-}
-
-std::vector<xmlNode*> SelectNodes(xmlNode* first, std::wstring_view path) {
-  const std::vector<SecureBytes> steps = StepsOf(path);
-  std::vector<xmlNode*> found;
-  Collect(first, steps.data(), steps.size(), found);
-  return found;
 }
 
 // ---- Parsing ----
@@ -516,9 +515,9 @@ std::vector<XmlElement> XmlElement::children() const {
 
 std::vector<XmlElement> XmlElement::Select(std::wstring_view path) const {
   std::vector<XmlElement> elements;
-  for (xmlNode* node : SelectNodes(NodeOf(node_)->children, path)) {
-    elements.push_back(XmlElement(node));
-  }
+  const xmlNode* const node = NodeOf(node_);
+  Collect(node->children, StepsOf(node->doc, path),
+          [&](xmlNode* found) { elements.push_back(XmlElement(found)); });
   return elements;
 }
 
@@ -555,6 +554,7 @@ XmlDocument::~XmlDocument() = default;
 XmlElement XmlDocument::CreateRoot(std::wstring_view name) {
   const SecureBytes utf8_name = ToUtf8Name(name, XmlError::kInvalidName);
   Document document(Require(xmlNewDoc(nullptr)));
+  document->dict = Require(xmlDictCreate());
   xmlNode* const root = NewElement(document.get(), utf8_name).release();
   xmlDocSetRootElement(document.get(), root);
   impl_->document = std::move(document);
@@ -592,8 +592,20 @@ std::optional<XmlElement> XmlDocument::root() const {
 
 std::vector<XmlElement> XmlDocument::Select(std::wstring_view path) const {
   std::vector<XmlElement> elements;
-  xmlNode* const first = impl_->document == nullptr ? nullptr : impl_->document->children;
-  for (xmlNode* node : SelectNodes(first, path)) elements.push_back(XmlElement(node));
+  xmlDoc* const document = impl_->document.get();
+  Collect(document == nullptr ? nullptr : document->children, StepsOf(document, path),
+          [&](xmlNode* found) { elements.push_back(XmlElement(found)); });
+  return elements;
+}
+
+std::vector<XmlElement> XmlDocument::SelectBelow(const std::vector<XmlElement>& parents,
+                                                 std::wstring_view path) const {
+  std::vector<XmlElement> elements;
+  const std::vector<const xmlChar*> steps = StepsOf(impl_->document.get(), path);
+  for (const XmlElement& parent : parents) {
+    Collect(NodeOf(parent.node_)->children, steps,
+            [&](xmlNode* found) { elements.push_back(XmlElement(found)); });
+  }
   return elements;
 }
 

@@ -97,6 +97,9 @@ TEST_F(XmlTest, ReadsEveryElement) {
   CMapStringToString map = {{L"kept", L"k"}, {L"A", L"old"}};
   EXPECT_EQ(xml_.SelectXMLStringValue(kTwoRecords, {L"A", L"E", L"none"}, map), 0);
   EXPECT_THAT(map, UnorderedElementsAre(Pair(L"kept", L"k"), Pair(L"A", L"3"), Pair(L"E", L"")));
+  EXPECT_EQ(xml_.SelectFirstXMLStringValue(kTwoRecords, {L"A", L"C", L"none"}, map), 0);
+  EXPECT_THAT(map, UnorderedElementsAre(Pair(L"kept", L"k"), Pair(L"A", L"1"), Pair(L"C", L" x "),
+                                        Pair(L"E", L"")));
   EXPECT_THAT(log_.lines(), IsEmpty());
 }
 
