@@ -151,7 +151,7 @@ void LogStage::ShowLast(std::size_t count) {
   std::vector<std::string>& lines = store_->lines;
   const std::size_t left_out = lines.size() - std::min(count, lines.size());
   std::string text;
-  if (left_out > 0) text = "(" + std::to_string(left_out) + " lines before)\n";
+  if (left_out > 0) text.append("(").append(std::to_string(left_out)).append(" lines before)\n");
   for (std::size_t i = left_out; i < lines.size(); ++i) text += lines[i];
   if (!text.empty()) demo::Show("log:", text);
   lines.clear();
