@@ -15,7 +15,7 @@
 namespace vk::tq {
 namespace {
 
-constexpr std::size_t kBufferSize = 256 * 1024;
+constexpr std::size_t kBufferSize = std::size_t{256} * 1024;
 // How long a server may take to tell why it broke a transfer off.
 constexpr std::uint32_t kLongestExcuse = 1000;
 constexpr ErrorCode kFirstInternetError = 12001;

@@ -20,7 +20,7 @@ using std::chrono::milliseconds;
 using std::chrono::steady_clock;
 
 // A reply cannot have a longer line: an endless one would fill the memory.
-constexpr std::size_t kLongestLine = 64 * 1024;
+constexpr std::size_t kLongestLine = std::size_t{64} * 1024;
 constexpr std::uint32_t kLongestFarewell = 1000;
 constexpr int kServiceClosing = 421;
 

@@ -9,7 +9,7 @@
 namespace vk::tq {
 namespace {
 
-constexpr std::size_t kMostReplyBytes = 64 * 1024;
+constexpr std::size_t kMostReplyBytes = std::size_t{64} * 1024;
 constexpr std::size_t kCodeLength = 3;
 
 thread_local FtpReply last_refusal;

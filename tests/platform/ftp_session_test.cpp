@@ -17,7 +17,6 @@ namespace vk::tq {
 namespace {
 
 using ::testing::Contains;
-using ::testing::ElementsAre;
 using testing::FtpClientTest;
 using testing::kSecret;
 using testing::Listener;

@@ -28,7 +28,6 @@ using ::testing::Not;
 using testing::ReadNative;
 using testing::ScopedEnvironment;
 using testing::ScriptedFtpPeer;
-using testing::ToUtf8;
 using testing::WriteNative;
 
 using Session = ScriptedFtpPeer::Session;
@@ -62,7 +61,7 @@ class FtpTest : public FtpClientTest {
 
 TEST_F(FtpTest, MovesFilesOverOneConnection) {
   std::filesystem::create_directory(server_.home("jobs"));
-  const std::string bytes("line\r\n\0\xff\x1a not text\n", 20);
+  const std::string bytes("line\r\n\0\xff\x1a not text\n", 19);
   WriteNative(native("out/a.dat"), bytes);
   WriteNative(native("out/empty"), "");
   WriteNative(native("out/Info.XML"), "<a/>");
