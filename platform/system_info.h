@@ -88,6 +88,10 @@ class Machine {
   /// more servers than that the result is 111, `room` says how many there are, and nothing else has
   /// changed. On 0 the array holds the servers.
   virtual ErrorCode Network(NetworkParameters& parameters, std::size_t& room);
+
+  /// The DNS servers that this machine's own programs ask, in order, as IPv4 or IPv6 addresses.
+  /// Without a configuration that is the machine itself.
+  virtual std::vector<std::string> NameServers();
 };
 
 /// The machine in force: this one, unless a ScopedMachine is alive.

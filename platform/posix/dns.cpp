@@ -14,8 +14,8 @@
 
 #include "platform/posix/dns_message.h"
 #include "platform/posix/native.h"
-#include "platform/posix/resolver_configuration.h"
 #include "platform/service_table.h"
+#include "platform/system_info.h"
 #include "platform/text.h"
 
 namespace vk::tq {
@@ -45,11 +45,11 @@ Endpoint EndpointOf(const Ipv4Address& server) {
   return endpoint;
 }
 
-// The servers that resolv.conf(5) names, in either family; without one, this machine.
+// What is no address is left out.
 std::vector<Endpoint> OwnServers() {
   std::vector<Endpoint> endpoints;
   const std::string port = std::to_string(ServicePort(Service::kDns));
-  for (const std::string& server : ReadResolverConfiguration().servers) {
+  for (const std::string& server : CurrentMachine().NameServers()) {
     addrinfo wanted{};
     wanted.ai_flags = AI_NUMERICHOST | AI_NUMERICSERV;
     wanted.ai_socktype = SOCK_DGRAM;
@@ -60,7 +60,6 @@ std::vector<Endpoint> OwnServers() {
     endpoint.size = found->ai_addrlen;
     freeaddrinfo(found);
   }
-  if (endpoints.empty()) endpoints.push_back(EndpointOf({127, 0, 0, 1}));
   return endpoints;
 }
 
@@ -194,6 +193,7 @@ ErrorCode QueryPtr(std::wstring_view name, const std::optional<Ipv4Address>& ser
     status = ErrorFromErrno(errno);
   } else if (const auto question =
                  ComposeQuestion(number, EncodeText(kCodePageUtf8, name).value_or(""))) {
+    status = kErrorTimeout;
     for (const Endpoint& endpoint :
          server ? std::vector<Endpoint>{EndpointOf(*server)} : OwnServers()) {
       DnsAnswer answer = Ask(endpoint, *question);

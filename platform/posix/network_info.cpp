@@ -66,4 +66,10 @@ ErrorCode Machine::Network(NetworkParameters& parameters, std::size_t& room) {
   return kErrorSuccess;
 }
 
+std::vector<std::string> Machine::NameServers() {
+  std::vector<std::string> servers = ReadResolverConfiguration().servers;
+  if (servers.empty()) servers.emplace_back("127.0.0.1");
+  return servers;
+}
+
 }  // namespace vk::tq

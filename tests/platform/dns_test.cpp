@@ -5,6 +5,7 @@
 #include <thread>
 
 #include "platform/service_table.h"
+#include "platform/system_info.h"
 #include "support/dns_server.h"
 
 namespace vk::tq::testing {
@@ -249,6 +250,39 @@ TEST(DnsTest, ATruncatedAnswerIsFetchedOverTcp) {
     EXPECT_EQ(test.status, outcome.status);
     EXPECT_EQ(test.status == kErrorSuccess ? 300u : 0u, outcome.hosts.size());
     EXPECT_LE(2, peer.questions());
+  }
+}
+
+TEST(DnsTest, TheMachinesOwnServersAreAskedUntilOneKnows) {
+  struct OwnServers : Machine {
+    std::vector<std::string> NameServers() override { return servers; }
+    std::vector<std::string> servers;
+  } machine;
+  const ScopedMachine use_machine(machine);
+  std::atomic<int> code = 0;
+  DnsPeer peer([&](const std::string& question, bool) {
+    return std::vector{Reply{.code = code, .records = {PointerTo("own.example")}}.To(question)};
+  });
+  const ScopedServicePort use_port(Service::kDns, peer.port());
+  const struct {
+    std::vector<std::string> servers;
+    int code;
+    ErrorCode status;
+    int questions;
+  } kCases[] = {
+      {{"no address", "127.0.0.9", "127.0.0.1"}, 0, kErrorSuccess, 1},
+      {{"127.0.0.1", "127.0.0.1"}, 2, kDnsServerFailure, 2},
+      {{"127.0.0.1", "127.0.0.1"}, 3, kDnsNameError, 1},
+      {{"no address"}, 0, kErrorTimeout, 0},
+  };
+  for (const auto& test : kCases) {
+    machine.servers = test.servers;
+    code = test.code;
+    const int before = peer.questions();
+    std::vector<DnsRecord> records;
+    EXPECT_EQ(test.status, QueryPtr(kName, std::nullopt, records));
+    EXPECT_EQ(test.status == kErrorSuccess, !records.empty());
+    EXPECT_EQ(test.questions, peer.questions() - before);
   }
 }
 

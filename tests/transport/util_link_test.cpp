@@ -41,6 +41,7 @@ class ConfiguredMachine : public Machine {
     parameters = {L"pc-7", L"example.jp", servers};
     return kErrorSuccess;
   }
+  std::vector<std::string> NameServers() override { return {"127.0.0.1"}; }
 
   std::vector<std::string> servers = {"127.0.0.1"};
   ErrorCode status = kErrorSuccess;
@@ -294,17 +295,20 @@ TEST_F(UtilLinkTest, WhatCannotBeAskedIsNotAsked) {
 
 TEST_F(UtilLinkTest, WithoutAConfigurationTheMachinesOwnServersAreAsked) {
   // One empty server counts like none, and so does a configuration that cannot be had.
-  const ScopedDnsWait wait(std::chrono::milliseconds(1));
-  DnsPeer peer(Always("x"));
+  DnsPeer peer(Always("own.example"));
   UsePort(peer.port());
   machine_.servers = {""};
-  CUtilLink::GetFQDN(L"192.0.2.1", name_);
+  EXPECT_EQ(0, CUtilLink::GetFQDN(L"192.0.2.1", name_));
+  EXPECT_EQ(L"own.example", name_);
   EXPECT_THAT(Lines(2)[3], "2 (192.0.2.1)をDNSサーバ（）へ問い合わせ ");
   machine_.status = kErrorNotSupported;
-  CUtilLink::GetFQDN(L"192.0.2.1", name_);
-  const std::vector<std::string> lines = Lines(2);
-  EXPECT_EQ("5 GetNetworkParams failed with error: 50", lines.front());
-  EXPECT_EQ("2 (192.0.2.1)をDNSサーバの指定なしで問い合わせ", lines[lines.size() - 2]);
+  EXPECT_EQ(0, CUtilLink::GetFQDN(L"192.0.2.1", name_));
+  EXPECT_THAT(Lines(0),
+              ElementsAre("0 START", "0 START", "5 GetNetworkParams failed with error: 50",
+                          "0 START", "0 START", "2 DNS Query Start", "2 DNS Query End",
+                          "2 DNS Query SUCCESS", "2 (192.0.2.1)をDNSサーバの指定なしで問い合わせ",
+                          "2 FQDN: own.example", "0 END"));
+  EXPECT_EQ(2, peer.questions());
 }
 
 TEST_F(UtilLinkTest, ServersFormAChain) {
