@@ -252,9 +252,10 @@ Document ParseBytes(const SecureBytes& bytes, Parser (*make_parser)(const Secure
 
   const SilentScope silent;
   const Parser parser = make_parser(bytes);
-  // A text may be long: nothing in it can grow, since there are no entities.
-  xmlCtxtUseOptions(parser.get(), XML_PARSE_NONET | XML_PARSE_HUGE | XML_PARSE_NOERROR |
-                                      XML_PARSE_NOWARNING |
+  // A text may be long: nothing in it can grow, since there are no entities but XML's own. Those are
+  // put in at once: the parser would keep them as references in the name of a namespace.
+  xmlCtxtUseOptions(parser.get(), XML_PARSE_NONET | XML_PARSE_HUGE | XML_PARSE_NOENT |
+                                      XML_PARSE_NOERROR | XML_PARSE_NOWARNING |
                                       (ignore_declared_encoding ? XML_PARSE_IGNORE_ENC : 0));
   parser->sax->internalSubset = RefuseDocumentType;
   parser->sax->startElementNs = StartElement;
@@ -377,7 +378,8 @@ class Writer {
   }
 
   void PutChildren(const xmlNode* node, std::size_t depth) {
-    bool on_lines = is_indented();
+    // White space counts where no child is an element.
+    bool on_lines = is_indented() && NextElement(node->children) != nullptr;
     for (const xmlNode* child = node->children; child != nullptr; child = child->next) {
       if (IsText(child)) on_lines = false;
     }

@@ -103,8 +103,8 @@ TEST_F(XmlDocumentTest, KeepsWhatADocumentHolds) {
       {L"<!-- 1 --><?p q?><a/><!-- 2 -->", L"<!-- 1 --><?p q?><a/><!-- 2 -->"},
       {L"<a b='1 &quot;&#10;&lt;' xml:space='preserve'/>",
        L"<a b=\"1 &quot;&#10;&lt;\" xml:space=\"preserve\"/>"},
-      {L"<a xmlns='u:1' xmlns:p='u:2'><p:b p:c='d'/></a>",
-       L"<a xmlns=\"u:1\" xmlns:p=\"u:2\"><p:b p:c=\"d\"/></a>"},
+      {L"<a xmlns='u:1' xmlns:p='u:2?a&amp;b'><p:b p:c='d'/></a>",
+       L"<a xmlns=\"u:1\" xmlns:p=\"u:2?a&amp;b\"><p:b p:c=\"d\"/></a>"},
   };
   for (const auto& [text, expected] : cases) {
     EXPECT_EQ(Reparsed(text), expected) << ToUtf8(text);
@@ -216,9 +216,20 @@ TEST_F(XmlDocumentTest, DoesNotSaveWhatCodePage932CannotName) {
     ASSERT_TRUE(document.Parse(text));
     EXPECT_EQ(CodeOf([&] { document.ToIndentedShiftJis(); }), XmlError::kInvalidCharacter);
   }
-  ASSERT_TRUE(document.Parse(L"<a b='한'><!-- 日 -->x<b/></a>"));
-  EXPECT_THAT(Bytes(document.ToIndentedShiftJis()),
-              ::testing::EndsWith("\n<a b=\"&#54620;\"><!-- \x93\xFA -->x<b/></a>\n"));
+}
+
+TEST_F(XmlDocumentTest, IndentsOnlyWhereWhiteSpaceMeansNothing) {
+  const std::pair<const wchar_t*, const char*> cases[] = {
+      {L"<a b='한'><!-- 日 -->x<b/></a>", "<a b=\"&#54620;\"><!-- \x93\xFA -->x<b/></a>\n"},
+      {L"<a><!-- 日 --></a>", "<a><!-- \x93\xFA --></a>\n"},
+      {L"<!--c--><a><?p q?><b/></a>", "<!--c-->\n<a>\n  <?p q?>\n  <b/>\n</a>\n"},
+  };
+  XmlDocument document;
+  for (const auto& [text, indented] : cases) {
+    ASSERT_TRUE(document.Parse(text));
+    EXPECT_THAT(Bytes(document.ToIndentedShiftJis()),
+                ::testing::EndsWith("?>\n" + std::string(indented)));
+  }
 }
 
 TEST_F(XmlDocumentTest, LoadsByMarkAndDeclaration) {
