@@ -4,8 +4,7 @@
 /// no part of them, one pair of equal quotes around a value is taken off, a line that begins with
 /// ';' is a comment, and of several sections or keys of one name the first counts. A file that
 /// begins with the byte-order mark of UTF-16LE or UTF-8 is read as such, any other in the ANSI code
-/// page. A file that is missing, cannot be read, or has more
-/// than 16 MiB is like an empty one.
+/// page. A file that is missing, cannot be read, or has more than 16 MiB is like an empty one.
 #pragma once
 
 #include <cstdint>
@@ -30,7 +29,8 @@ class Profile {
   ~Profile();
 
   /// The value, or the default when the key is missing (blanks at the end of the default are
-  /// dropped). The result is what fits a buffer of so many characters, the terminator included.
+  /// dropped), up to its first NUL. The result is what fits a buffer of so many characters, the
+  /// terminator included.
   std::wstring GetString(std::wstring_view section, std::wstring_view key,
                          std::wstring_view default_value, std::size_t size) const;
 
@@ -58,8 +58,9 @@ struct ProfileValue {
 /// stay, and so does the form of the file (its mark and encoding); a file that did not exist is
 /// made in the ANSI code page. The file is locked from the reading to the writing, so that two
 /// processes that change different keys both succeed, and it is written in place: a process that is
-/// killed leaves the old or the new text. False, with the last error set, when the file cannot be
-/// read or written; nothing has changed then.
+/// killed leaves the old or the new text. To write what stands there already is a write, too: the
+/// time of the file moves. False, with the last error set, when the file cannot be read or written,
+/// or a name or value has a line break or a NUL (87); nothing has changed then.
 bool WriteProfile(const std::wstring& path, const std::vector<ProfileValue>& values);
 
 /// One value, one write.

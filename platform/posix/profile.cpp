@@ -74,6 +74,8 @@ std::wstring Profile::GetString(std::wstring_view section, std::wstring_view key
   } else {
     value = default_value.substr(0, default_value.find_last_not_of(L' ') + 1);
   }
+  // A caller that is handed a buffer sees the text up to its first NUL.
+  value = value.substr(0, value.find(L'\0'));
   return std::wstring(value.substr(0, size == 0 ? 0 : size - 1));
 }
 

@@ -162,7 +162,8 @@ void ProfileFile::Restore(std::size_t offset) {
 }
 
 bool ProfileFile::Replace(std::string_view bytes) {
-  if (bytes == bytes_) return true;
+  // Nothing to write still counts as a write: whoever watches the file sees its time move.
+  if (bytes == bytes_) return futimens(file_.get(), nullptr) == 0 || FailWithErrno();
   // What has not changed is not written. NULs cover what a shorter text leaves of the old one: if
   // this process ends before the file is cut, they mean nothing to a reader.
   const auto begin =

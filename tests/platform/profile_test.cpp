@@ -98,14 +98,15 @@ TEST_F(ProfileTest, ReadsWhatPeopleWrite) {
   using namespace std::string_literals;
   Write(
       "lost=1\r\n[A]\rold=mac\n\n\r\n  k = v \r\n[\xC3\x9C]x\n\xEF\xBC\xA1=wide\nq=\"two \"\nd='\n"
-      "[open\n\0\0\x1A"s);
+      "z=\"a b\0c\"\n[open\n\0\0\x1A"s);
   EXPECT_EQ(L"mac", Get(L"a", L"OLD"));
   EXPECT_EQ(L"v", Get(L" A ", L" K ")) << "blanks around the names that are asked for";
   EXPECT_EQ(L"wide", Get(L"ü", L"ａ"));
   EXPECT_EQ(L"two ", Get(L"Ü", L"q"));
   EXPECT_EQ(L"'", Get(L"Ü", L"d"));
+  EXPECT_EQ(L"a b", Get(L"Ü", L"z")) << "up to the NUL";
   EXPECT_EQ(L"<def>", Get(L"", L"lost")) << "keys without a section";
-  EXPECT_THAT(Profile(path_).KeyNames(L"Ü", kEnough), ElementsAre(L"Ａ", L"q", L"d"));
+  EXPECT_THAT(Profile(path_).KeyNames(L"Ü", kEnough), ElementsAre(L"Ａ", L"q", L"d", L"z"));
   EXPECT_EQ(L" x", Profile(path_).GetString(L"A", L"none", L" x  ", kEnough));
   EXPECT_EQ(L"", Profile(path_).GetString(L"A", L"k", L"", 0));
 }
@@ -199,6 +200,15 @@ TEST_F(ProfileTest, TheFileItselfStays) {
   EXPECT_EQ(before.st_ino, after.st_ino);
   EXPECT_EQ(before.st_mode, after.st_mode);
   EXPECT_EQ("[A]\nlong=1\nmore=" + std::string(9000, 'x') + "\n", Bytes());
+}
+
+TEST_F(ProfileTest, AnUnchangedValueIsAWriteToo) {
+  Write("[A]\nx=1\n");
+  const auto long_ago = fs::last_write_time(native_) - std::chrono::hours(1);
+  fs::last_write_time(native_, long_ago);
+  EXPECT_TRUE(Set(L"A", L"x", L"1"));
+  EXPECT_GT(fs::last_write_time(native_), long_ago);
+  EXPECT_EQ("[A]\nx=1\n", Bytes());
 }
 
 TEST_F(ProfileTest, FailuresTellTheirErrorAndChangeNothing) {
