@@ -13,7 +13,8 @@
 namespace vk::tq {
 
 /// The version of the operating system. The platform number is 1 for the Windows 9x line, 2 for the
-/// Windows NT line and 3 for any other system. The product type is 1 for a workstation.
+/// Windows NT line and 3 for any other system. Major and minor are in the count of Windows; another
+/// system reports 10.0, that of a current one. The product type is 1 for a workstation.
 struct SystemVersion {
   std::uint32_t platform = 0;
   std::uint32_t major = 0;
