@@ -19,8 +19,8 @@ namespace vk::tq {
 /// in between: that ends in the failure lines of the second step. With an empty path these three
 /// and WriteAll give 0 and take no lock.
 ///
-/// Every failure leaves a line with the operation as its function, at level 5 but for the exceptions
-/// of IsExist, which have level 4 and number 0; 101006 and those of exceptions carry the last error:
+/// Every failure leaves a line with the operation as its function, at level 5; the exceptions of
+/// IsExist have level 4 and number 0. 101006 and the lines of exceptions carry the last error:
 ///
 ///   | failure         | ReadAll | WriteAll | Delete | Move   | IsExist         |
 ///   |-----------------|---------|----------|--------|--------|-----------------|

@@ -5,6 +5,7 @@
 #include <limits>
 #include <optional>
 #include <span>
+#include <stdexcept>
 #include <string>
 #include <string_view>
 
@@ -126,6 +127,7 @@ CString CCrypto::GetString(unsigned code_page, const CByteArray& bytes) {
 CString CCrypto::ByteArrayToString(const CByteArray& bytes) {
   static constexpr wchar_t kDigits[] = L"0123456789ABCDEF";
   CString text;
+  text.reserve(2 * static_cast<std::size_t>(bytes.GetSize()));  // no copy of a key is left behind
   for (const unsigned char byte : bytes) text += {kDigits[byte >> 4], kDigits[byte & 15]};
   return text;
 }
@@ -134,9 +136,10 @@ CString CCrypto::ByteArrayToString(const CByteArray& bytes) {
 
 int CCrypto::GetMD5Hash(const unsigned char* data, unsigned long length, CByteArray& hash) {
   if (data == nullptr || length == 0) return 0;
-  const std::optional<Md5Digest> digest = Md5({data, length});
+  std::optional<Md5Digest> digest = Md5({data, length});
   if (!digest) return 0;
   std::copy(digest->begin(), digest->end(), hash.begin());
+  SecureZero(digest->data(), digest->size());
   return 1;
 }
 
@@ -157,12 +160,15 @@ void CCrypto::GetBytesKey(CByteArray& key) {
   InputFile file;
   if (!file.Open(CUtil::GetSpecialFolderPath(kFolderCommonAppData) + m_strKeyFile)) return;
   const std::optional<FileStatus> status = file.Status();
-  if (!status) return;
+  // Without its contents the key would be that of no key file, and nothing would tell.
+  if (!status) throw std::runtime_error("the key file cannot be read");
   if (status->size > kLongestKeyFile) throw CInvalidArgException();
   const auto length = static_cast<int>(status->size);
   CByteArray contents;
   contents.SetSize(length + 1);
-  if (!file.Read(contents.GetData(), status->size)) return;
+  if (!file.Read(contents.GetData(), status->size)) {
+    throw std::runtime_error("the key file cannot be read");
+  }
 
   CString key_text = GetString(kCodePageAnsi, contents);
   const WipeOnExit wipe_key_text(key_text);

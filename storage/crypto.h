@@ -17,8 +17,9 @@ enum class CipherDirection;
 /// operation that ciphers, so one file is enciphered under one key. Its contents are taken as text
 /// of the ANSI code page, up to their first NUL. The MD5 hash of that text (RFC 1321) as 32
 /// upper-case digits, reordered and fitted, gives the AES key and the chaining block. A key file
-/// that is missing, empty or cannot be read leaves both zero. One of more than 33 bytes, or one of
-/// 2 bytes or more that begins with a NUL, makes every operation that has something to cipher throw
+/// that is missing, empty or cannot be opened leaves both zero; one that is open and cannot be read
+/// throws std::runtime_error. One of more than 33 bytes, or one of
+/// 2 bytes or more that begins with a NUL, makes every operation, except on an empty file, throw
 /// CInvalidArgException before it changes anything. Keys and plain bytes are wiped.
 ///
 /// The cipher. AES (FIPS 197) with a 256-bit key in CBC mode (NIST SP 800-38A). There is no padding
@@ -38,7 +39,7 @@ enum class CipherDirection;
 /// disk that has no room for the new length.
 ///
 /// Nothing here is logged or takes a lock. The file operations give 0 for success and 1 for
-/// failure. std::runtime_error tells of a machine that does not offer AES.
+/// failure. std::runtime_error also tells of a machine that does not offer AES.
 class TQ_EXPORT CCrypto {
  public:
   CCrypto();

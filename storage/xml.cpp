@@ -101,6 +101,7 @@ void AppendToRecords(const XmlDocument& document, const CString& record_path, co
 template <class Visit>
 void SelectEach(const XmlDocument& document, const CString& record_path, const CStringArray& names,
                 const Visit& visit) {
+  if (names.IsEmpty()) return;
   const std::vector<XmlElement> records = document.Select(record_path);
   for (const CString& name : names) visit(document.SelectBelow(records, name));
 }
@@ -119,6 +120,7 @@ CXml::CXml(CString root_name, CString record_name)
 // ---- Reading ----
 
 int CXml::SelectXMLStringValue01(CString xml, CString name, CString& value) {
+  const WipeOnExit wipe(xml);
   return Read(
       kSelectFirst, xml,
       [&](const XmlDocument& document) {
@@ -174,6 +176,7 @@ int CXml::SelectFirstXMLStringValue(const CString& xml, const CStringArray& name
 }
 
 int CXml::SelectXMLStringValue03(CString xml, const CStringArray& names, CStringArray& values) {
+  const WipeOnExit wipe(xml);
   return Read(
       kSelectNames, xml,
       [&](const XmlDocument& document) {
@@ -184,6 +187,7 @@ int CXml::SelectXMLStringValue03(CString xml, const CStringArray& names, CString
 }
 
 int CXml::SelectXmlData(CString xml, RowArray* rows) {
+  const WipeOnExit wipe(xml);
   return Read(kSelectRows, xml, [&](const XmlDocument& document) {
     if (rows == nullptr) throw XmlError(XmlError::kInvalidArgument);
     for (const XmlElement& record : document.Select(m_strRecordPath)) {

@@ -213,12 +213,17 @@ bool InPlaceWriter::Write(const void* data, std::size_t size) {
 bool InPlaceWriter::Commit(std::uint64_t size) {
   FileDescriptor fd(static_cast<int>(std::exchange(handle_, -1)));
   written_ = 0;
-  if (ftruncate(fd.get(), static_cast<off_t>(size)) != 0) return FailWithErrno();
-  if (is_unnamed_ && linkat(AT_FDCWD, DescriptorPath(fd.get()).c_str(), AT_FDCWD,
-                            native_path_.c_str(), AT_SYMLINK_FOLLOW) != 0) {
+  const bool is_whole = ftruncate(fd.get(), static_cast<off_t>(size)) == 0;
+  if (is_whole && is_unnamed_ &&
+      linkat(AT_FDCWD, DescriptorPath(fd.get()).c_str(), AT_FDCWD, native_path_.c_str(),
+             AT_SYMLINK_FOLLOW) != 0) {
     return FailWithErrno();
   }
-  return close(fd.Release()) == 0 || FailWithErrno();
+  if (is_whole && close(fd.Release()) == 0) return true;
+  FailWithErrno();
+  const bool has_name = is_new_ && (is_whole || !is_unnamed_);
+  if (has_name) unlink(native_path_.c_str());
+  return false;
 }
 
 bool WriteFileInPlace(const std::wstring& path, const void* data, std::size_t size) {
