@@ -11,8 +11,7 @@
 #include "platform/path.h"
 #include "platform/profile.h"
 #include "platform/text.h"
-#include "storage/crypto.h"
-#include "storage/xml.h"
+#include "storage/stored_record.h"
 
 namespace vk::tq {
 namespace {
@@ -45,7 +44,6 @@ constexpr std::array<TextElement, 18> kTextElements = {{
 }};
 constexpr const wchar_t* kSpoolSizeElement = L"spoolsize";
 
-constexpr const wchar_t* kRootName = L"Velkorandia";
 constexpr const wchar_t* kRecordName = L"ManageInfo";
 
 // The keys of the status file in the order in which they are written. A key has a number or a text;
@@ -440,75 +438,65 @@ void CManageFileAccess::WriteStatusFile(const CString& path) {
 
 int CManageFileAccess::ReadManageFileInformation() {
   constexpr const wchar_t* kFunction = L"CManageFileAccess::ReadManageFileInformation";
-  return RunGuarded(
-      {5, 120600170, kFunction,
-       L"管理ファイル２(情報)の読み込み処理で予期せぬエラーが発生しました。", Detail::kPath,
-       &info_file_name_},
-      [&](int& result) {
-        const auto status = GetFileStatus(info_file_name_);
-        if (!status) {
-          Log4cxxMgr::LogOutDetail(5, 120600160, kFunction, __LINE__,
-                                   L"管理ファイル２(情報)が存在しません。", info_file_name_);
-          return;
-        }
-        CString xml;
-        const WipeOnExit wipe(xml);
-        if (CCrypto().CryptingStringReader(info_file_name_, xml) != 0) {
-          Log4cxxMgr::LogOutDetail(5, 120600150, kFunction, __LINE__,
-                                   L"管理ファイル２(情報)の復号化に失敗しました。",
-                                   info_file_name_);
-          record_.FileTime = status->last_write();
-          return;
-        }
-        CStringArray names;
-        for (const TextElement& element : kTextElements) names.Add(element.name);
-        names.Add(kSpoolSizeElement);
-        CMapStringToString values;
-        const WipeTextsOnExit wipe_values(values);
-        CXml(kRootName, kRecordName).SelectFirstXMLStringValue(xml, names, values);
-        // An element that is missing leaves its field as it was.
-        for (const TextElement& element : kTextElements) {
-          values.Lookup(element.name, record_.*element.field);
-        }
-        record_.spoolsize = ParseInt(values[kSpoolSizeElement]);
-        Normalise(record_.tavocopy, L"01");
-        Normalise(record_.tavocopyerr, L"012");
-        Log4cxxMgr::LogOutDetail(2, 0, kFunction, __LINE__,
-                                 L"管理ファイル２(情報)を読み込みました。", info_file_name_);
-        record_.FileTime = status->last_write();
-        result = 1;
-      });
+  const auto read = [&](int& result) {
+    const auto status = GetFileStatus(info_file_name_);
+    if (!status) {
+      Log4cxxMgr::LogOutDetail(5, 120600160, kFunction, __LINE__,
+                               L"管理ファイル２(情報)が存在しません。", info_file_name_);
+      return;
+    }
+    StoredRecord stored(kRecordName);
+    for (const TextElement& element : kTextElements) stored.Add(element.name);
+    stored.Add(kSpoolSizeElement);
+    const auto outcome = stored.Read(info_file_name_, StoredRecord::Duplicates::kFirstCounts);
+    if (outcome == StoredRecord::Result::kFileFailure) {
+      Log4cxxMgr::LogOutDetail(5, 120600150, kFunction, __LINE__,
+                               L"管理ファイル２(情報)の復号化に失敗しました。", info_file_name_);
+      record_.FileTime = status->last_write();
+      return;
+    }
+    // An element that is missing leaves its field as it was.
+    for (const TextElement& element : kTextElements) {
+      if (const CString* text = stored.Find(element.name)) record_.*element.field = *text;
+    }
+    const CString* spool_size = stored.Find(kSpoolSizeElement);
+    record_.spoolsize = spool_size != nullptr ? ParseInt(*spool_size) : 0;
+    Normalise(record_.tavocopy, L"01");
+    Normalise(record_.tavocopyerr, L"012");
+    Log4cxxMgr::LogOutDetail(2, 0, kFunction, __LINE__, L"管理ファイル２(情報)を読み込みました。",
+                             info_file_name_);
+    record_.FileTime = status->last_write();
+    result = 1;
+  };
+  return RunGuarded({5, 120600170, kFunction,
+                     L"管理ファイル２(情報)の読み込み処理で予期せぬエラーが発生しました。",
+                     Detail::kPath, &info_file_name_},
+                    read);
 }
 
 int CManageFileAccess::WriteManageFileInformation() {
   constexpr const wchar_t* kFunction = L"CManageFileAccess::WriteManageFileInformation";
+  const auto write = [&](int& result) {
+    RequireJobName(BasePath(info_file_name_));
+    StoredRecord stored(kRecordName);
+    for (const TextElement& element : kTextElements) {
+      stored.Add(element.name, record_.*element.field);
+    }
+    stored.Add(kSpoolSizeElement, Format(L"%d", record_.spoolsize));
+    Log4cxxMgr::LogOutDetail(
+        2, 120600180, kFunction, __LINE__,
+        Format(L"管理ファイル２(情報)を書き込みます。[strDeviceUse:%s]", record_.deviceuse));
+    if (stored.Write(info_file_name_) != StoredRecord::Result::kDone) {
+      Log4cxxMgr::LogOutDetail(5, 120600180, kFunction, __LINE__,
+                               L"管理ファイル２(情報)の書き込みに失敗しました。");
+      return;
+    }
+    result = 1;
+  };
   return RunGuarded(
       {5, 120600190, kFunction,
        L"管理ファイル２(情報)の書き込み処理で予期せぬエラーが発生しました。", Detail::kNothing},
-      [&](int& result) {
-        RequireJobName(BasePath(info_file_name_));
-        CStringArray names;
-        CStringArray values;
-        const WipeTextsOnExit wipe_values(values);
-        for (const TextElement& element : kTextElements) {
-          names.Add(element.name);
-          values.Add(record_.*element.field);
-        }
-        names.Add(kSpoolSizeElement);
-        values.Add(Format(L"%d", record_.spoolsize));
-        Log4cxxMgr::LogOutDetail(
-            2, 120600180, kFunction, __LINE__,
-            Format(L"管理ファイル２(情報)を書き込みます。[strDeviceUse:%s]", record_.deviceuse));
-        CString xml = CXml(kRootName, kRecordName).CreateXmlString01(names, values);
-        const WipeOnExit wipe(xml);
-        // An empty text would take the place of the job's data.
-        if (xml.empty() || CCrypto().CryptingStringWriter(xml, info_file_name_) != 0) {
-          Log4cxxMgr::LogOutDetail(5, 120600180, kFunction, __LINE__,
-                                   L"管理ファイル２(情報)の書き込みに失敗しました。");
-          return;
-        }
-        result = 1;
-      });
+      write);
 }
 
 }  // namespace vk::tq

@@ -3,15 +3,12 @@
 #include <array>
 #include <iterator>
 #include <stdexcept>
-#include <utility>
 
 #include "foundation/util.h"
 #include "platform/error.h"
 #include "platform/file.h"
 #include "platform/path.h"
-#include "platform/secure_memory.h"
-#include "storage/crypto.h"
-#include "storage/xml.h"
+#include "storage/stored_record.h"
 
 namespace vk::tq {
 namespace {
@@ -108,7 +105,7 @@ int Failure(int number, const wchar_t* function, int line, std::wstring_view tex
   return 0;
 }
 
-CXml RecordXml() { return CXml(L"Velkorandia", L"QTL"); }
+constexpr const wchar_t* kRecordName = L"QTL";
 
 CString PathOf(const wchar_t* path) { return path == nullptr ? CString() : InternalPath(path); }
 
@@ -154,26 +151,25 @@ int CNemiPrintInfoFileAccess::ReadAll() {
 
 int CNemiPrintInfoFileAccess::ReadRecord() {
   static constexpr wchar_t kFunction[] = L"CNemiPrintInfoFileAccess::ReadAll";
-  CString xml;
-  const WipeOnExit wipe(xml);
-  if (CCrypto().CryptingStringReader(file_name_, xml) != 0) {
-    return Failure(100902, kFunction, __LINE__, L"ネミ印刷情報ファイルの復号化に失敗しました。");
-  }
-  CStringArray names;
+  StoredRecord stored(kRecordName);
   for (const Field& field : kFields) {
-    if (field.is_read) names.Add(field.element);
+    if (field.is_read) stored.Add(field.element);
   }
-  CMapStringToString values;
-  const WipeTextsOnExit wipe_values(values);
-  if (RecordXml().SelectXMLStringValue(xml, names, values) != 0) {
-    return Failure(100901, kFunction, __LINE__, L"ネミ印刷情報ファイルの読み込みに失敗しました。");
+  switch (stored.Read(file_name_)) {
+    case StoredRecord::Result::kFileFailure:
+      return Failure(100902, kFunction, __LINE__, L"ネミ印刷情報ファイルの復号化に失敗しました。");
+    case StoredRecord::Result::kNoXml:
+      return Failure(100901, kFunction, __LINE__,
+                     L"ネミ印刷情報ファイルの読み込みに失敗しました。");
+    case StoredRecord::Result::kDone:
+      break;
   }
-  NEMI_INF_FILE record = record_;
   for (const Field& field : kFields) {
-    if (field.is_read) record.*field.member = values[field.element];
+    if (!field.is_read) continue;
+    const CString* text = stored.Find(field.element);
+    record_.*field.member = text != nullptr ? *text : CString();
   }
-  record.FilePath = file_name_;
-  record_ = std::move(record);
+  record_.FilePath = file_name_;
   return 1;
 }
 
@@ -187,21 +183,11 @@ int CNemiPrintInfoFileAccess::WriteAll() {
 }
 
 int CNemiPrintInfoFileAccess::WriteRecord() const {
-  CStringArray names;
-  CStringArray values;
-  const WipeTextsOnExit wipe_values(values);
-  for (const Field* field : kWriteOrder) {
-    names.Add(field->element);
-    values.Add(record_.*field->member);
-  }
-  CString xml = RecordXml().CreateXmlString01(names, values);
-  const WipeOnExit wipe(xml);
-  // An empty text would take the place of the print information.
-  if (xml.empty() || CCrypto().CryptingStringWriter(xml, file_name_) != 0) {
-    return Failure(100822, L"CNemiPrintInfoFileAccess::WriteAll", __LINE__,
-                   L"ネミ情報の書き込みに失敗しました。");
-  }
-  return 1;
+  StoredRecord stored(kRecordName);
+  for (const Field* field : kWriteOrder) stored.Add(field->element, record_.*field->member);
+  if (stored.Write(file_name_) == StoredRecord::Result::kDone) return 1;
+  return Failure(100822, L"CNemiPrintInfoFileAccess::WriteAll", __LINE__,
+                 L"ネミ情報の書き込みに失敗しました。");
 }
 
 int CNemiPrintInfoFileAccess::Delete(int retry) {
