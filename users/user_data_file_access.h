@@ -6,7 +6,7 @@
 namespace vk::tq {
 
 /// The record, with each field named like its XML element.
-struct t_user_file {
+struct TQ_EXPORT t_user_file {
   CString UserID;
   CString UserAcount;
   CString PrintUserNo;
