@@ -179,7 +179,7 @@ ProductTest::~ProductTest() = default;
 
 std::string ProductTest::product_native(std::string_view name) const {
   std::string native = temp_.native("common/ORV-INC/Velkorandia/Tessaloquin");
-  if (!name.empty()) native += "/" + std::string(name);
+  if (!name.empty()) native.append("/").append(name);
   return native;
 }
 

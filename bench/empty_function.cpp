@@ -1,0 +1,7 @@
+#include "empty_function.h"
+
+namespace vk::tq::bench {
+
+void EmptyFunction() {}
+
+}  // namespace vk::tq::bench
