@@ -43,7 +43,7 @@ std::string WriteXml(const char* record_name, const Pairs& pairs) {
   }
   xmlChar* bytes = nullptr;
   int size = 0;
-  xmlDocDumpMemory(document, &bytes, &size);
+  xmlDocDumpMemoryEnc(document, &bytes, &size, "UTF-8");
   std::string text(reinterpret_cast<const char*>(bytes), static_cast<std::size_t>(size));
   xmlFree(bytes);
   xmlFreeDoc(document);
