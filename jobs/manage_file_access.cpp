@@ -1,6 +1,5 @@
 #include "jobs/manage_file_access.h"
 
-#include <algorithm>
 #include <array>
 #include <optional>
 #include <stdexcept>
@@ -150,15 +149,6 @@ bool IsUnsentOfAuthPrint(const MANAGE_FILE& record) { return record.AuthPrintFla
 std::int32_t LocalTimeoutUnsent(const MANAGE_FILE& record) {
   return IsUnsentOfAuthPrint(record) ? record.LocalTimeoutUnsentAuthPrint
                                      : record.LocalTimeoutUnsentLogPrint;
-}
-
-// A text as an INI file can hold it: on one line, and up to its first NUL.
-CString OnOneLine(CString text) {
-  text.resize(std::min(text.find(L'\0'), text.size()));
-  ReplaceAll(text, L"\r\n", L" ");
-  std::replace_if(
-      text.begin(), text.end(), [](wchar_t c) { return c == L'\r' || c == L'\n'; }, L' ');
-  return text;
 }
 
 CString ValueOf(const StatusKey& key, const MANAGE_FILE& record) {

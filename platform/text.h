@@ -93,6 +93,9 @@ inline std::wstring Trim(std::wstring_view text) { return std::wstring(TrimView(
 /// Replaces every occurrence, from left to right, of a text that is not empty.
 void ReplaceAll(std::wstring& text, std::wstring_view from, std::wstring_view to);
 
+/// A text as one line of a file can hold it: each CR LF, CR and LF is a blank, and a NUL ends it.
+std::wstring OnOneLine(std::wstring_view text);
+
 /// The leading decimal number of a text: optional white space, a sign, digits. It stops at the
 /// first other character, gives 0 for a text without digits, and saturates at the limits of 32
 /// bits. This is _wtoi, and _wtol as well.

@@ -262,9 +262,10 @@ int CClientSetting::IsDirectry(const wchar_t* path) {
 }
 
 void CClientSetting::AsciiHexToByteArray(const wchar_t* text, CByteArray& bytes) {
-  for (; *text != L'\0'; text += 2) {
-    bytes.Add(static_cast<unsigned char>(HexDigit(text[0]) << 4 | HexDigit(text[1])));
-    if (text[1] == L'\0') break;
+  // The terminator stands in for the missing digit of an odd length: it counts as 0.
+  const std::size_t size = std::wstring_view(text).size();
+  for (std::size_t i = 0; i < size; i += 2) {
+    bytes.Add(static_cast<unsigned char>(HexDigit(text[i]) << 4 | HexDigit(text[i + 1])));
   }
 }
 

@@ -13,8 +13,9 @@ namespace vk::tq {
 /// PrinterInfoCycle alone in the section "Thread". `config.ini`, which the print processor reads,
 /// is "\PrintProcessor\config.ini" behind the same folder. No operation takes a lock of its own;
 /// two programs that write different keys of one file both succeed, two that write one key race to
-/// the last write. Values, ranges and what a bad value does stand in docs/settings.md; the table of
-/// all keys is settings/client_setting_table.h.
+/// the last write. Values, ranges and what a bad value does stand in docs/settings.md; the tables
+/// of all keys are settings/client_setting_table.h and settings/client_setting_writer_table.h. A
+/// text is written on one line: a line break in it becomes a blank, and a NUL ends it.
 class TQ_EXPORT CClientSetting : public CObject {
  public:
   /// Which operating systems the size of an uploaded file is checked on: values of FtpSizeCheck.
@@ -112,11 +113,13 @@ class TQ_EXPORT CClientSetting : public CObject {
   /// code it leaves no event, and a directory of the job-transfer group that cannot be made does
   /// not change the result. All lines have the function "CClientSetting::Read".
   ///
-  /// Values are trimmed and seen up to 1023 characters. P2 and P3 stand in the file as hexadecimal
-  /// text of what `CCrypto::EncryptByTripleDesToByteArray` gives; when no key can be built from the
-  /// key file they count as blank. A second Read overwrites all but SharedPC, P1, P2, P3, P4 and
-  /// ClientIPAddress, which keep their earlier value when the key is missing. A ClientIPAddress of
-  /// blanks alone counts as missing.
+  /// Values are seen up to 1023 characters. Blanks at their ends do not count, but of a flag the
+  /// first character decides alone. P2 and P3 stand in the file as hexadecimal text of what
+  /// `CCrypto::EncryptByTripleDesToByteArray` gives, and their plain texts are trimmed; when no key
+  /// can be built from the key file they count as blank. A second Read overwrites all but SharedPC,
+  /// P1, P2, P3, P4 and ClientIPAddress, which keep their earlier value when the key is missing, or
+  /// no number (P4), or neither 0 nor 1 (SharedPC). A ClientIPAddress of blanks alone counts as
+  /// missing.
   int Read(int mode);
 
   /// Writes the address of this PC to ClientIPAddress. Always 1.

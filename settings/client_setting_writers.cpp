@@ -1,16 +1,15 @@
-#include "settings/client_setting_writers.h"
-
 #include <array>
 #include <string>
 #include <utility>
 #include <vector>
 
-#include "foundation/file_lock.h"
 #include "foundation/log.h"
+#include "platform/error.h"
 #include "platform/profile.h"
 #include "platform/text.h"
 #include "settings/client_setting.h"
 #include "settings/client_setting_files.h"
+#include "settings/client_setting_writer_table.h"
 
 namespace vk::tq {
 
@@ -21,7 +20,9 @@ namespace {
 // ---- Client.ini ----
 
 int WriteClientKey(const wchar_t* key, const CString& value) {
-  return WriteProfileString(ProductPath(kClientIni), kSettingSection, key, value) ? 1 : 0;
+  const bool is_written =
+      WriteProfileString(ProductPath(kClientIni), kSettingSection, key, OnOneLine(value));
+  return is_written ? 1 : 0;
 }
 
 CString ReadClientKey(const wchar_t* key) {
@@ -30,23 +31,19 @@ CString ReadClientKey(const wchar_t* key) {
 
 // ---- config.ini ----
 
-// The exception handler alone of the file classes: there is no lock here.
-struct Handler : LockOperations {
-  using LockOperations::ExceptionLine;
-  using LockOperations::RunGuarded;
-};
-
 // What the writers of config.ini have in common: the trace lines and the handler.
 template <class Work>
 int WriteConfig(const wchar_t* function, int exception_number, const Work& work) {
+  int result = 0;
   Log4cxxMgr::LogOutDetail(0, 0, function, __LINE__, L"START");
-  const Handler::ExceptionLine line{
-      5, exception_number, function,
-      L"config.iniファイルへの書き込みで予期せぬエラーが発生しました。"};
-  const int result = Handler::RunGuarded(line, [&work](int& done) {
+  try {
     work();
-    done = 1;
-  });
+    result = 1;
+  } catch (...) {
+    Log4cxxMgr::LogOutDetail(5, exception_number, function, __LINE__,
+                             static_cast<int>(GetLastError()),
+                             L"config.iniファイルへの書き込みで予期せぬエラーが発生しました。");
+  }
   Log4cxxMgr::LogOutDetail(0, 0, function, __LINE__, L"END");
   return result;
 }
@@ -141,6 +138,7 @@ int CClientSetting::WriteTrayData(int use1, CString name1, int use2, CString nam
     for (std::size_t i = 0; i < trays.size(); ++i) {
       auto& [use, name] = trays[i];
       const Tray& tray = kTrays[i];
+      name = OnOneLine(name);
       if (use != 0 && use != tray.code) {
         use = 0;
         LogSetting(tray.bad_use, kFunction, tray.bad_use_text, use);
@@ -166,8 +164,9 @@ int CClientSetting::WriteTrayData(int use1, CString name1, int use2, CString nam
 int CClientSetting::WriteNupSetting(CString text) {
   constexpr wchar_t kFunction[] = L"CClientSetting::WriteNupSetting";
   return WriteConfig(kFunction, 120200910, [&] {
-    WriteConfigKeys({{kSettingSection, L"NupSetting", text}});
-    LogSetting(120200900, kFunction, L"config設定[使用Nup]              :[%s]", text);
+    const CString written = OnOneLine(text);
+    WriteConfigKeys({{kSettingSection, L"NupSetting", written}});
+    LogSetting(120200900, kFunction, L"config設定[使用Nup]              :[%s]", written);
   });
 }
 

@@ -1,7 +1,7 @@
 #include "settings/langage_manager.h"
 
 #include <algorithm>
-#include <exception>
+#include <memory>
 #include <string>
 #include <utility>
 
@@ -20,9 +20,8 @@ CLangageManager::CLangageManager() { SetLangList(); }
 CString CLangageManager::GetAppPath() { return CUtil::GetExePath(); }
 
 CString CLangageManager::GetLangFileName() {
-  constexpr const wchar_t* kWords[] = {L"jp", L"en"};
-  const bool is_known = language_ == 0 || language_ == 1;
-  return CString(L"lang_") + (is_known ? kWords[language_] : L"") + L".dat";
+  const wchar_t* const word = language_ == 0 ? L"jp" : language_ == 1 ? L"en" : L"";
+  return CString(L"lang_") + word + L".dat";
 }
 
 void CLangageManager::SetLangList() {
@@ -71,8 +70,9 @@ void CLangageManager::AddEntry(std::string_view line) {
 }
 
 CLangageManager::MessageTable& CLangageManager::Messages() {
-  static MessageTable messages;
-  return messages;
+  // Never destroyed: a text may be asked for by a destructor that runs after main.
+  static MessageTable* const messages = std::make_unique<MessageTable>().release();
+  return *messages;
 }
 
 CString CLangageManager::GetLangResource(const wchar_t* key) {

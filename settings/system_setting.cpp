@@ -1,7 +1,6 @@
 #include "settings/system_setting.h"
 
 #include <algorithm>
-#include <array>
 #include <cstddef>
 #include <iterator>
 #include <string>
@@ -46,7 +45,7 @@ constexpr std::size_t ColumnsOf(std::wstring_view text) {
 
 // One setting: where it stands in the file, and which member it fills.
 struct CSystemSetting::Item {
-  int key;
+  std::wstring_view key;
   const wchar_t* label;
   Treatment treatment;
   std::variant<int CSystemSetting::*, unsigned char CSystemSetting::*, CString CSystemSetting::*>
@@ -60,12 +59,12 @@ struct CSystemSetting::Items {
 
   static constexpr Item kAll[] = {
 #define TQ_NUMBER(item, getter, type, default_value, treatment, label, ...) \
-  {item, label, treatment, &S::getter##_},
+  {L"" #item, label, treatment, &S::getter##_},
 #define TQ_TEXT(item, getter, default_value, treatment, label, ...) \
-  {item, label, treatment, &S::getter##_},
+  {L"" #item, label, treatment, &S::getter##_},
 #define TQ_TRAY(item, tray, use, use_label, name, name_label) \
-  {item, use_label, kStored, &S::GetUseTray##tray##_},        \
-      {item, name_label, kStored, &S::GetNameTray##tray##_},
+  {L"" #item, use_label, kStored, &S::GetUseTray##tray##_},   \
+      {L"" #item, name_label, kStored, &S::GetNameTray##tray##_},
 #include "settings/system_setting_items.h"
   };
 
@@ -73,33 +72,6 @@ struct CSystemSetting::Items {
                                                       &S::GetUseTray3_};
   static constexpr CString CSystemSetting::*kNameTray[] = {&S::GetNameTray1_, &S::GetNameTray2_,
                                                            &S::GetNameTray3_};
-
-  static constexpr std::size_t kCount = std::size(kAll);
-  static constexpr int kHighestKey = 500;
-
-  // By key: the place behind the first setting of an item, or 0. Two settings of one item stand
-  // next to each other.
-  static constexpr auto kPlaces = [] {
-    std::array<unsigned char, kHighestKey + 1> places{};
-    for (std::size_t i = kCount; i > 0; --i) {
-      places[static_cast<std::size_t>(kAll[i - 1].key)] = static_cast<unsigned char>(i);
-    }
-    return places;
-  }();
-
-  // The first setting of the item with a key, or the end. The key is compared to the character: no
-  // sign, blank or leading zero.
-  static const Item* Find(std::wstring_view key) {
-    constexpr std::size_t kMostDigits = 3;
-    if (key.empty() || key.size() > kMostDigits || key.front() == L'0') return std::end(kAll);
-    std::size_t number = 0;
-    for (const wchar_t c : key) {
-      if (c < L'0' || c > L'9') return std::end(kAll);
-      number = 10 * number + static_cast<std::size_t>(c - L'0');
-    }
-    const std::size_t place = number <= kHighestKey ? kPlaces[number] : 0;
-    return place > 0 ? kAll + (place - 1) : std::end(kAll);
-  }
 };
 
 CSystemSetting::CSystemSetting(const wchar_t* path, unsigned int flags)
@@ -117,10 +89,9 @@ int CSystemSetting::LoadFile() {
 void CSystemSetting::StoreRow() {
   const CString& key = row_[0];
   Log4cxxMgr::LogOutDetail(1, 101300010, kLoadFile, __LINE__, kItemKey, key);
-  const Item* item = Items::Find(key);
-  if (item == std::end(Items::kAll)) return;
-  const int number = item->key;
-  for (; item != std::end(Items::kAll) && item->key == number; ++item) StoreItem(*item);
+  for (const Item& item : Items::kAll) {
+    if (item.key == key) StoreItem(item);
+  }
 }
 
 void CSystemSetting::StoreItem(const Item& item) {
@@ -165,8 +136,8 @@ void CSystemSetting::LogSettings() const {
         item.member);
     Log4cxxMgr::LogOutDetail(kLevel, 101300020, kLoadFile, __LINE__, line);
   };
-  const Item* const first = Items::Find(L"5");
-  const Item* const last = Items::Find(L"500");
+  const auto* const first = std::ranges::find(Items::kAll, L"5", &Item::key);
+  const auto* const last = std::ranges::find(Items::kAll, L"500", &Item::key);
   log(*first);
   for (const Item& item : Items::kAll) {
     if (&item != first && &item != last) log(item);
@@ -247,7 +218,7 @@ int CSystemSetting::GetDataStr(CString& text, int field) const {
 int CSystemSetting::GetDataStr(wchar_t* buffer, int limit, int field) const {
   constexpr int kLongest = 255;
   CString text;
-  if (!GetDataStr(text, field) || text.empty() || buffer == nullptr || limit < 1) {
+  if (!GetDataStr(text, field) || text.empty() || buffer == nullptr || limit < 0) {
     return 0;
   }
   const std::size_t size = text.copy(buffer, static_cast<std::size_t>(std::min(limit, kLongest)));

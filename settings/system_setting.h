@@ -57,9 +57,10 @@ class TQ_EXPORT CSystemSetting : public CStdioFile {
   /// A field of the current row, counted from 0. 0 and an empty text when there is none.
   int GetDataStr(CString& text, int field) const;
 
-  /// Copies a field, cut to `limit` characters (at most 255), and a terminator into a buffer. The
-  /// number of characters copied; 0 when there is no such field or it is empty, and the buffer is
-  /// left alone.
+  /// Copies a field, cut to `limit` characters (at most 255), and a terminator into a buffer, which
+  /// has room for one more than the limit. The number of characters copied: with a limit of 0 the
+  /// terminator alone. 0 as well, and the buffer is left alone, when there is no such field, it is
+  /// empty or the limit is negative.
   int GetDataStr(wchar_t* buffer, int limit, int field) const;
 
   /// A field as a number. 0 when there is no such field, with a line at level 1, number 101306.

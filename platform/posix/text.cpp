@@ -207,6 +207,13 @@ void ReplaceAll(std::wstring& text, std::wstring_view from, std::wstring_view to
   text = replaced.append(text, begin);
 }
 
+std::wstring OnOneLine(std::wstring_view text) {
+  std::wstring line(text.substr(0, text.find(L'\0')));
+  for (const wchar_t* const line_break : {L"\r\n", L"\r", L"\n"})
+    ReplaceAll(line, line_break, L" ");
+  return line;
+}
+
 std::int32_t ParseInt(std::wstring_view text) {
   while (!text.empty() && IsWhiteSpace(text.front())) text.remove_prefix(1);
   const bool is_negative = text.starts_with(L'-');

@@ -4,7 +4,7 @@
 #include <sstream>
 
 #include "settings/client_setting_table.h"
-#include "settings/client_setting_writers.h"
+#include "settings/client_setting_writer_table.h"
 #include "support/test_support.h"
 
 namespace vk::tq::testing {

@@ -345,8 +345,10 @@ TEST_F(SystemSettingTest, FieldsOfTheCurrentRow) {
   EXPECT_EQ(settings->GetDataStr(buffer, 255, 0), 6);
   EXPECT_STREQ(buffer, L"123456");
   EXPECT_EQ(settings->GetDataStr(buffer, 255, 2), 0);
+  EXPECT_EQ(settings->GetDataStr(buffer, -1, 0), 0);
+  EXPECT_STREQ(buffer, L"123456") << "left alone";
   EXPECT_EQ(settings->GetDataStr(buffer, 0, 0), 0);
-  EXPECT_STREQ(buffer, L"123456");
+  EXPECT_STREQ(buffer, L"") << "the terminator alone";
 
   EXPECT_EQ(settings->ReadCSV(), 0) << "a blank line";
   EXPECT_EQ(settings->GetSize(), 0);
