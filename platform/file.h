@@ -1,7 +1,8 @@
 /// Files: status, reading, writing in place, renaming, moving, removing, folders, searching.
 ///
 /// Every operation that fails sets the last error. Opening for writing never follows a link that
-/// stands in the place of the file itself.
+/// stands in the place of the file itself; opening for reading follows one only when it belongs to
+/// the superuser or to the caller. Any other link fails with 5: somebody may have planted it.
 #pragma once
 
 #include <cstddef>

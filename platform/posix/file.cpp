@@ -72,7 +72,7 @@ InputFile::~InputFile() { FileDescriptor close(static_cast<int>(handle_)); }
 bool InputFile::Open(const std::wstring& path) {
   FileDescriptor old(static_cast<int>(std::exchange(handle_, kClosed)));
   const std::string native = PathToNative(path);
-  FileDescriptor fd(open(native.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY));
+  FileDescriptor fd = OpenForReading(native);
   if (!fd) return FailAtPath(native);
   if (!IsReadable(fd.get())) return false;
   handle_ = fd.Release();

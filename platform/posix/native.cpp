@@ -1,5 +1,9 @@
 #include "platform/posix/native.h"
 
+#include <fcntl.h>
+#include <limits.h>
+#include <sys/stat.h>
+
 #include "platform/posix/utf8.h"
 
 namespace vk::tq {
@@ -56,5 +60,39 @@ std::string ParentOf(const std::string& native) {
 }
 
 std::string DescriptorPath(int descriptor) { return "/proc/self/fd/" + std::to_string(descriptor); }
+
+namespace {
+
+// The target of a link that may be followed; empty, with errno set, when it may not.
+std::string TrustedTarget(const std::string& native) {
+  const FileDescriptor link(open(native.c_str(), O_PATH | O_NOFOLLOW | O_CLOEXEC));
+  struct stat info {};
+  if (!link || fstat(link.get(), &info) != 0) return {};
+  if (info.st_uid != 0 && info.st_uid != geteuid()) {
+    errno = ELOOP;
+    return {};
+  }
+  std::string target(PATH_MAX, '\0');
+  const ssize_t size = readlinkat(link.get(), "", target.data(), target.size());
+  if (size <= 0) return {};
+  target.resize(static_cast<std::size_t>(size));
+  return target.front() == '/' ? target : ParentOf(native) + '/' + target;
+}
+
+}  // namespace
+
+FileDescriptor OpenForReading(const std::string& native) {
+  constexpr int kFlags = O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY | O_NOFOLLOW;
+  constexpr int kMostLinks = 8;
+  std::string name = native;
+  for (int links = 0; links <= kMostLinks; ++links) {
+    FileDescriptor file(open(name.c_str(), kFlags));
+    if (file || errno != ELOOP) return file;
+    name = TrustedTarget(name);
+    if (name.empty()) return {};
+  }
+  errno = ELOOP;
+  return {};
+}
 
 }  // namespace vk::tq

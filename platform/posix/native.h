@@ -61,6 +61,11 @@ std::string NameToNative(std::wstring_view name);
 // The folder that a native path lies in.
 std::string ParentOf(const std::string& native);
 
+// Opens a file for reading. A link in the place of the file is followed only when it belongs to the
+// superuser or to the caller: nobody else can make the caller read what he wants. errno is ELOOP
+// for such a link.
+FileDescriptor OpenForReading(const std::string& native);
+
 // A name that leads to an open file, also to one that has no name of its own.
 std::string DescriptorPath(int descriptor);
 

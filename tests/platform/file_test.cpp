@@ -149,6 +149,18 @@ TEST_F(FileTest, NoWriteFollowsAPlantedLink) {
   EXPECT_FALSE(ExistsNative(native("nowhere")));
 }
 
+TEST_F(FileTest, AReadFollowsLinksOfTheCallerAlone) {
+  WriteNative(native("secret"), "precious");
+  fs::create_symlink("secret", native("own"));
+  fs::create_symlink("own", native("twice"));
+  EXPECT_TRUE(ReadFile(path(L"twice")));
+  if (getuid() != 0) GTEST_SKIP() << "another user's link takes root to make";
+  fs::create_symlink("secret", native("planted"));
+  ASSERT_EQ(0, lchown(native("planted").c_str(), 65534, 65534));
+  EXPECT_FALSE(ReadFile(path(L"planted")));
+  EXPECT_EQ(5U, GetLastError());
+}
+
 TEST_F(FileTest, RenameReplacesNothing) {
   WriteNative(native("a"), "a");
   WriteNative(native("b"), "b");
