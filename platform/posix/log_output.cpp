@@ -106,24 +106,26 @@ spdlog::level::level_enum LevelOf(int level) {
       std::clamp<int>(level, spdlog::level::trace, spdlog::level::critical));
 }
 
-// UTF-8 on one line.
+// What moves a terminal's cursor, or does more: the control characters of ASCII and of U+0080 to
+// U+009F, which hold a command introducer as well, and the separators of lines and paragraphs.
+bool IsControl(wchar_t c) {
+  return (c < 0x20 && c != L'\t') || (c >= 0x7F && c < 0xA0) || c == 0x2028 || c == 0x2029;
+}
+
+// UTF-8 on one line. Whoever reads the log on a terminal is not to be steered by what it holds.
 std::string OneLine(std::wstring_view text) {
-  std::string bytes = EncodeText(kCodePageUtf8, text).value_or(std::string());
-  std::string line;
-  line.reserve(bytes.size());
-  for (const char c : bytes) {
-    if (c == '\n') {
-      line += "\\n";
-    } else if (c == '\r') {
-      line += "\\r";
-    } else if (static_cast<unsigned char>(c) < 0x20 && c != '\t') {
-      // Whoever reads the log on a terminal is not to be steered by what it holds.
-      line += '?';
+  std::wstring line;
+  line.reserve(text.size());
+  for (const wchar_t c : text) {
+    if (c == L'\n') {
+      line += L"\\n";
+    } else if (c == L'\r') {
+      line += L"\\r";
     } else {
-      line += c;
+      line += IsControl(c) ? L'?' : c;
     }
   }
-  return line;
+  return EncodeText(kCodePageUtf8, line).value_or(std::string());
 }
 
 int SyslogPriority(unsigned long event_id) {

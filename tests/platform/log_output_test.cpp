@@ -50,6 +50,14 @@ TEST_F(LogOutputTest, ALineTellsTimeProcessThreadAndLevel) {
                            "[0-9]+:[0-9]+ 5 日本\\\\r\\\\n\tx\\?\\[2J"));
 }
 
+TEST_F(LogOutputTest, NoTextSteersATerminal) {
+  Log([] {
+    AppendProgramLog(5, std::wstring(L"1\0\x1F\x7F\x80\x85\x9B\x9F\u2028\u2029", 10) + L"\xA0。|");
+  });
+  ASSERT_EQ(1U, Lines().size());
+  EXPECT_THAT(Lines()[0], HasSubstr(" 5 1?????????\xC2\xA0。|"));
+}
+
 TEST_F(LogOutputTest, LongLinesOfManyWritersDoNotMix) {
   const auto write = [](wchar_t c) {
     for (int i = 0; i < 50; ++i) AppendProgramLog(2, std::wstring(20'000, c));
