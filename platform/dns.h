@@ -29,8 +29,9 @@ inline constexpr std::uint16_t kDnsTypePtr = 12;
 struct DnsRecord {
   std::uint16_t type = 0;
   /// The name that the record leads to, without a point at its end; the root is ".". It holds no
-  /// blank, control character or "@": those, and a backslash or a point inside a label, are written
-  /// as a backslash and three decimal digits (RFC 1035, 5.1). Bytes beyond ASCII are UTF-8.
+  /// blank, control character (U+0080 to U+009F are some as well) or "@": the bytes of those, and a
+  /// backslash or a point inside a label, are written as a backslash and three decimal digits each
+  /// (RFC 1035, 5.1). Other bytes beyond ASCII are UTF-8.
   std::wstring host;
 };
 
@@ -44,8 +45,10 @@ struct DnsRecord {
 ///
 /// On 0 the array holds the records of the answer that belong to the question, in the server's
 /// order: the aliases (CNAME) that lead away from the name, and the PTR records of the name that
-/// they lead to. There is at least one PTR record. Answers that come from another address, bear
-/// another number or belong to another question are passed over (RFC 5452).
+/// they lead to. There is at least one PTR record. A PTR record in front of the alias that leads to
+/// it does not count; when it is the only one, the result is 9501. Answers that come from another
+/// address, bear another number or belong to another question are passed over (RFC 5452), and so
+/// are those that do not repeat the question, unless they are a format error.
 ///
 /// Otherwise the result, which is the last error as well, is one of the values above; 1460 when no
 /// answer comes, also because the server cannot be reached; 123 when the name is not one; or what

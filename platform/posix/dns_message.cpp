@@ -52,16 +52,25 @@ bool RepeatsQuestion(Message question, Message message) {
                     message.subspan(kHeaderSize, question.size() - kHeaderSize));
 }
 
+// How many bytes at the front of a label, which is not empty, would be taken for something else.
+std::size_t TakenForElse(std::span<const std::uint8_t> label) {
+  const std::uint8_t byte = label.front();
+  if (byte <= ' ' || byte == 0x7F || byte == '.' || byte == '\\' || byte == '@') return 1;
+  // The control characters U+0080 to U+009F.
+  const bool is_control = byte == 0xC2 && label.size() > 1 && label[1] >= 0x80 && label[1] < 0xA0;
+  return is_control ? 2 : 0;
+}
+
 // The text of one label, with an escape for each byte that would be taken for something else.
 void AppendLabel(std::span<const std::uint8_t> label, std::string& text) {
-  for (const std::uint8_t byte : label) {
-    const bool is_plain = byte > ' ' && byte != 0x7F && byte != '.' && byte != '\\' && byte != '@';
-    if (is_plain) {
-      text += static_cast<char>(byte);
-    } else {
+  while (!label.empty()) {
+    const std::size_t escaped = TakenForElse(label);
+    for (const std::uint8_t byte : label.first(escaped)) {
       text += '\\';
       for (const int unit : {100, 10, 1}) text += static_cast<char>('0' + byte / unit % 10);
     }
+    if (escaped == 0) text += static_cast<char>(label.front());
+    label = label.subspan(std::max<std::size_t>(escaped, 1));
   }
 }
 
@@ -144,9 +153,12 @@ DnsAnswer ReadAnswer(Message question, Message message) {
   DnsAnswer answer;
   if (message.size() < kHeaderSize) return answer;
   const Header header(message);
+  // Who cannot read the question cannot repeat it; any other answer without it could be forged by
+  // guessing the number alone.
+  const bool is_to_question = header.questions == 0 ? header.response_code == ns_r_formerr
+                                                    : RepeatsQuestion(question, message);
   const bool is_ours = header.is_answer && header.operation == ns_o_query &&
-                       header.number == Header(question).number &&
-                       (header.questions != 1 || RepeatsQuestion(question, message));
+                       header.number == Header(question).number && is_to_question;
   if (!is_ours) return answer;
   answer.kind = header.is_truncated ? DnsAnswer::Kind::kTruncated : DnsAnswer::Kind::kWhole;
   if (header.response_code != 0) {

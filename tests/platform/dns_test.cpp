@@ -97,12 +97,15 @@ TEST(DnsTest, AliasesComeInOrderBeforeThePointers) {
   EXPECT_THAT(outcome.hosts,
               ElementsAre(L"4.0-15.2.0.192.in-addr.arpa", L"one.example", L"two.example"));
   EXPECT_THAT(outcome.types, ElementsAre(kDnsTypeCname, kDnsTypePtr, kDnsTypePtr));
-  // An alias that leads nowhere is no answer.
-  EXPECT_EQ(
-      kDnsNoRecords,
-      AskPeer([&](const std::string& question) {
-        return std::vector{Reply{.records = {PackRecord(kAskedName, kCname, alias)}}.To(question)};
-      }).status);
+  // An alias that leads nowhere is no answer, nor is one that comes behind what it leads to.
+  const std::string to_alias = PackRecord(kAskedName, kCname, alias);
+  const std::vector<std::string> answers[] = {
+      {to_alias}, {PackRecord(alias, kPtr, PackName("early.example")), to_alias}};
+  for (const auto& records : answers) {
+    EXPECT_EQ(kDnsNoRecords, AskPeer([&](const std::string& question) {
+                               return std::vector{Reply{.records = records}.To(question)};
+                             }).status);
+  }
 }
 
 TEST(DnsTest, NamesAreWrittenSoThatTheyCanBeTold) {
@@ -115,6 +118,8 @@ TEST(DnsTest, NamesAreWrittenSoThatTheyCanBeTold) {
       {std::string("\4a.b\\\7example\0", 14), L"a\\046b\\092.example"},
       {std::string("\4 \t\x7F\0\0", 6), L"\\032\\009\\127\\000"},
       {PackName("プリンタ.example"), L"プリンタ.example"},
+      {PackName("\xC2\x80\xC2\x9B\xC2\x9F\xC2\xA0é.\xC2"),
+       L"\\194\\128\\194\\155\\194\\159\xA0é.\xFFFD"},
       {PackName("\xFF.example"), L"\xFFFD.example"},
       {std::string("\0", 1), L"."},
       // Compressed: the rest of the name that was asked for.
@@ -178,8 +183,15 @@ TEST(DnsTest, WhatIsNoAnswerToTheQuestionIsPassedOver) {
     }
     std::string notify = good;
     notify[2] = static_cast<char>(notify[2] | 0x20);
-    return std::vector{std::string(), std::string("xx"), wrong_number, wrong_name, question,
-                       notify,        lower_case};
+    std::vector messages{std::string(), std::string("xx"), wrong_number,
+                         wrong_name,    question,          notify};
+    for (const int code : {0, 2, 3, 5}) {  // only a format error need not repeat the question
+      std::string no_question = Reply{.code = code}.To(question).substr(0, 12);
+      no_question[5] = 0;
+      messages.push_back(no_question);
+    }
+    messages.push_back(lower_case);
+    return messages;
   });
   EXPECT_EQ(kErrorSuccess, outcome.status);
   EXPECT_THAT(outcome.hosts, ElementsAre(L"right.example"));
