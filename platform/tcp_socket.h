@@ -18,7 +18,6 @@ namespace vk::tq {
 inline constexpr int kNoSocket = -1;
 
 inline constexpr ErrorCode kErrorNotSocket = 10038;
-inline constexpr ErrorCode kErrorMessageTooLong = 10040;
 inline constexpr ErrorCode kErrorConnectionReset = 10054;
 inline constexpr ErrorCode kErrorNotConnected = 10057;
 inline constexpr ErrorCode kErrorSocketTimeout = 10060;

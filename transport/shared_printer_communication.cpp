@@ -5,8 +5,8 @@
 #include <cstdint>
 #include <cstring>
 #include <ctime>
+#include <exception>
 #include <limits>
-#include <new>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -28,6 +28,9 @@ constexpr unsigned long kConnectFailed = 101;
 constexpr std::size_t kHostSize = 256;  // with its terminator
 constexpr std::size_t kHeaderSize = 8;  // command and length
 constexpr std::size_t kNameSize = 26;
+// A print information file has some kilobytes. What is this large is none, and a frame is made in
+// memory: a file that only says that it is large must not take all of it.
+constexpr std::uint64_t kLargestFile = 256u << 20;
 constexpr int kStatusAnswerSize = 5;
 constexpr char kRefused = '1';
 constexpr int kTimeAnswerSize = 1024;
@@ -64,7 +67,7 @@ std::optional<std::string> MakeFileFrame(const CString& path) {
   InputFile file;
   if (!file.Open(path)) return {};
   const std::optional<FileStatus> status = file.Status();
-  if (!status || status->size > kLongest - kNameSize) return {};
+  if (!status || status->size > kLargestFile) return {};
   const std::optional<std::string> name = NameOnTheLine(path);
   if (!name) return {};
   std::string frame(kHeaderSize + kNameSize + static_cast<std::size_t>(status->size), '\0');
@@ -225,13 +228,8 @@ void CSharedPrinterCommunication::Disconnect() {
   m_socket = kNoSocket;
 }
 
-int CSharedPrinterCommunication::SendNemiInfFile(const CString& path) {
-  std::optional<std::string> frame;
-  try {
-    frame = MakeFileFrame(InternalPath(path));
-  } catch (const std::bad_alloc&) {
-    // What stands at that path is no print information file.
-  }
+int CSharedPrinterCommunication::SendNemiInfFile(const CString& path) try {
+  const std::optional<std::string> frame = MakeFileFrame(InternalPath(path));
   if (!frame) return 0;
   int attempt = 0;
   do {
@@ -239,17 +237,21 @@ int CSharedPrinterCommunication::SendNemiInfFile(const CString& path) {
     if (exchange.Open() && exchange.Send(*frame) && Receive() != 0) return 1;
   } while (attempt++ < m_retryCount);
   return 0;
+} catch (const std::exception&) {
+  return 0;
 }
 
 int CSharedPrinterCommunication::SendSpoolPrintOut(const CString& job_user, const CString& job_id,
-                                                   const CString& client_name) {
+                                                   const CString& client_name) try {
   const std::optional<std::string> frame = MakePrintOutFrame(job_user, job_id, client_name);
   if (!frame) return 0;
   Exchange exchange(*this);
   return exchange.Open() && exchange.Send(*frame) && ReceiveCR06() != 0 ? 1 : 0;
+} catch (const std::exception&) {
+  return 0;
 }
 
-CTime CSharedPrinterCommunication::GetServerTime(const CString& /*unused*/) {
+CTime CSharedPrinterCommunication::GetServerTime(const CString& /*unused*/) try {
   std::array<char, kTimeAnswerSize + 1> answer{};  // whatever comes, it ends with a NUL
   bool is_answered = false;
   {
@@ -261,6 +263,8 @@ CTime CSharedPrinterCommunication::GetServerTime(const CString& /*unused*/) {
   Log4cxxMgr::LogOutDetail(3, 150101, L"CSharedPrinterCommunication::GetServerTime", __LINE__,
                            Format(L"共有プリンタサーバ時刻受信/[%s]", text));
   return is_answered ? ServerTime(text) : CTime();
+} catch (const std::exception&) {
+  return CTime();
 }
 
 // Header and body of the answer to CS02, one after the other into the same buffer.
@@ -268,12 +272,6 @@ int CSharedPrinterCommunication::ReceiveTime(char* buffer) {
   if (ReceiveData(m_socket, static_cast<int>(kHeaderSize), buffer) == 0) return 0;
   const auto length = static_cast<std::int32_t>(LengthOf(buffer));
   std::memset(buffer, 0, kTimeAnswerSize);
-  if (length > kTimeAnswerSize) {
-    Log4cxxMgr::LogOutDetail(5, 101128, L"CSharedPrinterCommunication::GetServerTime", __LINE__,
-                             static_cast<int>(kErrorMessageTooLong),
-                             L"クライアント通信スレッドの受信エラーが発生しました。");
-    return 0;
-  }
   return ReceiveData(m_socket, length, buffer);
 }
 
@@ -297,8 +295,9 @@ int CSharedPrinterCommunication::ReceiveStatus(const char* command) {
 
 int CSharedPrinterCommunication::ReceiveData(int socket, int length, char* buffer) {
   static constexpr wchar_t kFunction[] = L"CSharedPrinterCommunication::ReceiveData";
-  if (length > 0) std::memset(buffer, 0, static_cast<std::size_t>(length));
   Log4cxxMgr::LogOutDetail(2, 0, kFunction, __LINE__, Format(L"受信するデータ長：%d", length));
+  if (length > kTimeAnswerSize) return 0;
+  if (length > 0) std::memset(buffer, 0, static_cast<std::size_t>(length));
   for (int received = 0; received < length;) {
     if (WaitForSocket(socket, SocketEvent::kReadable, data_wait) == SocketWait::kTimeout) {
       Log4cxxMgr::LogOutDetail(5, 141128, kFunction, __LINE__, static_cast<int>(GetLastError()),

@@ -11,7 +11,8 @@ namespace vk::tq {
 /// for the print-out of a job that is spooled there, and asks for the server's time. Each exchange
 /// is one short TCP connection over IPv4: connect, one frame, the answer, close. Between two
 /// exchanges no socket is open, and a failed exchange leaves nothing to clear up. An object belongs
-/// to one thread at a time and takes no lock. docs/wire-protocol.md shows the frames.
+/// to one thread at a time and takes no lock. No operation throws: one that lacks memory fails.
+/// docs/wire-protocol.md shows the frames.
 ///
 /// Results are 1 when the server accepted, else 0. Why an exchange failed is not told. These lines
 /// are written on the way:
@@ -33,7 +34,8 @@ namespace vk::tq {
 /// A connection that is refused, or not made when the time-out ends, still counts as made; the
 /// frame then cannot be sent, and the exchange fails there at once. A peer that takes or gives
 /// nothing fails it after RECEIVE_TIMEOUT, counted anew for each piece; one that owes a status
-/// answer fails it after 5 seconds without a piece of it.
+/// answer fails it after 5 seconds without a piece of it. Only the resolution of the server's name
+/// has no limit here: it takes as long as the system's resolver tries, in each attempt anew.
 class TQ_EXPORT CSharedPrinterCommunication : public CObject {
  public:
   /// The longest wait for each piece of data, in microseconds: 10 seconds.
@@ -53,9 +55,10 @@ class TQ_EXPORT CSharedPrinterCommunication : public CObject {
   /// and any further ".xml", of which the first 26 bytes go out; that cut may fall inside a
   /// character. The file is read first, under no lock, and at most as many bytes of it as it had
   /// when it was opened: one that grows meanwhile is sent as it was sized, one that shrinks with
-  /// what was left to read. A file that is missing, cannot be read, or does not fit a frame's
-  /// length of 32 bits gives 0 before any connection is made. An attempt that fails, or that the
-  /// server refuses, is repeated at once on a new connection.
+  /// what was left to read. A file that is missing, cannot be read, or has more than 256 MiB (it is
+  /// held in memory, and no print information file comes near) gives 0 before any connection is
+  /// made. An attempt that fails, or that the server refuses, is repeated at once on a new
+  /// connection.
   int SendNemiInfFile(const CString& path);
 
   /// Asks for the print-out of a job. The values go into an XML text as they are: what XML does not
@@ -64,8 +67,8 @@ class TQ_EXPORT CSharedPrinterCommunication : public CObject {
 
   /// The server's time: its text, read as local time, plus nine hours. CTime(0) when no usable time
   /// came: no connection, no answer in time, an answer that is not "year/month/day
-  /// hour:minute:second" with a year from 1970 to 3000, or one of more than 1024 bytes; the last
-  /// leaves the line 101128 of `GetServerTime` with the code 10040. A connection that the server
+  /// hour:minute:second" with a year from 1970 to 3000, or one that announces more than 1024 bytes:
+  /// the line of its length is then the last one of `ReceiveData`. A connection that the server
   /// closes ends the text where it is. There is no second try. The argument is not read.
   CTime GetServerTime(const CString& unused);
 

@@ -6,6 +6,7 @@
 #include "platform/error.h"
 #include "platform/path.h"
 #include "platform/tcp_socket.h"
+#include "support/failing_allocation.h"
 #include "support/loopback_server.h"
 #include "support/test_support.h"
 
@@ -163,8 +164,8 @@ TEST_F(SharedPrinterCommunicationTest, FileThatCannotBeReadMakesNoConnection) {
   EXPECT_EQ(channel.SendNemiInfFile(temp_.path()), 0);
   EXPECT_EQ(channel.SendNemiInfFile(L""), 0);
   testing::WriteNative(native("huge.xml"), "");
-  ASSERT_EQ(truncate(native("huge.xml").c_str(), 0xFFFFFFFFL - 25), 0);
-  EXPECT_EQ(channel.SendNemiInfFile(path(L"huge.xml")), 0) << "the length field has 32 bits";
+  ASSERT_EQ(truncate(native("huge.xml").c_str(), (256L << 20) + 1), 0);
+  EXPECT_EQ(channel.SendNemiInfFile(path(L"huge.xml")), 0);
   const testing::ScopedEnvironment code_page("TQ_ANSI_CODEPAGE", "4711");
   EXPECT_EQ(channel.SendNemiInfFile(MakeFile()), 0);
   EXPECT_EQ(channel.SendSpoolPrintOut(L"u", L"j", L"c"), 0);
@@ -476,12 +477,6 @@ TEST_F(SharedPrinterCommunicationTest, TimeLinesTellEachPiece) {
 }
 
 TEST_F(SharedPrinterCommunicationTest, BodyOfATimeIsBounded) {
-  const LogLine too_long = {5,
-                            101128,
-                            L"CSharedPrinterCommunication::GetServerTime",
-                            L"クライアント通信スレッドの受信エラーが発生しました。",
-                            {},
-                            10040};
   const std::string full = Filled("2026/1/2 3:04:05", 1024);
   const std::string no_end = "2026/1/2 3:04:05" + std::string(1008, 'x');
   struct Case {
@@ -494,8 +489,8 @@ TEST_F(SharedPrinterCommunicationTest, BodyOfATimeIsBounded) {
       {0, "", false, {Length(0), TimeText(L"")}},
       {1024, full, true, {Length(1024), Received(1024), TimeText(L"2026/1/2 3:04:05")}},
       {1024, no_end, true, {Length(1024), Received(1024), TimeText(FromUtf8(no_end))}},
-      {1025, full + "x", false, {too_long, TimeText(L"")}},
-      {0x7FFFFFFF, full, false, {too_long, TimeText(L"")}},
+      {1025, full + "x", false, {Length(1025), TimeText(L"")}},
+      {0x7FFFFFFF, full, false, {Length(0x7FFFFFFF), TimeText(L"")}},
       {0x80000000, full, false, {Length(-2147483647 - 1), TimeText(L"")}},
       {0xFFFFFFFF, full, false, {Length(-1), TimeText(L"")}},
   };
@@ -608,6 +603,25 @@ TEST_F(SharedPrinterCommunicationTest, SlowWaitsAreFiveAndTenSeconds) {
   EXPECT_LT(status_time, milliseconds(9000));
   EXPECT_GE(data_time, milliseconds(10'000));
   EXPECT_LT(data_time, milliseconds(19'000));
+}
+
+TEST_F(SharedPrinterCommunicationTest, MemoryThatLacksFailsTheExchangeAlone) {
+  LoopbackServer server([](Peer& peer, int index) {
+    peer.Read(8);
+    peer.Write(index == 0 ? TimeAnswer("2026/1/2 3:04:05") : "CR060");
+  });
+  const CString path = MakeFile();
+  const CString unused;
+  CSharedPrinterCommunication channel(L"localhost.localdomain", server.port(), 5000, 3);
+  testing::FailNextAllocation();
+  EXPECT_EQ(channel.SendNemiInfFile(path), 0);
+  testing::FailNextAllocation();
+  EXPECT_EQ(channel.SendSpoolPrintOut(path, path, path), 0);
+  testing::FailNextAllocation();
+  EXPECT_EQ(channel.GetServerTime(unused), CTime());
+  EXPECT_TRUE(log_.lines().empty()) << "each failed before it connected";
+  EXPECT_NE(ChannelTo(server).GetServerTime(unused), CTime());
+  EXPECT_EQ(ChannelTo(server).SendSpoolPrintOut(path, path, path), 1);
 }
 
 TEST_F(SharedPrinterCommunicationTest, SocketStateIsAskedForBothDirections) {
