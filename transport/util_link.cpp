@@ -56,10 +56,8 @@ std::optional<NetworkParameters> ReadNetwork(const wchar_t* function) {
   // The record itself has room for one server.
   std::size_t room = 1;
   NetworkParameters parameters;
-  parameters.dns_servers.resize(room);
   if (CurrentMachine().Network(parameters, room) == kErrorBufferOverflow) {
     Log4cxxMgr::LogOutDetail(2, 0, function, __LINE__, L"アロケート不足の為、再アロケート");
-    parameters.dns_servers.resize(room);
   }
   const ErrorCode status = CurrentMachine().Network(parameters, room);
   if (status == kErrorSuccess) return parameters;

@@ -122,8 +122,9 @@ bool SendTcp(int socket, const void* data, std::size_t size,
       size -= static_cast<std::size_t>(sent);
       continue;
     }
+    if (errno != EAGAIN) return FailWithSocketError();
     // A connection under way takes nothing either, but there is nothing to wait for any more.
-    if (errno != EAGAIN || !IsConnected(socket)) return FailWithSocketError();
+    if (!IsConnected(socket)) return Fail(kErrorNotConnected);
     if (WaitForSocket(socket, SocketEvent::kWritable, timeout) != SocketWait::kReady) return false;
   }
   return true;
