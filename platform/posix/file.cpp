@@ -154,8 +154,8 @@ bool InPlaceWriter::OpenExisting(const std::string& native) {
 // Makes the file without a name, so that nobody sees it before it is whole. Where the file system
 // cannot do that, the file is made under its name.
 bool InPlaceWriter::CreateNew(const std::string& native) {
-  FileDescriptor fd(open(ParentOf(native).c_str(), O_TMPFILE | O_WRONLY | O_CLOEXEC, 0666));
-  is_unnamed_ = fd && access(DescriptorPath(fd.get()).c_str(), F_OK) == 0;
+  FileDescriptor fd = MakeUnnamedFile(native, O_WRONLY, 0666);
+  is_unnamed_ = static_cast<bool>(fd);
   if (!is_unnamed_) {
     fd.Reset(open(native.c_str(), O_CREAT | O_EXCL | O_WRONLY | O_CLOEXEC | O_NOFOLLOW | O_NOCTTY,
                   0666));
@@ -214,11 +214,7 @@ bool InPlaceWriter::Commit(std::uint64_t size) {
   FileDescriptor fd(static_cast<int>(std::exchange(handle_, -1)));
   written_ = 0;
   const bool is_whole = ftruncate(fd.get(), static_cast<off_t>(size)) == 0;
-  if (is_whole && is_unnamed_ &&
-      linkat(AT_FDCWD, DescriptorPath(fd.get()).c_str(), AT_FDCWD, native_path_.c_str(),
-             AT_SYMLINK_FOLLOW) != 0) {
-    return FailWithErrno();
-  }
+  if (is_whole && is_unnamed_ && !NameFile(fd.get(), native_path_)) return FailWithErrno();
   if (is_whole && close(fd.Release()) == 0) return true;
   FailWithErrno();
   const bool has_name = is_new_ && (is_whole || !is_unnamed_);

@@ -77,8 +77,8 @@ class HiddenFile {
   int descriptor() const { return fd_.get(); }
 
   bool Make() {
-    fd_.Reset(open(ParentOf(target_).c_str(), O_TMPFILE | O_WRONLY | O_CLOEXEC, 0600));
-    if (fd_ && access(DescriptorPath(fd_.get()).c_str(), F_OK) == 0) return true;
+    fd_ = MakeUnnamedFile(target_, O_WRONLY, 0600);
+    if (fd_) return true;
     return TakeHiddenName([&](const char* name) {
       fd_.Reset(open(name, O_CREAT | O_EXCL | O_WRONLY | O_CLOEXEC | O_NOFOLLOW, 0600));
       return static_cast<bool>(fd_);
@@ -88,9 +88,10 @@ class HiddenFile {
   // Gives the file its name, in place of any other file.
   bool PutInPlace() {
     if (name_.empty()) {
-      if (Link(target_.c_str())) return true;
+      if (NameFile(fd_.get(), target_)) return true;
       if (errno != EEXIST) return FailWithErrno();
-      if (!TakeHiddenName([&](const char* name) { return Link(name); })) return false;
+      if (!TakeHiddenName([&](const char* name) { return NameFile(fd_.get(), name); }))
+        return false;
     }
     if (rename(name_.c_str(), target_.c_str()) != 0) return FailWithErrno();
     name_.clear();
@@ -98,11 +99,6 @@ class HiddenFile {
   }
 
  private:
-  bool Link(const char* name) const {
-    return linkat(AT_FDCWD, DescriptorPath(fd_.get()).c_str(), AT_FDCWD, name, AT_SYMLINK_FOLLOW) ==
-           0;
-  }
-
   // Tries names until one is free.
   template <class Take>
   bool TakeHiddenName(const Take& take) {

@@ -95,4 +95,15 @@ FileDescriptor OpenForReading(const std::string& native) {
   return {};
 }
 
+FileDescriptor MakeUnnamedFile(const std::string& native, int access_mode, mode_t mode) {
+  FileDescriptor file(open(ParentOf(native).c_str(), O_TMPFILE | access_mode | O_CLOEXEC, mode));
+  if (file && access(DescriptorPath(file.get()).c_str(), F_OK) != 0) file.Reset();
+  return file;
+}
+
+bool NameFile(int descriptor, const std::string& native) {
+  return linkat(AT_FDCWD, DescriptorPath(descriptor).c_str(), AT_FDCWD, native.c_str(),
+                AT_SYMLINK_FOLLOW) == 0;
+}
+
 }  // namespace vk::tq

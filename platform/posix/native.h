@@ -1,6 +1,7 @@
 // What the files of this folder share: errno values, file descriptors and native names.
 #pragma once
 
+#include <sys/types.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -68,5 +69,12 @@ FileDescriptor OpenForReading(const std::string& native);
 
 // A name that leads to an open file, also to one that has no name of its own.
 std::string DescriptorPath(int descriptor);
+
+// A new file in the folder of a path that has no name, so that nobody sees it before it is whole;
+// none where the system cannot do that, or cannot name it later. `access` is O_WRONLY or O_RDWR.
+FileDescriptor MakeUnnamedFile(const std::string& native, int access, mode_t mode);
+
+// Gives it a name that is free; false, with errno set, when it is not (EEXIST), or fails.
+bool NameFile(int descriptor, const std::string& native);
 
 }  // namespace vk::tq

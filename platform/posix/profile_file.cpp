@@ -115,8 +115,8 @@ bool ProfileFile::OpenOnce() {
     if (file_) break;
     if (errno != ENOENT) return FailWithErrno();
     // Without a name until it is whole: whoever sees the file sees its values.
-    file_.Reset(open(ParentOf(native_).c_str(), O_TMPFILE | O_RDWR | O_CLOEXEC, 0666));
-    is_unnamed_ = file_ && access(DescriptorPath(file_.get()).c_str(), F_OK) == 0;
+    file_ = MakeUnnamedFile(native_, O_RDWR, 0666);
+    is_unnamed_ = static_cast<bool>(file_);
     if (is_unnamed_) break;
     file_.Reset(open(native_.c_str(), kFlags | O_CREAT | O_EXCL, 0666));
     is_new_ = static_cast<bool>(file_);
@@ -179,10 +179,7 @@ bool ProfileFile::Replace(std::string_view bytes) {
     Restore(begin);
     return FailWithErrno();
   }
-  if (is_unnamed_ && linkat(AT_FDCWD, DescriptorPath(file_.get()).c_str(), AT_FDCWD,
-                            native_.c_str(), AT_SYMLINK_FOLLOW) != 0) {
-    return FailWithErrno();
-  }
+  if (is_unnamed_ && !NameFile(file_.get(), native_)) return FailWithErrno();
   is_new_ = is_unnamed_ = false;
   Unlock(file_.get());
   if (close(file_.Release()) != 0 && errno != EINTR) return FailWithErrno();
