@@ -24,7 +24,7 @@
 /// |-------|--------------------------------------------------------------------------|
 /// | 6     | no handle, or a stale one                                                |
 /// | 12018 | a handle of another kind                                                 |
-/// | 12002 | nothing moved for as long as the time-out in force allows                |
+/// | 12002 | a wait took longer than the time-out in force allows                     |
 /// | 12003 | the server answered with a code from 400 on; LastFtpResponse has it      |
 /// | 12007 | the host's name does not resolve, or is none                             |
 /// | 12013 | the user name was refused                                                |
@@ -33,7 +33,8 @@
 /// | 12029 | the server cannot be reached                                             |
 /// | 12030 | the connection ended                                                     |
 /// | 12031 | the connection was reset                                                 |
-/// | 13    | the server's answer is no FTP reply, or lacks what it must hold          |
+/// | 13    | the answer is no FTP reply, one that does not belong there, or lacks     |
+/// |       | what it must hold                                                        |
 /// | 123   | a remote name that cannot go out                                         |
 ///
 /// A local file that cannot be read or written fails with the value that the file operation has.
@@ -67,7 +68,7 @@ inline constexpr ErrorCode kErrorInternetConnectionReset = 12031;
 enum class FtpTimeout : std::uint32_t {
   kConnect = 2,         ///< resolving and connecting, the data connection's as well
   kControlSend = 5,     ///< a command going out
-  kControlReceive = 6,  ///< a piece of a reply
+  kControlReceive = 6,  ///< a whole reply
   kDataSend = 7,        ///< a piece of a file going out
   kDataReceive = 8,     ///< a piece of a file coming in
 };
@@ -79,9 +80,10 @@ inline constexpr std::uint32_t kNoFtpTimeout = 0xFFFFFFFF;
 /// program calls itself, for protocols that tell it to the server; FTP does not.
 FtpHandle OpenFtp(std::wstring_view agent);
 
-/// Bounds one kind of wait on the connections that are made from an internet handle afterwards. The
-/// time counts anew whenever something moves, so that a long transfer may last. A wait of 0
-/// milliseconds cannot succeed and is refused (87).
+/// Bounds one kind of wait on the connections that are made from an internet handle afterwards. For
+/// a file the time counts anew whenever a piece moves, so that a long transfer may last; a reply has
+/// to be whole in time, whatever comes of it before. A wait of 0 milliseconds cannot succeed and is
+/// refused (87).
 bool SetFtpTimeout(FtpHandle internet, FtpTimeout which, std::uint32_t milliseconds);
 
 /// Connects and logs in. An empty user name stands for "anonymous". No proxy is used, and no
@@ -104,7 +106,7 @@ bool GetFtpFile(FtpHandle connection, std::wstring_view remote_name, const std::
 /// Stores a file, as long as it is found to be while it is read; an existing remote file is
 /// overwritten. When a local file is missing nothing is sent. A transfer that fails half-way is
 /// broken off so that the server can tell, and leaves the connection usable if the server still
-/// answers; what is left of the remote file is the server's choice.
+/// answers within the time-out of a reply; what is left of the remote file is the server's choice.
 bool PutFtpFile(FtpHandle connection, const std::wstring& local, std::wstring_view remote_name);
 
 bool RenameFtpFile(FtpHandle connection, std::wstring_view old_name, std::wstring_view new_name);
@@ -124,9 +126,9 @@ std::optional<std::uint64_t> FtpFileSize(FtpHandle connection, std::wstring_view
 FtpHandle FindFtpFile(FtpHandle connection, std::wstring_view remote_name, std::uint64_t& size);
 
 /// The reply that made the last operation of this thread fail with 12003, 12013, 12014 or 12015:
-/// its code (RFC 959, 4.2) and its text, code and all, in the server's bytes, with a NUL behind. A
-/// code of 0 and an empty text when it did not end in such a way. Fails with 122 when the text does
-/// not fit.
+/// its code (RFC 959, 4.2) and its text, code and all, in the server's bytes, with a NUL behind. Of a
+/// reply in which the password stands, the text is the code alone. A code of 0 and an empty text when
+/// it did not end in such a way. Fails with 122 when the text does not fit.
 bool LastFtpResponse(ErrorCode& code, std::span<char> text);
 
 }  // namespace vk::tq

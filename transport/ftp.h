@@ -17,10 +17,12 @@ namespace vk::tq {
 /// directory that fails closes the connection, so that IsConnect gives 0; the object can be
 /// connected again. Repeating a failed connection is the caller's business. On an object without a
 /// connection every transfer fails. An object belongs to one thread at a time and takes no lock.
-/// Every wait is bounded by the time-out of FtpConnect, which counts anew whenever something moves.
+/// Every wait is bounded by the time-out of FtpConnect, which counts anew for each reply and for each
+/// piece of a file that moves.
 ///
 /// A line with a code carries the last error, whose values platform/ftp_session.h tells; 12003
-/// stands for a refusal by the server. Neither user nor password is ever logged.
+/// stands for a refusal by the server. Neither user nor password is logged; a reply in which the
+/// password stands is logged by its code alone.
 class TQ_EXPORT CFtp {
  public:
   CFtp() = default;
@@ -58,7 +60,8 @@ class TQ_EXPORT CFtp {
   /// Stores a file. A name that ends in ".xml", in any case, travels with ".xm_" and then gets its
   /// own name by a rename, so that whoever sees the name on the server sees a whole file; the
   /// rename is tried 11 times at most, 25 ms apart, as long as the server refuses it (12003). After
-  /// a failure the file under the name that it travelled by is deleted from the server.
+  /// a failure the file under the name that it travelled by is deleted from the server, if that
+  /// still answers within the time-out.
   ///
   /// Lines: 130009 at level 3 for the start, at level 2 for each step, at level 5 when the last
   /// rename was refused; 130011 at level 3 when all is done; on failure 130010 at level 3, with a

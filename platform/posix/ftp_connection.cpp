@@ -16,8 +16,6 @@ namespace vk::tq {
 namespace {
 
 constexpr std::size_t kBufferSize = std::size_t{256} * 1024;
-// How long a server may take to tell why it broke a transfer off.
-constexpr std::uint32_t kLongestExcuse = 1000;
 constexpr ErrorCode kFirstInternetError = 12001;
 
 bool IsControl(wchar_t c) { return c < L' ' || c == L'\x7F'; }
@@ -46,10 +44,16 @@ std::string_view BehindCode(std::string_view text) {
   return text.substr(std::min<std::size_t>(text.size(), 4));
 }
 
+// What stands behind the number, or the other character, that a text begins with.
+std::string_view BehindNumber(std::string_view text) {
+  const std::size_t end = text.find_first_not_of("0123456789");
+  return text.substr(std::min(std::max<std::size_t>(end, 1), text.size()));
+}
+
 // The port of six numbers with commas between them, wherever in the text they stand (RFC 1123,
 // 4.1.2.6).
 std::optional<std::uint16_t> ParsePassive(std::string_view text) {
-  for (; !text.empty(); text.remove_prefix(1)) {
+  for (; !text.empty(); text = BehindNumber(text)) {
     std::string_view rest = text;
     std::uint64_t numbers[6] = {};
     bool fits = true;
@@ -96,7 +100,8 @@ bool FtpConnection::Rename(std::wstring_view old_name, std::wstring_view new_nam
   const std::optional<std::string> from = RemoteName(old_name);
   if (!from) return false;
   const std::optional<std::string> to = RemoteName(new_name);
-  return to && control_->Command("RNFR", *from) && control_->Command("RNTO", *to);
+  return to && control_->Command("RNFR", *from, FtpReplyKind::kIntermediate) &&
+         control_->Command("RNTO", *to);
 }
 
 bool FtpConnection::Delete(std::wstring_view remote_name) {
@@ -177,11 +182,11 @@ FileDescriptor FtpConnection::Begin(std::string_view verb, std::string_view argu
 bool FtpConnection::End(FileDescriptor data, bool is_whole) {
   if (is_whole) {
     data.Reset();
-    return control_->End(timeouts_.control_receive);
+    return control_->End();
   }
   const ErrorCode failure = GetLastError();
   AbortConnection(std::move(data));
-  control_->End(std::min(timeouts_.control_receive, kLongestExcuse));
+  control_->End();
   // The server's own word explains more than a connection that it closed; but not a disk that is
   // full here.
   const bool is_explained = GetLastError() == kErrorInternetExtendedError;

@@ -4,24 +4,21 @@
 #include <sys/socket.h>
 
 #include <algorithm>
-#include <chrono>
+#include <cerrno>
 #include <climits>
 #include <new>
 #include <string>
 #include <utility>
 
 #include "platform/ftp_session.h"
-#include "platform/posix/ftp_socket.h"
 
 namespace vk::tq {
 namespace {
 
-using std::chrono::milliseconds;
-using std::chrono::steady_clock;
-
 // A reply cannot have a longer line: an endless one would fill the memory.
 constexpr std::size_t kLongestLine = std::size_t{64} * 1024;
 constexpr std::uint32_t kLongestFarewell = 1000;
+constexpr std::uint32_t kLongestPoll = 60000;
 constexpr int kServiceClosing = 421;
 
 struct UrlDeleter {
@@ -71,7 +68,8 @@ curl_socket_t OpenSocket(void* /*unused*/, curlsocktype /*purpose*/, curl_sockad
 // What libcurl does: resolve, connect, log in. It owns the socket for as long as this object lives.
 class FtpControl::Transfer {
  public:
-  explicit Transfer(const FtpTimeouts& timeouts) : timeouts_(timeouts) {}
+  explicit Transfer(const FtpTimeouts& timeouts)
+      : timeouts_(timeouts), deadline_(timeouts.connect) {}
   Transfer(const Transfer&) = delete;
   Transfer& operator=(const Transfer&) = delete;
   ~Transfer() {
@@ -87,8 +85,8 @@ class FtpControl::Transfer {
     if (!is_done) return false;
     int left = 0;
     const CURLMsg* message = curl_multi_info_read(multi_.get(), &left);
-    return message != nullptr &&
-           (message->data.result == CURLE_OK || Explain(message->data.result));
+    if (message == nullptr) return Fail(kErrorGenFailure);
+    return message->data.result == CURLE_OK || Explain(message->data.result, account.password);
   }
 
   int Socket() const {
@@ -124,17 +122,15 @@ class FtpControl::Transfer {
   }
 
   bool Perform() {
-    last_progress_ = steady_clock::now();
+    deadline_ = Deadline(timeouts_.connect);
     for (;;) {
       int running = 0;
       if (curl_multi_perform(multi_.get(), &running) != CURLM_OK) break;
       if (running == 0) return true;
       NoteConnection();
-      const std::uint32_t limit = is_connected_ ? timeouts_.control_receive : timeouts_.connect;
-      const auto passed = steady_clock::now() - last_progress_;
-      const auto left = std::chrono::ceil<milliseconds>(milliseconds(limit) - passed).count();
-      if (limit != kNoFtpTimeout && left <= 0) return Fail(kErrorInternetTimeout);
-      const int wait = limit == kNoFtpTimeout ? 60000 : static_cast<int>(std::min(left, 60000L));
+      const std::uint32_t left = deadline_.Left();
+      if (left == 0) return Fail(kErrorInternetTimeout);
+      const int wait = static_cast<int>(std::min(left, kLongestPoll));
       if (curl_multi_poll(multi_.get(), nullptr, 0, wait, nullptr) != CURLM_OK) break;
     }
     return Fail(kErrorNotEnoughMemory);
@@ -146,27 +142,29 @@ class FtpControl::Transfer {
     curl_easy_getinfo(easy_.get(), CURLINFO_CONNECT_TIME_T, &time);
     if (is_connected_ || time == 0) return;
     is_connected_ = true;
-    last_progress_ = steady_clock::now();
+    deadline_ = Deadline(timeouts_.control_receive);
     Set(CURLOPT_CONNECTTIMEOUT_MS, Milliseconds(kNoFtpTimeout));
   }
 
   static std::size_t TakeLine(char* line, std::size_t size, std::size_t count, void* self) {
     auto& transfer = *static_cast<Transfer*>(self);
-    transfer.last_progress_ = steady_clock::now();
     try {
       if (!transfer.reader_.Add({line, size * count})) return 0;
     } catch (const std::bad_alloc&) {
       return 0;
     }
-    if (transfer.reader_.is_complete()) ++transfer.replies_;
+    if (transfer.reader_.is_complete()) {
+      ++transfer.replies_;
+      transfer.deadline_ = Deadline(transfer.timeouts_.control_receive);
+    }
     return size * count;
   }
 
   // Sets the last error for a failed log-in.
-  bool Explain(CURLcode result) const {
+  bool Explain(CURLcode result, std::string_view password) const {
     const FtpReply& last = reader_.reply();
     const bool is_refused = reader_.is_complete() && last.is_refusal();
-    if (is_refused) RememberRefusal(last);
+    if (is_refused) RememberRefusal(last, password);
     switch (result) {
       case CURLE_COULDNT_RESOLVE_HOST:
       case CURLE_URL_MALFORMAT:
@@ -183,8 +181,14 @@ class FtpControl::Transfer {
       case CURLE_WEIRD_SERVER_REPLY:
         return Fail(is_refused ? kErrorInternetExtendedError : kErrorInvalidData);
       default:
-        return Fail(is_refused ? kErrorInternetExtendedError : kErrorInternetConnectionAborted);
+        return Fail(is_refused ? kErrorInternetExtendedError : HowItEnded());
     }
+  }
+
+  ErrorCode HowItEnded() const {
+    long error = 0;
+    curl_easy_getinfo(easy_.get(), CURLINFO_OS_ERRNO, &error);
+    return error == ECONNRESET ? kErrorInternetConnectionReset : kErrorInternetConnectionAborted;
   }
 
   // The greeting is the first reply, USER has the second one and PASS the third.
@@ -198,7 +202,7 @@ class FtpControl::Transfer {
   FtpReplyReader reader_;
   int replies_ = 0;
   bool is_connected_ = false;
-  steady_clock::time_point last_progress_;
+  Deadline deadline_;
   Url url_;
   std::unique_ptr<CURLM, MultiDeleter> multi_;
   std::unique_ptr<CURL, EasyDeleter> easy_;
@@ -213,11 +217,16 @@ std::unique_ptr<FtpControl> FtpControl::Connect(const FtpAccount& account,
     Fail(kErrorInternetConnectionAborted);
     return {};
   }
-  return std::unique_ptr<FtpControl>(new FtpControl(std::move(transfer), socket, timeouts));
+  return std::unique_ptr<FtpControl>(
+      new FtpControl(std::move(transfer), socket, account.password, timeouts));
 }
 
-FtpControl::FtpControl(std::unique_ptr<Transfer> transfer, int socket, const FtpTimeouts& timeouts)
-    : transfer_(std::move(transfer)), socket_(socket), timeouts_(timeouts) {}
+FtpControl::FtpControl(std::unique_ptr<Transfer> transfer, int socket, std::string_view password,
+                       const FtpTimeouts& timeouts)
+    : transfer_(std::move(transfer)),
+      socket_(socket),
+      timeouts_(timeouts),
+      password_(password.begin(), password.end()) {}
 
 FtpControl::~FtpControl() {
   const LastErrorKeeper keep;
@@ -227,24 +236,32 @@ FtpControl::~FtpControl() {
   }
 }
 
-std::optional<FtpReply> FtpControl::Command(std::string_view verb, std::string_view argument) {
+std::optional<FtpReply> FtpControl::Command(std::string_view verb, std::string_view argument,
+                                            FtpReplyKind expected) {
   if (!Send(verb, argument)) return {};
   std::optional<FtpReply> reply = Receive(timeouts_.control_receive);
-  while (reply && reply->is_preliminary()) reply = Receive(timeouts_.control_receive);
-  return reply;
+  // A command has at most one preliminary reply (RFC 959, 4.2).
+  if (reply && reply->kind() == FtpReplyKind::kPreliminary) {
+    reply = Receive(timeouts_.control_receive);
+  }
+  return Expect(std::move(reply), expected);
 }
 
 bool FtpControl::Begin(std::string_view verb, std::string_view argument) {
   if (!Send(verb, argument)) return false;
   const std::optional<FtpReply> reply = Receive(timeouts_.control_receive);
   if (!reply) return false;
-  return reply->is_preliminary() || Break(kErrorInvalidData);
+  return reply->kind() == FtpReplyKind::kPreliminary || Break(kErrorInvalidData);
 }
 
-bool FtpControl::End(std::uint32_t timeout) {
-  std::optional<FtpReply> reply = Receive(timeout);
-  while (reply && reply->is_preliminary()) reply = Receive(timeout);
-  return reply.has_value();
+bool FtpControl::End() {
+  return Expect(Receive(timeouts_.control_receive), FtpReplyKind::kCompletion).has_value();
+}
+
+std::optional<FtpReply> FtpControl::Expect(std::optional<FtpReply> reply, FtpReplyKind kind) {
+  if (!reply || reply->kind() == kind) return reply;
+  Break(kErrorInvalidData);
+  return {};
 }
 
 bool FtpControl::Send(std::string_view verb, std::string_view argument) {
@@ -264,8 +281,9 @@ bool FtpControl::Send(std::string_view verb, std::string_view argument) {
 
 std::optional<FtpReply> FtpControl::Receive(std::uint32_t timeout) {
   FtpReplyReader reader;
+  const Deadline deadline(timeout);
   do {
-    const std::optional<std::string> line = TakeLine(timeout);
+    const std::optional<std::string> line = TakeLine(deadline);
     if (!line) return {};
     if (!reader.Add(*line)) {
       Break(kErrorInvalidData);
@@ -274,13 +292,13 @@ std::optional<FtpReply> FtpControl::Receive(std::uint32_t timeout) {
   } while (!reader.is_complete());
   const FtpReply& reply = reader.reply();
   if (!reply.is_refusal()) return reply;
-  RememberRefusal(reply);
+  RememberRefusal(reply, {reinterpret_cast<const char*>(password_.data()), password_.size()});
   if (reply.code == kServiceClosing) is_broken_ = true;
   Fail(kErrorInternetExtendedError);
   return {};
 }
 
-std::optional<std::string> FtpControl::TakeLine(std::uint32_t timeout) {
+std::optional<std::string> FtpControl::TakeLine(const Deadline& deadline) {
   for (;;) {
     const std::size_t end = unread_.find('\n');
     if (end != std::string::npos) {
@@ -290,7 +308,7 @@ std::optional<std::string> FtpControl::TakeLine(std::uint32_t timeout) {
     }
     char piece[4096];
     const std::optional<std::size_t> got =
-        is_broken_ ? 0 : ReceiveSome(socket_, piece, sizeof piece, timeout);
+        is_broken_ ? 0 : ReceiveSome(socket_, piece, sizeof piece, deadline.Left());
     if (!got || *got == 0 || unread_.size() > kLongestLine) {
       Break(!got ? GetLastError() : kErrorInternetConnectionAborted);
       return {};

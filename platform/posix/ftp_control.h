@@ -9,6 +9,8 @@
 
 #include "platform/error.h"
 #include "platform/posix/ftp_reply.h"
+#include "platform/posix/ftp_socket.h"
+#include "platform/secure_memory.h"
 
 namespace vk::tq {
 
@@ -46,28 +48,34 @@ class FtpControl {
 
   int socket() const { return socket_; }
 
-  // Sends a command and reads its final reply. The reply, if it is no refusal.
-  std::optional<FtpReply> Command(std::string_view verb, std::string_view argument = {});
+  // Sends a command and reads its final reply: nothing when that is a refusal. One of another kind
+  // than the expected one breaks the connection, since it leaves open what the server waits for.
+  std::optional<FtpReply> Command(std::string_view verb, std::string_view argument = {},
+                                  FtpReplyKind expected = FtpReplyKind::kCompletion);
 
   // Sends a command that moves a file, and reads the reply that it begins with.
   bool Begin(std::string_view verb, std::string_view argument);
   // Reads the reply that ends what Begin began.
-  bool End(std::uint32_t timeout);
+  bool End();
 
  private:
   class Transfer;
 
-  FtpControl(std::unique_ptr<Transfer> transfer, int socket, const FtpTimeouts& timeouts);
+  FtpControl(std::unique_ptr<Transfer> transfer, int socket, std::string_view password,
+             const FtpTimeouts& timeouts);
 
   bool Send(std::string_view verb, std::string_view argument);
-  // The next reply; nothing when none comes (then the connection is broken) or it is a refusal.
+  // The next reply; nothing when none is whole in time (then the connection is broken) or it is a
+  // refusal.
   std::optional<FtpReply> Receive(std::uint32_t timeout);
-  std::optional<std::string> TakeLine(std::uint32_t timeout);
+  std::optional<FtpReply> Expect(std::optional<FtpReply> reply, FtpReplyKind kind);
+  std::optional<std::string> TakeLine(const Deadline& deadline);
   bool Break(ErrorCode code);
 
   std::unique_ptr<Transfer> transfer_;
   int socket_;  // the transfer's
   FtpTimeouts timeouts_;
+  SecureBytes password_;  // to be kept out of what is told of replies
   std::string unread_;
   bool is_broken_ = false;
 };

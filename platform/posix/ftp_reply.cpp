@@ -43,7 +43,11 @@ bool FtpReplyReader::Add(std::string_view line) {
   return reply_.text.size() <= kMostReplyBytes;
 }
 
-void RememberRefusal(const FtpReply& reply) { last_refusal = reply; }
+void RememberRefusal(const FtpReply& reply, std::string_view secret) {
+  // A mark in place of the secret would show by its place what the secret is.
+  const bool tells = !secret.empty() && reply.text.find(secret) != std::string::npos;
+  last_refusal = {reply.code, tells ? reply.text.substr(0, kCodeLength) : reply.text};
+}
 
 void ForgetRefusal() noexcept {
   last_refusal.code = 0;

@@ -6,11 +6,14 @@
 
 namespace vk::tq {
 
+enum class FtpReplyKind { kPreliminary = 1, kCompletion = 2, kIntermediate = 3 };
+
 struct FtpReply {
   int code = 0;
   std::string text;  // every line, code and all, with CR LF between two of them
 
-  bool is_preliminary() const { return code < 200; }
+  // What the first digit says.
+  FtpReplyKind kind() const { return static_cast<FtpReplyKind>(code / 100); }
   bool is_refusal() const { return code >= 400; }
 };
 
@@ -29,8 +32,9 @@ class FtpReplyReader {
   bool is_complete_ = true;
 };
 
-// What LastFtpResponse tells of this thread.
-void RememberRefusal(const FtpReply& reply);
+// What LastFtpResponse tells of this thread. A reply that has the secret in it, if there is one,
+// loses its text.
+void RememberRefusal(const FtpReply& reply, std::string_view secret);
 void ForgetRefusal() noexcept;
 
 }  // namespace vk::tq

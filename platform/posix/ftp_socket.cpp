@@ -16,9 +16,6 @@
 namespace vk::tq {
 namespace {
 
-using std::chrono::milliseconds;
-using std::chrono::steady_clock;
-
 bool FailWithConnectionError() noexcept {
   switch (errno) {
     case ECONNRESET:
@@ -32,17 +29,15 @@ bool FailWithConnectionError() noexcept {
 
 // Waits until something happens on one of the sockets; false with 12002 when nothing does in time.
 bool Await(std::span<pollfd> sockets, std::uint32_t timeout) noexcept {
-  const auto deadline = steady_clock::now() + milliseconds(timeout);
+  const Deadline deadline(timeout);
   for (;;) {
-    int left = -1;
-    if (timeout != kNoFtpTimeout) {
-      const auto rest = std::chrono::ceil<milliseconds>(deadline - steady_clock::now()).count();
-      left = static_cast<int>(std::clamp<std::int64_t>(rest, 0, INT_MAX));
-    }
-    const int ready = poll(sockets.data(), sockets.size(), left);
+    const std::uint32_t left = deadline.Left();
+    const int wait =
+        left == kNoFtpTimeout ? -1 : static_cast<int>(std::min<std::uint32_t>(left, INT_MAX));
+    const int ready = poll(sockets.data(), sockets.size(), wait);
     if (ready > 0) return true;
     if (ready < 0 && errno != EINTR) return FailWithConnectionError();
-    if (ready == 0 && steady_clock::now() >= deadline) return Fail(kErrorInternetTimeout);
+    if (ready == 0 && deadline.Left() == 0) return Fail(kErrorInternetTimeout);
   }
 }
 
@@ -74,6 +69,14 @@ void SetOption(int fd, int level, int option, int value) noexcept {
 constexpr int kMostUnsent = 128 * 1024;
 
 }  // namespace
+
+std::uint32_t Deadline::Left() const noexcept {
+  using std::chrono::milliseconds;
+  if (timeout_ == kNoFtpTimeout) return kNoFtpTimeout;
+  const auto left =
+      std::chrono::ceil<milliseconds>(end_ - std::chrono::steady_clock::now()).count();
+  return static_cast<std::uint32_t>(std::clamp<std::int64_t>(left, 0, timeout_));
+}
 
 FileDescriptor OpenStreamSocket(int family) {
   return FileDescriptor(socket(family, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));

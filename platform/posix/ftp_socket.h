@@ -1,7 +1,8 @@
-// The sockets of an FTP session. They do not block; every wait has a time-out in milliseconds that
-// counts anew for each piece that moves. Failures are 12002, 12030 or 12031.
+// The sockets of an FTP session. They do not block; every wait has a time-out in milliseconds.
+// Failures are 12002, 12030 or 12031.
 #pragma once
 
+#include <chrono>
 #include <cstddef>
 #include <cstdint>
 #include <optional>
@@ -10,6 +11,21 @@
 #include "platform/posix/native.h"
 
 namespace vk::tq {
+
+// The end of a wait that may be made of several.
+class Deadline {
+ public:
+  explicit Deadline(std::uint32_t timeout)
+      : timeout_(timeout),
+        end_(std::chrono::steady_clock::now() + std::chrono::milliseconds(timeout)) {}
+
+  // Milliseconds, rounded up; 0 when it has passed, kNoFtpTimeout when it never does.
+  std::uint32_t Left() const noexcept;
+
+ private:
+  std::uint32_t timeout_;
+  std::chrono::steady_clock::time_point end_;
+};
 
 // A socket that programs which this process starts do not get.
 FileDescriptor OpenStreamSocket(int family);
@@ -23,7 +39,8 @@ std::optional<std::size_t> ReceiveSome(int fd, void* buffer, std::size_t size,
 
 enum class Sent { kAll, kFailed, kInterrupted };
 
-// Sends all the bytes. While the peer takes none, it also looks at another socket, if one is given:
+// Sends all the bytes; the time counts anew for each piece that the peer takes. While it takes none,
+// this also looks at another socket, if one is given:
 // news there interrupt it.
 Sent SendAll(int fd, std::string_view bytes, std::uint32_t timeout, int watched = -1) noexcept;
 

@@ -150,6 +150,69 @@ TEST_F(FtpSessionTest, SpeaksToAnIpv6Peer) {
   EXPECT_EQ(peer->count("EPSV"), 1);
 }
 
+// A reply that does not belong where it stands breaks the connection: nobody can tell what the
+// server waits for.
+TEST_F(FtpSessionTest, TakesNoReplyOfAnotherKind) {
+  WriteNative(native("a"), "bytes");
+  const auto run = [&](const std::string& verb) {
+    if (verb == "CWD") return SetFtpDirectory(connection_, L"a");
+    if (verb == "DELE") return DeleteFtpFile(connection_, L"a");
+    if (verb == "SIZE") return FtpFileSize(connection_, L"a").has_value();
+    if (verb == "STOR" || verb == "TYPE") return Put(L"a");
+    return RenameFtpFile(connection_, L"a", L"b");
+  };
+  struct Case {
+    const char* verb;
+    const char* reply;
+    bool works;
+  };
+  const Case cases[] = {
+      {"CWD", "150 soon\r\n250 there", true},
+      {"CWD", "150 soon\r\n150 sooner\r\n250 there", false},
+      {"CWD", "350 and what?", false},
+      {"DELE", "331 password?", false},
+      {"SIZE", "350 5", false},
+      {"TYPE", "300 hm", false},
+      {"RNFR", "250 done", false},
+      {"RNTO", "350 to what?", false},
+      {"STOR", "350 and what?", false},
+      {"STOR", "150 go on\r\n226 stored", false},
+  };
+  for (const Case& test : cases) {
+    SCOPED_TRACE(std::string(test.verb) + ' ' + test.reply);
+    ScriptedFtpPeer peer;
+    peer.On(test.verb, [&test](Session& session, const std::string&) {
+      if (std::string_view(test.verb) == "STOR") {
+        session.Reply("150 go on");
+        session.TakeData();
+      }
+      session.Reply(test.reply);
+      return true;
+    });
+    ASSERT_NE(Connect(peer.port()), kNoFtpHandle);
+    EXPECT_EQ(run(test.verb), test.works);
+    if (!test.works) {
+      EXPECT_EQ(GetLastError(), kErrorInvalidData);
+      EXPECT_FALSE(DeleteFtpFile(connection_, L"a"));
+      EXPECT_EQ(GetLastError(), kErrorInternetConnectionAborted);
+    }
+    CloseFtpHandle(connection_);
+  }
+}
+
+TEST_F(FtpSessionTest, TellsAResetFromAnEndDuringTheLogIn) {
+  for (const bool is_reset : {false, true}) {
+    ScriptedFtpPeer peer;
+    peer.On("USER", [is_reset](Session& session, const std::string&) {
+      if (is_reset) session.CutControl();
+      return false;
+    });
+    EXPECT_EQ(Connect(peer.port()), kNoFtpHandle);
+    EXPECT_EQ(GetLastError(),
+              is_reset ? kErrorInternetConnectionReset : kErrorInternetConnectionAborted);
+  }
+}
+
 // A connection that the server has closed is not made anew: the directory would be another one.
 TEST_F(FtpSessionTest, ABrokenConnectionStaysBroken) {
   ScriptedFtpPeer peer;
@@ -188,7 +251,14 @@ TEST_F(FtpSessionTest, ADownloadThatIsCutReplacesNothing) {
   }
 }
 
-// A server that stops answering ends the call by the time-out that is meant for that wait.
+// A server that stops answering, or does not come to the end of its answer, ends the call by the
+// time-out that is meant for that wait.
+void Drip(Session& session, const char* piece) {
+  for (int i = 0; i < 300 && session.ReplyRaw(piece); ++i) {
+    std::this_thread::sleep_for(milliseconds(100));
+  }
+}
+
 struct Stall {
   const char* name;
   FtpTimeout which;
@@ -205,14 +275,20 @@ TEST_P(FtpStallTest, EndsByItsTimeout) {
   ScriptedFtpPeer peer;
   peer.On(stall.verb, [&stall](Session& session, const std::string&) {
     stall.answer(session);
-    session.Stall();
+    if (stall.which == FtpTimeout::kDataSend || stall.which == FtpTimeout::kDataReceive) {
+      session.AwaitDataReset();
+    } else {
+      session.Stall();
+    }
     return false;
   });
   SetTimeouts(stall.which);
+  const auto start = std::chrono::steady_clock::now();
   WriteNative(native("big"), "");
   std::filesystem::resize_file(native("big"), 64 << 20);
   EXPECT_FALSE(Connect(peer.port()) != kNoFtpHandle && Put(L"big") && Get(L"x"));
   EXPECT_EQ(GetLastError(), kErrorInternetTimeout);
+  EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(10));
   CloseFtpHandle(connection_);
   EXPECT_EQ(peer.connections(), 1);
 }
@@ -221,6 +297,11 @@ INSTANTIATE_TEST_SUITE_P(
     Everywhere, FtpStallTest,
     ::testing::Values(
         Stall{"Greeting", FtpTimeout::kControlReceive, "", [](Session& s) { s.Reply("220-wait"); }},
+        Stall{"EndlessGreeting", FtpTimeout::kControlReceive, "",
+              [](Session& s) { Drip(s, "220-wait\r\n"); }},
+        Stall{"EndlessLine", FtpTimeout::kControlReceive, "TYPE", [](Session& s) { Drip(s, "2"); }},
+        Stall{"EndlessReply", FtpTimeout::kControlReceive, "STOR",
+              [](Session& s) { Drip(s, "150-wait\r\n"); }},
         Stall{"User", FtpTimeout::kControlReceive, "USER", [](Session&) {}},
         Stall{"WorkingDirectory", FtpTimeout::kControlReceive, "PWD", [](Session&) {}},
         Stall{"Type", FtpTimeout::kControlReceive, "TYPE", [](Session& s) { s.ReplyRaw("20"); }},

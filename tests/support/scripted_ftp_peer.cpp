@@ -135,8 +135,8 @@ void ScriptedFtpPeer::Session::Reply(std::string_view text) {
   ReplyRaw(std::string(text) + "\r\n");
 }
 
-void ScriptedFtpPeer::Session::ReplyRaw(std::string_view bytes) {
-  send(control_.get(), bytes.data(), bytes.size(), MSG_NOSIGNAL);
+bool ScriptedFtpPeer::Session::ReplyRaw(std::string_view bytes) {
+  return send(control_.get(), bytes.data(), bytes.size(), MSG_NOSIGNAL) >= 0;
 }
 
 std::uint16_t ScriptedFtpPeer::Session::OpenPassive() {
@@ -170,11 +170,19 @@ void ScriptedFtpPeer::Session::TakeSomeData(std::size_t size) {
   if (Connected()) TakePiece(data_.get(), size);
 }
 
+void ScriptedFtpPeer::Session::ResetAtClose(const Socket& socket) {
+  const linger at_once{1, 0};
+  setsockopt(socket.get(), SOL_SOCKET, SO_LINGER, &at_once, sizeof at_once);
+}
+
 void ScriptedFtpPeer::Session::CutData() {
   if (!Connected()) return;
-  const linger at_once{1, 0};
-  setsockopt(data_.get(), SOL_SOCKET, SO_LINGER, &at_once, sizeof at_once);
+  ResetAtClose(data_);
   CloseData();
 }
+
+void ScriptedFtpPeer::Session::CutControl() { ResetAtClose(control_); }
+
+void ScriptedFtpPeer::Session::AwaitDataReset() const { peer_.stop_.Wait(data_.get(), 0); }
 
 }  // namespace vk::tq::testing

@@ -26,7 +26,8 @@ class ScriptedFtpPeer {
     Session(ScriptedFtpPeer& peer, Socket control) : peer_(peer), control_(std::move(control)) {}
 
     void Reply(std::string_view text);  // CR LF is added
-    void ReplyRaw(std::string_view bytes);
+    // False when the client is gone.
+    bool ReplyRaw(std::string_view bytes);
     // Takes no more notice of the client, but keeps the connections, until the test is over.
     void Stall() const { peer_.stop_.Wait(); }
 
@@ -35,7 +36,9 @@ class ScriptedFtpPeer {
     void SendData(std::string_view bytes);
     std::string TakeData();
     void TakeSomeData(std::size_t size);
-    void CutData();  // the client sees a reset
+    void CutData();               // the client sees a reset
+    void CutControl();            // the same, when the answer gives false
+    void AwaitDataReset() const;  // by the client
     void CloseData() { data_ = Socket(); }
 
    private:
@@ -43,6 +46,7 @@ class ScriptedFtpPeer {
     void Run();
     std::optional<std::string> TakeLine();
     bool Connected();
+    static void ResetAtClose(const Socket& socket);
     std::optional<std::string> TakePiece(int fd, std::size_t size) const;
 
     ScriptedFtpPeer& peer_;

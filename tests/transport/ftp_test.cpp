@@ -3,7 +3,9 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <chrono>
 #include <filesystem>
+#include <thread>
 
 #include "platform/error.h"
 #include "support/ftp_client_test.h"
@@ -146,7 +148,7 @@ TEST_F(FtpTest, ComparesSizesBeyond32Bits) {
   Connect();
   EXPECT_EQ(ftp_.FtpSizeVerify(path(L"out\\big"), L"big"), 1);
   EXPECT_EQ(ftp_.FtpSizeVerifyFindFirst(nullptr, L"big", kFourGiB + 5), 1);
-  log_.Clear();
+  ClearLog();
   EXPECT_EQ(ftp_.FtpSizeVerify(path(L"out\\big"), L"small"), 0);
   EXPECT_EQ(ftp_.FtpSizeVerifyFindFirst(nullptr, L"small", kFourGiB + 5), 0);
   EXPECT_EQ(ftp_.IsConnect(), 1);
@@ -216,7 +218,7 @@ TEST_F(FtpTest, ReportsFailuresAndCloses) {
 TEST_F(FtpTest, SizeChecksReportWhatIsMissingAndStayConnected) {
   WriteNative(native("out/here"), "x");
   Connect();
-  log_.Clear();
+  ClearLog();
   EXPECT_EQ(ftp_.FtpSizeVerify(path(L"gone"), L"here"), 0);
   EXPECT_EQ(ftp_.FtpSizeVerify(path(L"out\\here"), L"gone"), 0);
   EXPECT_EQ(ftp_.IsConnect(), 1);
@@ -278,7 +280,7 @@ TEST_F(FtpTest, ACopyHoldsTheSameHandles) {
     EXPECT_EQ(copy.FtpChangeCurrentDirectory(L"/"), 1);
     EXPECT_EQ(ftp_.FtpDisConnect(), 1);
     EXPECT_EQ(copy.IsConnect(), 1);
-    log_.Clear();
+    ClearLog();
     EXPECT_EQ(copy.FtpDisConnect(), 0);
     EXPECT_EQ(copy.IsConnect(), 0);
   }
@@ -301,7 +303,7 @@ class ScriptedFtpTest : public FtpClientTest {
 
   void Connect(unsigned long timeout = kTimeout) {
     ASSERT_EQ(ftp_.FtpConnect(L"127.0.0.1", L"tester", kSecret, timeout), 1);
-    log_.Clear();
+    ClearLog();
   }
   int Put(const wchar_t* name) { return ftp_.FtpPut(temp_.path().c_str(), name); }
   LogLine last_line() const { return log_.lines().back(); }
@@ -366,8 +368,10 @@ TEST_F(ScriptedFtpTest, DeletesWhatAFailedUploadLeft) {
   struct Case {
     const char* reply;
     bool cuts;  // or only stops reading
+    int delay = 0;
   };
-  for (const Case& test : {Case{"552 disk full", true}, Case{"451 no more", false}}) {
+  for (const Case& test :
+       {Case{"552 disk full", true}, Case{"451 no more", false}, Case{"451 slow", true, 1200}}) {
     SCOPED_TRACE(test.reply);
     ScriptedFtpPeer peer;
     UsePort(peer.port());
@@ -375,6 +379,7 @@ TEST_F(ScriptedFtpTest, DeletesWhatAFailedUploadLeft) {
       session.Reply("150 go on");
       session.TakeSomeData(1000);
       if (test.cuts) session.CutData();
+      std::this_thread::sleep_for(std::chrono::milliseconds(test.delay));
       session.Reply(test.reply);
       return true;
     });
@@ -466,7 +471,7 @@ TEST_F(ScriptedFtpTest, ReportsALogInThatFails) {
     ScriptedFtpPeer peer;
     UsePort(peer.port());
     peer.On(test.verb, test.reply);
-    log_.Clear();
+    ClearLog();
     EXPECT_EQ(ftp_.FtpConnect(L"127.0.0.1", L"tester", kSecret, kTimeout), 0);
     EXPECT_EQ(ftp_.IsConnect(), 0);
     EXPECT_THAT(
@@ -520,7 +525,7 @@ TEST_F(ScriptedFtpTest, AnObjectWithoutAConnectionFailsEverywhere) {
                                     L"ファイル[a], エラー[6]",
                                     {},
                                     6}));
-    log_.Clear();
+    ClearLog();
   }
   EXPECT_THAT(log_.lines(), ElementsAre(LogLine{3, 130014, L"CFtp::FtpDisConnect",
                                                 L"FTPセッションを開放しました。"}));
@@ -553,6 +558,8 @@ TEST_F(ScriptedFtpTest, TakesTheSizeFromTheListing) {
        0, L"、およびエラー情報の取得に失敗しました。ファイル[a b], エラー[18]", 18},
       {"550 no \xe8\xa1\xa8", 0, L"の取得に失敗しました。ファイル[a b], エラー[550(550 no 表)]",
        550},
+      {"550 geheim secret is not here", 0, L"の取得に失敗しました。ファイル[a b], エラー[550(550)]",
+       550},
       {long_reply.c_str(), 0, L"、およびエラー情報の取得に失敗しました。ファイル[a b], エラー[122]",
        122},
   };
@@ -572,7 +579,7 @@ TEST_F(ScriptedFtpTest, TakesTheSizeFromTheListing) {
   for (const Case& test : cases) {
     SCOPED_TRACE(test.reply);
     reply = test.reply;
-    log_.Clear();
+    ClearLog();
     EXPECT_EQ(ftp_.FtpSizeVerifyFindFirst(nullptr, L"a b", 6000000000), test.result);
     if (test.result == 1) {
       EXPECT_EQ(log_.lines().size(), 1U);
