@@ -16,7 +16,8 @@
 ///
 /// Remote names and directories go out in the ANSI code page, byte for byte. One that is empty, has
 /// a control character in it (CR, LF and NUL among them) or a character that the code page lacks
-/// fails with 123 before anything is sent.
+/// fails with 123 before anything is sent. A host, user or password with a line break, a NUL or a
+/// character that the code page lacks fails with 12007, 12013 or 12014 before anybody is called.
 ///
 /// Every operation that fails sets the last error:
 ///
@@ -122,7 +123,9 @@ std::optional<std::uint64_t> FtpFileSize(FtpHandle connection, std::wstring_view
 /// listing lacks the name.
 ///
 /// The server is asked to list that name alone, or, for a name that it might take for an option or
-/// a pattern, the current directory.
+/// a pattern, the current directory; such a name is not found in another directory. A server lists
+/// what a directory contains when it is asked for the directory: a file of the same name in it is
+/// then taken for the one that was looked for.
 FtpHandle FindFtpFile(FtpHandle connection, std::wstring_view remote_name, std::uint64_t& size);
 
 /// The reply that made the last operation of this thread fail with 12003, 12013, 12014 or 12015:

@@ -1,6 +1,8 @@
 #include "transport/ftp.h"
 
+#include <algorithm>
 #include <array>
+#include <new>
 #include <optional>
 #include <utility>
 
@@ -78,14 +80,34 @@ std::wstring_view ExtensionOf(std::wstring_view name) {
 // Closes a handle if there is one. False when it cannot be closed.
 bool Close(FtpHandle handle) { return handle == kNoFtpHandle || CloseFtpHandle(handle); }
 
+// In a handler: lets the last error tell what was thrown.
+void ExplainException() noexcept {
+  try {
+    throw;
+  } catch (const std::bad_alloc&) {
+    SetLastError(kErrorNotEnoughMemory);
+  } catch (...) {
+    SetLastError(kErrorGenFailure);
+  }
+}
+
 // Runs an operation; what is thrown in it counts as its failure.
 template <class Work>
 bool Succeeds(const Work& work) noexcept {
   try {
     return work();
   } catch (...) {
+    ExplainException();
     return false;
   }
+}
+
+// The file is closed again before anything else is done with it.
+std::optional<std::uint64_t> LocalSize(const CString& path) {
+  InputFile file;
+  const std::optional<FileStatus> status = file.Open(path) ? file.Status() : std::nullopt;
+  if (!status) return {};
+  return status->size;
 }
 
 // One upload: the local path, the name that the file travels by, and its own.
@@ -108,19 +130,21 @@ struct Upload {
 
 // Gives an upload its own name.
 bool Rename(FtpHandle connection, const Upload& file) {
-  const auto log = [&](int level, const wchar_t* format) {
-    Log(level, 130009, kFtpPut, __LINE__, format, file.upload_name, file.final_name);
+  const auto log = [&](int level, int line, const wchar_t* format) {
+    Log(level, 130009, kFtpPut, line, format, file.upload_name, file.final_name);
   };
-  const wchar_t* step = L"リモートファイルをrenameします。[old:%s],[new:%s]";
-  for (int count = 0; count <= kRenameRepeats; ++count) {
-    Pause();
-    log(2, step);
-    if (RenameFtpFile(connection, file.upload_name, file.final_name)) return true;
+  Pause();
+  log(2, __LINE__, L"リモートファイルをrenameします。[old:%s],[new:%s]");
+  for (int count = 0; !RenameFtpFile(connection, file.upload_name, file.final_name);) {
     if (GetLastError() != kErrorInternetExtendedError) return false;
-    step = L"リモートファイルを再度renameします。[old:%s],[new:%s]";
+    if (++count > kRenameRepeats) {
+      log(5, __LINE__, L"リモートファイルをrenameできませんでした。[old:%s],[new:%s]");
+      return false;
+    }
+    Pause();
+    log(2, __LINE__, L"リモートファイルを再度renameします。[old:%s],[new:%s]");
   }
-  log(5, L"リモートファイルをrenameできませんでした。[old:%s],[new:%s]");
-  return false;
+  return true;
 }
 
 bool Send(FtpHandle connection, const Upload& file) {
@@ -167,8 +191,9 @@ int CFtp::FtpConnect(const wchar_t* server, const wchar_t* user, const wchar_t* 
 
 int CFtp::SetFtpOption(FtpHandle handle, unsigned long value) {
   constexpr const wchar_t* kFunction = L"CFtp::SetFtpOption";
+  const auto timeout = static_cast<std::uint32_t>(std::min<unsigned long>(value, kNoFtpTimeout));
   for (const auto& [option, number] : kTimeoutOptions) {
-    if (SetFtpTimeout(handle, option, static_cast<std::uint32_t>(value))) continue;
+    if (SetFtpTimeout(handle, option, timeout)) continue;
     LogError(3, number, kFunction, __LINE__, kOptionFailed);
     return 0;
   }
@@ -253,6 +278,7 @@ int CFtp::FtpPutAndVerify(const wchar_t* local_directory, const wchar_t* file_na
       result = FtpSizeVerify(local_path, file_name);
     } while (result == 0 && ++failed_checks < most_uploads);
   } catch (...) {
+    ExplainException();
     LogError(5, 130011, kFunction, __LINE__, L"アップロードで例外が発生しました。");
     result = 0;
   }
@@ -267,9 +293,8 @@ int CFtp::FtpSizeVerify(const CString& local_path, const wchar_t* remote_name) {
   bool is_equal = false;
   SetLastError(kErrorSuccess);
   const bool is_compared = Succeeds([&] {
-    InputFile local;
-    const auto status = local.Open(local_path) ? local.Status() : std::nullopt;
-    if (!status) {
+    const std::optional<std::uint64_t> local = LocalSize(local_path);
+    if (!local) {
       LogError(5, 130030, kFunction, __LINE__, L"ファイルハンドルの取得に失敗しました。[%s]",
                local_path);
       return false;
@@ -280,10 +305,8 @@ int CFtp::FtpSizeVerify(const CString& local_path, const wchar_t* remote_name) {
                TextOf(remote_name));
       return false;
     }
-    is_equal = *remote == status->size;
-    if (!is_equal) {
-      Log(4, 13130050, kFunction, __LINE__, kWrongSize, local_path, status->size, *remote);
-    }
+    is_equal = *remote == *local;
+    if (!is_equal) Log(4, 13130050, kFunction, __LINE__, kWrongSize, local_path, *local, *remote);
     return true;
   });
   if (is_compared) return is_equal ? 1 : 0;
@@ -336,6 +359,7 @@ int CFtp::FtpSizeVerifyFindFirst(const wchar_t* /*unused*/, const wchar_t* remot
       is_equal = IsListedSize(name, expected_size, listed_size);
     }
   } catch (...) {
+    ExplainException();
     Log(2, 13130060, kFindFirst, __LINE__,
         L"サイズチェックで例外が発生しました。 file[%s] code[%d]", name, GetLastError());
   }

@@ -26,16 +26,18 @@ namespace vk::tq {
 class TQ_EXPORT CFtp {
  public:
   CFtp() = default;
-  CFtp(const CFtp&) = default;
   /// Copies both handles as they are. Both objects then stand for one connection: what one of them
-  /// closes is closed for the other as well, whose operations fail with 6 from then on. A
-  /// connection that the assigned object had is not closed.
+  /// closes, its destructor included, is closed for the other as well, whose operations fail with 6
+  /// from then on.
+  CFtp(const CFtp&) = default;
+  /// The same. A connection that the assigned object had is not closed.
   CFtp& operator=(const CFtp&) = default;
   /// FtpDisConnect.
   ~CFtp();
 
   /// Connects and logs in, in place of an earlier connection. `timeout` bounds each wait, in
-  /// milliseconds: 0 is refused (87), 0xFFFFFFFF stands for no limit. An empty user is "anonymous".
+  /// milliseconds: 0 is refused (87), 0xFFFFFFFF and more stand for no limit. An empty user is
+  /// "anonymous".
   /// Lines at level 3: 130020 when the time-outs are set, and on failure, with a code, 130001,
   /// 130002 or 130003; SetFtpOption has one more. At level 2: 130021 before and 130022 after
   /// connecting, whatever came of it.

@@ -10,7 +10,6 @@
 #include "platform/posix/ftp_socket.h"
 #include "platform/posix/replacement_file.h"
 #include "platform/secure_memory.h"
-#include "platform/text.h"
 
 namespace vk::tq {
 namespace {
@@ -18,16 +17,12 @@ namespace {
 constexpr std::size_t kBufferSize = std::size_t{256} * 1024;
 constexpr ErrorCode kFirstInternetError = 12001;
 
-bool IsControl(wchar_t c) { return c < L' ' || c == L'\x7F'; }
+bool IsControl(char c) { return static_cast<unsigned char>(c) < ' ' || c == '\x7F'; }
 
 // A remote name as it goes out.
 std::optional<std::string> RemoteName(std::wstring_view name) {
-  std::optional<std::string> bytes;
-  if (!name.empty() && std::ranges::none_of(name, IsControl)) {
-    bytes = EncodeText(kCodePageAnsi, name);
-    // A name that came out as another one would be somebody else's file.
-    if (bytes && DecodeText(kCodePageAnsi, *bytes) != name) bytes.reset();
-  }
+  std::optional<std::string> bytes = FtpBytes(name);
+  if (bytes && (bytes->empty() || std::ranges::any_of(*bytes, IsControl))) bytes.reset();
   if (!bytes) Fail(kErrorInvalidName);
   return bytes;
 }
@@ -123,12 +118,12 @@ std::optional<std::uint64_t> FtpConnection::Size(std::wstring_view remote_name) 
 std::optional<std::uint64_t> FtpConnection::ListedSize(std::wstring_view remote_name) {
   const std::optional<std::string> name = RemoteName(remote_name);
   if (!name || !SetType('A')) return {};
-  FtpListingSearch search(*name);
-  const bool is_listed =
-      Fetch("LIST", IsPlainName(*name) ? *name : "", [&](std::string_view bytes) {
-        search.Add(bytes);
-        return true;
-      });
+  const bool is_plain = IsPlainName(*name);
+  FtpListingSearch search(*name, is_plain);
+  const bool is_listed = Fetch("LIST", is_plain ? *name : "", [&](std::string_view bytes) {
+    search.Add(bytes);
+    return true;
+  });
   if (!is_listed) return {};
   const std::optional<std::uint64_t> size = search.Finish();
   if (!size) Fail(kErrorNoMoreFiles);

@@ -11,6 +11,7 @@
 #include <utility>
 
 #include "platform/ftp_session.h"
+#include "platform/text.h"
 
 namespace vk::tq {
 namespace {
@@ -64,6 +65,18 @@ curl_socket_t OpenSocket(void* /*unused*/, curlsocktype /*purpose*/, curl_sockad
 }
 
 }  // namespace
+
+std::optional<std::string> FtpBytes(std::wstring_view text) {
+  std::optional<std::string> bytes = EncodeText(kCodePageAnsi, text);
+  std::optional<std::wstring> read_back;
+  if (bytes) read_back = DecodeText(kCodePageAnsi, *bytes);
+  if (!read_back) return {};
+  const WipeOnExit wipe(*read_back);
+  constexpr std::string_view kLineBreaks("\r\n\0", 3);
+  if (*read_back == text && bytes->find_first_of(kLineBreaks) == std::string::npos) return bytes;
+  const WipeOnExit wipe_bytes(*bytes);
+  return {};
+}
 
 // What libcurl does: resolve, connect, log in. It owns the socket for as long as this object lives.
 class FtpControl::Transfer {

@@ -23,6 +23,10 @@ struct FtpTimeouts {
   std::uint32_t data_receive = 30000;
 };
 
+// A text as it goes out in a command, in the ANSI code page; nothing when it would be another text
+// there, or more than one line.
+std::optional<std::string> FtpBytes(std::wstring_view text);
+
 // Whom to call and as whom, in the bytes that go out.
 struct FtpAccount {
   std::string_view host;

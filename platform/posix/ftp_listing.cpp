@@ -92,6 +92,11 @@ std::optional<FtpListedFile> ParseListingLine(std::string_view line) {
   return {};
 }
 
+// Asked for a file in another directory, some servers list it by its bare name. In a listing of the
+// current directory that would be another file.
+FtpListingSearch::FtpListingSearch(std::string_view name, bool is_alone)
+    : name_(name), bare_name_(is_alone ? LastComponent(name) : name) {}
+
 void FtpListingSearch::Add(std::string_view bytes) {
   while (!bytes.empty()) {
     const std::size_t end = std::min(bytes.find('\n'), bytes.size());
@@ -110,10 +115,7 @@ std::optional<std::uint64_t> FtpListingSearch::Finish() {
 void FtpListingSearch::Look() {
   if (!line_.empty() && line_.back() == '\r') line_.pop_back();
   const std::optional<FtpListedFile> file = ParseListingLine(line_);
-  // Asked for a file in another directory, some servers list it by its bare name.
-  if (!size_ && file && (file->name == name_ || file->name == LastComponent(name_))) {
-    size_ = file->size;
-  }
+  if (!size_ && file && (file->name == name_ || file->name == bare_name_)) size_ = file->size;
   line_.clear();
 }
 

@@ -23,7 +23,8 @@ std::optional<FtpListedFile> ParseListingLine(std::string_view line);
 // Looks for one file in a listing that comes in pieces.
 class FtpListingSearch {
  public:
-  explicit FtpListingSearch(std::string_view name) : name_(name) {}
+  // `is_alone` tells that the server was asked to list the name alone, not a directory.
+  FtpListingSearch(std::string_view name, bool is_alone);
 
   void Add(std::string_view bytes);
   // Tells that no more follows; the file's size, if it is listed.
@@ -33,6 +34,7 @@ class FtpListingSearch {
   void Look();
 
   std::string name_;
+  std::string bare_name_;  // what it may be listed as instead
   std::string line_;
   std::optional<std::uint64_t> size_;
 };

@@ -15,7 +15,6 @@
 #include "platform/posix/ftp_reply.h"
 #include "platform/posix/native.h"
 #include "platform/secure_memory.h"
-#include "platform/text.h"
 
 namespace vk::tq {
 namespace {
@@ -36,13 +35,8 @@ class HandleTable {
  public:
   static HandleTable& Get() {
     // Never destroyed, since objects with static storage may hold handles to the very end.
-    union Undying {
-      HandleTable table;
-      Undying() : table() {}
-      ~Undying() {}
-    };
-    static Undying undying;
-    return undying.table;
+    static HandleTable* table = std::make_unique<HandleTable>().release();
+    return *table;
   }
 
   // No handle when the parent has been closed meanwhile.
@@ -142,17 +136,9 @@ std::uint32_t& TimeoutIn(FtpTimeouts& timeouts, FtpTimeout which) {
   return timeouts.data_receive;
 }
 
-bool HasLineBreak(std::wstring_view text) {
-  return text.find_first_of(std::wstring_view(L"\r\n\0", 3)) != std::wstring_view::npos;
-}
-
 FtpHandle Refuse(ErrorCode code) {
   Fail(code);
   return kNoFtpHandle;
-}
-
-std::string AnsiBytes(std::wstring_view text) {
-  return EncodeText(kCodePageAnsi, text).value_or(std::string());
 }
 
 }  // namespace
@@ -178,16 +164,16 @@ FtpHandle ConnectFtp(FtpHandle internet, std::wstring_view host, std::uint16_t p
     std::unique_lock lock(holder->mutex);
     const FtpTimeouts timeouts = holder->timeouts;
     lock.unlock();
-    if (HasLineBreak(host)) return Refuse(kErrorInternetNameNotResolved);
-    if (HasLineBreak(user)) return Refuse(kErrorInternetIncorrectUserName);
-    if (HasLineBreak(password)) return Refuse(kErrorInternetIncorrectPassword);
-    const std::string host_bytes = AnsiBytes(host);
-    std::string user_bytes = user.empty() ? "anonymous" : AnsiBytes(user);
-    const WipeOnExit wipe_user(user_bytes);
-    std::string password_bytes = AnsiBytes(password);
-    const WipeOnExit wipe_password(password_bytes);
+    const std::optional<std::string> host_bytes = FtpBytes(host);
+    if (!host_bytes) return Refuse(kErrorInternetNameNotResolved);
+    std::optional<std::string> user_bytes = FtpBytes(user.empty() ? L"anonymous" : user);
+    if (!user_bytes) return Refuse(kErrorInternetIncorrectUserName);
+    const WipeOnExit wipe_user(*user_bytes);
+    std::optional<std::string> password_bytes = FtpBytes(password);
+    if (!password_bytes) return Refuse(kErrorInternetIncorrectPassword);
+    const WipeOnExit wipe_password(*password_bytes);
     auto control = FtpControl::Connect(
-        {host_bytes, port, user_bytes.c_str(), password_bytes.c_str()}, timeouts);
+        {*host_bytes, port, user_bytes->c_str(), password_bytes->c_str()}, timeouts);
     if (control == nullptr) return kNoFtpHandle;
     return HandleTable::Get().Add(internet,
                                   std::make_shared<FtpConnection>(std::move(control), timeouts));

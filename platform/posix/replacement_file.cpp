@@ -15,9 +15,6 @@
 namespace vk::tq {
 namespace {
 
-// The folder of a path, with the slash at its end; empty for the current one.
-std::string FolderOf(const std::string& native) { return native.substr(0, native.rfind('/') + 1); }
-
 // A name that nobody can foresee. It is hidden, and belongs to no family of files.
 std::string TemporaryName() {
   std::uint64_t number = 0;
@@ -26,8 +23,6 @@ std::string TemporaryName() {
   std::snprintf(name, sizeof name, ".tq-%016llx", static_cast<unsigned long long>(number));
   return name;
 }
-
-std::string DescriptorName(int fd) { return "/proc/self/fd/" + std::to_string(fd); }
 
 }  // namespace
 
@@ -46,17 +41,17 @@ bool ReplacementFile::Open(const std::wstring& path) {
     return Create(0666);
   }
   if (!S_ISREG(info.st_mode)) return Fail(kErrorAccessDenied);
-  if (faccessat(AT_FDCWD, DescriptorName(old_.get()).c_str(), W_OK, AT_EACCESS) != 0) {
+  if (faccessat(AT_FDCWD, DescriptorPath(old_.get()).c_str(), W_OK, AT_EACCESS) != 0) {
     return FailWithErrno();
   }
   return Create(0600);
 }
 
 bool ReplacementFile::Create(mode_t mode) {
-  const std::string folder = FolderOf(target_);
-  temporary_ = folder + TemporaryName();
-  file_.Reset(open(folder.empty() ? "." : folder.c_str(), O_TMPFILE | O_WRONLY | O_CLOEXEC, mode));
-  if (file_ && access(DescriptorName(file_.get()).c_str(), F_OK) == 0) return true;
+  const std::string folder = ParentOf(target_);
+  temporary_ = folder + "/" + TemporaryName();
+  file_.Reset(open(folder.c_str(), O_TMPFILE | O_WRONLY | O_CLOEXEC, mode));
+  if (file_ && access(DescriptorPath(file_.get()).c_str(), F_OK) == 0) return true;
   file_.Reset(open(temporary_.c_str(), O_CREAT | O_EXCL | O_WRONLY | O_CLOEXEC | O_NOFOLLOW, mode));
   if (!file_) return errno == ENOENT ? Fail(kErrorPathNotFound) : FailWithErrno();
   is_named_ = true;
@@ -86,14 +81,14 @@ bool ReplacementFile::TakeRights() {
   // Only a privileged program can give a file away; any other becomes its owner.
   [[maybe_unused]] const int ignored = fchown(file_.get(), old.st_uid, old.st_gid);
   const std::unique_ptr<std::remove_pointer_t<acl_t>, int (*)(void*)> acl(
-      acl_get_file(DescriptorName(old_.get()).c_str(), ACL_TYPE_ACCESS), acl_free);
+      acl_get_file(DescriptorPath(old_.get()).c_str(), ACL_TYPE_ACCESS), acl_free);
   if (acl != nullptr && acl_set_fd(file_.get(), acl.get()) == 0) return true;
   return fchmod(file_.get(), old.st_mode & 0777) == 0 || FailWithErrno();
 }
 
 bool ReplacementFile::PutInPlace() {
   if (!is_named_) {
-    const std::string unnamed = DescriptorName(file_.get());
+    const std::string unnamed = DescriptorPath(file_.get());
     const auto link_as = [&](const std::string& name) {
       return linkat(AT_FDCWD, unnamed.c_str(), AT_FDCWD, name.c_str(), AT_SYMLINK_FOLLOW) == 0;
     };

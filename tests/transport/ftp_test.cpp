@@ -435,22 +435,6 @@ TEST_F(ScriptedFtpTest, GivesUpWhenALaterUploadFails) {
   EXPECT_EQ(ftp_.IsConnect(), 0);
 }
 
-TEST_F(ScriptedFtpTest, AFailedDownloadLeavesTheFileAsItWas) {
-  WriteNative(native("in/a"), "old");
-  peer_.On("RETR", [](Session& session, const std::string&) {
-    session.Reply("150 here it comes");
-    session.SendData("only a part");
-    session.CloseData();
-    session.Reply("426 something broke");
-    return true;
-  });
-  Connect();
-  EXPECT_EQ(ftp_.FtpGet(path(L"in").c_str(), L"a"), 0);
-  EXPECT_EQ(last_line().code, 12003);
-  EXPECT_EQ(ReadNative(native("in/a")), "old");
-  EXPECT_THAT(ListNative(native("in")), ElementsAre("a"));
-}
-
 TEST_F(ScriptedFtpTest, ReportsALogInThatFails) {
   struct Case {
     const char* verb;
@@ -503,6 +487,8 @@ TEST_F(ScriptedFtpTest, RefusesATimeOutOfNothing) {
   EXPECT_THAT(log_.lines(), ElementsAre(LogLine{3, 130015, L"CFtp::SetFtpOption", text, {}, 87},
                                         LogLine{3, 130002, L"CFtp::FtpConnect", text, {}, 87}));
   EXPECT_EQ(peer_.connections(), 0);
+  // More than the waits can hold is no limit, not what is left of it in 32 bits.
+  EXPECT_EQ(ftp_.FtpConnect(L"127.0.0.1", L"tester", kSecret, kFourGiB), 1);
 }
 
 TEST_F(ScriptedFtpTest, AnObjectWithoutAConnectionFailsEverywhere) {
@@ -593,6 +579,39 @@ TEST_F(ScriptedFtpTest, TakesTheSizeFromTheListing) {
     }
   }
   EXPECT_EQ(ftp_.IsConnect(), 1);
+}
+
+// What is listed of the current directory is another file than one of that name elsewhere.
+TEST_F(ScriptedFtpTest, LooksForAPathWhereItLeads) {
+  peer_.On("LIST", [](Session& session, const std::string& name) {
+    session.Reply("150 here it comes");
+    session.SendData("-rw------- 1 me 5 2026-11-24 14:29 " +
+                     std::string(name.empty() ? "a b" : "a"));
+    session.CloseData();
+    session.Reply("226 that was it");
+    return true;
+  });
+  Connect();
+  EXPECT_EQ(ftp_.FtpSizeVerifyFindFirst(nullptr, L"sub/a", 5), 1);
+  EXPECT_EQ(ftp_.FtpSizeVerifyFindFirst(nullptr, L"sub/a b", 5), 0);
+  EXPECT_EQ(last_line().code, 18);
+}
+
+TEST_F(ScriptedFtpTest, CallsNobodyWithACharacterThatTheCodePageLacks) {
+  const ScopedEnvironment code_page("TQ_ANSI_CODEPAGE", "932");
+  struct Case {
+    const wchar_t* host;
+    const wchar_t* user;
+    const wchar_t* password;
+    int code;
+  };
+  for (const Case& test :
+       {Case{L"한", L"tester", kSecret, 12007}, Case{L"127.0.0.1", L"한", kSecret, 12013},
+        Case{L"127.0.0.1", L"tester", L"한", 12014}}) {
+    EXPECT_EQ(ftp_.FtpConnect(test.host, test.user, test.password, kTimeout), 0);
+    EXPECT_EQ(last_line().code, test.code);
+  }
+  EXPECT_EQ(peer_.connections(), 0);
 }
 
 TEST_F(ScriptedFtpTest, SendsNothingForANameThatWouldBeACommand) {
