@@ -519,20 +519,5 @@ TEST_F(ClientSettingReadTest, ConstructorValues) {
   }
 }
 
-TEST_F(ClientSettingReadTest, OtherEncodings) {
-  const std::wstring text = L"[setting]\r\nP1=サーバ表\r\nSHAREDTIMEOUT=7\r\n";
-  const auto check = [&](const std::string& bytes) {
-    WriteNative(product_native("config/Client.ini"), bytes);
-    C setting;
-    setting.Read(0);
-    EXPECT_EQ(setting.P1, L"サーバ表");
-    EXPECT_EQ(setting.SharedTimeout, 7);
-  };
-  check("\xEF\xBB\xBF" + ToUtf8(text));
-  check("\xFF\xFE" + *EncodeText(kCodePageUtf16Le, text));
-  const ScopedEnvironment page("TQ_ANSI_CODEPAGE", "932");
-  check(*EncodeText(kCodePage932, text));
-}
-
 }  // namespace
 }  // namespace vk::tq::testing

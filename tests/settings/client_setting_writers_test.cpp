@@ -3,6 +3,7 @@
 #include "platform/error.h"
 #include "platform/text.h"
 #include "settings/client_setting.h"
+#include "settings/client_setting_writer_table.h"
 #include "support/failing_allocation.h"
 #include "support/test_support.h"
 
@@ -45,27 +46,6 @@ TEST_F(ClientSettingWritersTest, ClientIniKeysChangeAlone) {
   EXPECT_EQ(read.ClientIPAddress, L"192.0.2.3");
 }
 
-TEST_F(ClientSettingWritersTest, TwoProcessesChangeDifferentKeys) {
-  WriteIni(kClientIni, "[Setting]\nUnknown=kept\n");
-  constexpr int kTimes = 200;
-  const auto write = [](int (C::*operation)(CString)) {
-    return [operation] {
-      int failures = 0;
-      for (int i = 1; i <= kTimes; ++i) {
-        if ((C().*operation)(std::to_wstring(i)) != 1) ++failures;
-      }
-      return failures == 0 ? 0 : 1;
-    };
-  };
-  ChildProcess primary(write(&C::WritePrimPSIpAddr));
-  ChildProcess secondary(write(&C::WriteScndPSIpAddr));
-  EXPECT_EQ(primary.Wait(), 0);
-  EXPECT_EQ(secondary.Wait(), 0);
-  EXPECT_EQ(setting_.ReadPrimPSIpAddr(), std::to_wstring(kTimes));
-  EXPECT_EQ(setting_.ReadScndPSIpAddr(), std::to_wstring(kTimes));
-  EXPECT_THAT(ReadIni(kClientIni), ::testing::HasSubstr("Unknown=kept"));
-}
-
 TEST_F(ClientSettingWritersTest, ClientIniReadersWithoutAKey) {
   EXPECT_EQ(setting_.ReadPrimPSIpAddr(), L"");
   EXPECT_EQ(setting_.ReadScndPSIpAddr(), L"");
@@ -84,6 +64,30 @@ TEST_F(ClientSettingWritersTest, ClientIniThatCannotBeWritten) {
   EXPECT_EQ(setting_.WriteSvIpGetAutoFlg(L"a"), 0);
   EXPECT_EQ(setting_.WriteClientIP(L"a"), 1);
   EXPECT_EQ(log_.lines(), Lines{});
+}
+
+TEST_F(ClientSettingWritersTest, ATextIsWrittenOnOneLine) {
+  std::filesystem::create_directory(product_native("PrintProcessor"));
+  const CString nul(1, L'\0');
+  EXPECT_EQ(setting_.WriteClientIP(L"a\r\nb"), 1);
+  EXPECT_EQ(setting_.WritePrimPSIpAddr(L"c\nP2=d"), 1);
+  EXPECT_EQ(setting_.WriteScndPSIpAddr(L"e" + nul + L"f"), 1);
+  EXPECT_EQ(ReadIni(kClientIni),
+            "[Setting]\r\nClientIPAddress=a b\r\nP1=c P2=d\r\nP1Secondary=e\r\n");
+
+  EXPECT_EQ(setting_.WriteTrayData(3, L"a\rb", 4, nul + L"c", 5, L"d"), 1);
+  EXPECT_EQ(setting_.WriteNupSetting(L"1,2\n"), 1);
+  EXPECT_EQ(ReadIni(kConfigIni),
+            "[Setting]\r\nUseTray1=3\r\nNameTray1=a b\r\nUseTray2=4\r\nNameTray2=トレイ2\r\n"
+            "UseTray3=5\r\nNameTray3=d\r\nNupSetting=1,2 \r\n");
+  EXPECT_THAT(log_.lines(3), ::testing::IsSupersetOf(Lines{
+                                 {3, 120200870, L"CClientSetting::WriteTrayData",
+                                  L"config設定[トレイ1 表示名]       :[a b]"},
+                                 {3, 120200840, L"CClientSetting::WriteTrayData",
+                                  L"設定値がありません。デフォルト値を使用します。[トレイ2 表示名] "
+                                  L"設定値:[トレイ2]"},
+                                 {3, 120200900, L"CClientSetting::WriteNupSetting",
+                                  L"config設定[使用Nup]              :[1,2 ]"}}));
 }
 
 TEST_F(ClientSettingWritersTest, AddIconRetry) {
@@ -180,59 +184,72 @@ TEST_F(ClientSettingWritersTest, TrayData) {
             "NameTray2=トレイ2\nUseTray3=0\nNameTray3=トレイ3\n");
 }
 
-// One operation that writes a single key.
-struct Writer {
-  const wchar_t* function;
+// The operations that write a number. The other numbers of their rows are compared with the
+// document's by settings_document_test.cpp.
+const struct {
+  client_keys::NumberWriter row;
   int (C::*write)(int);
-  const char* key;
-  int most;
-  int default_value;
-  int bad_number;
-  const wchar_t* bad;
-  int written_number;
-  const wchar_t* written;
-  int exception_number;
-};
-
-const Writer kWriters[] = {
-    {L"CClientSetting::WriteTonerSaveDisp", &C::WriteTonerSaveDisp, "TonerSaveDisp", 1, 0,
-     120200910, L"設定値が異常です。デフォルト値を使用します。[トナーセーブの表示] 設定値:[",
-     120200920, L"config設定[トナーセーブの表示]   :[", 120200930},
-    {L"CClientSetting::WriteFontImageDisp", &C::WriteFontImageDisp, "FontImageDisp", 1, 0,
-     120200940,
-     L"設定値が異常です。デフォルト値を使用します。[フォントをイメージとして印刷するの表示] "
-     L"設定値:[",
-     120200950, L"config設定[フォントをイメージとして印刷する]   :[", 120200960},
-    {L"CClientSetting::WriteSpoolingJobSkipTimer", &C::WriteSpoolingJobSkipTimer,
-     "SpoolingJobSkipTimer", 9999, 180, 120200970,
-     L"設定値が異常です。デフォルト値を使用します。[ドライバサービスでのスプーリング監視時間] "
-     L"設定値:[",
-     120200980, L"config設定[ドライバサービスでのスプーリング監視時間] 設定値:[", 120200990},
-    {L"CClientSetting::WriteWorkaroundRemnantJob", &C::WriteWorkaroundRemnantJob,
-     "WorkaroundRemnantJob", 9999, 0, 120200970,
-     L"設定値が異常です。デフォルト値を使用します。[残存ジョブの対処方法(No.87)] 設定値:[",
-     120200980, L"config設定[残存ジョブの対処方法] 設定値:[", 120200990},
-};
+} kWriters[] = {{client_keys::kTonerSaveDisp, &C::WriteTonerSaveDisp},
+                {client_keys::kFontImageDisp, &C::WriteFontImageDisp},
+                {client_keys::kSpoolingJobSkipTimer, &C::WriteSpoolingJobSkipTimer},
+                {client_keys::kWorkaroundRemnantJob, &C::WriteWorkaroundRemnantJob}};
 
 TEST_F(ClientSettingWritersTest, Numbers) {
   std::filesystem::create_directory(product_native("PrintProcessor"));
-  for (const Writer& writer : kWriters) {
-    const auto line = [&](int number, const wchar_t* text, int value) {
-      return LogLine{3, number, writer.function, text + std::to_wstring(value) + L"]"};
+  for (const auto& [row, write] : kWriters) {
+    const auto line = [&row = row](int number, const wchar_t* text, int value) {
+      return LogLine{3, number, row.function, Format(text, value)};
     };
-    for (const int value : {0, 1, writer.most, writer.most + 1, -1, 2147483647}) {
+    for (const int value : {0, 1, row.most, row.most + 1, -1, 2147483647}) {
       log_.Clear();
-      EXPECT_EQ((setting_.*writer.write)(value), 1);
-      const bool is_good = value >= 0 && value <= writer.most;
-      const int written = is_good ? value : writer.default_value;
-      Lines lines = {{0, 0, writer.function, L"START"}};
-      if (!is_good) lines.push_back(line(writer.bad_number, writer.bad, written));
-      lines.push_back(line(writer.written_number, writer.written, written));
-      lines.push_back({0, 0, writer.function, L"END"});
+      EXPECT_EQ((setting_.*write)(value), 1);
+      const bool is_good = value >= 0 && value <= row.most;
+      const int written = is_good ? value : row.default_value;
+      Lines lines = {{0, 0, row.function, L"START"}};
+      if (!is_good) lines.push_back(line(row.bad, row.bad_text, written));
+      lines.push_back(line(row.written, row.written_text, written));
+      lines.push_back({0, 0, row.function, L"END"});
       EXPECT_EQ(log_.lines(), lines);
-      EXPECT_THAT(ReadIni(kConfigIni), ::testing::HasSubstr(std::string(writer.key) + "=" +
-                                                            std::to_string(written) + "\r\n"));
+      EXPECT_THAT(ReadIni(kConfigIni),
+                  ::testing::HasSubstr(ToUtf8(row.key) + "=" + std::to_string(written) + "\r\n"));
     }
+  }
+  EXPECT_EQ(setting_.WriteSpoolingJobSkipTimer(10000), 1);
+  EXPECT_THAT(log_.lines(), ::testing::Contains(LogLine{
+                                3, 120200970, L"CClientSetting::WriteSpoolingJobSkipTimer",
+                                L"設定値が異常です。デフォルト値を使用します。"
+                                L"[ドライバサービスでのスプーリング監視時間] 設定値:[180]"}));
+}
+
+// Notes whether a file is there when a line of a number comes.
+class OrderSink : public LogSink {
+ public:
+  OrderSink(int number, std::string native) : number_(number), native_(std::move(native)) {}
+  void Write(const LogRecord& record) override {
+    if (record.number == number_) was_there = ExistsNative(native_);
+  }
+  std::optional<bool> was_there;
+
+ private:
+  int number_;
+  std::string native_;
+};
+
+TEST_F(ClientSettingWritersTest, TraysAreLoggedBeforeTheyAreWrittenAllElseBehind) {
+  std::filesystem::create_directory(product_native("PrintProcessor"));
+  const auto was_there = [&](int number, const auto& call) {
+    std::filesystem::remove(product_native(kConfigIni));
+    const auto sink = std::make_shared<OrderSink>(number, product_native(kConfigIni));
+    InstallLogSink(sink);
+    EXPECT_EQ(call(), 1);
+    EXPECT_TRUE(ExistsNative(product_native(kConfigIni)));
+    return sink->was_there;
+  };
+  EXPECT_EQ(was_there(120200870, [&] { return setting_.WriteTrayData(0, L"a", 0, L"b", 0, L"c"); }),
+            false);
+  EXPECT_EQ(was_there(120200900, [&] { return setting_.WriteNupSetting(L"1"); }), true);
+  for (const auto& [row, write] : kWriters) {
+    EXPECT_EQ(was_there(row.written, [&, call = write] { return (setting_.*call)(0); }), true);
   }
 }
 
@@ -245,9 +262,6 @@ TEST_F(ClientSettingWritersTest, NupSetting) {
             (Lines{{0, 0, function, L"START"},
                    {3, 120200900, function, L"config設定[使用Nup]              :[1,2,x]"},
                    {0, 0, function, L"END"}}));
-  std::filesystem::create_directory(product_native("PrintProcessor"));
-  EXPECT_EQ(setting_.WriteNupSetting(L"1,2,x"), 1);
-  EXPECT_EQ(ReadIni(kConfigIni), "[Setting]\r\nNupSetting=1,2,x\r\n");
 }
 
 // Records the lines, and lets the first allocation behind the line "START" fail.
@@ -277,9 +291,8 @@ TEST_F(ClientSettingWritersTest, AnExceptionIsLoggedBeforeTheEnd) {
                                   {5, number, function, text, {}, 5},
                                   {0, 0, function, L"END"}}));
   };
-  for (const Writer& writer : kWriters) {
-    check(writer.function, writer.exception_number,
-          [&] { return (setting_.*writer.write)(writer.most); });
+  for (const auto& [row, write] : kWriters) {
+    check(row.function, row.exception, [&, call = write] { return (setting_.*call)(0); });
   }
   check(L"CClientSetting::WriteNupSetting", 120200910,
         [&] { return setting_.WriteNupSetting(L"1"); });

@@ -115,14 +115,20 @@ TEST_F(LangageManagerTest, TextsOfTheFileBesideTheProgram) {
 
 TEST_F(LangageManagerTest, OtherLanguages) {
   if (!IsInside()) return RunInside();
-  WriteNative(LanguageFile("lang_en.dat"), "1=one\n");
+  // Made before the table, so that it goes after whatever is destroyed at the end of the process.
+  static const struct AtExit {
+    ~AtExit() {
+      if (CLangageManager::GetLangResource(1) != L"number one") _exit(97);
+    }
+  } at_exit;
+  WriteNative(LanguageFile("lang_en.dat"), "1=number one\n");
   OtherLanguage english(1);
   EXPECT_EQ(english.GetLangFileName(), L"lang_en.dat");
   EXPECT_EQ(OtherLanguage(2).GetLangFileName(), L"lang_.dat");
   EXPECT_EQ(OtherLanguage(-1).GetLangFileName(), L"lang_.dat");
   EXPECT_EQ(CLangageManager::GetLangResource(1), L"");
   english.SetLangList();
-  EXPECT_EQ(CLangageManager::GetLangResource(1), L"one");
+  EXPECT_EQ(CLangageManager::GetLangResource(1), L"number one");
 }
 
 TEST_F(LangageManagerTest, LoadsAFileOfAnyPath) {

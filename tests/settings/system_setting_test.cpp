@@ -3,7 +3,6 @@
 #include <chrono>
 #include <functional>
 
-#include "platform/text.h"
 #include "support/test_support.h"
 
 namespace vk::tq::testing {
@@ -31,7 +30,8 @@ class OpenSetting : public Settings {
   }
 };
 
-// What the file says, what a getter gives and how it is logged, one row a setting.
+// What the file says, what a getter gives and how it is logged, one row a setting. That they are the
+// right ones is shown by settings_document_test.cpp.
 struct Setting {
   int item;
   int field;
@@ -40,74 +40,19 @@ struct Setting {
   std::wstring label;
 };
 
-template <class Getter>
-std::function<std::wstring(const Settings&)> By(Getter getter) {
-  return [getter](const Settings& settings) {
-    if constexpr (std::is_convertible_v<decltype((settings.*getter)()), std::wstring>) {
-      return (settings.*getter)();
-    } else {
-      return std::to_wstring((settings.*getter)());
-    }
-  };
-}
-
-std::function<std::wstring(const Settings&)> Use(int tray) {
-  return [tray](const Settings& settings) { return std::to_wstring(settings.GetUseTray(tray)); };
-}
-
-std::function<std::wstring(const Settings&)> Name(int tray) {
-  return [tray](const Settings& settings) { return settings.GetNameTray(tray); };
-}
-
 const std::vector<Setting>& AllSettings() {
-  using S = Settings;
+  static const auto text_or_empty = [](const wchar_t* text) { return text ? text : L""; };
   static const std::vector<Setting> settings = {
-      {9, 1, By(&S::GetEmergencyFlag), L"1", L"緊急時印刷パスワード有無"},
-      {13, 1, By(&S::GetEmsUpdateCycle), L"5", L"配信ファイル更新周期"},
-      {14, 1, By(&S::GetAccessKeyMode), L"0", L"アクセスキー使用有無"},
-      {5, 1, By(&S::GetSystemEdition), L"1", L"システムエディション"},
-      {17, 1, By(&S::GetJobNA), L"0", L"N/Aジョブの取り扱い"},
-      {18, 1, By(&S::GetLocalTimeOut), L"30", L"印刷中タイムアウト値"},
-      {30, 1, By(&S::GetAutoChangeNextTime), L"1440", L"印刷モードの自動復帰時間"},
-      {29, 1, By(&S::GetEmergencyAutoChange), L"0", L"印刷モードの自動切り替え"},
-      {26, 1, By(&S::GetModeDisplayUserID), L"1", L"ユーザ登録設定を表示する/しない"},
-      {27, 1, By(&S::GetModeSaveGroupNo), L"1", L"グループ選択設定を保存する/しない"},
-      {28, 1, By(&S::GetModeSpoolPrintOut), L"0", L""},
-      {16, 1, By(&S::GetRenewAccessKeyDisp), L"0", L"アクセスキー変更表示/非表示"},
-      {19, 1, By(&S::GetSharedPrinterUnmount), L"0", L"共有プリンタの自動アンマウント"},
-      {33, 1, By(&S::GetConfigFilesUpdateSpanDay), L"1", L"設定ファイルの更新間隔(日)"},
-      {34, 1, By(&S::GetConfigFilesUpdateRetryCount), L"36", L"設定ファイルの再取得回数(回)"},
-      {35, 1, By(&S::GetPInfoUpdateSpanDay), L"1", L"プリンタ情報の収集間隔"},
-      {36, 1, By(&S::GetPInfoUpdateDelayMinute), L"5", L"プリンタ情報の収集までのディレイ時間"},
-      {37, 1, By(&S::GetUserRegistExpireDay), L"999", L"ユーザ登録の有効期間"},
-      {38, 1, By(&S::GetEnableUserIDRegex), L"0", L"Windowsアカウントの一部利用機能　有効/無効"},
-      {38, 2, By(&S::GetUserIDRegexPattern), L"", L"ユーザID抽出用正規表現パターン"},
-      {15, 1, By(&S::GetDefaultUserID), L"0", L"デフォルトユーザIDにWindowsアカウントを使用する"},
-      {40, 1, By(&S::GetFileTranferType), L"0", L"ファイル転送方式"},
-      {41, 1, By(&S::GetCertificateValidationCheck), L"0", L"SSLサーバ証明書の検証"},
-      {42, 1, By(&S::GetTavoUse), L"0", L"タボ印刷使用"},
-      {43, 2, By(&S::GetDelimiterForTavo), L"#SC#", L"タボ　セパレータ"},
-      {45, 1, By(&S::GetTavoLocalTimeOut), L"5", L"タボ　印刷中T.O."},
-      {44, 1, By(&S::GetEnableRumaPrint), L"0", L"ルマ機能 有効／無効"},
-      {59, 1, Use(1), L"0", L"トレイ1 有効/無効"},
-      {59, 2, Name(1), L"トレイ1", L"トレイ1 表示名"},
-      {60, 1, Use(2), L"0", L"トレイ2 有効/無効"},
-      {60, 2, Name(2), L"トレイ2", L"トレイ2 表示名"},
-      {61, 1, Use(3), L"0", L"トレイ3 有効/無効"},
-      {61, 2, Name(3), L"トレイ3", L"トレイ3 表示名"},
-      {62, 1, By(&S::GetModeMultiServerSetting), L"0", L"サーバ二重化、サーバ自動設定する/しない"},
-      {66, 2, By(&S::GetNupSetting), L"1,2,4,6,9,16", L"使用Nup"},
-      {67, 1, By(&S::GetTonerSaveDisp), L"1", L"トナーセーブの表示"},
-      {68, 1, By(&S::GetFontImageDisp), L"1", L"フォントをイメージとして印刷するの表示"},
-      {500, 1, By(&S::GetImageLogSetting), L"0", L"イメログ機能の有効無効"},
-      {86, 1, By(&S::GetLocalTimeoutUnsentAuthPrint), L"0",
-       L"ローカル認証プリントの送信初期状態監視時間"},
-      {81, 1, By(&S::GetLocalTimeoutUnsentLogPrint), L"30",
-       L"ローカルログだけプリントの送信初期状態監視時間"},
-      {82, 1, By(&S::GetLogPrintTimeout), L"1440", L"ログだけ印刷のタイムアウト監視時間"},
-      {83, 1, By(&S::GetLogPrintRetryInterval), L"10", L"ログだけ印刷のリトライ間隔時間"},
-      {84, 1, By(&S::GetLogPrintRetryMaxCount), L"144", L"ログだけ印刷の最大リトライ印刷回数"},
-      {85, 1, By(&S::GetSpoolingJobSkipTimer), L"180", L"ドライバサービスでのスプーリング監視時間"},
+#define TQ_NUMBER(item, getter, type, default_value, treatment, label, ...)      \
+  {item, 1, [](const Settings& from) { return std::to_wstring(from.getter()); }, \
+   L"" #default_value, text_or_empty(label)},
+#define TQ_TEXT(item, getter, default_value, treatment, label, ...) \
+  {item, 2, std::mem_fn(&Settings::getter), default_value, label},
+#define TQ_TRAY(item, tray, use, use_label, name, name_label)                                      \
+  {item, 1, [](const Settings& from) { return std::to_wstring(from.GetUseTray(tray)); }, L"" #use, \
+   use_label},                                                                                     \
+      {item, 2, [](const Settings& from) { return from.GetNameTray(tray); }, name, name_label},
+#include "settings/system_setting_items.h"
   };
   return settings;
 }
@@ -199,21 +144,8 @@ TEST_F(SystemSettingTest, TheFirstBlankLineEndsTheFile) {
   EXPECT_EQ(Load("13,7\n \n13,8\n")->GetEmsUpdateCycle(), 8);
 }
 
-TEST_F(SystemSettingTest, EncodingsAndDamage) {
-  const std::wstring rows = L"59,3,手差し\r\n66,,\"1,2\"\r\n";
-  const auto check = [&](const std::string& bytes) {
-    const auto settings = Load(bytes);
-    EXPECT_EQ(settings->GetNameTray(1), L"手差し") << ToHex(bytes);
-    EXPECT_EQ(settings->GetNupSetting(), L"1,2") << ToHex(bytes);
-  };
-  check(ToUtf8(rows));
-  check("\xEF\xBB\xBF" + ToUtf8(rows));
-  check("\xFF\xFE" + *EncodeText(kCodePageUtf16Le, rows));
-  {
-    const ScopedEnvironment page("TQ_ANSI_CODEPAGE", "932");
-    check(*EncodeText(kCodePage932, rows));
-  }
-  // A NUL is a character: it spoils its own row only.
+TEST_F(SystemSettingTest, DamagedRowsSpoilNothingElse) {
+  // A NUL is a character.
   const auto settings = Load("9\0,4\n13,7\0,x\n59,3,a\0b\n"s);
   EXPECT_EQ(settings->GetEmergencyFlag(), 1);
   EXPECT_EQ(settings->GetEmsUpdateCycle(), 7);
