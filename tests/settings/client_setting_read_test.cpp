@@ -8,8 +8,8 @@
 #include "support/test_support.h"
 
 // The rows of settings/client_setting_table.h say which keys there are. That they are the right
-// ones is shown by WithoutAFileEveryKeyIsVisitedInItsOrder, which has the texts, and by
-// settings_document_test.cpp, which has the other numbers and the limits.
+// ones is shown by WithoutAFileEveryKeyIsVisitedInItsOrder and LabelsOfFailures, which have the
+// texts, and by settings_document_test.cpp, which has the other numbers and the limits.
 namespace vk::tq::testing {
 namespace {
 
@@ -302,6 +302,22 @@ TEST_F(ClientSettingReadTest, AValueIsSeenUpTo1023Characters) {
 }
 
 // ---- Directories ----
+
+TEST_F(ClientSettingReadTest, LabelsOfFailures) {
+  std::vector<std::wstring> labels;
+  for (const RequiredTextKey& key : KeysOf<RequiredTextKey>()) labels.push_back(key.label);
+  for (const DirectoryKey& key : KeysOf<DirectoryKey>()) labels.push_back(key.label);
+  EXPECT_THAT(
+      labels,
+      ::testing::ElementsAre(
+          L"プリンタサーバＩＰアドレス", L"ＦＴＰユーザ名", L"ＦＴＰパスワード",
+          L"ネミ印刷情報格納場所", L"認証中ネミ印刷情報格納場所", L"ネミ印刷管理ファイル格納場所",
+          L"ロム印刷情報格納場所", L"認証中ロム印刷情報格納場所", L"ロム印刷管理ファイル格納場所",
+          L"ジョブ転送ディレクトリ", L"ロムジョブ転送先ディレクトリ", L"緊急印刷ワークディレクトリ",
+          L"緊急印刷転送ディレクトリ", L"緊急印刷ファイル転送先ディレクトリ",
+          L"サービス参照ユーザ情報ディレクトリ", L"プリンタ情報一時ディレクトリ",
+          L"プリンタ情報転送ディレクトリ", L"プリンタ情報転送先ディレクトリ"));
+}
 
 TEST_F(ClientSettingReadTest, DirectoriesThatAreMissingOrBlank) {
   for (const DirectoryKey& key : KeysOf<DirectoryKey>()) {

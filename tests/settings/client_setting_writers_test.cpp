@@ -184,8 +184,8 @@ TEST_F(ClientSettingWritersTest, TrayData) {
             "NameTray2=トレイ2\nUseTray3=0\nNameTray3=トレイ3\n");
 }
 
-// The operations that write a number. The other numbers of their rows are compared with the
-// document's by settings_document_test.cpp.
+// The operations that write a number. Limits, defaults and warnings of their rows are compared with
+// the document by settings_document_test.cpp.
 const struct {
   client_keys::NumberWriter row;
   int (C::*write)(int);
