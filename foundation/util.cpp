@@ -4,6 +4,7 @@
 #include <array>
 #include <cstdarg>
 #include <new>
+#include <utility>
 
 #include "foundation/access_list.h"
 #include "foundation/log.h"
@@ -121,7 +122,7 @@ int CUtil::SetFileAccess(const CString& path, const wchar_t* account, int mode) 
 int GetFileList2(const CString& directory, const CString& pattern, CStringArray& files) {
   files.RemoveAll();
   if (directory.empty()) return 1;
-  const auto found = FindFiles(directory, pattern.empty() ? CString(L"*") : pattern);
+  auto found = FindFiles(directory, pattern.empty() ? CString(L"*") : pattern);
   if (!found) {
     if (GetLastError() != kErrorFileNotFound) {
       Log4cxxMgr::LogOutDetail(5, 140542, L"GetFileList2", __LINE__,
@@ -130,8 +131,8 @@ int GetFileList2(const CString& directory, const CString& pattern, CStringArray&
     }
     return 0;
   }
-  for (const FoundFile& file : *found) {
-    if (!file.is_directory) files.Add(file.name);
+  for (FoundFile& file : *found) {
+    if (!file.is_directory) files.Add(std::move(file.name));
   }
   return 1;
 }

@@ -98,6 +98,13 @@ void RequireJobName(const CString& base) {
   throw std::runtime_error("the path cannot stand for a job");
 }
 
+// Whether a path has the form of a file of a job: a base with a last component, and an extension.
+bool IsFileOfJob(const CString& path) {
+  const CString base = BasePath(path);
+  const PathPieces pieces = SplitPath(base);
+  return base.size() < path.size() && pieces.name.size() + pieces.extension.size() > 0;
+}
+
 // The number in the last three characters of a file name.
 int NumberOfName(const CString& name) {
   return ParseInt(name.size() > 3 ? name.substr(name.size() - 3) : name);
@@ -206,8 +213,8 @@ CManageFileAccess::CManageFileAccess(const wchar_t* name) {
   if (name == nullptr) return;
   info_file_name_ = InternalPath(name);
   const CString base = BasePath(info_file_name_);
-  const auto family = FindFamily(base);
-  info_file_name_ = Format(L"%s.%03d", base, family ? NumberOfName(family->front().name) : 0);
+  const auto first = FindFirstOfFamily(base);
+  info_file_name_ = Format(L"%s.%03d", base, first ? NumberOfName(first->name) : 0);
   InitManageData();
 }
 
@@ -235,7 +242,9 @@ int CManageFileAccess::IsExist() {
       {5, 120600020, kFunction, L"管理ファイルの存在確認処理で予期せぬエラーが発生しました。",
        Detail::kNothing},
       [&](int& result) {
-        if (FindFamily(BasePath(info_file_name_))) {
+        // The numbered file is nearly always there, and asking for it needs no search.
+        const bool is_there = IsFileOfJob(info_file_name_) && GetFileStatus(info_file_name_);
+        if (is_there || FindFirstOfFamily(BasePath(info_file_name_))) {
           result = 1;
         } else if (GetLastError() != kErrorFileNotFound) {
           Log4cxxMgr::LogOutDetail(5, 120600010, kFunction, __LINE__,

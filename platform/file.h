@@ -40,8 +40,12 @@ class InputFile {
   InputFile& operator=(InputFile&& other) noexcept;
   ~InputFile();
 
-  /// A directory fails with 5.
-  bool Open(const std::wstring& path);
+  /// A directory fails with 5. Also tells the status that the file then has.
+  bool Open(const std::wstring& path, FileStatus& status);
+  bool Open(const std::wstring& path) {
+    FileStatus ignored;
+    return Open(path, ignored);
+  }
   bool is_open() const { return handle_ != kClosed; }
   /// The status of the open file, whatever has become of its name.
   std::optional<FileStatus> Status() const;
@@ -147,5 +151,9 @@ std::optional<std::vector<FoundFile>> FindFiles(const std::wstring& directory,
 /// files, then directories, each in upper-case lexical order. Nothing when there is none (2), as
 /// for a base that ends in a separator, or no such directory (3).
 std::optional<std::vector<FoundFile>> FindFamily(const std::wstring& base);
+
+/// The first of the family that FindFamily would give, without a search through all of a folder
+/// that holds many files when it is a numbered one below 100.
+std::optional<FoundFile> FindFirstOfFamily(const std::wstring& base);
 
 }  // namespace vk::tq

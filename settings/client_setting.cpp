@@ -1,5 +1,6 @@
 #include "settings/client_setting.h"
 
+#include <algorithm>
 #include <cstddef>
 #include <string>
 #include <string_view>
@@ -38,7 +39,7 @@ bool IsJobTransfer(const ClientKey& key) {
   return directory != nullptr && directory->traits.is_job_transfer;
 }
 
-constexpr std::wstring_view kDigits = L"0123456789";
+constexpr bool IsDigit(wchar_t c) { return c >= L'0' && c <= L'9'; }
 constexpr std::wstring_view kUpperCaseHexDigits = L"0123456789ABCDEF";
 
 unsigned HexDigit(wchar_t character) {
@@ -225,7 +226,7 @@ int CClientSetting::Read(int mode) {
 
 int CClientSetting::CheckNumeric(const wchar_t* text, int default_value, int* value) {
   const std::wstring_view digits = TrimView(text);
-  if (digits.empty() || digits.find_first_not_of(kDigits) != std::wstring_view::npos) {
+  if (digits.empty() || !std::ranges::all_of(digits, IsDigit)) {
     *value = default_value;
     return 0;
   }

@@ -58,10 +58,9 @@ CByteArray RunAsOne(AesCbc cipher, const CByteArray& input, int output_size) {
 class ChunkReader {
  public:
   bool Open(const CString& path) {
-    if (!file_.Open(path)) return false;
-    const std::optional<FileStatus> status = file_.Status();
-    if (!status) return false;
-    size_ = left_ = status->size;
+    FileStatus status;
+    if (!file_.Open(path, status)) return false;
+    size_ = left_ = status.size;
     buffer_.resize(std::min<std::uint64_t>(kChunkSize, RoundUpToBlock(size_ + 1)));
     return true;
   }

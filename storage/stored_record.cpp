@@ -47,7 +47,7 @@ StoredRecord::Result StoredRecord::Read(const CString& path, Duplicates duplicat
 }
 
 const CString* StoredRecord::Find(const wchar_t* name) const {
-  const auto found = found_.find(name);
+  const auto found = found_.find(std::wstring_view(name));
   return found == found_.end() ? nullptr : &found->second;
 }
 

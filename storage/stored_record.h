@@ -25,7 +25,8 @@ class StoredRecord {
   StoredRecord& operator=(const StoredRecord&) = delete;
   ~StoredRecord();
 
-  void Add(const wchar_t* name, const CString& text = {});
+  void Add(const wchar_t* name) { names_.Add(name); }
+  void Add(const wchar_t* name, const CString& text);
 
   /// What cannot be made or enciphered leaves the file as it was: an empty text never takes the
   /// place of a record.

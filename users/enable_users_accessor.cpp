@@ -52,10 +52,9 @@ void LogOpenFailure(ErrorCode error) {
 // The last-write time in nanoseconds, never 0; 0 when the file cannot be opened.
 std::int64_t LastWrite(const CString& path) {
   InputFile file;
-  if (!file.Open(path)) return 0;
-  const auto status = file.Status();
-  if (!status) return 0;
-  return status->last_write_ns == 0 ? 1 : status->last_write_ns;
+  FileStatus status;
+  if (!file.Open(path, status)) return 0;
+  return status.last_write_ns == 0 ? 1 : status.last_write_ns;
 }
 
 // The same, but when the file was written a moment ago, only after the next change is sure to have

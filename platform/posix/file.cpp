@@ -24,8 +24,7 @@ FileStatus StatusFromStat(const struct stat& info) {
 
 // A directory is refused as Windows refuses it. So is a pipe or a socket that somebody has put in
 // the file's place: it would block.
-bool IsReadable(int fd) {
-  struct stat info {};
+bool IsReadable(int fd, struct stat& info) {
   if (fstat(fd, &info) != 0) return FailWithErrno();
   return S_ISREG(info.st_mode) || S_ISCHR(info.st_mode) || S_ISBLK(info.st_mode) ||
          Fail(kErrorAccessDenied);
@@ -69,12 +68,14 @@ InputFile& InputFile::operator=(InputFile&& other) noexcept {
 
 InputFile::~InputFile() { FileDescriptor close(static_cast<int>(handle_)); }
 
-bool InputFile::Open(const std::wstring& path) {
+bool InputFile::Open(const std::wstring& path, FileStatus& status) {
   FileDescriptor old(static_cast<int>(std::exchange(handle_, kClosed)));
   const std::string native = PathToNative(path);
   FileDescriptor fd = OpenForReading(native);
   if (!fd) return FailAtPath(native);
-  if (!IsReadable(fd.get())) return false;
+  struct stat info {};
+  if (!IsReadable(fd.get(), info)) return false;
+  status = StatusFromStat(info);
   handle_ = fd.Release();
   return true;
 }
@@ -106,11 +107,10 @@ std::optional<std::size_t> InputFile::Read(void* buffer, std::size_t size) {
 
 std::optional<SecureBytes> ReadFile(const std::wstring& path) {
   InputFile file;
-  if (!file.Open(path)) return {};
-  const std::optional<FileStatus> status = file.Status();
-  if (!status) return {};
+  FileStatus status;
+  if (!file.Open(path, status)) return {};
   // One byte more than the file has: a file that keeps its length is read by two calls.
-  SecureBytes bytes(static_cast<std::size_t>(status->size) + 1);
+  SecureBytes bytes(static_cast<std::size_t>(status.size) + 1);
   std::size_t size = 0;
   for (;;) {
     const std::optional<std::size_t> got = file.Read(bytes.data() + size, bytes.size() - size);

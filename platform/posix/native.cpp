@@ -11,6 +11,9 @@ namespace {
 
 constexpr char32_t kEscape = 0xDC00;
 
+// The characters that nearly all names consist of: each is one byte, and the same on both sides.
+constexpr bool IsPlain(char c) { return static_cast<unsigned char>(c) < 0x80 && c != '\\'; }
+
 }  // namespace
 
 void FileDescriptor::Reset(int descriptor) noexcept {
@@ -25,6 +28,10 @@ std::wstring NameFromNative(std::string_view name) {
   std::wstring wide;
   wide.reserve(name.size());
   for (std::size_t i = 0; i < name.size();) {
+    if (IsPlain(name[i])) {
+      wide += static_cast<wchar_t>(name[i++]);
+      continue;
+    }
     const Utf8Character character = ReadUtf8(name.substr(i));
     if (character.is_valid() && character.value != U'\\') {
       wide += static_cast<wchar_t>(character.value);
@@ -41,6 +48,10 @@ std::string NameToNative(std::wstring_view name) {
   native.reserve(name.size());
   for (std::size_t i = 0; i < name.size();) {
     const auto unit = static_cast<char32_t>(name[i]);
+    if (unit < 0x80) {
+      native += static_cast<char>(name[i++]);
+      continue;
+    }
     const bool is_escape =
         unit == kEscape + U'\\' || (unit >= kEscape + 0x80 && unit <= kEscape + 0xFF);
     if (is_escape) {

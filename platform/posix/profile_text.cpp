@@ -26,7 +26,9 @@ std::uint32_t HashOf(std::wstring_view name) {
 
 // Cuts off the text up to the next line break; the break, which may be CR LF, CR or LF, goes too.
 std::wstring_view CutLine(std::wstring_view& text) {
-  const std::size_t size = std::min(text.find_first_of(kLineBreaks), text.size());
+  const auto* const end =
+      std::ranges::find_if(text, [](wchar_t c) { return c == L'\r' || c == L'\n'; });
+  const auto size = static_cast<std::size_t>(end - text.begin());
   const std::wstring_view line = text.substr(0, size);
   text.remove_prefix(size);
   const std::size_t break_size = text.starts_with(kLineBreaks) ? 2 : 1;
@@ -123,7 +125,13 @@ const Item* ProfileText::Find(std::uint32_t scope, std::wstring_view name,
 }
 
 const ProfileText::Section* ProfileText::FindSection(std::wstring_view name) const {
-  return Find(0, name, sections);
+  // Most files have so few sections that looking at them is faster than the index.
+  constexpr std::size_t kFew = 8;
+  if (sections.size() > kFew) return Find(0, name, sections);
+  name = WithoutBlanks(name);
+  const auto found = std::ranges::find_if(
+      sections, [&](const Section& section) { return EqualsNoCase(section.name, name); });
+  return found != sections.end() ? &*found : nullptr;
 }
 
 const ProfileText::Key* ProfileText::FindKey(std::wstring_view section,
