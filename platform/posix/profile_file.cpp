@@ -63,11 +63,12 @@ bool ReadAll(int file, std::string& bytes) {
     });
     if (count < 0) return FailWithErrno();
     size += static_cast<std::size_t>(count);
-    if (count == 0) {
+    // Of a regular file, only its end gives less than was asked for.
+    if (size < bytes.size()) {
       bytes.resize(size);
       return true;
     }
-    if (size == bytes.size()) bytes.resize(2 * size);
+    bytes.resize(2 * size);
   }
 }
 

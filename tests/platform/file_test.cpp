@@ -255,6 +255,42 @@ TEST_F(FileTest, AFamilyIsFoundToTheLetter) {
   EXPECT_EQ(3U, GetLastError());
 }
 
+// In a small folder by reading it, in a large one by asking for names as well.
+TEST_F(FileTest, TheFirstOfAFamilyIsTheSameInAFolderOfAnySize) {
+  const auto expect_the_first = [&](const char* state) {
+    const auto family = FindFamily(path(L"J"));
+    const auto first = FindFirstOfFamily(path(L"J"));
+    ASSERT_EQ(family.has_value(), first.has_value()) << state;
+    if (family) {
+      EXPECT_EQ(family->front().name, first->name) << state;
+      EXPECT_EQ(family->front().is_directory, first->is_directory) << state;
+    } else {
+      EXPECT_EQ(2U, GetLastError()) << state;
+    }
+  };
+  for (const int others : {0, 700}) {
+    for (int i = 0; i < others; ++i) WriteNative(native("other" + std::to_string(i)), "");
+    expect_the_first("no file");
+    fs::create_directory(native("J.004"));
+    expect_the_first("a directory");
+    WriteNative(native("J.dat"), "");
+    expect_the_first("a status file");
+    WriteNative(native("J.150"), "");
+    expect_the_first("a number above 99");
+    WriteNative(native("J.042"), "");
+    expect_the_first("a number");
+    fs::create_symlink(native("J.004"), native("J.005"));
+    expect_the_first("a link to a directory");
+    fs::create_symlink("nowhere", native("J.007"));
+    expect_the_first("a link to nothing");
+    for (const char* name : {"J.004", "J.dat", "J.150", "J.042", "J.005", "J.007"}) {
+      fs::remove(native(name));
+    }
+  }
+  EXPECT_FALSE(FindFirstOfFamily(path(L"nowhere\\J")));
+  EXPECT_EQ(3U, GetLastError());
+}
+
 TEST_F(FileTest, ANameThatIsNoUtf8CanBeReached) {
   WriteNative(native("J.\xff\\1"), "odd");
   const auto family = FindFamily(path(L"J"));

@@ -155,6 +155,20 @@ TEST_F(XmlDocumentTest, RefusesOtherPaths) {
   }
 }
 
+TEST_F(XmlDocumentTest, SeesEveryCharacterOfALongText) {
+  XmlDocument document;
+  XmlElement root = document.CreateRoot(L"a");
+  for (std::size_t place = 0; place < 200; ++place) {
+    std::wstring text(200, L'x');
+    text[place] = L'\x1F4C4';
+    EXPECT_NO_THROW(root.SetText(text)) << place;
+    text[place] = L'\x1';
+    EXPECT_THROW(root.SetText(text), XmlError) << place;
+    EXPECT_FALSE(document.Parse(L"<a>" + text + L"</a>")) << place;
+    root = document.CreateRoot(L"a");
+  }
+}
+
 TEST_F(XmlDocumentTest, RefusesWhatXmlCannotHoldAndChangesNothing) {
   XmlDocument document;
   XmlElement root = document.CreateRoot(L"r");
