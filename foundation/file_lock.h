@@ -6,6 +6,7 @@
 #pragma once
 
 #include <cstdint>
+#include <type_traits>
 
 #include "foundation/log.h"
 #include "platform/error.h"
@@ -91,18 +92,23 @@ class LockOperations {
   /// Runs an operation under a lock: makes attributes for everybody, takes the lock, does the work,
   /// and gives both back on every way out.
   ///
-  /// `take` is a function of the attributes' address that gives a handle or null. `work` is a
-  /// function of a reference to the result, which starts at 0; whatever it stores last is the
-  /// result, also when it then throws: that leaves the line. Without the lock the result is
-  /// `without_lock`. When the attributes cannot be made, the mutex is opened with those that it has
-  /// by default.
+  /// `take` is a function of the attributes' address that gives a handle or null, or a function of
+  /// nothing when the mutex has its attributes by default; none are made then. `work` is a function
+  /// of a reference to the result, which starts at 0; whatever it stores last is the result, also
+  /// when it then throws: that leaves the line. Without the lock the result is `without_lock`. When
+  /// the attributes cannot be made, the mutex is opened with those that it has by default.
   template <class Take, class Work>
   static int RunLocked(const Take& take, int without_lock, const ExceptionLine& line,
                        const Work& work, int source_line = __builtin_LINE()) {
-    Attributes attributes;
+    constexpr bool kByDefault = std::is_invocable_v<Take>;
+    [[maybe_unused]] std::conditional_t<kByDefault, NoAttributes, Attributes> attributes;
     Held held;
     const auto take_and_work = [&](int& result) {
-      held.mutex = take(attributes.get());
+      if constexpr (kByDefault) {
+        held.mutex = take();
+      } else {
+        held.mutex = take(attributes.get());
+      }
       if (held.mutex == nullptr) {
         result = without_lock;
       } else {
@@ -147,6 +153,8 @@ class LockOperations {
    private:
     SECURITY_ATTRIBUTES record_;
   };
+
+  struct NoAttributes {};
 
   struct Held {
     HANDLE mutex = nullptr;

@@ -5,6 +5,7 @@
 /// the superuser or to the caller. Any other link fails with 5: somebody may have planted it.
 #pragma once
 
+#include <chrono>
 #include <cstddef>
 #include <cstdint>
 #include <optional>
@@ -20,9 +21,13 @@ namespace vk::tq {
 struct FileStatus {
   bool is_directory = false;
   std::uint64_t size = 0;          ///< bytes
-  std::int64_t last_write_ns = 0;  ///< nanoseconds since 1970-01-01 UTC
+  std::int64_t last_write_ns = 0;  ///< nanoseconds since 1970-01-01 UTC, as far as they go
 
-  CTime last_write() const { return CTime(last_write_ns / 1'000'000'000); }
+  /// The second that the last write lies in, also before 1970.
+  CTime last_write() const {
+    using std::chrono::floor, std::chrono::nanoseconds, std::chrono::seconds;
+    return CTime(floor<seconds>(nanoseconds(last_write_ns)).count());
+  }
 };
 
 /// The status of a file or directory; nothing (2 or 3) when there is none.

@@ -4,7 +4,8 @@
 /// no part of them, one pair of equal quotes around a value is taken off, a line that begins with
 /// ';' is a comment, and of several sections or keys of one name the first counts. A file that
 /// begins with the byte-order mark of UTF-16LE or UTF-8 is read as such, any other in the ANSI code
-/// page. A file that is missing, cannot be read, or has more than 16 MiB is like an empty one.
+/// page. A file that is missing, cannot be read, or has more than 16 MiB is like an empty one;
+/// callers for whom that is not the same read the bytes themselves and use Profile::FromText.
 #pragma once
 
 #include <cstdint>
@@ -24,6 +25,8 @@ struct ProfileText;
 class Profile {
  public:
   explicit Profile(const std::wstring& path);
+  /// The same answers from a text that the caller has.
+  static Profile FromText(std::wstring text);
   Profile(const Profile&) = delete;
   Profile& operator=(const Profile&) = delete;
   ~Profile();
@@ -44,8 +47,14 @@ class Profile {
   std::vector<std::wstring> KeyNames(std::wstring_view section, std::size_t size) const;
 
  private:
+  explicit Profile(std::unique_ptr<internal::ProfileText> text);
+
   std::unique_ptr<internal::ProfileText> text_;
 };
+
+/// The text of a file with these bytes, without its byte-order mark; nothing, with the last error
+/// set, when the system does not know the code page.
+std::optional<std::wstring> DecodeProfile(std::string_view bytes);
 
 /// One value to be written.
 struct ProfileValue {

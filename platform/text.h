@@ -141,7 +141,8 @@ std::wstring FormatArguments(std::wstring_view format,
                              std::initializer_list<FormatArgument> arguments);
 
 /// printf for wide text: %s takes wide text, and the sizes of numbers are those of the arguments.
-/// Throws std::exception when the format and the arguments do not fit.
+/// Arguments behind those that the format asks for are ignored. Throws std::exception when there
+/// are too few, or one has another type.
 template <class... Arguments>
 std::wstring Format(std::wstring_view format, const Arguments&... arguments) {
   return FormatArguments(format, {MakeFormatArgument(arguments)...});

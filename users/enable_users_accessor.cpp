@@ -1,5 +1,6 @@
 #include "users/enable_users_accessor.h"
 
+#include <algorithm>
 #include <chrono>
 #include <string_view>
 #include <utility>
@@ -12,7 +13,6 @@
 #include "platform/file.h"
 #include "platform/path.h"
 #include "platform/profile.h"
-#include "platform/stdio_file.h"
 #include "platform/text.h"
 #include "storage/crypto.h"
 
@@ -102,24 +102,16 @@ std::vector<CString> EntryNames(const Profile& profile, const wchar_t* section) 
 CEnableUsersAccessor* CEnableUsersAccessor::s_pInstance = nullptr;
 
 CEnableUsersAccessor* CEnableUsersAccessor::GetInstance() {
-  if (!IsCurrent()) Renew(ProductPath(L"\\config"));
-  return s_pInstance;
+  return GetInstance(ProductPath(L"\\config"));
 }
 
 CEnableUsersAccessor* CEnableUsersAccessor::GetInstance(const CString& directory) {
-  if (!IsCurrent()) Renew(directory);
-  return s_pInstance;
-}
-
-bool CEnableUsersAccessor::IsCurrent() {
-  if (s_pInstance == nullptr) return false;
-  const std::int64_t last_write = LastWrite(s_pInstance->m_strListPath);
-  return last_write == 0 || last_write == s_pInstance->m_ftLastWrite;
-}
-
-void CEnableUsersAccessor::Renew(const CString& directory) {
-  delete std::exchange(s_pInstance, nullptr);
-  s_pInstance = new CEnableUsersAccessor(directory);
+  if (s_pInstance != nullptr) {
+    const std::int64_t last_write = LastWrite(s_pInstance->m_strListPath);
+    if (last_write == 0 || last_write == s_pInstance->m_ftLastWrite) return s_pInstance;
+    delete std::exchange(s_pInstance, nullptr);
+  }
+  return s_pInstance = new CEnableUsersAccessor(directory);
 }
 
 std::size_t CEnableUsersAccessor::HashName::operator()(const CString& name) const {
@@ -168,7 +160,7 @@ bool CEnableUsersAccessor::FindList(const CString& directory, bool& is_enciphere
 }
 
 bool CEnableUsersAccessor::ReadList(bool is_enciphered) {
-  if (!is_enciphered) return ReadEntries(m_strListPath);
+  if (!is_enciphered) return ReadEntries(m_strListPath, false);
   const ScopedTemporaryFile plain(CreateTemporaryFile(L"EnableUsers"));
   const int result = CCrypto().DecryptFileMake(m_strListPath, plain.path());
   if (result != 0) {
@@ -176,12 +168,29 @@ bool CEnableUsersAccessor::ReadList(bool is_enciphered) {
             L"許可ユーザリストファイルの復号化に失敗しました。[Errorcode=%d]", result);
     return false;
   }
-  return ReadEntries(plain.path());
+  return ReadEntries(plain.path(), true);
 }
 
-bool CEnableUsersAccessor::ReadEntries(const CString& path) {
-  const Profile profile(path);
-  if (profile.SectionNames(kBufferSize).empty()) return ReadLines(path);
+bool CEnableUsersAccessor::ReadEntries(const CString& path, bool is_enciphered) {
+  const auto bytes = ReadFile(path);
+  auto text = bytes ? DecodeProfile({reinterpret_cast<const char*>(bytes->data()), bytes->size()})
+                    : std::nullopt;
+  if (!text) {
+    LogOpenFailure(GetLastError());
+    return false;
+  }
+  text->resize(is_enciphered ? std::min(text->find(L'\0'), text->size())
+                             : text->find_last_not_of(L'\0') + 1);
+  const Profile profile = Profile::FromText(*text);
+  if (profile.SectionNames(kBufferSize).empty()) {
+    ReadLines(*text);
+  } else {
+    ReadSections(profile);
+  }
+  return true;
+}
+
+void CEnableUsersAccessor::ReadSections(const Profile& profile) {
   const std::pair<const wchar_t*, UserMap&> sections[] = {
       {L"ChangeUsers", m_mapChangeUsers},
       {L"LogOnlyUsers", m_mapLogOnlyUsers},
@@ -192,25 +201,17 @@ bool CEnableUsersAccessor::ReadEntries(const CString& path) {
       users[ToUpper(name)] = profile.GetString(section, name, L"", kBufferSize);
     }
   }
-  return true;
 }
 
-bool CEnableUsersAccessor::ReadLines(const CString& path) {
-  CStdioFile file;
-  if (!file.Open(path.c_str(), CStdioFile::modeRead | CStdioFile::shareExclusive)) {
-    LogOpenFailure(GetLastError());
-    return false;
-  }
-  for (CString line; file.ReadString(line);) {
-    const std::size_t size = line.find_last_not_of(L'\0') + 1;
-    if (size == 0 && !line.empty()) continue;  // nothing but what deciphering leaves
-    line.resize(size);
+void CEnableUsersAccessor::ReadLines(std::wstring_view text) {
+  while (!text.empty()) {
+    const std::wstring_view line = text.substr(0, text.find(L'\n'));
+    text.remove_prefix(std::min(line.size() + 1, text.size()));
     const std::size_t equals = line.find(L'=');
-    const bool has_user = equals != CString::npos;
+    const bool has_user = equals != line.npos;
     CString user = has_user ? ToUpper(TrimView(line.substr(0, equals))) : CString();
-    m_mapChangeUsers[std::move(user)] = Trim(has_user ? line.substr(equals + 1) : line);
+    m_mapChangeUsers[std::move(user)] = TrimView(has_user ? line.substr(equals + 1) : line);
   }
-  return true;
 }
 
 void CEnableUsersAccessor::DropEntries() {

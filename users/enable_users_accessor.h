@@ -3,11 +3,14 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <string_view>
 #include <unordered_map>
 
 #include "platform/types.h"
 
 namespace vk::tq {
+
+class Profile;
 
 /// Holds the list in memory and answers from there. The only instance comes from GetInstance, which
 /// loads the list anew when the file has changed.
@@ -23,16 +26,20 @@ namespace vk::tq {
 /// - Plain: a file without any section. Every line is job user = account and belongs to
 ///   `ChangeUsers`; the line is split at its first "=", and of two lines for one name the last
 ///   counts. A line without "=" matches nobody, and neither does an empty one, but the list is not
-///   empty then. The file begins with the byte-order mark of UTF-16LE or UTF-8, or is in the ANSI
-///   code page. The zero bytes behind the text, which deciphering leaves, are no part of it.
+///   empty then.
+///
+/// In both forms the file begins with the byte-order mark of UTF-16LE or UTF-8, or is in the ANSI
+/// code page. It is read once, whatever its size. NULs at its end are no part of the text, and an
+/// enciphered text ends at its first NUL: behind that stand the filling of the last cipher block,
+/// and what a writer that was killed has left of an older list.
 ///
 /// Names are told apart without regard to case, in every script; accounts keep their case. An
 /// account may be empty.
 ///
 /// A list that is missing or cannot be read is an empty list, with one line from
 /// "CEnableUsersAccessor::CEnableUsersAccessor", number 0: level 2 when there is no file, level 4
-/// when it cannot be deciphered (with the result of DecryptFileMake), opened (with the last error),
-/// or read because of an exception.
+/// when it cannot be deciphered (with the result of DecryptFileMake), opened or read (with the last
+/// error), or when an exception ends the reading.
 ///
 /// An enciphered list is deciphered into a temporary file that only the calling user can open, and
 /// that is removed before the constructor returns, whatever happens.
@@ -102,14 +109,12 @@ class TQ_EXPORT CEnableUsersAccessor {
   explicit CEnableUsersAccessor(const CString& directory);
   ~CEnableUsersAccessor() = default;
 
-  static bool IsCurrent();
-  static void Renew(const CString& directory);
-
   void Load(const CString& directory);
   bool FindList(const CString& directory, bool& is_enciphered);
   bool ReadList(bool is_enciphered);
-  bool ReadEntries(const CString& path);
-  bool ReadLines(const CString& path);
+  bool ReadEntries(const CString& path, bool is_enciphered);
+  void ReadSections(const Profile& profile);
+  void ReadLines(std::wstring_view text);
   void DropEntries();
 
   /// The log texts of the two lookups that give every user an account. The first %s is the job

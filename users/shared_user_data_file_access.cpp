@@ -50,8 +50,9 @@ CSharedUserDataFileAccess::CSharedUserDataFileAccess() : UserDataFile(kKind) {
 
 HANDLE CSharedUserDataFileAccess::GetMutex() { return TakeFileLock(kLock, nullptr); }
 
-HANDLE CSharedUserDataFileAccess::TakeLock(SECURITY_ATTRIBUTES* /*open_attributes*/) {
-  return GetMutex();
+int CSharedUserDataFileAccess::RunUnderLock(const ExceptionLine& line, const Work& work,
+                                            int source_line) {
+  return RunLocked([this] { return GetMutex(); }, 0, line, work, source_line);
 }
 
 }  // namespace vk::tq

@@ -32,7 +32,7 @@ class TQ_EXPORT CSharedUserDataFileAccess : public UserDataFile<t_shared_user_fi
   int IsExist() const { return IsThere(true); }
 
  private:
-  HANDLE TakeLock(SECURITY_ATTRIBUTES* open_attributes) override;
+  int RunUnderLock(const ExceptionLine& line, const Work& work, int source_line) override;
   HANDLE GetMutex();
   using LockOperations::RelMutex;
 };

@@ -10,10 +10,8 @@
 #include "platform/file.h"
 #include "platform/path.h"
 #include "platform/profile.h"
-#include "platform/secure_memory.h"
 #include "platform/text.h"
-#include "storage/crypto.h"
-#include "storage/xml.h"
+#include "storage/stored_record.h"
 #include "users/shared_user_data_file_access.h"
 #include "users/user_data_file_access.h"
 
@@ -22,7 +20,7 @@ namespace {
 
 constexpr int kDefaultKeepSeconds = 10;
 
-CXml RecordXml() { return CXml(L"Velkorandia", L"UserData"); }
+constexpr const wchar_t* kRecordName = L"UserData";
 
 int ReadKeepSeconds() {
   const Profile client(ProductPath(L"\\config\\Client.ini"));
@@ -62,44 +60,39 @@ int UserDataFile<Record>::ReadAll() {
     LogFailure(130311, kind_.read_all, __LINE__, kind_.no_file);
     return 0;
   }
-  return RunLocked([this](SECURITY_ATTRIBUTES* attributes) { return TakeLock(attributes); }, 0,
-                   {5, 130308, kind_.read_all, kind_.read_broke},
-                   [this](int& result) { ReadRecord(result); });
+  return RunUnderLock({5, 130308, kind_.read_all, kind_.read_broke},
+                      [this](int& result) { ReadRecord(result); });
 }
 
 template <class Record>
 int UserDataFile<Record>::WriteAll() {
-  return RunLocked([this](SECURITY_ATTRIBUTES* attributes) { return TakeLock(attributes); }, 0,
-                   {5, 130306, kind_.write_all, kind_.write_broke},
-                   [this](int& result) { WriteRecord(result); });
+  return RunUnderLock({5, 130306, kind_.write_all, kind_.write_broke},
+                      [this](int& result) { WriteRecord(result); });
 }
 
 template <class Record>
 int UserDataFile<Record>::Delete() {
   if (IsThere(kind_.expires) == 0) return 1;
-  return RunLocked([this](SECURITY_ATTRIBUTES* attributes) { return TakeLock(attributes); }, 0,
-                   {4, 130309, kind_.delete_file, kind_.delete_broke},
-                   [this](int& result) { RemoveRecord(result); });
+  return RunUnderLock({4, 130309, kind_.delete_file, kind_.delete_broke},
+                      [this](int& result) { RemoveRecord(result); });
 }
 
 template <class Record>
 void UserDataFile<Record>::ReadRecord(int& result) {
-  CString xml;
-  const WipeOnExit wipe(xml);
-  if (CCrypto().CryptingStringReader(m_strFilePath, xml) != 0) {
-    LogFailure(130301, kind_.read_all, __LINE__, kind_.not_deciphered);
-    return;
-  }
-  CStringArray names;
-  for (const auto& field : kind_.fields) names.Add(field.element);
-  CMapStringToString values;
-  const WipeTextsOnExit wipe_values(values);
-  if (RecordXml().SelectXMLStringValue(xml, names, values) != 0) {
-    LogFailure(130307, kind_.read_all, __LINE__, kind_.not_parsed);
-    return;
+  StoredRecord stored(kRecordName);
+  for (const auto& field : kind_.fields) stored.Add(field.element);
+  switch (stored.Read(m_strFilePath)) {
+    case StoredRecord::Result::kFileFailure:
+      return LogFailure(130301, kind_.read_all, __LINE__, kind_.not_deciphered);
+    case StoredRecord::Result::kNoXml:
+      return LogFailure(130307, kind_.read_all, __LINE__, kind_.not_parsed);
+    case StoredRecord::Result::kDone:
+      break;
   }
   Record record;
-  for (const auto& field : kind_.fields) values.Lookup(field.element, record.*field.member);
+  for (const auto& field : kind_.fields) {
+    if (const CString* text = stored.Find(field.element)) record.*field.member = *text;
+  }
   m_userData = std::move(record);
   result = 1;
 }
@@ -107,26 +100,17 @@ void UserDataFile<Record>::ReadRecord(int& result) {
 template <class Record>
 void UserDataFile<Record>::WriteRecord(int& result) const {
   if (!MakeDirectory()) return;
-  CStringArray names;
-  CStringArray values;
-  const WipeTextsOnExit wipe_values(values);
-  for (const auto& field : kind_.fields) {
-    names.Add(field.element);
-    values.Add(m_userData.*field.member);
+  StoredRecord stored(kRecordName);
+  for (const auto& field : kind_.fields) stored.Add(field.element, m_userData.*field.member);
+  switch (stored.Write(m_strFilePath)) {
+    case StoredRecord::Result::kNoXml:
+      return LogFailure(130305, kind_.write_all, __LINE__, kind_.no_xml);
+    case StoredRecord::Result::kFileFailure:
+      return Log4cxxMgr::LogOutDetail(5, 130302, kind_.write_all, __LINE__, kind_.not_enciphered,
+                                      Format(L"%d", stored.last_errno()));
+    case StoredRecord::Result::kDone:
+      result = 1;
   }
-  CString xml = RecordXml().CreateXmlString01(names, values);
-  const WipeOnExit wipe(xml);
-  if (xml.empty()) {
-    LogFailure(130305, kind_.write_all, __LINE__, kind_.no_xml);
-    return;
-  }
-  CCrypto crypto;
-  if (crypto.CryptingStringWriter(xml, m_strFilePath) != 0) {
-    Log4cxxMgr::LogOutDetail(5, 130302, kind_.write_all, __LINE__, kind_.not_enciphered,
-                             Format(L"%d", crypto.m_nLastError));
-    return;
-  }
-  result = 1;
 }
 
 template <class Record>

@@ -2,6 +2,7 @@
 /// operations in an object and on disk in an enciphered XML file.
 #pragma once
 
+#include <functional>
 #include <span>
 
 #include "foundation/file_lock.h"
@@ -103,8 +104,10 @@ class TQ_EXPORT UserDataFile : public CObject, protected LockOperations {
   /// reference.
   explicit UserDataFile(const UserDataFileKind<Record>& kind);
 
-  /// Takes the lock of the file; null on failure, which has been logged.
-  virtual HANDLE TakeLock(SECURITY_ATTRIBUTES* open_attributes) = 0;
+  /// Runs an operation under the lock of the file, as LockOperations::RunLocked does.
+  using Work = std::function<void(int&)>;
+  virtual int RunUnderLock(const ExceptionLine& line, const Work& work,
+                           int source_line = __builtin_LINE()) = 0;
 
   /// 1 when there is a file, and, if it has to be fresh, when its last write is m_nKeepSeconds ago
   /// at most, in whole seconds. A last write in the future counts as fresh. Takes no lock.

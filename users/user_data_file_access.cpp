@@ -80,8 +80,10 @@ int CUserDataFileAccess::DestroyNullDACL(SECURITY_ATTRIBUTES* attributes) {
   return LockOperations::DestroyNullDACL(attributes);
 }
 
-HANDLE CUserDataFileAccess::TakeLock(SECURITY_ATTRIBUTES* open_attributes) {
-  return GetMutex(open_attributes);
+int CUserDataFileAccess::RunUnderLock(const ExceptionLine& line, const Work& work,
+                                      int source_line) {
+  return RunLocked([](SECURITY_ATTRIBUTES* everybody) { return GetMutex(everybody); }, 0, line,
+                   work, source_line);
 }
 
 }  // namespace vk::tq

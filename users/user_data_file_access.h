@@ -51,7 +51,8 @@ class TQ_EXPORT CUserDataFileAccess : public UserDataFile<t_user_file> {
   }
 
   /// Takes the lock of the user data file, or a mutex of the caller's name, and waits for it for
-  /// 60000 ms. Null on failure, with line 130303 or 130304.
+  /// 60000 ms. Null on failure, with line 130303 or 130304. A null name is like an empty one, which
+  /// names one mutex like any other.
   static HANDLE GetMutex(SECURITY_ATTRIBUTES* attributes);
   static HANDLE GetMutex(SECURITY_ATTRIBUTES* attributes, const wchar_t* name);
   /// Releases and closes it.
@@ -62,7 +63,7 @@ class TQ_EXPORT CUserDataFileAccess : public UserDataFile<t_user_file> {
   static int DestroyNullDACL(SECURITY_ATTRIBUTES* attributes);
 
  private:
-  HANDLE TakeLock(SECURITY_ATTRIBUTES* open_attributes) override;
+  int RunUnderLock(const ExceptionLine& line, const Work& work, int source_line) override;
 };
 
 }  // namespace vk::tq

@@ -7,6 +7,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstdio>
+#include <limits>
 #include <utility>
 
 #include "platform/error.h"
@@ -18,8 +19,12 @@ namespace vk::tq {
 namespace {
 
 FileStatus StatusFromStat(const struct stat& info) {
+  // Times outside the years 1678 to 2262 count as the first and the last of them.
+  constexpr std::int64_t kSecond = 1'000'000'000;
+  constexpr std::int64_t kLast = std::numeric_limits<std::int64_t>::max() / kSecond - 1;
+  const std::int64_t seconds = std::clamp<std::int64_t>(info.st_mtim.tv_sec, -kLast, kLast);
   return {S_ISDIR(info.st_mode), static_cast<std::uint64_t>(info.st_size),
-          static_cast<std::int64_t>(info.st_mtim.tv_sec) * 1'000'000'000 + info.st_mtim.tv_nsec};
+          seconds * kSecond + info.st_mtim.tv_nsec};
 }
 
 // A directory is refused as Windows refuses it. So is a pipe or a socket that somebody has put in

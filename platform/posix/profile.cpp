@@ -1,11 +1,13 @@
 #include "platform/profile.h"
 
 #include <algorithm>
+#include <utility>
 
 #include "platform/error.h"
 #include "platform/path.h"
 #include "platform/posix/profile_file.h"
 #include "platform/posix/profile_text.h"
+#include "platform/text.h"
 
 namespace vk::tq {
 namespace {
@@ -60,8 +62,15 @@ bool IsOneLine(std::wstring_view text) {
 }  // namespace
 
 Profile::Profile(const std::wstring& path)
-    : text_(std::make_unique<ProfileText>(
-          internal::ReadProfileFile(PathToNative(path)).value_or(std::string()))) {}
+    : Profile(std::make_unique<ProfileText>(
+          DecodeProfile(internal::ReadProfileFile(PathToNative(path)).value_or(std::string()))
+              .value_or(std::wstring()))) {}
+
+Profile::Profile(std::unique_ptr<ProfileText> text) : text_(std::move(text)) {}
+
+Profile Profile::FromText(std::wstring text) {
+  return Profile(std::make_unique<ProfileText>(std::move(text)));
+}
 
 Profile::~Profile() = default;
 
@@ -101,6 +110,11 @@ std::vector<std::wstring> Profile::KeyNames(std::wstring_view section, std::size
     if (text_->keys[i].value) list.Add(text_->keys[i].name);
   }
   return list.Take();
+}
+
+std::optional<std::wstring> DecodeProfile(std::string_view bytes) {
+  const internal::ProfileForm form = internal::FormOf(bytes);
+  return DecodeText(form.code_page, bytes.substr(form.mark_size));
 }
 
 bool WriteProfile(const std::wstring& path, const std::vector<ProfileValue>& values) {

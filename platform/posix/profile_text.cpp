@@ -1,6 +1,7 @@
 #include "platform/posix/profile_text.h"
 
 #include <algorithm>
+#include <utility>
 
 #include "platform/error.h"
 #include "platform/posix/upper_case.h"
@@ -88,9 +89,7 @@ ProfileLine ParseProfileLine(std::wstring_view line) {
   return key;
 }
 
-ProfileText::ProfileText(std::string_view bytes) {
-  const ProfileForm form = FormOf(bytes);
-  text = DecodeText(form.code_page, bytes.substr(form.mark_size)).value_or(std::wstring());
+ProfileText::ProfileText(std::wstring whole_text) : text(std::move(whole_text)) {
   for (std::wstring_view rest = text; !rest.empty();) {
     const ProfileLine line = ParseProfileLine(CutLine(rest));
     if (line.kind == ProfileLine::Kind::kSection) {

@@ -50,7 +50,10 @@ struct ProfileText {
     std::optional<std::wstring_view> value;
   };
 
-  explicit ProfileText(std::string_view bytes);
+  // The names and values are views into the text.
+  explicit ProfileText(std::wstring whole_text);
+  ProfileText(const ProfileText&) = delete;
+  ProfileText& operator=(const ProfileText&) = delete;
 
   // The first section of a name, and the first key of a name in it.
   const Section* FindSection(std::wstring_view name) const;

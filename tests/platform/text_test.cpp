@@ -333,6 +333,7 @@ TEST(TextTest, FormatsLikePrintf) {
   EXPECT_EQ(L"FFFFFFFF|  a|b  |あ|100%", Format(L"%lX|%3s|%-3s|%c|100%%", -1, L"a", L"b", L'あ'));
   EXPECT_EQ(L"0x00000000", Format(L"0x%08x", 0u));
   EXPECT_EQ(L"日本\0x" + std::wstring(1, 0), Format(L"%s", L"日本\0x" + std::wstring(1, 0)));
+  EXPECT_EQ(L"1", Format(L"%d", 1, L"more"));
   EXPECT_THROW(Format(L"%s %s", L"one"), std::exception);
   EXPECT_THROW(Format(L"%d", L"text"), std::exception);
 }

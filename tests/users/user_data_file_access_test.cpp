@@ -40,17 +40,6 @@ TEST_F(UserDataFileAccessTest, Directories) {
   }
 }
 
-TEST_F(UserDataFileAccessTest, AMutexOfTheCallersName) {
-  SECURITY_ATTRIBUTES attributes;
-  ASSERT_EQ(CUserDataFileAccess::CreateNullDACL(&attributes), 1);
-  HANDLE mutex = CUserDataFileAccess::GetMutex(&attributes, L"名前");
-  ASSERT_NE(mutex, nullptr);
-  EXPECT_EQ(CUserDataFileAccess().WriteAll(), 1);
-  CUserDataFileAccess::RelMutex(mutex);
-  EXPECT_EQ(CUserDataFileAccess::DestroyNullDACL(&attributes), 1);
-  EXPECT_EQ(CUserDataFileAccess::DestroyNullDACL(&attributes), 0);
-}
-
 // The lock of the one file is open to every account, that of the other belongs to its maker.
 TEST_F(UserDataFileAccessTest, AccountsMeetOnTheOpenLockOnly) {
   if (geteuid() != 0) GTEST_SKIP() << "needs a second account";
