@@ -76,7 +76,8 @@ class Machine {
   ///
   /// Where a login manager keeps records of sessions, that is the session's record; for a process
   /// of the user's service manager, which belongs to no session, the record of the user's
-  /// graphical session. Otherwise it is the start of the process that leads the session.
+  /// graphical session. Otherwise it is the start of the process that leads the session, which is
+  /// known in ticks since the machine was started: setting the clock moves that time along.
   virtual bool LogonTime(LocalTime& time, LogonStep& failed);
 
   /// The IPv4 addresses of the machine's interfaces, the loopback interface included, in the

@@ -63,7 +63,8 @@ class TQ_EXPORT CUtilLink {
   /// an address. The DNS status; 13, and `name` is left alone, when the address is empty.
   ///
   /// The name is that of the first record of the answer. When the address's zone is delegated by
-  /// aliases (RFC 2317), that is the alias's target, not the PTR record's.
+  /// aliases (RFC 2317), that is the alias's target, not the PTR record's. A PTR record in front of
+  /// its alias does not count; without another one the status is 9501.
   static long GetFQDN(const CString& address, const char* server, CString& name);
 
   /// The name under which the name of an IPv4 address is kept: "4.3.2.1.IN-ADDR.ARPA" for 1.2.3.4.

@@ -210,6 +210,19 @@ ScopedEnvironment::~ScopedEnvironment() {
   }
 }
 
+bool HasOwnProcess() {
+  const ::testing::UnitTest& program = *::testing::UnitTest::GetInstance();
+  if (program.test_to_run_count() == 1) return true;
+  const ::testing::TestInfo& test = *program.current_test_info();
+  const std::string name = std::string(test.test_suite_name()) + "." + test.name();
+  ChildProcess child([&] {
+    execl("/proc/self/exe", "test", ("--gtest_filter=" + name).c_str(), nullptr);
+    return 98;
+  });
+  EXPECT_EQ(0, child.Wait()) << name << " in a process of its own";
+  return false;
+}
+
 Gate::Gate() {
   if (pipe2(ends_, O_CLOEXEC) != 0) throw std::runtime_error("no pipe");
 }

@@ -126,6 +126,10 @@ class ScopedEnvironment {
   std::optional<std::string> old_;
 };
 
+// For what a process settles once and for all. False when this process runs other tests as well: the
+// present test has then been run in a process of its own, and if it failed there, it fails here.
+bool HasOwnProcess();
+
 // A one-way signal between processes: any number of Open calls, each ends one Wait.
 class Gate {
  public:
