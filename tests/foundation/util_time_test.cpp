@@ -4,10 +4,10 @@
 #include <optional>
 
 #include "foundation/util.h"
-#include "platform/clock.h"
 #include "platform/error.h"
 #include "platform/posix/login_session.h"
 #include "platform/system_info.h"
+#include "support/test_clock.h"
 #include "support/test_support.h"
 
 namespace vk::tq::testing {
@@ -16,18 +16,9 @@ namespace {
 using ::testing::ElementsAre;
 using ::testing::IsEmpty;
 
-class MovedTicks : public Clock {
- public:
-  std::int64_t Now() override { return 0; }
-  std::uint32_t TickCount() override { return ticks; }
-  void Sleep(std::uint32_t) override {}
-
-  std::uint32_t ticks = 0;
-};
-
 class UtilTimeTest : public ProductTest {
  protected:
-  MovedTicks clock_;
+  TestClock clock_;
   ScopedClock use_clock_{clock_};
 };
 

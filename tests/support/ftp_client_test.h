@@ -6,21 +6,11 @@
 #include <string>
 #include <vector>
 
-#include "platform/clock.h"
 #include "platform/service_table.h"
+#include "support/test_clock.h"
 #include "support/test_support.h"
 
 namespace vk::tq::testing {
-
-// A clock whose pauses take no time and are counted.
-class PauseCounter : public Clock {
- public:
-  std::int64_t Now() override { return 0; }
-  std::uint32_t TickCount() override { return 0; }
-  void Sleep(std::uint32_t milliseconds) override { pauses.push_back(milliseconds); }
-
-  std::vector<std::uint32_t> pauses;
-};
 
 // A password that is in no other text, and must be in no log line.
 inline constexpr const wchar_t* kSecret = L"geheim secret";
@@ -40,7 +30,7 @@ class FtpClientTest : public ProductTest {
 
   void UsePort(std::uint16_t port) { port_.emplace(Service::kFtpControl, port); }
 
-  PauseCounter clock_;
+  TestClock clock_;
   ScopedClock use_clock_{clock_};
   std::optional<ScopedServicePort> port_;
 };

@@ -4,11 +4,11 @@
 #include <array>
 #include <optional>
 
-#include "platform/clock.h"
 #include "platform/dns.h"
 #include "platform/service_table.h"
 #include "platform/system_info.h"
 #include "support/dns_server.h"
+#include "support/test_clock.h"
 
 namespace vk::tq::testing {
 namespace {
@@ -16,16 +16,6 @@ namespace {
 using ::testing::ElementsAre;
 using ::testing::IsEmpty;
 using ::testing::StartsWith;
-
-// A time that tests move.
-class MovedClock : public Clock {
- public:
-  std::int64_t Now() override { return now; }
-  std::uint32_t TickCount() override { return 0; }
-  void Sleep(std::uint32_t) override {}
-
-  std::int64_t now = 1'700'000'000;
-};
 
 // A machine whose DNS configuration the test chooses.
 class ConfiguredMachine : public Machine {
@@ -75,7 +65,7 @@ class UtilLinkTest : public ProductTest {
   std::wstring name_ = L"old";
   std::wstring cache_;
   std::int64_t resolve_time_ = 0;
-  MovedClock clock_;
+  TestClock clock_;
   ScopedClock use_clock_{clock_};
   ConfiguredMachine machine_;
   ScopedMachine use_machine_{machine_};
