@@ -28,10 +28,12 @@ bench: tools-needed
 	build/bench/bench/tq_bench
 
 format:
+	@scripts/install-packages clang-format
 	git ls-files '*.h' '*.cpp' | xargs clang-format -i
 
 lint: build
-	git ls-files '*.cpp' | grep -v '^fuzz/' | xargs clang-tidy -quiet -p build/$(PRESET)
+	@scripts/install-packages clang-tidy
+	git ls-files '*.cpp' | grep -v '^bench/' | xargs run-clang-tidy -quiet -p build/$(PRESET)
 
 install: build
 	cmake --install build/$(PRESET) --prefix $(PREFIX)

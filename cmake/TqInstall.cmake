@@ -1,4 +1,4 @@
-# Installs the two libraries, the headers (with the folders that their includes name) and the package files, so that a
+# Installs the shared library, the headers (with the folders that their includes name) and the package files, so that a
 # program finds them with find_package(vk.tq.commonlib) and links vk::tq::commonlib.
 include(CMakePackageConfigHelpers)
 

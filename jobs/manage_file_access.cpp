@@ -105,6 +105,13 @@ bool IsFileOfJob(const CString& path) {
   return base.size() < path.size() && pieces.name.size() + pieces.extension.size() > 0;
 }
 
+// A reader takes the last three characters of a name: no other number can be told from it again.
+void RequireStatusInName(int status) {
+  if (status >= 0 && status <= 999) return;
+  SetLastError(kErrorInvalidParameter);
+  throw std::runtime_error("the status does not fit three digits");
+}
+
 // The number in the last three characters of a file name.
 int NumberOfName(const CString& name) {
   return ParseInt(name.size() > 3 ? name.substr(name.size() - 3) : name);
@@ -390,6 +397,7 @@ int CManageFileAccess::WriteManageFileStatus(int flag) {
                     [&](int& result) {
                       const CString base = BasePath(info_file_name_);
                       RequireJobName(base);
+                      if (flag == 0) RequireStatusInName(record_.ManageStatus);
                       const CString new_name = flag != 0
                                                    ? Format(L"%s.099", base)
                                                    : Format(L"%s.%03d", base, record_.ManageStatus);

@@ -21,7 +21,8 @@ namespace vk::tq {
 /// Results are 1 for success and 0 for failure, and nothing is thrown. "Locked" operations hold the
 /// mutex "Global\KITORA_QTL_JOB_MANAGE" from start to end, one lock for all jobs of the machine,
 /// and wait up to 60000 ms for it; without it they do nothing and give 0, with a line at level 5
-/// (120600200, 120600210). A failure leaves a line at level 5 with a number from 120600010 on and
+/// (120600200, 120600210). So does the first operation after a process that ended while it held the
+/// lock: it gives the lock back in a sound state, and the next attempt succeeds. A failure leaves a line at level 5 with a number from 120600010 on and
 /// "CManageFileAccess::" and the operation as its function; an exception that reaches a public
 /// operation leaves one at level 4.
 class TQ_EXPORT CManageFileAccess : public CObject, private LockOperations {
@@ -32,8 +33,10 @@ class TQ_EXPORT CManageFileAccess : public CObject, private LockOperations {
   /// Binds the object to a job. `name` is the job's path with any extension or none: the object
   /// ends up on the job's existing numbered file, and on B.000 when there is none. The record has
   /// its defaults, so ManageStatus is 0 until a read. With null the object has no name.
-  /// A path without a name in its last component, or with a component of more than 255 characters,
-  /// stands for no job: nothing is written for it.
+  ///
+  /// What follows the last point of the name is taken for an extension: "v1.2" and "v1.3" are the
+  /// job "v1". A path without a name in its last component, or with a name or directory of more
+  /// than 255 characters, stands for no job: nothing is written for it.
   explicit CManageFileAccess(const wchar_t* name);
   ~CManageFileAccess() override;
   CManageFileAccess(const CManageFileAccess&) = default;
@@ -59,24 +62,29 @@ class TQ_EXPORT CManageFileAccess : public CObject, private LockOperations {
 
   /// Makes the record's status visible: renames the numbered file, and with a status of 95 to 99
   /// writes the status file and lets the groups "users" and "power users" use it. A name that
-  /// another file has is never replaced: the old name stays, and the result is 0. Locked.
+  /// another file has is never replaced: the old name stays, and the result is 0, as for a status
+  /// outside 0 to 999. The keys of the status file are those of the record alone: no read fills
+  /// them. A status file that cannot be written does not make the change fail. Locked.
   int WriteStatus();
 
   /// Reads the numbered file into the record. An element that is missing leaves its field as it
   /// was; spoolsize is 0 then. tavocopy becomes "0" unless it is "1", tavocopyerr unless it is "1"
-  /// or "2". Text that is no XML counts as a document without elements. Locked.
+  /// or "2". Text that is no XML, such as what another key file or a torn file gives, counts as a
+  /// document without elements: the result is 1 all the same, and a field that the caller emptied
+  /// before tells whether anything was found. Locked.
   int ReadInformation();
 
   /// Writes the record's information into the numbered file under its present name. What cannot be
   /// made or enciphered leaves the old file as it was. Locked.
   int WriteInformation();
 
-  /// ReadStatus and ReadInformation under one lock; both are tried. 0, without a line, when no file
-  /// of the job exists.
+  /// ReadStatus and ReadInformation under one lock; both are tried. 0 when no file of the job exists,
+  /// without a line, or when its folder is missing.
   int ReadAll();
 
   /// WriteInformation, then the rename and status file of WriteStatus, under one lock: whoever sees
-  /// the new extension finds the new contents. With a flag that is not 0 the new extension is 099,
+  /// the new extension finds the new contents. A process that is killed between the two steps leaves
+  /// the new contents under the old extension. With a flag that is not 0 the new extension is 099,
   /// whatever the status.
   int WriteAll();
   int WriteAll(int flag);

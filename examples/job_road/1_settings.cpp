@@ -53,7 +53,7 @@ void ReadTheSettings(Road& road) {
       "missing.");
   Say("Printer server " + Narrow(road.settings.P1) + ", FTP user " + Narrow(road.settings.P2) +
       ", backlog " + std::to_string(road.settings.SocketBackLog) + " in place of 20000.");
-  road.log.ShowLast(4);
+  road.log.ShowOnly("バックログ");
 
   const std::string rules = "13,10\n59,3,\"両面,白黒\"\n81,45\n86,60\n";
   std::ofstream(road.product.native("system.csv")) << rules;

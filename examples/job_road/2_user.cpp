@@ -30,7 +30,8 @@ int AskForTheUser(Road& road) {
   std::wstring account;
   const int type =
       CEnableUsersAccessor::GetInstance()->GetEnableUserType(road.job_user, L"suzuki", account);
-  Say("User " + Narrow(road.job_user) + ": list " + std::to_string(type) + ", account \"" +
+  const char* const lists[] = {"no list", "ChangeUsers", "LogOnlyUsers", "PcLogonQueryUsers"};
+  Say("User " + Narrow(road.job_user) + " stands in " + lists[type] + ", account \"" +
       Narrow(account) + "\"");
   road.log.Show();
   road.account = account;

@@ -39,6 +39,9 @@ void HoldTheJob(Road& road) {
 // too.
 void ChangeTheStatus(Road& road) {
   Chapter("5. The job moves on, and a second process watches");
+  Say("From 95 to 99 a status file is written too, for the groups users and power users. A "
+      "machine");
+  Say("without a group of that name leaves a line at level 2, which does no harm.");
   for (const int status : {5, 96, 97, 99}) {
     CManageFileAccess job(road.job.c_str());
     job.GetManageData().ManageStatus = status;

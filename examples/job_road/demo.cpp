@@ -157,6 +157,15 @@ void LogStage::ShowLast(std::size_t count) {
   lines.clear();
 }
 
+void LogStage::ShowOnly(std::string_view text) {
+  {
+    const std::lock_guard lock(store_->mutex);
+    std::erase_if(store_->lines,
+                  [&](const std::string& line) { return line.find(text) == std::string::npos; });
+  }
+  Show();
+}
+
 std::vector<std::wstring> LogStage::events() const {
   const std::lock_guard lock(store_->mutex);
   return store_->events;

@@ -55,6 +55,8 @@ class LogStage {
   // Prints what has been logged since the last call, or only the last lines of it.
   void Show();
   void ShowLast(std::size_t count);
+  // The same, but only the lines that hold a text.
+  void ShowOnly(std::string_view text);
   // The events so far.
   std::vector<std::wstring> events() const;
 

@@ -48,10 +48,9 @@ bool ReplacementFile::Open(const std::wstring& path) {
 }
 
 bool ReplacementFile::Create(mode_t mode) {
-  const std::string folder = ParentOf(target_);
-  temporary_ = folder + "/" + TemporaryName();
-  file_.Reset(open(folder.c_str(), O_TMPFILE | O_WRONLY | O_CLOEXEC, mode));
-  if (file_ && access(DescriptorPath(file_.get()).c_str(), F_OK) == 0) return true;
+  temporary_ = ParentOf(target_) + "/" + TemporaryName();
+  file_ = MakeUnnamedFile(target_, O_WRONLY, mode);
+  if (file_) return true;
   file_.Reset(open(temporary_.c_str(), O_CREAT | O_EXCL | O_WRONLY | O_CLOEXEC | O_NOFOLLOW, mode));
   if (!file_) return errno == ENOENT ? Fail(kErrorPathNotFound) : FailWithErrno();
   is_named_ = true;
@@ -88,13 +87,9 @@ bool ReplacementFile::TakeRights() {
 
 bool ReplacementFile::PutInPlace() {
   if (!is_named_) {
-    const std::string unnamed = DescriptorPath(file_.get());
-    const auto link_as = [&](const std::string& name) {
-      return linkat(AT_FDCWD, unnamed.c_str(), AT_FDCWD, name.c_str(), AT_SYMLINK_FOLLOW) == 0;
-    };
-    if (link_as(target_)) return true;
+    if (NameFile(file_.get(), target_)) return true;
     if (errno != EEXIST) return FailWithErrno();
-    if (!link_as(temporary_)) return FailWithErrno();
+    if (!NameFile(file_.get(), temporary_)) return FailWithErrno();
     is_named_ = true;
   }
   if (rename(temporary_.c_str(), target_.c_str()) != 0) return FailWithErrno();

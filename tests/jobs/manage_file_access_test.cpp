@@ -362,6 +362,16 @@ TEST_F(ManageFileAccessTest, AStatusFileHoldsEachTextOnOneLine) {
   EXPECT_EQ(97, reader.GetManageData().ManageStatus);
 }
 
+TEST_F(ManageFileAccessTest, AStatusOfMoreThanThreeDigitsIsRefused) {
+  MakeJob(5);
+  for (const int status : {1000, -1}) {
+    CManageFileAccess job(Base().c_str());
+    job.GetManageData().ManageStatus = status;
+    EXPECT_EQ(0, job.WriteStatus());
+    EXPECT_THAT(Family(), ElementsAre("B.005"));
+  }
+}
+
 TEST_F(ManageFileAccessTest, APathThatStandsForNoJobIsNotWritten) {
   Put(".profile", "somebody's");
   for (const std::wstring& name :
