@@ -46,8 +46,9 @@ void FtpServer::WriteConfiguration() const {
               "tester:" + std::string(kPasswordHash) + ":" + ids + "::" + home() + ":/bin/sh\n");
   std::filesystem::permissions(folder_.native("accounts"), std::filesystem::perms::owner_read);
   std::ostringstream text;
-  text << "ServerName test\nServerType inetd\nDefaultServer on\nPort " << port() << "\nUser "
-       << UserName() << "\nGroup " << GroupName() << "\nAuthOrder mod_auth_file.c\nAuthPAM off\n"
+  text << "ServerName test\nServerType inetd\nDefaultServer on\n"
+       << "DefaultAddress 127.0.0.1\nPort " << port() << "\nUser " << UserName() << "\nGroup "
+       << GroupName() << "\nAuthOrder mod_auth_file.c\nAuthPAM off\n"
        << "AuthUserFile " << folder_.native("accounts") << "\nRootLogin on\n"
        << "RequireValidShell off\nUseFtpUsers off\nUseReverseDNS off\nUseEncoding off\n"
        << "AllowOverwrite on\nDelayEngine off\nWtmpLog off\nScoreboardFile none\n"
