@@ -8,9 +8,9 @@
 namespace vk::tq {
 
 /// Where a field is stored: "extension" is the number in the name of the job's numbered file, "XML"
-/// an element of the same name in that file, "INI" a key of the same name in the status file,
-/// which is written and never read back. The
-/// values that stand here are those that `CManageFileAccess::InitManageData` gives.
+/// an element of the same name in that file, "INI" a key of the same name in the status file, which
+/// is written and never read back. The values that stand here are those that
+/// `CManageFileAccess::InitManageData` gives.
 struct MANAGE_FILE {
   std::int32_t ManageStatus = 0;  ///< extension, INI: the status, 0 to 999
   CString NotifyName;             ///< XML: name used to notify the user

@@ -22,9 +22,9 @@ namespace vk::tq {
 /// mutex "Global\KITORA_QTL_JOB_MANAGE" from start to end, one lock for all jobs of the machine,
 /// and wait up to 60000 ms for it; without it they do nothing and give 0, with a line at level 5
 /// (120600200, 120600210). So does the first operation after a process that ended while it held the
-/// lock: it gives the lock back in a sound state, and the next attempt succeeds. A failure leaves a line at level 5 with a number from 120600010 on and
-/// "CManageFileAccess::" and the operation as its function; an exception that reaches a public
-/// operation leaves one at level 4.
+/// lock: it gives the lock back in a sound state, and the next attempt succeeds. A failure leaves a
+/// line at level 5 with a number from 120600010 on and "CManageFileAccess::" and the operation as
+/// its function; an exception that reaches a public operation leaves one at level 4.
 class TQ_EXPORT CManageFileAccess : public CObject, private LockOperations {
  public:
   /// The wait for the lock, in milliseconds.
