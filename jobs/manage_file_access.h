@@ -78,14 +78,14 @@ class TQ_EXPORT CManageFileAccess : public CObject, private LockOperations {
   /// made or enciphered leaves the old file as it was. Locked.
   int WriteInformation();
 
-  /// ReadStatus and ReadInformation under one lock; both are tried. 0 when no file of the job exists,
-  /// without a line, or when its folder is missing.
+  /// ReadStatus and ReadInformation under one lock; both are tried. 0 when no file of the job
+  /// exists, without a line, or when its folder is missing.
   int ReadAll();
 
   /// WriteInformation, then the rename and status file of WriteStatus, under one lock: whoever sees
-  /// the new extension finds the new contents. A process that is killed between the two steps leaves
-  /// the new contents under the old extension. With a flag that is not 0 the new extension is 099,
-  /// whatever the status.
+  /// the new extension finds the new contents. A process that is killed between the two steps
+  /// leaves the new contents under the old extension. With a flag that is not 0 the new extension
+  /// is 099, whatever the status.
   int WriteAll();
   int WriteAll(int flag);
 

@@ -97,8 +97,8 @@ class TQ_EXPORT CXml {
   /// Shift_JIS. A file that is missing or does not parse is left as it is: 1, and 130111. So is one
   /// that cannot be written: 1, and 130108.
   int InsertXMLValue(const CString& path, const CString& name, const CString& value);
-  /// Each pair in turn, also behind one that failed; 1 when one failed. A values array that is shorter than names throws
-  /// CInvalidArgException after the pairs before it have been saved.
+  /// Each pair in turn, also behind one that failed; 1 when one failed. A values array that is
+  /// shorter than names throws CInvalidArgException after the pairs before it have been saved.
   int InsertXMLValue(const CString& path, const CStringArray& names, const CStringArray& values);
 
   /// Replaces the texts of the named elements of the first record; names that it lacks are passed
