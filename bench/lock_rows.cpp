@@ -52,6 +52,9 @@ Contest UncontendedContest() {
 
 constexpr int kProcesses = 4;
 constexpr int kTakes = 10'000;
+// How long each holds the mutex, in nanoseconds: about as long as ReadAll does. The others are
+// asleep by then, so that a hand-over is one to a process that waits.
+constexpr std::int64_t kHold = 30'000;
 
 std::int64_t Now() { return std::chrono::steady_clock::now().time_since_epoch().count(); }
 
@@ -74,8 +77,7 @@ class Mutex {
 using Open = std::function<std::unique_ptr<Mutex>()>;
 
 // Takes the mutex until it has been taken often enough by all. Whoever had it lets somebody else
-// have it before asking again, so that every take is a hand-over from another process, and the
-// others wait in the kernel meanwhile.
+// have it before asking again, so that every take is a hand-over from another process.
 void TakeInTurn(Shared& shared, Mutex& mutex) {
   ++shared.asking;
   for (;;) {
@@ -86,6 +88,8 @@ void TakeInTurn(Shared& shared, Mutex& mutex) {
     if (number > 1 && number <= kTakes) {
       shared.hand_overs += taken - shared.released;
       shared.longest_wait = std::max(shared.longest_wait.load(), taken - asked);
+    }
+    while (Now() - taken < kHold) {
     }
     shared.released = Now();
     mutex.Release();

@@ -1,6 +1,7 @@
 #include "settings/system_setting.h"
 
 #include <algorithm>
+#include <array>
 #include <cstddef>
 #include <iterator>
 #include <string>
@@ -28,6 +29,16 @@ enum Treatment {
 constexpr int Treated(Treatment treatment, int number) {
   if (treatment == kLowFourBits) return number & 0x0F;
   if (treatment == kOneToSix) return number >= 1 && number <= 6 ? number : 0;
+  return number;
+}
+
+// The number that up to three digits are, 0 for any other text.
+constexpr std::size_t NumberOf(std::wstring_view key) {
+  std::size_t number = 0;
+  for (const wchar_t c : key) {
+    if (c < L'0' || c > L'9' || number > 99) return 0;
+    number = 10 * number + static_cast<std::size_t>(c - L'0');
+  }
   return number;
 }
 
@@ -72,6 +83,17 @@ struct CSystemSetting::Items {
                                                       &S::GetUseTray3_};
   static constexpr CString CSystemSetting::*kNameTray[] = {&S::GetNameTray1_, &S::GetNameTray2_,
                                                            &S::GetNameTray3_};
+
+  // By number: where the settings of a key may begin, which stand next to each other. A file has
+  // many more rows than there are settings, and each asks.
+  static constexpr auto kPlaces = [] {
+    std::array<const Item*, 1000> places{};
+    places.fill(std::end(kAll));
+    for (const Item* item = std::end(kAll); item-- != std::begin(kAll);) {
+      places[NumberOf(item->key)] = item;
+    }
+    return places;
+  }();
 };
 
 CSystemSetting::CSystemSetting(const wchar_t* path, unsigned int flags)
@@ -89,8 +111,9 @@ int CSystemSetting::LoadFile() {
 void CSystemSetting::StoreRow() {
   const CString& key = row_[0];
   Log4cxxMgr::LogOutDetail(1, 101300010, kLoadFile, __LINE__, kItemKey, key);
-  for (const Item& item : Items::kAll) {
-    if (item.key == key) StoreItem(item);
+  for (const Item* item = Items::kPlaces[NumberOf(key)];
+       item != std::end(Items::kAll) && item->key == key; ++item) {
+    StoreItem(*item);
   }
 }
 

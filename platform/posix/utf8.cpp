@@ -150,6 +150,33 @@ Byte* Write(char32_t c, Byte* to) {
 
 std::size_t LengthOf(char32_t c) { return c < 0x80 ? 1 : c < 0x800 ? 2 : c < 0x10000 ? 3 : 4; }
 
+// Whether a block is ASCII without a NUL.
+bool IsAscii(std::wstring_view block) {
+  std::uint32_t others = 0;
+  for (const wchar_t unit : block) {
+    const auto c = static_cast<std::uint32_t>(unit);
+    others |= c | (c - 1);
+  }
+  return others < 0x80;
+}
+
+// What the characters of a block are; without a branch for each, and short enough for the compiler
+// to make good use of vector instructions.
+struct Block {
+  std::uint32_t more = 0;       // bytes beyond one for each character, when there are no others
+  std::uint32_t has_nul = 0;    // not zero when there is one
+  std::uint32_t has_other = 0;  // not zero when there is one above U+D7FF
+
+  explicit Block(std::wstring_view text) {
+    for (const wchar_t unit : text) {
+      const auto c = static_cast<std::int32_t>(unit);
+      more += static_cast<std::uint32_t>(c > 0x7F) + static_cast<std::uint32_t>(c > 0x7FF);
+      has_nul |= static_cast<std::uint32_t>(c == 0);
+      has_other |= static_cast<std::uint32_t>(c > 0xD7FF) | static_cast<std::uint32_t>(c < 0);
+    }
+  }
+};
+
 // The number of bytes that a block has in UTF-8 beyond one for each character; nothing when it
 // holds a surrogate or what lies beyond Unicode.
 std::optional<std::size_t> CountMoreBytes(std::wstring_view block) {
@@ -169,19 +196,20 @@ std::size_t CountUtf8(std::wstring_view& text, bool ends_at_nul) {
   std::size_t size = 0;
   for (std::size_t index = 0; index < text.size();) {
     const std::wstring_view block = text.substr(index, kBlock);
-    std::uint32_t all = 0;
-    std::uint32_t below_one = 0;
-    for (const wchar_t c : block) {
-      all |= static_cast<std::uint32_t>(c);
-      below_one |= static_cast<std::uint32_t>(c) - 1;
+    const std::size_t end = index + block.size();
+    if (block.front() < 0x80 && IsAscii(block)) {
+      size += block.size();
+      index = end;
+      continue;
     }
-    if (ends_at_nul && below_one >> 31 != 0 && block.find(L'\0') != std::wstring_view::npos) {
+    const Block seen(block);
+    if (ends_at_nul && seen.has_nul != 0) {
       text = text.substr(0, index + block.find(L'\0'));
       ends_at_nul = false;
       continue;
     }
-    const std::size_t end = index + block.size();
-    if (const std::optional<std::size_t> more = all < 0x80 ? 0 : CountMoreBytes(block)) {
+    if (const std::optional<std::size_t> more =
+            seen.has_other == 0 ? seen.more : CountMoreBytes(block)) {
       size += block.size() + *more;
       index = end;
     }
