@@ -65,13 +65,20 @@ struct Transfer : Workspace {
 
 constexpr const char* kAccount = "tester:geheim secret";
 
-// One handle keeps one connection.
+// One transfer after the other; the handle of all keeps the connection. It is driven here and not
+// by curl_easy_perform, which now and then waits a whole second for a reply that has come.
 class Curl {
  public:
-  Curl() : handle_(curl_easy_init()) { curl_easy_setopt(handle_, CURLOPT_USERPWD, kAccount); }
+  Curl() : all_(curl_multi_init()), handle_(curl_easy_init()) {
+    curl_easy_setopt(handle_, CURLOPT_USERPWD, kAccount);
+    curl_easy_setopt(handle_, CURLOPT_UPLOAD, 1L);
+  }
   Curl(const Curl&) = delete;
   Curl& operator=(const Curl&) = delete;
-  ~Curl() { curl_easy_cleanup(handle_); }
+  ~Curl() {
+    curl_easy_cleanup(handle_);
+    curl_multi_cleanup(all_);
+  }
 
   void Put(const std::string& path, const std::string& url) {
     FILE* const file = fopen(path.c_str(), "rb");
@@ -79,15 +86,31 @@ class Curl {
     struct stat status {};
     fstat(fileno(file), &status);
     curl_easy_setopt(handle_, CURLOPT_URL, url.c_str());
-    curl_easy_setopt(handle_, CURLOPT_UPLOAD, 1L);
     curl_easy_setopt(handle_, CURLOPT_READDATA, file);
     curl_easy_setopt(handle_, CURLOPT_INFILESIZE_LARGE, static_cast<curl_off_t>(status.st_size));
-    const CURLcode code = curl_easy_perform(handle_);
+    const CURLcode code = Perform();
     fclose(file);
     Require(code == CURLE_OK, curl_easy_strerror(code));
   }
 
  private:
+  CURLcode Perform() {
+    constexpr int kMostMilliseconds = 1;
+    curl_multi_add_handle(all_, handle_);
+    int running = 1;
+    for (;;) {
+      curl_multi_perform(all_, &running);
+      if (running == 0) break;
+      curl_multi_poll(all_, nullptr, 0, kMostMilliseconds, nullptr);
+    }
+    int left = 0;
+    const CURLMsg* const message = curl_multi_info_read(all_, &left);
+    const CURLcode code = message != nullptr ? message->data.result : CURLE_FAILED_INIT;
+    curl_multi_remove_handle(all_, handle_);
+    return code;
+  }
+
+  CURLM* all_;
   CURL* handle_;
 };
 
