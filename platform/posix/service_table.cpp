@@ -1,15 +1,62 @@
 #include "platform/service_table.h"
 
+#include <algorithm>
 #include <array>
 #include <atomic>
+#include <charconv>
+#include <string>
+#include <string_view>
+
+#include "platform/path.h"
 
 namespace vk::tq {
 namespace {
 
-std::array<std::atomic<std::uint16_t>, 2> ports = {std::uint16_t{21}, std::uint16_t{53}};
+struct KnownService {
+  std::string_view name;
+  std::uint16_t well_known_port;
+};
+
+// In the order of Service.
+constexpr std::array<KnownService, 2> kServices = {{{"ftp", 21}, {"dns", 53}}};
+
+class Ports {
+ public:
+  Ports() {
+    for (std::size_t i = 0; i < kServices.size(); ++i) ports_[i] = kServices[i].well_known_port;
+    const std::string words = EnvironmentOverride("TQ_SERVICE_PORTS").value_or(std::string());
+    for (std::size_t begin = 0; begin < words.size();) {
+      const std::size_t end = std::min(words.find(' ', begin), words.size());
+      Take(std::string_view(words).substr(begin, end - begin));
+      begin = end + 1;
+    }
+  }
+
+  std::atomic<std::uint16_t>& operator[](Service service) {
+    return ports_[static_cast<std::size_t>(service)];
+  }
+
+ private:
+  // A word is "name=port"; any other is passed over.
+  void Take(std::string_view word) {
+    const std::string_view name = word.substr(0, word.find('='));
+    if (name.size() == word.size()) return;
+    const char* const digits = word.data() + name.size() + 1;
+    const char* const end = word.data() + word.size();
+    std::uint16_t port = 0;
+    const auto [stop, error] = std::from_chars(digits, end, port);
+    if (error != std::errc() || stop != end || port == 0) return;
+    for (std::size_t i = 0; i < kServices.size(); ++i) {
+      if (kServices[i].name == name) ports_[i] = port;
+    }
+  }
+
+  std::array<std::atomic<std::uint16_t>, kServices.size()> ports_;
+};
 
 std::atomic<std::uint16_t>& PortOf(Service service) noexcept {
-  return ports[static_cast<std::size_t>(service)];
+  static Ports ports;
+  return ports[service];
 }
 
 }  // namespace
