@@ -1,0 +1,35 @@
+// A small shared printer server for tests and examples.
+#pragma once
+
+#include <cstdint>
+#include <functional>
+#include <string>
+
+#include "support/loopback_server.h"
+
+namespace vk::tq::testing {
+
+// Speaks the protocol of docs/wire-protocol.md on a loopback port that the kernel chose. It tells
+// its time in UTC, and lets its owner decide about everything else.
+class SharedPrinterServer {
+ public:
+  struct Request {
+    std::string command;   // "CS01" delivers a file, "CS06" asks for a print-out
+    std::string name;      // of the file
+    std::string contents;  // the file, or the XML text that names the job
+  };
+  // Whether a request is accepted. It is called by the server's thread.
+  using Decision = std::function<bool(const Request& request)>;
+
+  explicit SharedPrinterServer(Decision decide);
+
+  std::uint16_t port() const { return server_.port(); }
+
+ private:
+  void Answer(Peer& client) const;
+
+  Decision decide_;
+  LoopbackServer server_;
+};
+
+}  // namespace vk::tq::testing
