@@ -3,7 +3,7 @@
 PRESET ?= release
 PREFIX ?= /usr/local
 
-.PHONY: demo test bench format lint install build configure tools-needed
+.PHONY: demo test bench coverage format lint install build configure tools-needed
 .DEFAULT_GOAL := build
 
 tools-needed:
@@ -26,6 +26,11 @@ bench: tools-needed
 	cmake --preset bench
 	cmake --build --preset bench
 	build/bench/bench/tq_bench
+
+# Runs every test and tells which lines and branches of the library they reach.
+coverage:
+	@scripts/install-packages gcovr
+	@scripts/coverage
 
 format:
 	@scripts/install-packages clang-format

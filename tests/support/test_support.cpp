@@ -16,6 +16,9 @@
 #include "platform/path.h"
 #include "platform/text.h"
 
+// Writes the coverage data; there only where the program is built for coverage.
+extern "C" [[gnu::weak]] void __gcov_dump();
+
 namespace vk::tq::testing {
 
 namespace fs = std::filesystem;
@@ -250,6 +253,7 @@ ChildProcess::ChildProcess(const std::function<int()>& work) : pid_(fork()) {
       code = work();
     } catch (...) {
     }
+    if (__gcov_dump != nullptr) __gcov_dump();
     _exit(code);
   }
 }
