@@ -161,6 +161,7 @@ class Place {
   Place() { TakeStep(); }
   explicit Place(const wchar_t* at) : at_(at) {}
   Place(const Place& other) : at_(other.at_) { TakeStep(); }
+  // NOLINTNEXTLINE(bugprone-unhandled-self-assignment): it does no harm
   Place& operator=(const Place& other) {
     TakeStep();
     at_ = other.at_;

@@ -158,6 +158,9 @@ class LockOperations {
 
   struct Held {
     HANDLE mutex = nullptr;
+    Held() = default;
+    Held(const Held&) = delete;
+    Held& operator=(const Held&) = delete;
     ~Held() {
       if (mutex != nullptr) RelMutex(mutex);
     }

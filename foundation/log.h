@@ -35,6 +35,9 @@ struct LogRecord {
 /// What a sink throws is dropped. It is called by any thread, also by several at once.
 class TQ_EXPORT LogSink {
  public:
+  LogSink() = default;
+  LogSink(const LogSink&) = delete;
+  LogSink& operator=(const LogSink&) = delete;
   virtual ~LogSink();
   virtual void Write(const LogRecord& record) = 0;
 };
@@ -42,6 +45,9 @@ class TQ_EXPORT LogSink {
 /// Takes the events in place of the default, the system log.
 class TQ_EXPORT EventSink {
  public:
+  EventSink() = default;
+  EventSink(const EventSink&) = delete;
+  EventSink& operator=(const EventSink&) = delete;
   virtual ~EventSink();
   /// `is_shared` tells EventLogOutShared from EventLogOut.
   virtual void Write(unsigned long event_id, std::wstring_view message, bool is_shared) = 0;

@@ -419,6 +419,7 @@ void CManageFileAccess::WriteStatusFile(const CString& path) {
   Log4cxxMgr::LogOutDetail(2, 0, kFunction, __LINE__,
                            L"管理ファイル1（ステータス）を作成しました。管理ファイル名：" + path);
   std::vector<ProfileValue> values;
+  values.reserve(std::size(kStatusKeys));
   for (const StatusKey& key : kStatusKeys) {
     values.push_back({key.section, key.name, ValueOf(key, record_)});
   }

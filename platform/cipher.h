@@ -27,6 +27,9 @@ class AesCbc {
   AesCbc(CipherDirection direction, std::span<const unsigned char, kAesKeySize> key,
          std::span<const unsigned char, kAesBlockSize> initial);
   AesCbc(AesCbc&&) noexcept;
+  AesCbc(const AesCbc&) = delete;
+  AesCbc& operator=(const AesCbc&) = delete;
+  AesCbc& operator=(AesCbc&&) = delete;
   ~AesCbc();
 
   /// One run, which starts from the initial block; each call is a run of its own. The output is as

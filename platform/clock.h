@@ -8,6 +8,9 @@ namespace vk::tq {
 /// A source of time. Tests install one of their own in place of the machine's.
 class Clock {
  public:
+  Clock() = default;
+  Clock(const Clock&) = delete;
+  Clock& operator=(const Clock&) = delete;
   virtual ~Clock();
   /// Seconds since 1970-01-01 UTC.
   virtual std::int64_t Now() = 0;

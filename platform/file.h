@@ -41,6 +41,8 @@ bool IsSameFile(const std::wstring& left, const std::wstring& right);
 class InputFile {
  public:
   InputFile() = default;
+  InputFile(const InputFile&) = delete;
+  InputFile& operator=(const InputFile&) = delete;
   InputFile(InputFile&& other) noexcept;
   InputFile& operator=(InputFile&& other) noexcept;
   ~InputFile();

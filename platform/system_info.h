@@ -63,6 +63,9 @@ inline constexpr std::uint16_t kArchitectureX64 = 9;
 /// give it as their result.
 class Machine {
  public:
+  Machine() = default;
+  Machine(const Machine&) = delete;
+  Machine& operator=(const Machine&) = delete;
   virtual ~Machine();
 
   virtual bool Version(SystemVersion& version);

@@ -80,6 +80,8 @@ class XmlDocument {
  public:
   /// An empty document, without a root.
   XmlDocument();
+  XmlDocument(const XmlDocument&) = delete;
+  XmlDocument& operator=(const XmlDocument&) = delete;
   XmlDocument(XmlDocument&&) noexcept;
   XmlDocument& operator=(XmlDocument&&) noexcept;
   ~XmlDocument();

@@ -89,7 +89,8 @@ struct CSystemSetting::Items {
   static constexpr auto kPlaces = [] {
     std::array<const Item*, 1000> places{};
     places.fill(std::end(kAll));
-    for (const Item* item = std::end(kAll); item-- != std::begin(kAll);) {
+    for (const Item* item = std::end(kAll); item != std::begin(kAll);) {
+      --item;
       places[NumberOf(item->key)] = item;
     }
     return places;

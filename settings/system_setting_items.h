@@ -41,6 +41,7 @@ TQ_NUMBER(37, GetUserRegistExpireDay, int, 999, kStored, L"ユーザ登録の有
           "validity of a user registration")
 TQ_NUMBER(38, GetEnableUserIDRegex, int, 0, kStored, L"Windowsアカウントの一部利用機能　有効/無効",
           "partial use of the Windows account on or off")
+// NOLINTNEXTLINE(readability-redundant-string-init): every text has its default here
 TQ_TEXT(38, GetUserIDRegexPattern, L"", kStored, L"ユーザID抽出用正規表現パターン",
         "regular expression that extracts the user ID")
 TQ_NUMBER(15, GetDefaultUserID, int, 0, kStored, L"デフォルトユーザIDにWindowsアカウントを使用する",

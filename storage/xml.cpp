@@ -190,11 +190,12 @@ int CXml::SelectXmlData(CString xml, RowArray* rows) {
   const WipeOnExit wipe(xml);
   return Read(kSelectRows, xml, [&](const XmlDocument& document) {
     if (rows == nullptr) throw XmlError(XmlError::kInvalidArgument);
+    // NOLINTNEXTLINE(clang-analyzer-cplusplus.NewDeleteLeaks): the rows own the columns
     for (const XmlElement& record : document.Select(m_strRecordPath)) {
       auto columns = std::make_unique<CMapStringToString>();
       for (const XmlElement& leaf : record.children()) (*columns)[leaf.name()] = leaf.text();
       rows->m_aRows.Add({columns.get()});
-      columns.release();
+      static_cast<void>(columns.release());
     }
   });
 }

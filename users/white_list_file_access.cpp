@@ -72,8 +72,9 @@ int CWhiteListFileAccess::Write(const CString& directory) const {
     const WipeOnExit wipe(text);
     for (int i = 0; i < m_arrKinds.GetSize(); ++i) {
       // A text ends at its first NUL, which would otherwise end the whole list.
-      text.append(m_arrKinds[i].c_str()).append(kLineEnd);
-      text.append(m_arrNames[i].c_str()).append(kLineEnd);
+      for (const CString* part : {&m_arrKinds[i], &m_arrNames[i]}) {
+        text.append(*part, 0, part->find(L'\0')).append(kLineEnd);
+      }
     }
     return CCrypto().CryptingStringWriter(text, ListPath(directory)) == 0 ? 1 : 0;
   } catch (...) {

@@ -47,6 +47,9 @@ struct AesCbc::Impl {
   std::unique_ptr<EVP_CIPHER_CTX, Free> context{EVP_CIPHER_CTX_new()};
   std::array<unsigned char, kAesBlockSize> initial{};
 
+  Impl() = default;
+  Impl(const Impl&) = delete;
+  Impl& operator=(const Impl&) = delete;
   ~Impl() { SecureZero(initial.data(), initial.size()); }
 };
 

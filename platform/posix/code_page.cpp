@@ -92,6 +92,7 @@ class Converter {
     if (is_open()) iconv_close(handle_);
   }
 
+  // NOLINTNEXTLINE(performance-no-int-to-ptr): POSIX defines the value so
   bool is_open() const { return handle_ != reinterpret_cast<iconv_t>(-1); }
 
   // Appends what the input gives, as far as it can be converted, and removes it from the input.

@@ -45,7 +45,7 @@ AccountId MakeAccount(Kind kind, id_t id) {
 struct Account {
   acl_tag_t tag;
   id_t id;
-  auto operator<=>(const Account&) const = default;
+  auto operator<=>(const Account&) const = default;  // NOLINT(modernize-use-nullptr): there is none
 };
 
 std::optional<Account> ParseAccount(const AccountId& account) {

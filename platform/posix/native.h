@@ -28,6 +28,8 @@ bool FailWithErrno() noexcept;
 class FileDescriptor {
  public:
   FileDescriptor() = default;
+  FileDescriptor(const FileDescriptor&) = delete;
+  FileDescriptor& operator=(const FileDescriptor&) = delete;
   explicit FileDescriptor(int descriptor) noexcept : descriptor_(descriptor) {}
   FileDescriptor(FileDescriptor&& other) noexcept : descriptor_(other.Release()) {}
   FileDescriptor& operator=(FileDescriptor&& other) noexcept {

@@ -54,6 +54,7 @@ struct ProfileText {
   explicit ProfileText(std::wstring whole_text);
   ProfileText(const ProfileText&) = delete;
   ProfileText& operator=(const ProfileText&) = delete;
+  ~ProfileText() = default;
 
   // The first section of a name, and the first key of a name in it.
   const Section* FindSection(std::wstring_view name) const;
@@ -70,7 +71,8 @@ struct ProfileText {
     std::uint32_t scope;
     std::uint32_t hash;
     std::uint32_t position;
-    auto operator<=>(const IndexEntry&) const = default;
+    auto operator<=>(const IndexEntry&) const =
+        default;  // NOLINT(modernize-use-nullptr): there is none
   };
 
   template <class Item>
