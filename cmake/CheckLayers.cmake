@@ -1,5 +1,6 @@
 # Keeps the floors of the house apart: an include points to the same folder or to a floor below, and only platform/posix
-# includes headers of the operating system or of a third party.
+# includes headers of the operating system or of a third party. The tools stand outside: they include the public headers,
+# as any program does, and of other libraries' only CLI11; terminal.cpp may use the system.
 #   cmake -D ROOT=<source folder> -P CheckLayers.cmake
 cmake_minimum_required(VERSION 3.25)
 
@@ -27,5 +28,27 @@ foreach(floor IN ITEMS platform foundation storage jobs settings users transport
         message(SEND_ERROR "${source}: ${line} is no header of the standard library")
       endif()
     endforeach()
+  endforeach()
+endforeach()
+
+# Beside its own headers a tool includes those that a program is meant to include.
+set(public_headers platform/types.h platform/error.h platform/secure_memory.h)
+file(STRINGS ${ROOT}/README.md rows REGEX "^\\| `[a-z]+/[a-z_]+[.]h`")
+foreach(row IN LISTS rows)
+  string(REGEX MATCHALL "[a-z]+/[a-z_]+[.]h" named "${row}")
+  list(APPEND public_headers ${named})
+endforeach()
+file(GLOB sources RELATIVE ${ROOT} ${ROOT}/tools/*/*.h ${ROOT}/tools/*/*.cpp)
+foreach(source IN LISTS sources)
+  file(STRINGS ${ROOT}/${source} lines REGEX "^#include ")
+  foreach(line IN LISTS lines)
+    string(REGEX REPLACE "^#include .([^>\"]*).*" "\\1" header "${line}")
+    if(line MATCHES "<")
+      if(header MATCHES "[./]" AND NOT header STREQUAL "CLI/CLI.hpp" AND NOT source MATCHES "/terminal.cpp$")
+        message(SEND_ERROR "${source}: ${line} is no header of the standard library")
+      endif()
+    elseif(NOT header MATCHES "^tqctl/" AND NOT header IN_LIST public_headers)
+      message(SEND_ERROR "${source}: ${line} is no public header")
+    endif()
   endforeach()
 endforeach()

@@ -1,0 +1,29 @@
+// The library's own log lines.
+#pragma once
+
+#include <memory>
+#include <mutex>
+#include <string>
+
+#include "foundation/log.h"
+
+namespace tqctl {
+
+// Keeps the text of the last line that tells of a failure, and shows every line on standard error
+// when it is asked to.
+class LibraryLog : public vk::tq::LogSink {
+ public:
+  explicit LibraryLog(bool is_shown) : is_shown_(is_shown) {}
+
+  void Write(const vk::tq::LogRecord& record) override;
+
+  // Empty when nothing failed.
+  std::wstring LastFailure() const;
+
+ private:
+  const bool is_shown_;
+  mutable std::mutex mutex_;
+  std::wstring last_failure_;
+};
+
+}  // namespace tqctl

@@ -1,0 +1,99 @@
+// tqctl: the command-line tool for people who install, support and debug the suite.
+#include <algorithm>
+#include <cstdio>
+#include <cstring>
+#include <string>
+
+#include "tqctl/command.h"
+#include "tqctl/library_log.h"
+#include "tqctl/text.h"
+
+namespace tqctl {
+namespace {
+
+constexpr void (*kNouns[])(CLI::App&, Context&) = {
+    AddJob,
+};
+
+// A failure, as people read it on standard error, or as the one JSON document.
+void Report(Context& context, const std::wstring& message, const std::wstring& library_says,
+            const std::wstring& advice) {
+  if (context.out.is_json()) {
+    Fields error = {{L"message", message}, {L"advice", advice}};
+    if (!library_says.empty()) error.emplace_back(L"log", library_says);
+    context.out.ShowJson(Json::Object{{L"error", ToJson(error)}});
+    return;
+  }
+  PrintError(Tone::kBad, L"tqctl: ", message);
+  if (!library_says.empty() && !context.is_verbose) {
+    PrintError(Tone::kFaint, L"  The library says: ", library_says);
+  }
+  PrintError(Tone::kPlain, L"  ", advice);
+}
+
+int ReportWrongUsage(Context& context, std::wstring message) {
+  if (!message.empty() && message.back() != L'.') message += L'.';
+  Report(context, message, L"", L"Add --help to the command to see what it takes.");
+  return kWrongUsage;
+}
+
+void Declare(CLI::App& app, Context& context) {
+  app.name("tqctl");
+  app.description("Works on jobs, settings, users and transfers of the print-management suite.");
+  app.set_help_flag("-h,--help", "Show this help");
+  app.set_version_flag("--version", TQCTL_VERSION, "Show the version");
+  app.add_flag_callback(
+      "--json", [&] { context.out.SetJson(true); }, "Show JSON, for programs");
+  app.add_flag("-v,--verbose", context.is_verbose, "Show the library's log lines too");
+  app.fallthrough();  // these may stand behind a command as well
+  app.footer("Every command also takes --json and -v; see tqctl --help.");
+  app.require_subcommand(1);
+  for (const auto add : kNouns) add(app, context);
+}
+
+int RunCommand(Context& context) {
+  const auto log = std::make_shared<LibraryLog>(context.is_verbose);
+  vk::tq::InstallLogSink(log);
+  try {
+    context.work();
+    context.out.Flush();
+    return context.status;
+  } catch (const Failure& failure) {
+    Report(context, failure.message, log->LastFailure(), failure.advice);
+  } catch (const std::exception& exception) {
+    Report(context, WideToShow(exception.what()), log->LastFailure(),
+           L"Run the command again with -v to see what happened before.");
+  }
+  std::fflush(stdout);
+  return kFailed;
+}
+
+int Main(int count, char** arguments) {
+  UseLocale();
+  Context context;
+  // Wrong usage is found before the options are read.
+  context.out.SetJson(std::any_of(arguments, arguments + count, [](const char* argument) {
+    return std::strcmp(argument, "--json") == 0;
+  }));
+  CLI::App app;
+  Declare(app, context);
+  try {
+    app.parse(count, arguments);
+  } catch (const CLI::Success& help) {
+    return app.exit(help);
+  } catch (const CLI::Error& error) {
+    return ReportWrongUsage(context, WideToShow(error.what()));
+  } catch (const UsageError& error) {
+    return ReportWrongUsage(context, error.message);
+  }
+  try {
+    return RunCommand(context);
+  } catch (const UsageError& error) {
+    return ReportWrongUsage(context, error.message);
+  }
+}
+
+}  // namespace
+}  // namespace tqctl
+
+int main(int count, char** arguments) { return tqctl::Main(count, arguments); }

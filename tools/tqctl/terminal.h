@@ -1,0 +1,56 @@
+// What the tool needs of the operating system beyond the library: the terminal, the kernel's counts
+// of a process, random bytes. terminal.cpp is the one file that includes headers of the system for
+// it.
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <string_view>
+#include <thread>
+
+#include "platform/secure_memory.h"
+
+namespace tqctl {
+
+// The name of the locale's encoding, for example UTF-8.
+std::string LocaleEncoding();
+
+// The columns of one character: 2 for a wide one, 0 for one that combines, else 1.
+std::size_t ColumnsOf(wchar_t character);
+
+enum class Stream { kOutput, kError };
+
+bool IsTerminal(Stream stream);
+
+// Whether colours may be used: on a terminal that is not dumb, unless NO_COLOR is set to something.
+bool HasColour(Stream stream);
+
+// A text that is wiped when it goes.
+struct Secret {
+  Secret() = default;
+  Secret(const Secret&) = delete;
+  Secret& operator=(const Secret&) = delete;
+
+  std::wstring text;
+  const vk::tq::WipeOnExit<std::wstring> wipe{text};
+};
+
+// A password: asked for on a terminal, which does not show it, else the first line of standard
+// input. Failure when there is none.
+void ReadPassword(std::wstring_view prompt, Secret& password);
+
+// Shows on a terminal how far a long call of the library has come. Such a call tells nothing before
+// its end, so the bar follows what the kernel counts: the bytes that this process has read from
+// files, or written to them. The bar goes when the object does.
+class Progress {
+ public:
+  enum class Counted { kRead, kWritten };
+
+  // Nothing is shown when standard error is no terminal, or the call ends at once.
+  Progress(std::wstring_view label, std::uint64_t bytes, Counted counted);
+
+ private:
+  std::jthread thread_;
+};
+
+}  // namespace tqctl
