@@ -1,6 +1,7 @@
 /// The record of a print job.
 #pragma once
 
+#include <array>
 #include <cstdint>
 
 #include "platform/types.h"
@@ -46,5 +47,54 @@ struct MANAGE_FILE {
   CString ErrorMessage;         ///< INI: error text, with an optional section 【対処】 (remedy)
   CString PrinterIpAddress;     ///< address of the printer, read from the second status file only
 };
+
+/// The elements of the numbered file that hold text, in the order in which they are written;
+/// spoolsize follows them.
+struct ManageFileText {
+  const wchar_t* name;
+  CString MANAGE_FILE::*field;
+};
+inline constexpr std::array<ManageFileText, 18> kManageFileTexts = {{
+    {L"NotifyName", &MANAGE_FILE::NotifyName},
+    {L"ip", &MANAGE_FILE::ip},
+    {L"printerno", &MANAGE_FILE::printerno},
+    {L"userno", &MANAGE_FILE::userno},
+    {L"userid", &MANAGE_FILE::userid},
+    {L"accountname", &MANAGE_FILE::accountname},
+    {L"printuserno", &MANAGE_FILE::printuserno},
+    {L"usergroupid", &MANAGE_FILE::usergroupid},
+    {L"color", &MANAGE_FILE::color},
+    {L"number", &MANAGE_FILE::number},
+    {L"jobid", &MANAGE_FILE::jobid},
+    {L"comment", &MANAGE_FILE::comment},
+    {L"portname", &MANAGE_FILE::portname},
+    {L"deviceuse", &MANAGE_FILE::deviceuse},
+    {L"printername", &MANAGE_FILE::printername},
+    {L"tavocopy", &MANAGE_FILE::tavocopy},
+    {L"copiedjobid", &MANAGE_FILE::copiedjobid},
+    {L"tavocopyerr", &MANAGE_FILE::tavocopyerr},
+}};
+
+/// The keys of the status file in the order in which they are written. A key has a number or a
+/// text; LocalTimeoutUnsent has neither: it is LocalTimeoutUnsentAuthPrint when AuthPrintFlag is 1,
+/// else LocalTimeoutUnsentLogPrint.
+struct StatusFileKey {
+  const wchar_t* section;
+  const wchar_t* name;
+  std::int32_t MANAGE_FILE::*number = nullptr;
+  CString MANAGE_FILE::*text = nullptr;
+};
+inline constexpr std::array<StatusFileKey, 10> kStatusFileKeys = {{
+    {L"Setting", L"AuthPrintFlag", &MANAGE_FILE::AuthPrintFlag},
+    {L"Setting", L"LocalTimeoutUnsent"},
+    {L"Setting", L"AuthPrintTimeout", &MANAGE_FILE::AuthPrintTimeout},
+    {L"Setting", L"LogPrintTimeout", &MANAGE_FILE::LogPrintTimeout},
+    {L"Setting", L"LogPrintRetryInterval", &MANAGE_FILE::LogPrintRetryInterval},
+    {L"Setting", L"LogPrintRetryMaxCount", &MANAGE_FILE::LogPrintRetryMaxCount},
+    {L"Information", L"ManageStatus", &MANAGE_FILE::ManageStatus},
+    {L"Information", L"RetryDatetime", nullptr, &MANAGE_FILE::RetryDatetime},
+    {L"Information", L"RetryCount", &MANAGE_FILE::RetryCount},
+    {L"Information", L"ErrorMessage", nullptr, &MANAGE_FILE::ErrorMessage},
+}};
 
 }  // namespace vk::tq

@@ -1,6 +1,5 @@
 #include "jobs/manage_file_access.h"
 
-#include <array>
 #include <optional>
 #include <stdexcept>
 
@@ -15,58 +14,12 @@
 namespace vk::tq {
 namespace {
 
-// The elements of the numbered file that hold text, in the order in which they are written;
-// spoolsize follows them.
-struct TextElement {
-  const wchar_t* name;
-  CString MANAGE_FILE::*field;
-};
-constexpr std::array<TextElement, 18> kTextElements = {{
-    {L"NotifyName", &MANAGE_FILE::NotifyName},
-    {L"ip", &MANAGE_FILE::ip},
-    {L"printerno", &MANAGE_FILE::printerno},
-    {L"userno", &MANAGE_FILE::userno},
-    {L"userid", &MANAGE_FILE::userid},
-    {L"accountname", &MANAGE_FILE::accountname},
-    {L"printuserno", &MANAGE_FILE::printuserno},
-    {L"usergroupid", &MANAGE_FILE::usergroupid},
-    {L"color", &MANAGE_FILE::color},
-    {L"number", &MANAGE_FILE::number},
-    {L"jobid", &MANAGE_FILE::jobid},
-    {L"comment", &MANAGE_FILE::comment},
-    {L"portname", &MANAGE_FILE::portname},
-    {L"deviceuse", &MANAGE_FILE::deviceuse},
-    {L"printername", &MANAGE_FILE::printername},
-    {L"tavocopy", &MANAGE_FILE::tavocopy},
-    {L"copiedjobid", &MANAGE_FILE::copiedjobid},
-    {L"tavocopyerr", &MANAGE_FILE::tavocopyerr},
-}};
 constexpr const wchar_t* kSpoolSizeElement = L"spoolsize";
 
 constexpr const wchar_t* kRecordName = L"ManageInfo";
 
-// The keys of the status file in the order in which they are written. A key has a number or a text;
-// LocalTimeoutUnsent has neither, since its field depends on the print output method.
-struct StatusKey {
-  const wchar_t* section;
-  const wchar_t* name;
-  std::int32_t MANAGE_FILE::*number = nullptr;
-  CString MANAGE_FILE::*text = nullptr;
-};
-constexpr const wchar_t* kSetting = L"Setting";
+// The section of the status file that is read.
 constexpr const wchar_t* kInformation = L"Information";
-constexpr std::array<StatusKey, 10> kStatusKeys = {{
-    {kSetting, L"AuthPrintFlag", &MANAGE_FILE::AuthPrintFlag},
-    {kSetting, L"LocalTimeoutUnsent"},
-    {kSetting, L"AuthPrintTimeout", &MANAGE_FILE::AuthPrintTimeout},
-    {kSetting, L"LogPrintTimeout", &MANAGE_FILE::LogPrintTimeout},
-    {kSetting, L"LogPrintRetryInterval", &MANAGE_FILE::LogPrintRetryInterval},
-    {kSetting, L"LogPrintRetryMaxCount", &MANAGE_FILE::LogPrintRetryMaxCount},
-    {kInformation, L"ManageStatus", &MANAGE_FILE::ManageStatus},
-    {kInformation, L"RetryDatetime", nullptr, &MANAGE_FILE::RetryDatetime},
-    {kInformation, L"RetryCount", &MANAGE_FILE::RetryCount},
-    {kInformation, L"ErrorMessage", nullptr, &MANAGE_FILE::ErrorMessage},
-}};
 
 constexpr FileLock kJobLock = {
     L"Global\\KITORA_QTL_JOB_MANAGE",
@@ -165,7 +118,7 @@ std::int32_t LocalTimeoutUnsent(const MANAGE_FILE& record) {
                                      : record.LocalTimeoutUnsentLogPrint;
 }
 
-CString ValueOf(const StatusKey& key, const MANAGE_FILE& record) {
+CString ValueOf(const StatusFileKey& key, const MANAGE_FILE& record) {
   if (key.text != nullptr) return OnOneLine(record.*key.text);
   return Format(L"%d", key.number != nullptr ? record.*key.number : LocalTimeoutUnsent(record));
 }
@@ -419,8 +372,8 @@ void CManageFileAccess::WriteStatusFile(const CString& path) {
   Log4cxxMgr::LogOutDetail(2, 0, kFunction, __LINE__,
                            L"管理ファイル1（ステータス）を作成しました。管理ファイル名：" + path);
   std::vector<ProfileValue> values;
-  values.reserve(std::size(kStatusKeys));
-  for (const StatusKey& key : kStatusKeys) {
+  values.reserve(std::size(kStatusFileKeys));
+  for (const StatusFileKey& key : kStatusFileKeys) {
     values.push_back({key.section, key.name, ValueOf(key, record_)});
   }
   // The status stands in the name already; a status file that cannot be written does not make the
@@ -454,7 +407,7 @@ int CManageFileAccess::ReadManageFileInformation() {
       return;
     }
     StoredRecord stored(kRecordName);
-    for (const TextElement& element : kTextElements) stored.Add(element.name);
+    for (const ManageFileText& element : kManageFileTexts) stored.Add(element.name);
     stored.Add(kSpoolSizeElement);
     const auto outcome = stored.Read(info_file_name_, StoredRecord::Duplicates::kFirstCounts);
     if (outcome == StoredRecord::Result::kFileFailure) {
@@ -464,7 +417,7 @@ int CManageFileAccess::ReadManageFileInformation() {
       return;
     }
     // An element that is missing leaves its field as it was.
-    for (const TextElement& element : kTextElements) {
+    for (const ManageFileText& element : kManageFileTexts) {
       if (const CString* text = stored.Find(element.name)) record_.*element.field = *text;
     }
     const CString* spool_size = stored.Find(kSpoolSizeElement);
@@ -487,7 +440,7 @@ int CManageFileAccess::WriteManageFileInformation() {
   const auto write = [&](int& result) {
     RequireJobName(BasePath(info_file_name_));
     StoredRecord stored(kRecordName);
-    for (const TextElement& element : kTextElements) {
+    for (const ManageFileText& element : kManageFileTexts) {
       stored.Add(element.name, record_.*element.field);
     }
     stored.Add(kSpoolSizeElement, Format(L"%d", record_.spoolsize));

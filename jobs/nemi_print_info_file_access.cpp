@@ -13,74 +13,13 @@
 namespace vk::tq {
 namespace {
 
-// How a field is stored. The rows stand in the order of the record, which is the order of reading.
-struct Field {
-  const wchar_t* element;
-  CString NEMI_INF_FILE::*member;
-  int written_at;  // position among the elements of the file, from 1; 0 when it is not stored
-  bool is_read = true;
-};
-
-constexpr Field kFields[] = {
-    {L"FilePath", &NEMI_INF_FILE::FilePath, 0, false},
-    {L"ID", &NEMI_INF_FILE::ID, 1},
-    {L"DocumentName", &NEMI_INF_FILE::DocumentName, 2},
-    {L"UserName", &NEMI_INF_FILE::UserName, 3},
-    {L"NotifyName", &NEMI_INF_FILE::NotifyName, 4},
-    {L"PrintKind", &NEMI_INF_FILE::PrintKind, 8},
-    {L"NupOperator", &NEMI_INF_FILE::NupOperator, 9},
-    {L"NUpName", &NEMI_INF_FILE::NUpName, 10, false},
-    {L"NUp", &NEMI_INF_FILE::NUp, 11},
-    {L"Copies", &NEMI_INF_FILE::Copies, 12},
-    {L"CreationDate", &NEMI_INF_FILE::CreationDate, 13},
-    {L"Duplex", &NEMI_INF_FILE::Duplex, 14},
-    {L"TonerSaver", &NEMI_INF_FILE::TonerSaver, 15},
-    {L"Feed", &NEMI_INF_FILE::Feed, 16},
-    {L"FeedName", &NEMI_INF_FILE::FeedName, 17},
-    {L"Color", &NEMI_INF_FILE::Color, 18},
-    {L"Tumble", &NEMI_INF_FILE::Tumble, 25},
-    {L"PageCount", &NEMI_INF_FILE::PageCount, 19},
-    {L"TotalPageCount", &NEMI_INF_FILE::TotalPageCount, 20},
-    {L"ColorPageCount", &NEMI_INF_FILE::ColorPageCount, 21},
-    {L"ColorTotalPageCount", &NEMI_INF_FILE::ColorTotalPageCount, 22},
-    {L"MonoPageCount", &NEMI_INF_FILE::MonoPageCount, 23},
-    {L"MonoTotalPageCount", &NEMI_INF_FILE::MonoTotalPageCount, 24},
-    {L"LandScape", &NEMI_INF_FILE::LandScape, 7},
-    {L"PaperSize", &NEMI_INF_FILE::PaperSize, 5},
-    {L"PaperSizeName", &NEMI_INF_FILE::PaperSizeName, 6},
-    {L"SharedServer", &NEMI_INF_FILE::SharedServer, 26},
-    {L"SharedPrinterIp", &NEMI_INF_FILE::SharedPrinterIp, 27},
-    {L"JobId", &NEMI_INF_FILE::JobId, 28},
-    {L"UserId", &NEMI_INF_FILE::UserId, 29},
-    {L"AccessKey", &NEMI_INF_FILE::AccessKey, 30},
-    {L"PrintUserNo", &NEMI_INF_FILE::PrintUserNo, 31},
-    {L"UserGroupNo", &NEMI_INF_FILE::UserGroupNo, 32},
-    {L"ClientName", &NEMI_INF_FILE::ClientName, 33},
-    {L"ClientIp", &NEMI_INF_FILE::ClientIp, 34},
-    {L"PrinterNo", &NEMI_INF_FILE::PrinterNo, 35},
-    {L"StatusNo", &NEMI_INF_FILE::StatusNo, 36},
-    {L"LocalJobNo", &NEMI_INF_FILE::LocalJobNo, 37},
-    {L"LocalAddJobTime", &NEMI_INF_FILE::LocalAddJobTime, 38},
-    {L"Emergency", &NEMI_INF_FILE::Emergency, 39},
-    {L"CertFlag", &NEMI_INF_FILE::CertFlag, 40},
-    {L"CountLimitWarn", &NEMI_INF_FILE::CountLimitWarn, 41},
-    {L"ColorLimitWarn", &NEMI_INF_FILE::ColorLimitWarn, 42},
-    {L"RegistTime", &NEMI_INF_FILE::RegistTime, 43},
-    {L"Comment", &NEMI_INF_FILE::Comment, 44},
-    {L"PortName", &NEMI_INF_FILE::PortName, 45},
-    {L"DeviceUse", &NEMI_INF_FILE::DeviceUse, 46},
-    {L"ImageLogID", &NEMI_INF_FILE::ImageLogID, 47},
-};
-static_assert(sizeof(NEMI_INF_FILE) == std::size(kFields) * sizeof(CString),
-              "every field has its row");
-
 // The stored fields in the order of the file.
 constexpr auto kWriteOrder = [] {
-  std::array<const Field*, std::size(kFields) - 1> order{};
-  for (const Field& field : kFields) {
+  std::array<const NemiField*, std::size(kNemiFields) - 1> order{};
+  for (const NemiField& field : kNemiFields) {
     if (field.written_at > 0) order.at(static_cast<std::size_t>(field.written_at) - 1) = &field;
   }
-  for (const Field* field : order) {
+  for (const NemiField* field : order) {
     if (field == nullptr) throw "two fields have one position";
   }
   return order;
@@ -152,7 +91,7 @@ int CNemiPrintInfoFileAccess::ReadAll() {
 int CNemiPrintInfoFileAccess::ReadRecord() {
   static constexpr wchar_t kFunction[] = L"CNemiPrintInfoFileAccess::ReadAll";
   StoredRecord stored(kRecordName);
-  for (const Field& field : kFields) {
+  for (const NemiField& field : kNemiFields) {
     if (field.is_read) stored.Add(field.element);
   }
   switch (stored.Read(file_name_)) {
@@ -164,7 +103,7 @@ int CNemiPrintInfoFileAccess::ReadRecord() {
     case StoredRecord::Result::kDone:
       break;
   }
-  for (const Field& field : kFields) {
+  for (const NemiField& field : kNemiFields) {
     if (!field.is_read) continue;
     const CString* text = stored.Find(field.element);
     record_.*field.member = text != nullptr ? *text : CString();
@@ -184,7 +123,7 @@ int CNemiPrintInfoFileAccess::WriteAll() {
 
 int CNemiPrintInfoFileAccess::WriteRecord() const {
   StoredRecord stored(kRecordName);
-  for (const Field* field : kWriteOrder) stored.Add(field->element, record_.*field->member);
+  for (const NemiField* field : kWriteOrder) stored.Add(field->element, record_.*field->member);
   if (stored.Write(file_name_) == StoredRecord::Result::kDone) return 1;
   return Failure(100822, L"CNemiPrintInfoFileAccess::WriteAll", __LINE__,
                  L"ネミ情報の書き込みに失敗しました。");
