@@ -53,13 +53,15 @@ constexpr ProgramLock kWhiteListLock = {
     L"プリンタ除外リストファイルの排他処理に失敗しました。(タイムアウト) [%d]",
 };
 
+constexpr const wchar_t* kEverybody = L"D:(A;OICI;GA;;;WD)";
+
 HANDLE TakeProgramLock(const ProgramLock& lock, const CString& name) {
   const auto fail = [&](const wchar_t* format, int line) -> HANDLE {
     Log4cxxMgr::LogOutDetail(lock.level, lock.number, lock.function, line,
                              lock.label + Format(format, GetLastError()));
     return nullptr;
   };
-  const ScopedDescriptor everybody(CreateDescriptorFromText(L"D:(A;OICI;GA;;;WD)"));
+  const ScopedDescriptor everybody(CreateDescriptorFromText(kEverybody));
   if (everybody.get() == nullptr) return fail(lock.no_descriptor, __LINE__);
   const SECURITY_ATTRIBUTES attributes{sizeof(SECURITY_ATTRIBUTES), everybody.get(), 1};
   HANDLE mutex = CreateNamedMutex(&attributes, name);
@@ -93,6 +95,20 @@ HANDLE GetManageFileMutex(const CString& name) {
 }
 
 HANDLE ReleaseManageFileMutex(HANDLE mutex) { return ReleaseProgramLock(mutex); }
+
+WaitResult ProbeMutex(const CString& name, bool is_for_everybody) {
+  const ScopedDescriptor everybody(is_for_everybody ? CreateDescriptorFromText(kEverybody)
+                                                    : nullptr);
+  const SECURITY_ATTRIBUTES attributes{sizeof(SECURITY_ATTRIBUTES), everybody.get(), 1};
+  HANDLE mutex = CreateNamedMutex(is_for_everybody ? &attributes : nullptr, name);
+  if (mutex == nullptr) return WaitResult::kFailed;
+  const WaitResult result = WaitForNamedMutex(mutex, 0);
+  if (result == WaitResult::kAcquired || result == WaitResult::kAbandoned) {
+    ReleaseNamedMutex(mutex);
+  }
+  CloseNamedMutex(mutex);
+  return result;
+}
 
 HANDLE GetPrinterWhiteListMutex() {
   return TakeProgramLock(kWhiteListLock, L"Global\\KITORA_QTL_WHITELIST_DAT_FILE");

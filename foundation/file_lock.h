@@ -26,7 +26,13 @@ TQ_EXPORT HANDLE GetManageFileMutex(const CString& name);
 /// Releases and closes the mutex. Null does nothing. Always null.
 TQ_EXPORT HANDLE ReleaseManageFileMutex(HANDLE mutex);
 
-/// Takes "Global\KITORA_QTL_WHITELIST_DAT_FILE" in the same way; it guards the printer exclusion
+/// Whether somebody holds the mutex of that name: takes it without a wait and gives it back at once.
+/// kTimeout when it is held; kAbandoned when its last owner ended without a release, which nobody is
+/// told after this; kFailed, with the last error set, when it cannot be opened. No lines. One that
+/// does not exist is made for everybody, or for the calling user alone and only meanwhile.
+TQ_EXPORT WaitResult ProbeMutex(const CString& name, bool is_for_everybody);
+
+/// Takes "Global\KITORA_QTL_WHITELIST_DAT_FILE" as GetManageFileMutex does; it guards the printer exclusion
 /// list. The failure lines have level 5, number 100800530, "GetPrinterWhiteListMutex".
 TQ_EXPORT HANDLE GetPrinterWhiteListMutex();
 

@@ -40,14 +40,6 @@ constexpr int kLevelNotKnown = std::numeric_limits<int>::min();
 
 int DefaultLevel() { return HasProgramLog() ? ProgramLogLevel() : std::numeric_limits<int>::max(); }
 
-void WriteDefault(const LogRecord& record) {
-  std::wstring line =
-      Format(L"%d %s(%d) %s", record.number, record.function, record.line, record.message);
-  if (record.second) line += Format(L" [%s]", *record.second);
-  if (record.code) line += Format(L" [%d]", *record.code);
-  AppendProgramLog(record.level, line);
-}
-
 // A sink that logs would call itself without end.
 thread_local bool is_writing = false;
 
@@ -78,6 +70,20 @@ int WriteEvent(unsigned long event_id, std::wstring_view message, bool is_shared
 
 }  // namespace
 
+void WriteProgramLog(const LogRecord& record) noexcept {
+  if (!HasProgramLog() || record.level < ProgramLogLevel()) return;
+  const LastErrorKeeper keep;
+  try {
+    std::wstring line =
+        Format(L"%d %s(%d) %s", record.number, record.function, record.line, record.message);
+    if (record.second) line += Format(L" [%s]", *record.second);
+    if (record.code) line += Format(L" [%d]", *record.code);
+    AppendProgramLog(record.level, line);
+  } catch (...) {
+    // A log that fails must not disturb what it reports.
+  }
+}
+
 std::atomic<int> Log4cxxMgr::lowest_level_ = kLevelNotKnown;
 
 void InstallLogSink(std::shared_ptr<LogSink> sink, int lowest_level) {
@@ -102,7 +108,7 @@ void Log4cxxMgr::Write(const LogRecord& record) noexcept {
     if (const auto sink = Hold(CurrentSinks().log)) {
       sink->Write(record);
     } else {
-      WriteDefault(record);
+      WriteProgramLog(record);
     }
   });
 }

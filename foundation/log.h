@@ -42,6 +42,10 @@ class TQ_EXPORT LogSink {
   virtual void Write(const LogRecord& record) = 0;
 };
 
+/// Appends a line to the file that TQ_LOG_FILE names, if its level is high enough for that. For a
+/// sink that wants the program log to go on.
+TQ_EXPORT void WriteProgramLog(const LogRecord& record) noexcept;
+
 /// Takes the events in place of the default, the system log.
 class TQ_EXPORT EventSink {
  public:

@@ -9,6 +9,8 @@
 #include <string>
 #include <string_view>
 
+#include "platform/export.h"
+
 namespace vk::tq {
 
 /// Folder numbers of SpecialFolder.
@@ -19,8 +21,8 @@ inline constexpr int kFolderCommonAppData = 35;  ///< application data of all us
 std::wstring InternalPath(std::wstring_view path);
 
 /// A path in the form that this machine's own programs use, to the library's form, and back.
-std::wstring PathFromNative(std::string_view native);
-std::string PathToNative(std::wstring_view path);
+TQ_EXPORT std::wstring PathFromNative(std::string_view native);
+TQ_EXPORT std::string PathToNative(std::wstring_view path);
 
 /// The folder with a number, without a backslash at its end; nothing for a number that is not known
 /// here.

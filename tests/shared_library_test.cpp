@@ -12,6 +12,7 @@
 #include "foundation/util.h"
 #include "jobs/manage_file_access.h"
 #include "jobs/nemi_print_info_file_access.h"
+#include "platform/path.h"
 #include "settings/client_setting.h"
 #include "settings/langage_manager.h"
 #include "settings/system_setting.h"
@@ -286,12 +287,15 @@ TEST_F(SharedLibraryTest, Foundation) {
   GetFileList2(L"C:", L"*", list);
   EXPECT_EQ(IsMatchStatusMain(2, 1, 2, -1), 1);
   EXPECT_EQ(ReleaseManageFileMutex(GetManageFileMutex(L"a name")), nullptr);
+  EXPECT_EQ(ProbeMutex(L"a name", true), WaitResult::kAcquired);
+  EXPECT_EQ(PathToNative(PathFromNative("/a/b")), "/a/b");
 
   SetLastError(7);
   EXPECT_EQ(GetLastError(), 7U);
   Log4cxxMgr::LogOutDetail(5, 1, L"f", 1, L"text");
   CEventLogMgr::EventLogOut(kEventError, L"text");
   CEventLogMgr::EventLogOutShared(kEventWarning, L"text");
+  WriteProgramLog({});
   EXPECT_GE(sink_->lines, 1);
   EXPECT_EQ(sink_->events, 2);
 }

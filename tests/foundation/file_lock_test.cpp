@@ -81,6 +81,20 @@ TEST_F(FileLockTest, ProgramsTakeAndGiveBack) {
   EXPECT_THAT(log_.lines(), IsEmpty());
 }
 
+TEST_F(FileLockTest, AProbeTellsHowAMutexStands) {
+  for (const bool is_for_everybody : {true, false}) {
+    EXPECT_EQ(ProbeMutex(kJobs, is_for_everybody), WaitResult::kAcquired);
+    {
+      Holder holder(kJobs);
+      EXPECT_EQ(ProbeMutex(kJobs, is_for_everybody), WaitResult::kTimeout);
+      holder.Kill();
+    }
+    EXPECT_EQ(ProbeMutex(kJobs, is_for_everybody), WaitResult::kAbandoned);
+    EXPECT_EQ(ProbeMutex(kJobs, is_for_everybody), WaitResult::kAcquired);
+  }
+  EXPECT_THAT(log_.lines(), IsEmpty());
+}
+
 TEST_F(FileLockTest, AnEmptyNameIsNoMutex) {
   EXPECT_EQ(GetManageFileMutex(L""), nullptr);
   EXPECT_THAT(log_.lines(), ElementsAre(LogLine{4, 100800531, L"GetManageFileMutex",
