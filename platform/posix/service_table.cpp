@@ -4,6 +4,7 @@
 #include <array>
 #include <atomic>
 #include <charconv>
+#include <new>
 #include <string>
 #include <string_view>
 
@@ -22,13 +23,12 @@ constexpr std::array<KnownService, 2> kServices = {{{"ftp", 21}, {"dns", 53}}};
 
 class Ports {
  public:
-  Ports() {
+  Ports() noexcept {
     for (std::size_t i = 0; i < kServices.size(); ++i) ports_[i] = kServices[i].well_known_port;
-    const std::string words = EnvironmentOverride("TQ_SERVICE_PORTS").value_or(std::string());
-    for (std::size_t begin = 0; begin < words.size();) {
-      const std::size_t end = std::min(words.find(' ', begin), words.size());
-      Take(std::string_view(words).substr(begin, end - begin));
-      begin = end + 1;
+    try {
+      TakeAll(EnvironmentOverride("TQ_SERVICE_PORTS").value_or(std::string()));
+    } catch (const std::bad_alloc&) {
+      // The well-known ports stay in force.
     }
   }
 
@@ -37,6 +37,14 @@ class Ports {
   }
 
  private:
+  void TakeAll(std::string_view words) {
+    for (std::size_t begin = 0; begin < words.size();) {
+      const std::size_t end = std::min(words.find(' ', begin), words.size());
+      Take(words.substr(begin, end - begin));
+      begin = end + 1;
+    }
+  }
+
   // A word is "name=port"; any other is passed over.
   void Take(std::string_view word) {
     const std::string_view name = word.substr(0, word.find('='));
