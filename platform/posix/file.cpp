@@ -243,10 +243,32 @@ bool IsOtherSpelling(const std::string& from, const std::string& to) {
          left.st_dev == right.st_dev && left.st_ino == right.st_ino && left.st_nlink == 1;
 }
 
-// For file systems that cannot rename without replacing.
-bool RenameByLink(const std::string& from, const std::string& to) {
-  if (link(from.c_str(), to.c_str()) != 0) return FailWithErrno();
-  return unlink(from.c_str()) == 0 || FailWithErrno();
+// Ends what a kill within RenameByLink has left: takes its other number away from a numbered file, so
+// that the name that the caller knows is the one that goes on.
+void RemoveOtherNumbers(const std::wstring& path) {
+  struct stat info {};
+  if (lstat(PathToNative(path).c_str(), &info) != 0 || info.st_nlink < 2) return;
+  const std::size_t folder_end = path.find_last_of(L"\\/") + 1;
+  const std::size_t point = path.rfind(L'.');
+  if (point == path.npos || point < folder_end) return;
+  const std::wstring base = path.substr(0, point);
+  const std::wstring folder = path.substr(0, folder_end);
+  const LastErrorKeeper keep;
+  for (const FoundFile& file : FindFamily(base).value_or(std::vector<FoundFile>())) {
+    const std::wstring other = folder + file.name;
+    const bool is_number = other.size() == base.size() + 4 &&
+                           other.find_first_not_of(L"0123456789", base.size() + 1) == other.npos;
+    if (is_number && other != path && IsSameFile(other, path)) RemoveFile(other);
+  }
+}
+
+// For file systems that cannot rename without replacing. Between the two steps the file has both
+// names.
+bool RenameByLink(const std::wstring& from, const std::wstring& to) {
+  RemoveOtherNumbers(from);
+  const std::string old_name = PathToNative(from);
+  if (link(old_name.c_str(), PathToNative(to).c_str()) != 0) return FailWithErrno();
+  return unlink(old_name.c_str()) == 0 || FailWithErrno();
 }
 
 }  // namespace
@@ -257,11 +279,13 @@ bool RenameFile(const std::wstring& from, const std::wstring& to) {
   if (renameat2(AT_FDCWD, old_name.c_str(), AT_FDCWD, new_name.c_str(), RENAME_NOREPLACE) == 0) {
     return true;
   }
-  if (errno == EINVAL || errno == ENOSYS) return RenameByLink(old_name, new_name);
-  if (errno == EEXIST && (old_name == new_name || IsOtherSpelling(old_name, new_name))) {
+  const int error = errno;
+  const bool is_by_link = error == EINVAL || error == ENOSYS;
+  if ((is_by_link || error == EEXIST) &&
+      (old_name == new_name || IsOtherSpelling(old_name, new_name))) {
     return rename(old_name.c_str(), new_name.c_str()) == 0 || FailWithErrno();
   }
-  return FailWithErrno();
+  return is_by_link ? RenameByLink(from, to) : Fail(ErrorFromErrno(error));
 }
 
 bool RemoveFile(const std::wstring& path) {

@@ -6,8 +6,6 @@
 #include <csignal>
 #include <cstdlib>
 #include <filesystem>
-#include <random>
-#include <thread>
 
 #include "foundation/util.h"
 #include "platform/error.h"
@@ -610,41 +608,6 @@ TEST_F(ManageFileAccessTest, WithoutTheLockNothingIsDone) {
   EXPECT_THAT(Family(), ElementsAre("B.005"));
   done.Open();
   EXPECT_EQ(0, holder.Wait());
-}
-
-// A writer that is killed at any moment leaves the old record or the new one, in exactly one
-// numbered file.
-TEST_F(ManageFileAccessTest, AKilledWriterLosesNothing) {
-  MakeJob(1, L"record 0");
-  std::mt19937 random(20261124);
-  std::wstring last = L"record 0";
-  for (int round = 1; round <= 300; ++round) {
-    const std::wstring next =
-        L"record " + std::to_wstring(round) +
-        std::wstring(random() % 700, static_cast<wchar_t>(L'あ' + round % 50));
-    ChildProcess writer([&] {
-      CManageFileAccess job(Base().c_str());
-      for (int status = 2;; status = status == 2 ? 97 : 2) {
-        job.GetManageData().ManageStatus = status;
-        job.GetManageData().comment = next;
-        job.WriteAll(status == 97 ? round % 2 : 0);
-      }
-      return 0;
-    });
-    std::this_thread::sleep_for(std::chrono::microseconds(random() % 4000));
-    writer.Kill();
-    writer.Wait();
-
-    std::vector<std::string> numbered = Family();
-    std::erase(numbered, "B.dat");
-    ASSERT_EQ(1U, numbered.size()) << "round " << round;
-    // The first operation after a kill may find the lock abandoned.
-    CManageFileAccess reader(Base().c_str());
-    ASSERT_TRUE(reader.ReadAll() == 1 || reader.ReadAll() == 1) << "round " << round;
-    const std::wstring& comment = reader.GetManageData().comment;
-    ASSERT_TRUE(comment == last || comment == next) << "round " << round << ToUtf8(comment);
-    last = comment;
-  }
 }
 
 // Two processes fight for one name; each file that existed before is somewhere afterwards.

@@ -364,27 +364,5 @@ TEST_F(NemiPrintInfoFileAccessTest, DeleteSucceedsOnceTheLockIsFree) {
   EXPECT_EQ(Timeout(), log_.lines().back());
 }
 
-TEST_F(NemiPrintInfoFileAccessTest, WritersAndReadersOfTwoProcessesNeverMeet) {
-  Write(FullRecord(), Job());
-  NEMI_INF_FILE long_record = FullRecord();
-  long_record.Comment = CString(20'000, L'長');
-  ChildProcess writer([&] {
-    for (int i = 0; i < 40; ++i) {
-      CNemiPrintInfoFileAccess file(Job().c_str());
-      file.SetNemiInfData(i % 2 == 0 ? long_record : FullRecord());
-      if (file.WriteAll() != 1) return 1;
-    }
-    return 0;
-  });
-  for (int i = 0; i < 40; ++i) {
-    CNemiPrintInfoFileAccess file(Job().c_str());
-    ASSERT_EQ(1, file.ReadAll());
-    const NEMI_INF_FILE& read = file.GetNemiInfData();
-    EXPECT_EQ(FullRecord().ImageLogID, read.ImageLogID);
-    EXPECT_TRUE(read.Comment == long_record.Comment || read.Comment == FullRecord().Comment);
-  }
-  EXPECT_EQ(0, writer.Wait());
-}
-
 }  // namespace
 }  // namespace vk::tq::testing

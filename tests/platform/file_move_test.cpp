@@ -7,7 +7,6 @@
 
 #include <csignal>
 #include <filesystem>
-#include <thread>
 
 #include "platform/error.h"
 #include "platform/file.h"
@@ -201,23 +200,6 @@ TEST_P(FileMoveTest, SourceThatCannotGoIsNotCopied) {
   chmod(home_.native("from").c_str(), 0755);
   EXPECT_EQ("contents", ReadNative(From()));
   EXPECT_THAT(Targets(), IsEmpty());
-}
-
-TEST_P(OtherFileSystemMoveTest, KillAtAnyMomentLeavesOneWholeFile) {
-  const std::string contents(4'000'000, 'x');
-  for (int round = 0; round < 12; ++round) {
-    WriteNative(From(), contents);
-    WriteNative(To(), "old");
-    ChildProcess child([&] { return Move() ? 0 : 1; });
-    std::this_thread::sleep_for(std::chrono::microseconds(700 * round));
-    child.Kill();
-    child.Wait();
-    const std::string target = ReadNative(To());
-    EXPECT_TRUE(target == "old" || target == contents) << target.size();
-    if (target == "old" || ExistsNative(From())) {
-      EXPECT_EQ(contents.size(), StatNative(From()).st_size);
-    }
-  }
 }
 
 }  // namespace

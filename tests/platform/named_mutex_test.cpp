@@ -2,7 +2,6 @@
 
 #include <fcntl.h>
 #include <signal.h>
-#include <sys/mman.h>
 #include <sys/sem.h>
 #include <sys/time.h>
 #include <time.h>
@@ -28,6 +27,7 @@ using std::chrono::milliseconds;
 using std::chrono::steady_clock;
 using testing::ChildProcess;
 using testing::Gate;
+using testing::Shared;
 
 constexpr std::uint32_t kLong = 20000;  // no wait of a sound mutex lasts so long
 constexpr uid_t kNobody = 65534;
@@ -84,22 +84,6 @@ WaitResult TakeOnThread(const std::wstring& name, std::uint32_t time = 0) {
   std::thread([&] { result = TakeOnce(name, time); }).join();
   return result;
 }
-
-// A record that processes share.
-template <class T>
-class Shared {
- public:
-  Shared()
-      : record_(new (mmap(nullptr, sizeof(T), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS,
-                          -1, 0)) T{}) {}
-  Shared(const Shared&) = delete;
-  Shared& operator=(const Shared&) = delete;
-  ~Shared() { munmap(record_, sizeof(T)); }
-  T* operator->() const { return record_; }
-
- private:
-  T* record_;
-};
 
 class NamedMutexTest : public ::testing::Test {
  protected:
@@ -201,46 +185,6 @@ TEST_F(NamedMutexTest, HandsOverWithinMilliseconds) {
     mutex.Release();
   }
   EXPECT_LT(std::chrono::nanoseconds(shortest), milliseconds(20));
-}
-
-// The owner says in shared memory what it is about, so that each kill can be judged.
-TEST_F(NamedMutexTest, KilledOwnerIsReportedOnce) {
-  struct Record {
-    std::atomic<bool> is_inside;
-  };
-  const Shared<Record> record;
-  std::mt19937 random(static_cast<unsigned>(::testing::UnitTest::GetInstance()->random_seed()));
-  std::uniform_int_distribution<int> pause_microseconds(0, 400);
-  int seen = 0;
-  for (int i = 0; i < 250; ++i) {
-    Gate running;
-    record->is_inside = false;
-    ChildProcess owner([&] {
-      running.Open();
-      for (;;) {
-        Mutex mutex(name_);
-        mutex.Wait();
-        record->is_inside = true;
-        for (int spin = 0; spin < 2000; ++spin) record->is_inside.load();
-        record->is_inside = false;
-        mutex.Release();
-      }
-      return 0;
-    });
-    ASSERT_TRUE(running.Wait());
-    std::this_thread::sleep_for(std::chrono::microseconds(pause_microseconds(random)));
-    owner.Kill();
-    const WaitResult first = TakeOnce(name_);
-    owner.Wait();
-    if (record->is_inside) {
-      ASSERT_EQ(first, WaitResult::kAbandoned) << i;
-      ++seen;
-    } else {
-      ASSERT_THAT(first, ::testing::AnyOf(WaitResult::kAcquired, WaitResult::kAbandoned)) << i;
-    }
-    ASSERT_EQ(TakeOnce(name_), WaitResult::kAcquired) << i;
-  }
-  EXPECT_GT(seen, 0);
 }
 
 // Several processes at once, killed at random and replaced. With default attributes the set is also

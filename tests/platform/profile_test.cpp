@@ -9,7 +9,6 @@
 #include <chrono>
 #include <csignal>
 #include <filesystem>
-#include <random>
 #include <thread>
 #include <utility>
 
@@ -311,28 +310,6 @@ TEST_F(ProfileTest, AFileThatIsReplacedMeanwhileIsOpenedAnew) {
   lock.Release();
   EXPECT_EQ(0, writer.Wait());
   EXPECT_EQ("[A]\ny=1\nx=2\n", Bytes());
-}
-
-// A process that is killed at any moment leaves the old or the new text: every key has one of its
-// two values, whole, and the keys that nobody writes stand.
-TEST_F(ProfileTest, AKilledWriterLeavesTheOldOrTheNewText) {
-  const std::wstring values[] = {L"short", std::wstring(700, L'v')};
-  std::mt19937 random(1);
-  ASSERT_TRUE(WriteProfile(path_, {{L"A", L"changes", values[0]}, {L"B", L"stays", L"here"}}));
-  for (int round = 0; round < 150; ++round) {
-    ChildProcess writer([&] {
-      for (std::size_t i = 0;; ++i) {
-        if (!Set(L"A", L"changes", values[i % 2])) return 1;
-      }
-    });
-    std::this_thread::sleep_for(std::chrono::microseconds(random() % 4000));
-    writer.Kill();
-    EXPECT_EQ(-SIGKILL, writer.Wait());
-    EXPECT_THAT(Get(L"A", L"changes"), ::testing::AnyOf(values[0], values[1]));
-    EXPECT_EQ(L"here", Get(L"B", L"stays"));
-    EXPECT_THAT(Profile(path_).SectionNames(kEnough), ElementsAre(L"A", L"B"));
-    EXPECT_THAT(Profile(path_).KeyNames(L"B", kEnough), ElementsAre(L"stays"));
-  }
 }
 
 TEST_F(ProfileTest, TenThousandEntriesAreAnsweredFromOneParse) {

@@ -4,6 +4,7 @@
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <sys/mman.h>
 #include <sys/types.h>
 
 #include <functional>
@@ -143,6 +144,23 @@ class Gate {
 
  private:
   int ends_[2];
+};
+
+// A record that this process and those that it forks share.
+template <class T>
+class Shared {
+ public:
+  Shared()
+      : record_(new (mmap(nullptr, sizeof(T), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS,
+                          -1, 0)) T{}) {}
+  Shared(const Shared&) = delete;
+  Shared& operator=(const Shared&) = delete;
+  ~Shared() { munmap(record_, sizeof(T)); }
+  T* operator->() const { return record_; }
+  T& operator*() const { return *record_; }
+
+ private:
+  T* record_;
 };
 
 // A real process that runs a function; what the function gives is its exit code. It is killed when

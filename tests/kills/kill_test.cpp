@@ -1,0 +1,251 @@
+// A process that is killed at any moment of a write leaves the old version or the new one, whole, and the next process
+// goes on.
+#include <linux/filter.h>
+#include <linux/seccomp.h>
+#include <sched.h>
+#include <sys/prctl.h>
+#include <sys/syscall.h>
+
+#include <algorithm>
+#include <array>
+#include <atomic>
+#include <chrono>
+#include <csignal>
+#include <cstddef>
+#include <cstdio>
+#include <random>
+
+#include "foundation/file_lock.h"
+#include "kills/stores.h"
+#include "users/user_data_file_access.h"
+
+namespace vk::tq::testing {
+namespace {
+
+using std::chrono::nanoseconds;
+using std::chrono::steady_clock;
+
+constexpr int kKillsOfALock = 60;
+constexpr int kMeasuredWrites = 6;
+constexpr int kMostWrites = 300;
+
+// What a victim says about itself while it lives.
+struct Victim {
+  std::atomic<steady_clock::time_point> start;  // the epoch until it runs
+  std::atomic<steady_clock::time_point> end;
+  std::atomic<int> begun;
+  std::atomic<int> done;
+  std::atomic<bool> holds;
+};
+
+constexpr steady_clock::time_point kNever{};
+
+// Another one in each run, unless --gtest_random_seed gives it.
+int Seed() { return ::testing::UnitTest::GetInstance()->random_seed(); }
+
+// The victims' operations last microseconds: a sleep would be too coarse.
+template <class Condition>
+void SpinUntil(const Condition& condition) {
+  while (!condition()) sched_yield();
+}
+
+// Lets a victim run for a time from its own start on, and kills it.
+void KillAfter(ChildProcess& child, const Victim& victim, nanoseconds time) {
+  SpinUntil([&] { return victim.start.load() != kNever; });
+  SpinUntil([&] { return steady_clock::now() >= victim.start.load() + time; });
+  child.Kill();
+  EXPECT_EQ(-SIGKILL, child.Wait());
+}
+
+// An operation of a file class fails once after a process that ended with the lock, and never twice.
+template <class Operation>
+auto OnceMore(const Operation& operation, int& failures) {
+  auto result = operation();
+  if (result > 0) return result;
+  ++failures;
+  return operation();
+}
+
+// From now on a rename that must replace nothing is unknown to this process, as on some network file systems.
+bool ForgetRenameWithoutReplacing() {
+  sock_filter code[] = {
+      BPF_STMT(BPF_LD | BPF_W | BPF_ABS, offsetof(seccomp_data, nr)),
+      BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, SYS_renameat2, 0, 1),
+      BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_ERRNO | EINVAL),
+      BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_ALLOW),
+  };
+  const sock_fprog program{static_cast<unsigned short>(std::size(code)), code};
+  return prctl(PR_SET_NO_NEW_PRIVS, 1, 0, 0, 0) == 0 &&
+         prctl(PR_SET_SECCOMP, SECCOMP_MODE_FILTER, &program) == 0;
+}
+
+class KilledWriterTest : public StoreTest, public ::testing::WithParamInterface<Store> {
+ protected:
+  int Read() const { return GetParam().read(0); }
+  bool Write(int version) const { return GetParam().write(0, version); }
+
+  void Prepare(int last) {
+    victim_->start = kNever;
+    victim_->begun = victim_->done = last;
+  }
+
+  // The victim: writes so many versions behind `last`. False when a write fails.
+  bool RunVictim(int last, int count) {
+    for (int version = last + 1; version <= last + count; ++version) {
+      victim_->begun = version;
+      if (version == last + 1) victim_->start = steady_clock::now();
+      if (!Write(version)) return false;
+      victim_->done = version;
+    }
+    victim_->end = steady_clock::now();
+    return true;
+  }
+
+  // How long a victim's writes take, the costs of a new process included; the median of nine.
+  nanoseconds Measure(int& last) {
+    std::array<nanoseconds, 9> times{};
+    for (nanoseconds& time : times) {
+      Prepare(last);
+      ChildProcess child([&] { return RunVictim(last, kMeasuredWrites) ? 0 : 1; });
+      EXPECT_EQ(0, child.Wait());
+      time = victim_->end.load() - victim_->start.load();
+      last += kMeasuredWrites;
+    }
+    std::ranges::sort(times);
+    return times[times.size() / 2];
+  }
+
+  Shared<Victim> victim_;
+};
+
+TEST_P(KilledWriterTest, LeavesTheOldOrTheNew) {
+  if (GetParam().is_by_link) {
+    if (!HasOwnProcess()) return;
+    if (!ForgetRenameWithoutReplacing()) GTEST_SKIP() << "no system call can be filtered here";
+  }
+  SCOPED_TRACE(Seed());
+  std::mt19937 random(static_cast<unsigned>(Seed()));
+  int last = 1;
+  ASSERT_TRUE(Write(last));
+  const nanoseconds time = Measure(last);
+  const std::vector<std::string> names = Names();
+  int inside = 0;
+  int kept = 0;
+  int abandoned = 0;
+  for (int round = 0; round < GetParam().kills; ++round) {
+    Prepare(last);
+    ChildProcess victim([&] {
+      RunVictim(last, kMostWrites);
+      pause();
+      return 0;
+    });
+    KillAfter(victim, *victim_, time * static_cast<int>(random() % 1000) / 1000);
+
+    int failures = 0;
+    const int seen = OnceMore([&] { return Read(); }, failures);
+    ASSERT_GE(seen, victim_->done) << "round " << round;
+    ASSERT_LE(seen, victim_->begun) << "round " << round;
+    inside += victim_->done < victim_->begun;
+    kept += victim_->done < victim_->begun && seen == victim_->done;
+    last = victim_->begun + 1;
+    ASSERT_TRUE(OnceMore([&] { return Write(last); }, failures)) << "round " << round;
+    ASSERT_EQ(last, Read()) << "round " << round;
+    ASSERT_LE(failures, 1) << "round " << round;
+    ASSERT_EQ(names.size(), Names().size()) << "round " << round;
+    abandoned += failures;
+    log_.Clear();
+  }
+  std::printf(
+      "%s, seed %d: %d kills within %.2f ms, %d inside a write, %d left the old version, "
+      "%d left the lock abandoned\n",
+      GetParam().name, Seed(), GetParam().kills, static_cast<double>(time.count()) / 1e6, inside,
+      kept, abandoned);
+  EXPECT_GT(inside, 0);
+}
+
+INSTANTIATE_TEST_SUITE_P(Stores, KilledWriterTest,
+                         ::testing::ValuesIn(Stores().begin(), Stores().end()),
+                         [](const auto& test) { return std::string(test.param.name); });
+
+// ---- Locks ----
+
+struct Lock {
+  const char* name;
+  const wchar_t* mutex;
+  // The store whose operations take the lock, and the line of the one that finds it abandoned. Without a store a program
+  // takes the lock over.
+  const char* store = nullptr;
+  int line = 0;
+};
+
+constexpr Lock kLocks[] = {
+    {"Jobs", L"Global\\KITORA_QTL_JOB_MANAGE", "Job", 120600210},
+    {"PrintInfo", L"KITORA_QTL_JOB_INFO_NEMI", "PrintInfo", 100908},
+    {"UserData", L"KITORA_QTL_USER_DATA", "UserData", 130304},
+    {"SharedUserData", L"KITORA_QTL_SHARED_USER_DATA", "SharedUserData", 130304},
+    {"PrinterList", L"Global\\KITORA_QTL_WHITELIST_DAT_FILE"},
+    {"PrintThread", L"Global\\KITORA_QTL_PRINT_MLTTHREAD"},
+};
+void PrintTo(const Lock& lock, std::ostream* out) { *out << lock.name; }
+
+// Those of a session have their attributes by default, as the library makes one of them.
+HANDLE Take(const std::wstring& mutex) {
+  return mutex.starts_with(L"Global\\") ? GetManageFileMutex(mutex)
+                                        : CUserDataFileAccess::GetMutex(nullptr, mutex.c_str());
+}
+
+class KilledOwnerTest : public StoreTest, public ::testing::WithParamInterface<Lock> {
+ protected:
+  // What the next process does: whether it had the lock.
+  static bool TakeNext() {
+    if (GetParam().store != nullptr) return FindStore(GetParam().store).read(0) > 0;
+    const HANDLE lock = GetManageFileMutex(GetParam().mutex);
+    ReleaseManageFileMutex(lock);
+    return lock != nullptr;
+  }
+};
+
+TEST_P(KilledOwnerTest, LeavesTheLockToTheNext) {
+  if (GetParam().store != nullptr) {
+    ASSERT_TRUE(FindStore(GetParam().store).write(0, 1));
+  }
+  SCOPED_TRACE(Seed());
+  std::mt19937 random(static_cast<unsigned>(Seed()));
+  Shared<Victim> victim;
+  int held = 0;
+  for (int round = 0; round < kKillsOfALock; ++round) {
+    victim->start = kNever;
+    victim->holds = false;
+    ChildProcess owner([&] {
+      for (;;) {
+        const HANDLE lock = Take(GetParam().mutex);
+        if (victim->start.load() == kNever) victim->start = steady_clock::now();
+        victim->holds = lock != nullptr;
+        for (int spin = 0; spin < 3000; ++spin) victim->holds.load();
+        victim->holds = false;
+        ReleaseManageFileMutex(lock);
+      }
+      return 0;
+    });
+    KillAfter(owner, *victim, std::chrono::microseconds(random() % 100));
+    log_.Clear();
+    int failures = 0;
+    ASSERT_TRUE(OnceMore(TakeNext, failures)) << "round " << round;
+    ASSERT_TRUE(TakeNext()) << "round " << round;
+    const auto told = std::ranges::count(log_.lines(5), GetParam().line, &LogLine::number);
+    ASSERT_LE(told, GetParam().store == nullptr ? 0 : 1) << "round " << round;
+    if (victim->holds && GetParam().store != nullptr) {
+      ASSERT_EQ(1, told) << "round " << round;
+    }
+    held += victim->holds;
+  }
+  std::printf("%s, seed %d: %d kills, %d of them while the lock was held\n", GetParam().name,
+              Seed(), kKillsOfALock, held);
+  EXPECT_GT(held, 0);
+}
+
+INSTANTIATE_TEST_SUITE_P(Locks, KilledOwnerTest, ::testing::ValuesIn(kLocks),
+                         [](const auto& test) { return std::string(test.param.name); });
+
+}  // namespace
+}  // namespace vk::tq::testing
