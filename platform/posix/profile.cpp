@@ -114,7 +114,9 @@ std::vector<std::wstring> Profile::KeyNames(std::wstring_view section, std::size
 
 std::optional<std::wstring> DecodeProfile(std::string_view bytes) {
   const internal::ProfileForm form = internal::FormOf(bytes);
-  return DecodeText(form.code_page, bytes.substr(form.mark_size));
+  bytes.remove_prefix(form.mark_size);
+  bytes.remove_suffix(bytes.size() % form.unit_size);  // half a code unit, as the editor has it
+  return DecodeText(form.code_page, bytes);
 }
 
 bool WriteProfile(const std::wstring& path, const std::vector<ProfileValue>& values) {

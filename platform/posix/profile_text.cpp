@@ -180,14 +180,14 @@ std::optional<std::size_t> ProfileEditor::FindSection(std::wstring_view name) co
   return static_cast<std::size_t>(found - lines_.begin());
 }
 
-std::string ProfileEditor::PrefixOfValue(const Line& line) const {
+std::string ProfileEditor::PrefixOfValue(const Line& line, bool keeps_blanks) const {
   const auto is_equals_sign = [](unsigned unit) { return unit == '='; };
   const auto is_no_blank = [](unsigned unit) { return unit != ' ' && unit != '\t'; };
   const std::size_t sign = FindUnit(line.bytes, 0, form_.unit_size, is_equals_sign);
   if (sign == line.bytes.size()) return line.bytes + Encode(L"=").value_or(std::string());
   const std::size_t behind = sign + form_.unit_size;
   const std::size_t value = FindUnit(line.bytes, behind, form_.unit_size, is_no_blank);
-  return line.bytes.substr(0, value == line.bytes.size() ? behind : value);
+  return line.bytes.substr(0, !keeps_blanks || value == line.bytes.size() ? behind : value);
 }
 
 void ProfileEditor::Insert(std::size_t index, ProfileLine::Kind kind, std::wstring_view name,
@@ -211,12 +211,14 @@ bool ProfileEditor::Set(const ProfileValue& change) {
     Insert(lines_.size(), ProfileLine::Kind::kKey, key, *line);
     return true;
   }
+  // A value with blanks of its own would grow with each time that it is written.
+  const bool keeps_blanks = !change.value.starts_with(L' ') && !change.value.starts_with(L'\t');
   std::size_t behind_last_key = *found + 1;
   for (std::size_t i = *found + 1; i < lines_.size(); ++i) {
     if (lines_[i].kind == ProfileLine::Kind::kSection) break;
     if (lines_[i].kind != ProfileLine::Kind::kKey) continue;
     if (EqualsNoCase(lines_[i].name, key)) {
-      lines_[i].bytes = PrefixOfValue(lines_[i]) + *value;
+      lines_[i].bytes = PrefixOfValue(lines_[i], keeps_blanks) + *value;
       return true;
     }
     behind_last_key = i + 1;

@@ -103,8 +103,9 @@ class ProfileEditor {
   std::optional<std::string> Encode(std::wstring_view text) const;
   // The index of the header of a section.
   std::optional<std::size_t> FindSection(std::wstring_view name) const;
-  // A key's line up to where its value begins: the name keeps its form, and the blanks theirs.
-  std::string PrefixOfValue(const Line& line) const;
+  // A key's line up to where its value begins: the name keeps its form, and the blanks theirs if
+  // they are to stay.
+  std::string PrefixOfValue(const Line& line, bool keeps_blanks) const;
   void Insert(std::size_t index, ProfileLine::Kind kind, std::wstring_view name, std::string bytes);
 
   ProfileForm form_;
