@@ -211,8 +211,8 @@ bool ProfileEditor::Set(const ProfileValue& change) {
     Insert(lines_.size(), ProfileLine::Kind::kKey, key, *line);
     return true;
   }
-  // A value with blanks of its own would grow with each time that it is written.
-  const bool keeps_blanks = !change.value.starts_with(L' ') && !change.value.starts_with(L'\t');
+  // The blanks of the line in front of blanks of the value would make it grow with each write.
+  const bool keeps_blanks = !change.value.empty() && !IsBlank(change.value.front());
   std::size_t behind_last_key = *found + 1;
   for (std::size_t i = *found + 1; i < lines_.size(); ++i) {
     if (lines_[i].kind == ProfileLine::Kind::kSection) break;
