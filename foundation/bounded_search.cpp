@@ -55,7 +55,7 @@ class PatternMeter {
   void ReadElement() {
     switch (Next()) {
       case L'\\':
-        SkipEscape();
+        ReadEscape();
         groups_.back().Add(1);
         break;
       case L'[':
@@ -80,6 +80,14 @@ class PatternMeter {
 
   // A control escape takes the character behind its letter, whatever that is.
   void SkipEscape() { Skip(rest_.substr(1).starts_with(L'c') ? 3 : 2); }
+
+  // The engine lets the number of a group overflow, and may come to one that is there.
+  void ReadEscape() {
+    const bool is_group = rest_.size() > 1 && rest_[1] >= L'1' && rest_[1] <= L'9';
+    if (!is_group) return SkipEscape();
+    Skip(1);
+    if (ReadNumber() >= kMostElements) throw std::regex_error(errors::error_backref);
+  }
 
   // The length of a bracket expression: each range in it may have to be looked at.
   std::uint64_t SkipBracket() {
