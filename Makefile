@@ -3,7 +3,7 @@
 PRESET ?= release
 PREFIX ?= /usr/local
 
-.PHONY: demo test bench coverage format lint install build configure tools-needed
+.PHONY: demo test bench coverage fuzz format lint install build configure tools-needed
 .DEFAULT_GOAL := build
 
 tools-needed:
@@ -31,6 +31,14 @@ bench: tools-needed
 coverage:
 	@scripts/install-packages gcovr
 	@scripts/coverage
+
+# Runs the fuzz targets, or TARGET alone, for SECONDS each: make fuzz SECONDS=600 TARGET=ini
+SECONDS ?= 20
+fuzz:
+	@scripts/install-packages clang libclang-rt-14-dev
+	cmake --preset fuzz
+	cmake --build --preset fuzz
+	scripts/fuzz $(SECONDS) $(TARGET)
 
 format:
 	@scripts/install-packages clang-format

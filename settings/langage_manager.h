@@ -62,6 +62,8 @@ class TQ_EXPORT CLangageManager {
   int language_ = 0;
 
  private:
+  friend class LangageManagerPeer;  // empties the table between the inputs of a fuzz target
+
   using MessageTable = std::map<CString, CString, std::less<>>;
 
   static MessageTable& Messages();
