@@ -1,3 +1,5 @@
+// What the files of one print job hold, which of them an object finds, and what is left of them when
+// something goes wrong.
 #include "jobs/manage_file_access.h"
 
 #include <sys/resource.h>
@@ -7,14 +9,10 @@
 #include <cstdlib>
 #include <filesystem>
 
-#include "foundation/util.h"
-#include "platform/error.h"
 #include "platform/file.h"
-#include "platform/profile.h"
-#include "platform/text.h"
 #include "storage/crypto.h"
 #include "storage/xml.h"
-#include "support/test_support.h"
+#include "support/lock_holder.h"
 
 namespace vk::tq::testing {
 namespace {
@@ -22,9 +20,47 @@ namespace {
 namespace fs = std::filesystem;
 using ::testing::Contains;
 using ::testing::ElementsAre;
+using ::testing::HasSubstr;
 using ::testing::IsEmpty;
-using ::testing::Not;
-using ::testing::UnorderedElementsAre;
+using Lines = std::vector<LogLine>;
+
+// The elements of a numbered file, in their order there; spoolsize follows them.
+struct Element {
+  const wchar_t* name;
+  CString MANAGE_FILE::*field;
+};
+#define TQ(name) {L## #name, &MANAGE_FILE::name},
+// clang-format off
+constexpr Element kElements[] = {
+    TQ(NotifyName) TQ(ip) TQ(printerno) TQ(userno) TQ(userid) TQ(accountname) TQ(printuserno)
+    TQ(usergroupid) TQ(color) TQ(number) TQ(jobid) TQ(comment) TQ(portname) TQ(deviceuse)
+    TQ(printername) TQ(tavocopy) TQ(copiedjobid) TQ(tavocopyerr)
+};
+// clang-format on
+#undef TQ
+
+MANAGE_FILE FullRecord() {
+  MANAGE_FILE record;
+  int n = 0;
+  for (const Element& element : kElements) {
+    record.*element.field = L" 値<" + std::to_wstring(++n) + L"> & \"髙①～\"\r\n\tend ";
+  }
+  record.tavocopy = L"1";
+  record.tavocopyerr = L"2";
+  record.spoolsize = -2147483647;
+  return record;
+}
+
+LogLine Line(int level, int number, const wchar_t* operation, const std::wstring& text,
+             std::optional<std::wstring> second = {}, std::optional<int> code = {}) {
+  return {level, number, CString(L"CManageFileAccess::") + operation, text, second, code};
+}
+
+LogLine RenameFailed(int code) {
+  return Line(5, 120600140, L"WriteManageFileStatus",
+              L"管理ファイル１(ステータス)の書き込み処理で予期せぬエラーが発生しました。", {},
+              code);
+}
 
 class ManageFileAccessTest : public ProductTest {
  protected:
@@ -41,442 +77,62 @@ class ManageFileAccessTest : public ProductTest {
   void Put(std::string_view name, std::string_view bytes = "") const {
     WriteNative(File(name), bytes);
   }
+  CManageFileAccess Job(std::wstring_view name = L"B", int status = 0) const {
+    CManageFileAccess job(Base(name).c_str());
+    job.GetManageData().ManageStatus = status;
+    return job;
+  }
 
   // A job with one comment, at a status.
   void MakeJob(int status, const std::wstring& comment = L"注釈") {
-    CManageFileAccess job(Base().c_str());
-    job.GetManageData().ManageStatus = status;
+    CManageFileAccess job = Job(L"B", status);
     job.GetManageData().comment = comment;
     ASSERT_EQ(1, job.WriteAll());
     log_.Clear();
   }
+
+  // An operation's result, and every line that it left.
+  void Expect(int expected, const Lines& lines, int result) {
+    EXPECT_EQ(expected, result);
+    EXPECT_EQ(lines, log_.lines());
+    log_.Clear();
+  }
 };
 
-MANAGE_FILE FullRecord() {
-  MANAGE_FILE record;
-  int n = 0;
-  for (CString MANAGE_FILE::*field :
-       {&MANAGE_FILE::NotifyName, &MANAGE_FILE::ip, &MANAGE_FILE::printerno, &MANAGE_FILE::userno,
-        &MANAGE_FILE::userid, &MANAGE_FILE::accountname, &MANAGE_FILE::printuserno,
-        &MANAGE_FILE::usergroupid, &MANAGE_FILE::color, &MANAGE_FILE::number, &MANAGE_FILE::jobid,
-        &MANAGE_FILE::comment, &MANAGE_FILE::portname, &MANAGE_FILE::deviceuse,
-        &MANAGE_FILE::printername, &MANAGE_FILE::copiedjobid}) {
-    record.*field = L" 値<" + std::to_wstring(++n) + L"> & \"髙①～\"\r\n\tend ";
-  }
-  record.tavocopy = L"1";
-  record.tavocopyerr = L"2";
-  record.spoolsize = -2147483647;
-  return record;
-}
+// ---- The name of a job ----
 
 TEST_F(ManageFileAccessTest, AnObjectBindsToTheNumberedFileWhateverTheExtension) {
+  fs::create_directories(File("dir.d"));
   Put("B.dat", "x");
   Put("B.096");
   for (const wchar_t* name : {L"B", L"B.000", L"B.dat", L"B.tar"}) {
-    CManageFileAccess job(Base(name).c_str());
+    CManageFileAccess job = Job(name);
     EXPECT_EQ(Base(L"B.096"), job.GetInfoFileName()) << ToUtf8(name);
-    EXPECT_EQ(0, job.GetManageData().ManageStatus);
     EXPECT_EQ(1, job.ReadStatus());
     EXPECT_EQ(96, job.GetManageData().ManageStatus);
     EXPECT_TRUE(job.GetStatusFileName().empty());
   }
-}
-
-TEST_F(ManageFileAccessTest, ANameWithoutFilesStandsForB000) {
-  CManageFileAccess job(Base().c_str());
-  EXPECT_EQ(Base(L"B.000"), job.GetInfoFileName());
-  EXPECT_EQ(0, job.IsExist());
-  EXPECT_EQ(0, job.WriteStatus());
-  EXPECT_THAT(log_.lines(),
-              ElementsAre(LogLine{
-                  5,
-                  120600140,
-                  L"CManageFileAccess::WriteManageFileStatus",
-                  L"管理ファイル１(ステータス)の書き込み処理で予期せぬエラーが発生しました。",
-                  {},
-                  2}));
-  log_.Clear();
-  EXPECT_EQ(1, job.Delete());
-  EXPECT_THAT(log_.lines(), ElementsAre(LogLine{3, 120600040, L"CManageFileAccess::Delete",
-                                                L"削除：管理ファイルは存在しません。"}));
-  log_.Clear();
-  EXPECT_EQ(0, job.ReadAll());
-  EXPECT_THAT(log_.lines(), IsEmpty());
-  EXPECT_THAT(Family(), IsEmpty());
-}
-
-TEST_F(ManageFileAccessTest, AFolderThatIsMissingIsAFailure) {
-  CManageFileAccess job(path(L"none\\B").c_str());
-  EXPECT_EQ(0, job.IsExist());
-  EXPECT_EQ(0, job.Delete());
-  EXPECT_THAT(log_.lines(), ElementsAre(LogLine{5,
-                                                120600010,
-                                                L"CManageFileAccess::IsExist",
-                                                L"ファイルの一覧取得に失敗しました。",
-                                                {},
-                                                3},
-                                        LogLine{5,
-                                                120600030,
-                                                L"CManageFileAccess::Delete",
-                                                L"ファイルの一覧取得に失敗しました。",
-                                                {},
-                                                3}));
-}
-
-TEST_F(ManageFileAccessTest, NullGivesNoName) {
-  CManageFileAccess job(nullptr);
-  EXPECT_TRUE(job.GetInfoFileName().empty());
-  EXPECT_EQ(0, job.ReadAll());
-  EXPECT_EQ(1, job.Delete());
-}
-
-TEST_F(ManageFileAccessTest, TheDefaultsHoldThreeThirties) {
-  CManageFileAccess job(Base().c_str());
-  MANAGE_FILE record = FullRecord();
-  record.FileTime = CTime(7);
-  record.LogPrintTimeout = 5;
-  job.SetManageData(record);
-  EXPECT_EQ(CTime(7), job.GetManageData().FileTime);
-  job.InitManageData();
-  const MANAGE_FILE& reset = job.GetManageData();
-  EXPECT_EQ(CTime(7), reset.FileTime);
-  EXPECT_EQ(1, reset.AuthPrintFlag);
-  EXPECT_EQ(0, reset.LocalTimeoutUnsentAuthPrint);
-  EXPECT_EQ(30, reset.LocalTimeoutUnsentLogPrint);
-  EXPECT_EQ(30, reset.AuthPrintTimeout);
-  EXPECT_EQ(30, reset.LogPrintTimeout);
-  EXPECT_EQ(0, reset.spoolsize);
-  EXPECT_TRUE(reset.comment.empty());
-}
-
-TEST_F(ManageFileAccessTest, ARecordComesBackWhole) {
-  CManageFileAccess writer(Base().c_str());
-  writer.SetManageData(FullRecord());
-  writer.GetManageData().ManageStatus = 5;
-  ASSERT_EQ(1, writer.WriteAll());
-  EXPECT_THAT(Family(), ElementsAre("B.005"));
-  EXPECT_THAT(log_.lines(),
-              ElementsAre(LogLine{2, 120600180, L"CManageFileAccess::WriteManageFileInformation",
-                                  L"管理ファイル２(情報)を書き込みます。[strDeviceUse:" +
-                                      FullRecord().deviceuse + L"]"}));
-  log_.Clear();
-
-  CManageFileAccess reader(Base().c_str());
-  ASSERT_EQ(1, reader.ReadAll());
-  EXPECT_THAT(log_.lines(),
-              ElementsAre(LogLine{2, 0, L"CManageFileAccess::ReadManageFileInformation",
-                                  L"管理ファイル２(情報)を読み込みました。", Base(L"B.005")}));
-  const MANAGE_FILE& read = reader.GetManageData();
-  const MANAGE_FILE wrote = FullRecord();
-  EXPECT_EQ(5, read.ManageStatus);
-  EXPECT_EQ(GetFileStatus(Base(L"B.005"))->last_write(), read.FileTime);
-  EXPECT_EQ(wrote.NotifyName, read.NotifyName);
-  EXPECT_EQ(wrote.comment, read.comment);
-  EXPECT_EQ(wrote.printername, read.printername);
-  EXPECT_EQ(wrote.copiedjobid, read.copiedjobid);
-  EXPECT_EQ(L"1", read.tavocopy);
-  EXPECT_EQ(L"2", read.tavocopyerr);
-  EXPECT_EQ(wrote.spoolsize, read.spoolsize);
-
-  CString xml;
-  ASSERT_EQ(0, CCrypto().CryptingStringReader(Base(L"B.005"), xml));
-  EXPECT_THAT(ToUtf8(xml),
-              ::testing::MatchesRegex(
-                  "<\\?xml version=\"1.0\" encoding=\"Shift_JIS\".*<Velkorandia><ManageInfo>"
-                  "<NotifyName>.*</NotifyName><ip>.*</tavocopyerr><spoolsize>-2147483647"
-                  "</spoolsize></ManageInfo></Velkorandia>\n?"));
-}
-
-TEST_F(ManageFileAccessTest, ElementsAreReadAsTheyAre) {
-  const struct {
-    const wchar_t* xml;
-    const wchar_t* tavocopy;
-    const wchar_t* tavocopyerr;
-    const wchar_t* copiedjobid;
-    int spoolsize;
-  } kCases[] = {
-      {L"", L"0", L"0", L"before", 0},
-      {L"<tavocopy>2</tavocopy><tavocopyerr>2</tavocopyerr>", L"0", L"2", L"before", 0},
-      {L"<tavocopy>1</tavocopy><tavocopyerr>3</tavocopyerr>", L"1", L"0", L"before", 0},
-      {L"<copiedjobid/><spoolsize>12ab</spoolsize>", L"0", L"0", L"", 12},
-      {L"<copiedjobid>1st</copiedjobid><copiedjobid>2nd</copiedjobid><spoolsize/>", L"0", L"0",
-       L"1st", 0},
-      {L"<spoolsize> 99999999999</spoolsize>", L"0", L"0", L"before", 2147483647},
-  };
-  for (const auto& test : kCases) {
-    ASSERT_EQ(0,
-              CCrypto().CryptingStringWriter(L"<Velkorandia><ManageInfo>" + std::wstring(test.xml) +
-                                                 L"</ManageInfo></Velkorandia>",
-                                             Base(L"B.005")));
-    CManageFileAccess job(Base().c_str());
-    job.GetManageData().copiedjobid = L"before";
-    job.GetManageData().spoolsize = 77;
-    EXPECT_EQ(1, job.ReadInformation());
-    EXPECT_EQ(test.tavocopy, job.GetManageData().tavocopy) << ToUtf8(test.xml);
-    EXPECT_EQ(test.tavocopyerr, job.GetManageData().tavocopyerr) << ToUtf8(test.xml);
-    EXPECT_EQ(test.copiedjobid, job.GetManageData().copiedjobid) << ToUtf8(test.xml);
-    EXPECT_EQ(test.spoolsize, job.GetManageData().spoolsize) << ToUtf8(test.xml);
-  }
-}
-
-TEST_F(ManageFileAccessTest, TextThatIsNoXmlIsReadAsNothing) {
-  ASSERT_EQ(0, CCrypto().CryptingStringWriter(L"no xml", Base(L"B.005")));
-  CManageFileAccess job(Base().c_str());
-  job.GetManageData().comment = L"before";
-  EXPECT_EQ(1, job.ReadAll());
-  EXPECT_EQ(L"before", job.GetManageData().comment);
-  EXPECT_EQ(L"0", job.GetManageData().tavocopy);
-  EXPECT_THAT(log_.lines(),
-              ElementsAre(LogLine{2, 0, L"CManageFileAccess::ReadManageFileInformation",
-                                  L"管理ファイル２(情報)を読み込みました。", Base(L"B.005")}));
-}
-
-TEST_F(ManageFileAccessTest, TheStatusIsReadWhereverItLies) {
-  const std::string ini = "[Information]\r\nManageStatus=42\r\nPrinterIpAddress=10.0.0.1\r\n";
-  const struct {
-    const char* what;
-    const char* extension;
-    std::optional<std::string> dat;
-    std::optional<std::string> dat2;
-    int status;
-    int result;
-  } kCases[] = {
-      {"the extension wins", "097", "5", {}, 97, 1},
-      {"a letter extension", "ab7", {}, {}, 0, 1},
-      {"one byte", "099", std::string("\xC8"), ini, 200, 1},
-      {"the INI form", "099", ini, "[Information]\r\nManageStatus=7\r\n", 42, 1},
-      {"an empty file", "099", "", {}, 99, 0},
-      {"no key", "099", "xx", {}, 99, 0},
-      {"a key of -1", "099", "[Information]\nManageStatus=-1\n", {}, 99, 0},
-      {"the second file", "099", {}, ini, 42, 1},
-      {"the second file without a key", "099", {}, "[Information]\n", 1, 1},
-      {"neither", "099", {}, {}, 99, 1},
-  };
-  for (const auto& test : kCases) {
-    fs::remove_all(native("jobs"));
-    Put("B." + std::string(test.extension));
-    if (test.dat) Put("B.dat", *test.dat);
-    if (test.dat2) Put("B.dat2", *test.dat2);
-    CManageFileAccess job(Base().c_str());
-    job.GetInfoFileName() = Base(FromUtf8("B." + std::string(test.extension)));
-    log_.Clear();
-    EXPECT_EQ(test.result, job.ReadStatus()) << test.what;
-    EXPECT_EQ(test.status, job.GetManageData().ManageStatus) << test.what;
-    const bool is_second = !test.dat && test.dat2 == ini;
-    EXPECT_EQ(is_second ? L"10.0.0.1" : L"", job.GetManageData().PrinterIpAddress) << test.what;
-    if (test.result == 0) {
-      EXPECT_THAT(
-          log_.lines(),
-          ElementsAre(LogLine{2, 0, L"CManageFileAccess::ReadManageFileStatus",
-                              L"管理ファイル１(ステータス) ファイルサイズ：" +
-                                  std::to_wstring(test.dat->size())},
-                      LogLine{5, 120600310, L"CManageFileAccess::ReadManageFileStatusINI",
-                              L"管理ファイル１(ステータス)の管理ステータスの取得に失敗しました。",
-                              Base(L"B.dat")}))
-          << test.what;
-    }
-  }
-}
-
-TEST_F(ManageFileAccessTest, ADirectoryInPlaceOfTheStatusFileIsAFailure) {
-  Put("B.099");
-  fs::create_directory(File("B.dat"));
-  CManageFileAccess job(Base().c_str());
-  EXPECT_EQ(0, job.ReadStatus());
-  EXPECT_EQ(99, job.GetManageData().ManageStatus);
-  ASSERT_FALSE(log_.lines().empty());
-  EXPECT_EQ((LogLine{5, 120600070, L"CManageFileAccess::ReadManageFileStatus",
-                     L"管理ファイル１(ステータス)のオープンに失敗しました。filename:" +
-                         Base(L"B.dat") + L", errno:" + std::to_wstring(EACCES)}),
-            log_.lines().front());
-}
-
-TEST_F(ManageFileAccessTest, AReadOfBothGoesOnWhenTheStatusFails) {
-  MakeJob(99, L"the comment");
-  Put("B.dat", "[Information]\r\n");
-  CManageFileAccess job(Base().c_str());
-  EXPECT_EQ(0, job.ReadAll());
-  EXPECT_EQ(L"the comment", job.GetManageData().comment);
-}
-
-TEST_F(ManageFileAccessTest, AStatusFrom95To99AlsoWritesTheStatusFile) {
-  MakeJob(94);
-  EXPECT_THAT(Family(), ElementsAre("B.094"));
-  CManageFileAccess job(Base().c_str());
-  MANAGE_FILE& record = job.GetManageData();
-  record.ErrorMessage = L"用紙がありません。";
-  record.RetryDatetime = L"2026/11/24 10:00:00";
-  record.RetryCount = 3;
-  record.LocalTimeoutUnsentAuthPrint = 11;
-  for (const int flag : {1, 2}) {
-    record.ManageStatus = 96;
-    record.AuthPrintFlag = flag;
-    log_.Clear();
-    ASSERT_EQ(1, job.WriteStatus());
-    EXPECT_THAT(Family(), ElementsAre("B.096", "B.dat"));
-    EXPECT_EQ("[Setting]\r\nAuthPrintFlag=" + std::to_string(flag) +
-                  "\r\nLocalTimeoutUnsent=" + (flag == 1 ? "11" : "30") +
-                  "\r\nAuthPrintTimeout=30\r\nLogPrintTimeout=30\r\nLogPrintRetryInterval=0\r\n"
-                  "LogPrintRetryMaxCount=0\r\n[Information]\r\nManageStatus=96\r\n"
-                  "RetryDatetime=2026/11/24 "
-                  "10:00:00\r\nRetryCount=3\r\nErrorMessage=用紙がありません。\r\n",
-              ReadNative(File("B.dat")));
-    const std::wstring function = L"CManageFileAccess::WriteManageFileStatus";
-    std::vector<LogLine> lines = log_.lines();
-    ASSERT_GE(lines.size(), 2U);
-    EXPECT_EQ(
-        (LogLine{2, 0, function,
-                 L"管理ファイル1（ステータス）を作成しました。管理ファイル名：" + Base(L"B.dat")}),
-        lines[0]);
-    EXPECT_EQ(
-        (LogLine{
-            2, 0, function,
-            (flag == 1 ? L"印刷出力方法：1、送信初期状態監視時間にローカル認証プリントの送信初期状"
-                         L"態監視時間(86)：11を設定、"
-                       : L"印刷出力方法：2、送信初期状態監視時間にローカルログだけプリントの送信初"
-                         L"期状態監視時間(81)：30を設定、") +
-                std::wstring(L"認証印刷のタイムアウト監視時間(18)：30、ログだけ印刷のタイムアウト監"
-                             L"視時間(82)：30、ログだけ印刷のリトライ間隔時間(83)：0、ログだけ印刷"
-                             L"の最大リトライ印刷回数(84)：0、管理ステータス：96")}),
-        lines[1]);
-  }
-  // Another status leaves the status file as it is.
-  record.ManageStatus = 5;
-  const std::string before = ReadNative(File("B.dat"));
-  ASSERT_EQ(1, job.WriteStatus());
-  EXPECT_THAT(Family(), ElementsAre("B.005", "B.dat"));
-  EXPECT_EQ(before, ReadNative(File("B.dat")));
-}
-
-TEST_F(ManageFileAccessTest, AStatusFileHoldsEachTextOnOneLine) {
-  CManageFileAccess job(Base().c_str());
-  job.GetManageData().ManageStatus = 97;
-  job.GetManageData().ErrorMessage = L"one\r\ntwo\nthree" + std::wstring(1, L'\0') + L"four";
-  ASSERT_EQ(1, job.WriteAll(1));
-  EXPECT_THAT(ReadNative(File("B.dat")),
-              ::testing::HasSubstr("\r\nErrorMessage=one two three\r\n"));
-  CManageFileAccess reader(Base().c_str());
-  EXPECT_EQ(1, reader.ReadStatus());
-  EXPECT_EQ(97, reader.GetManageData().ManageStatus);
-}
-
-TEST_F(ManageFileAccessTest, AStatusOfMoreThanThreeDigitsIsRefused) {
-  MakeJob(5);
-  for (const int status : {1000, -1}) {
-    CManageFileAccess job(Base().c_str());
-    job.GetManageData().ManageStatus = status;
-    EXPECT_EQ(0, job.WriteStatus());
-    EXPECT_THAT(Family(), ElementsAre("B.005"));
-  }
-}
-
-TEST_F(ManageFileAccessTest, APathThatStandsForNoJobIsNotWritten) {
-  Put(".profile", "somebody's");
-  for (const std::wstring& name :
-       {std::wstring(L".job"), std::wstring(L""), std::wstring(256, L'n')}) {
-    CManageFileAccess job(Base(name).c_str());
-    job.GetManageData().ManageStatus = 5;
-    EXPECT_EQ(0, job.WriteAll()) << ToUtf8(name);
-    EXPECT_EQ(0, job.WriteStatus()) << ToUtf8(name);
-    EXPECT_EQ(1, job.Delete()) << ToUtf8(name);
-    EXPECT_THAT(Family(), ElementsAre(".profile"));
-  }
-}
-
-TEST_F(ManageFileAccessTest, TheFlagSendsTheReaderToTheStatusFile) {
-  CManageFileAccess job(Base().c_str());
-  job.GetManageData().ManageStatus = 96;
-  ASSERT_EQ(1, job.WriteAll(1));
-  EXPECT_THAT(Family(), ElementsAre("B.099", "B.dat"));
-  CManageFileAccess reader(Base().c_str());
-  EXPECT_EQ(1, reader.ReadStatus());
-  EXPECT_EQ(96, reader.GetManageData().ManageStatus);
-}
-
-TEST_F(ManageFileAccessTest, ARenameNeverReplacesAnotherFile) {
-  MakeJob(1);
-  Put("B.096", "somebody else's");
-  CManageFileAccess job(Base().c_str());
-  job.GetInfoFileName() = Base(L"B.001");
-  job.GetManageData().ManageStatus = 96;
-  EXPECT_EQ(0, job.WriteStatus());
-  EXPECT_THAT(log_.lines(),
-              ElementsAre(LogLine{
-                  5,
-                  120600140,
-                  L"CManageFileAccess::WriteManageFileStatus",
-                  L"管理ファイル１(ステータス)の書き込み処理で予期せぬエラーが発生しました。",
-                  {},
-                  183}));
-  EXPECT_EQ(Base(L"B.001"), job.GetInfoFileName());
-  EXPECT_THAT(Family(), ElementsAre("B.001", "B.096"));
-  EXPECT_EQ("somebody else's", ReadNative(File("B.096")));
-  // Its own name is no other file.
-  job.GetManageData().ManageStatus = 1;
-  EXPECT_EQ(1, job.WriteStatus());
-}
-
-TEST_F(ManageFileAccessTest, DeleteReportsTheErrorTextOnTheWay) {
-  MakeJob(5);
-  Put("B.DAT", "[Information]\r\nErrorMessage=\" 紙切れです。【対処】紙を入れ,蓋を閉じる。 \"\r\n");
-  Put("B.dat2", "[Information]\r\nErrorMessage=never read\r\n");
-  Put("B", "bare");
-  Put("Bc.001", "another job");
-  Put("b.001", "another job");
-  CManageFileAccess job(Base().c_str());
-  EXPECT_EQ(1, job.Delete());
-  EXPECT_THAT(Family(), ElementsAre("B", "Bc.001", "b.001"));
-  EXPECT_THAT(
-      log_.events(),
-      ElementsAre(Event{0x80003000, L"紙切れです。\r\n\r\n【対処】\r\n紙を入れ\r\n蓋を閉じる。\r\n",
-                        true}));
-  std::vector<std::wstring> texts;
-  for (const LogLine& line : log_.lines()) {
-    EXPECT_EQ(2, line.level);
-    EXPECT_EQ(120600050, line.number);
-    texts.push_back(line.message);
-  }
-  EXPECT_THAT(texts, ElementsAre(L"管理ファイルを削除しました。管理ファイル = " + Base(L"B.005"),
-                                 L"管理ファイルを削除しました。管理ファイル = " + Base(L"B.DAT"),
-                                 L"管理ファイルを削除しました。管理ファイル = " + Base(L"B.dat2")));
-}
-
-TEST_F(ManageFileAccessTest, ADirectoryInTheFamilyKeepsDeleteFromTouchingAnything) {
-  MakeJob(5);
-  fs::create_directory(File("B.keep"));
-  Put("B.keep/inside", "x");
-  Put("B.dat", "[Information]\r\nErrorMessage=text\r\n");
-  CManageFileAccess job(Base().c_str());
-  EXPECT_EQ(Base(L"B.005"), job.GetInfoFileName());
-  EXPECT_EQ(0, job.Delete());
-  EXPECT_THAT(Family(), ElementsAre("B.005", "B.dat", "B.keep"));
-  EXPECT_THAT(log_.events(), IsEmpty());
-  EXPECT_THAT(log_.lines(), ElementsAre(LogLine{5,
-                                                120600060,
-                                                L"CManageFileAccess::Delete",
-                                                L"削除処理で予期せぬエラーが発生しました。",
-                                                {},
-                                                5}));
-  EXPECT_EQ(1, CManageFileAccess(Base().c_str()).ReadAll()) << "the job is still whole";
+  EXPECT_EQ(Base(L"B.096"), CManageFileAccess(FromUtf8(File("B")).c_str()).GetInfoFileName());
+  EXPECT_EQ(Base(L"none.000"), Job(L"none").GetInfoFileName());
+  EXPECT_EQ(Base(L"dir.d\\name.000"), Job(L"dir.d\\name").GetInfoFileName());
+  CManageFileAccess nothing(nullptr);
+  EXPECT_TRUE(nothing.GetInfoFileName().empty());
+  EXPECT_EQ(0, nothing.ReadAll());
+  EXPECT_EQ(1, nothing.Delete());
 }
 
 TEST_F(ManageFileAccessTest, NamesAreTakenToTheLetter) {
   for (const wchar_t* name : {L"a b ", L"印刷 ジョブ", L"a[1-9]", L"*", L"100%d", L".hidden",
                               L"x.y", L"-n", L"ﾊﾝｶｸ'\""}) {
     fs::remove_all(native("jobs"));
-    Put("aXb.001");
-    Put("a1.001");
-    Put("hidden.001");
-    Put("x.001");
+    for (const char* other : {"aXb.001", "a1.001", "hidden.001", "x.001"}) Put(other);
     const std::vector<std::string> others = Family();
-    const std::wstring base = Base(name);
     // A point in the name is taken for an extension unless another one follows.
-    const std::wstring bound = base + L".000";
-    CManageFileAccess job(bound.c_str());
-    job.GetManageData().ManageStatus = 96;
+    const std::wstring bound = std::wstring(name) + L".000";
+    CManageFileAccess job = Job(bound, 96);
     job.GetManageData().comment = name;
     ASSERT_EQ(1, job.WriteAll()) << ToUtf8(name);
-    CManageFileAccess reader(bound.c_str());
+    CManageFileAccess reader = Job(bound);
     EXPECT_EQ(1, reader.ReadAll()) << ToUtf8(name);
     EXPECT_EQ(96, reader.GetManageData().ManageStatus) << ToUtf8(name);
     EXPECT_EQ(name, reader.GetManageData().comment);
@@ -485,129 +141,341 @@ TEST_F(ManageFileAccessTest, NamesAreTakenToTheLetter) {
   }
 }
 
-TEST_F(ManageFileAccessTest, APointInTheFolderIsNoExtension) {
-  fs::create_directories(native("jobs/dir.d"));
-  CManageFileAccess job(path(L"jobs\\dir.d\\name").c_str());
-  EXPECT_EQ(path(L"jobs\\dir.d\\name.000"), job.GetInfoFileName());
-  job.GetManageData().ManageStatus = 8;
-  EXPECT_EQ(1, job.WriteAll());
-  EXPECT_TRUE(ExistsNative(native("jobs/dir.d/name.008")));
-  // Slashes serve as well as backslashes.
-  EXPECT_EQ(path(L"jobs\\dir.d\\name.008"),
-            CManageFileAccess(FromUtf8(native("jobs/dir.d/name")).c_str()).GetInfoFileName());
-}
-
-TEST_F(ManageFileAccessTest, WhatCannotBeWrittenLeavesTheOldRecord) {
-  const std::wstring unwritable = std::wstring(L"a\x0001") + L"b";
-  MakeJob(96, L"old");
-  const std::string old = ReadNative(File("B.096"));
-  const std::string old_status = ReadNative(File("B.dat"));
-
-  CManageFileAccess job(Base().c_str());
-  job.GetManageData().ManageStatus = 97;
-  job.GetManageData().comment = unwritable;
-  EXPECT_EQ(0, job.WriteAll()) << "no XML can hold this comment";
-  EXPECT_THAT(log_.lines(5),
-              Contains(LogLine{5, 120600180, L"CManageFileAccess::WriteManageFileInformation",
-                               L"管理ファイル２(情報)の書き込みに失敗しました。"}));
-  log_.Clear();
-  job.GetManageData().comment = L"new";
-  WriteKeyFile(std::string(34, 'k'));
-  EXPECT_EQ(0, job.WriteAll()) << "the key file is too long";
-  EXPECT_THAT(
-      log_.lines(5),
-      ElementsAre(LogLine{5, 120600190, L"CManageFileAccess::WriteManageFileInformation",
-                          L"管理ファイル２(情報)の書き込み処理で予期せぬエラーが発生しました。"}));
-  EXPECT_THAT(Family(), ElementsAre("B.096", "B.dat"));
-  EXPECT_EQ(old, ReadNative(File("B.096")));
-  EXPECT_EQ(old_status, ReadNative(File("B.dat")));
-}
-
-TEST_F(ManageFileAccessTest, AFullDiskLeavesTheOldRecord) {
-  MakeJob(5, L"old");
-  const std::string old = ReadNative(File("B.005"));
-  ChildProcess child([&] {
-    signal(SIGXFSZ, SIG_IGN);
-    const rlimit limit{8192, 8192};
-    setrlimit(RLIMIT_FSIZE, &limit);
-    CManageFileAccess job(Base().c_str());
-    job.GetManageData().ManageStatus = 6;
-    job.GetManageData().comment = std::wstring(20000, L'x');
-    return job.WriteAll();
-  });
-  EXPECT_EQ(0, child.Wait());
-  EXPECT_THAT(Family(), ElementsAre("B.005"));
-  EXPECT_EQ(old, ReadNative(File("B.005")));
-}
-
-TEST_F(ManageFileAccessTest, AMissingOrUnreadableFileIsReported) {
+TEST_F(ManageFileAccessTest, WhatCouldNotBeFoundAgainIsNotWritten) {
+  Put(".profile", "somebody's");
+  for (const std::wstring& name :
+       {std::wstring(L".job"), std::wstring(), std::wstring(256, L'n')}) {
+    CManageFileAccess job = Job(name, 5);
+    EXPECT_EQ(0, job.WriteAll()) << ToUtf8(name);
+    EXPECT_EQ(0, job.WriteStatus()) << ToUtf8(name);
+    EXPECT_EQ(1, job.Delete()) << ToUtf8(name);
+    EXPECT_THAT(Family(), ElementsAre(".profile"));
+  }
   MakeJob(5);
-  CManageFileAccess job(Base().c_str());
-  fs::remove(File("B.005"));
-  EXPECT_EQ(0, job.ReadInformation());
-  fs::create_directory(File("B.005"));
-  EXPECT_EQ(0, job.ReadInformation());
-  const std::wstring function = L"CManageFileAccess::ReadManageFileInformation";
-  EXPECT_THAT(
-      log_.lines(),
-      ElementsAre(
-          LogLine{5, 120600160, function, L"管理ファイル２(情報)が存在しません。", Base(L"B.005")},
-          LogLine{5, 120600150, function, L"管理ファイル２(情報)の復号化に失敗しました。",
-                  Base(L"B.005")}));
+  for (const int status : {1000, -1}) {
+    EXPECT_EQ(0, Job(L"B", status).WriteStatus());
+    EXPECT_THAT(Family(), ElementsAre(".profile", "B.005"));
+  }
 }
 
-TEST_F(ManageFileAccessTest, WriteInformationKeepsTheName) {
-  MakeJob(96);
-  CManageFileAccess job(Base().c_str());
-  job.GetManageData().ManageStatus = 5;
-  job.GetManageData().comment = L"changed";
-  EXPECT_EQ(1, job.WriteInformation());
-  EXPECT_THAT(Family(), ElementsAre("B.096", "B.dat"));
-  CManageFileAccess reader(Base().c_str());
-  EXPECT_EQ(1, reader.ReadInformation());
-  EXPECT_EQ(L"changed", reader.GetManageData().comment);
+// ---- The record ----
+
+TEST_F(ManageFileAccessTest, ARecordComesBackWhole) {
+  const MANAGE_FILE wrote = FullRecord();
+  CManageFileAccess writer = Job();
+  writer.SetManageData(wrote);
+  writer.GetManageData().ManageStatus = 5;
+  Expect(1,
+         {Line(2, 120600180, L"WriteManageFileInformation",
+               L"管理ファイル２(情報)を書き込みます。[strDeviceUse:" + wrote.deviceuse + L"]")},
+         writer.WriteAll());
+  EXPECT_THAT(Family(), ElementsAre("B.005"));
+
+  CManageFileAccess reader = Job();
+  Expect(1,
+         {Line(2, 0, L"ReadManageFileInformation", L"管理ファイル２(情報)を読み込みました。",
+               Base(L"B.005"))},
+         reader.ReadAll());
+  const MANAGE_FILE& read = reader.GetManageData();
+  CStringArray names;
+  CStringArray texts;
+  for (const Element& element : kElements) {
+    EXPECT_EQ(wrote.*element.field, read.*element.field) << ToUtf8(element.name);
+    names.Add(element.name);
+    texts.Add(wrote.*element.field);
+  }
+  EXPECT_EQ(wrote.spoolsize, read.spoolsize);
+  EXPECT_EQ(5, read.ManageStatus);
+  const CTime time = GetFileStatus(Base(L"B.005"))->last_write();
+  EXPECT_EQ(time, read.FileTime);
+
+  names.Add(L"spoolsize");
+  texts.Add(L"-2147483647");
+  CString xml;
+  ASSERT_EQ(0, CCrypto().CryptingStringReader(Base(L"B.005"), xml));
+  EXPECT_EQ(CXml(L"Velkorandia", L"ManageInfo").CreateXmlString01(names, texts), xml);
+
+  reader.InitManageData();
+  EXPECT_EQ(time, read.FileTime) << "is not reset";
+  EXPECT_EQ(L"", read.comment);
+  EXPECT_EQ(1, read.AuthPrintFlag);
+  EXPECT_EQ(0, read.LocalTimeoutUnsentAuthPrint);
+}
+
+TEST_F(ManageFileAccessTest, ElementsAreReadAsTheyAre) {
+  const std::pair<const wchar_t*, const wchar_t*> kCases[] = {
+      {L"", L"0 0 before 0"},
+      {L"</ManageInfo> no XML", L"0 0 before 0"},
+      {L"<tavocopy>2</tavocopy><tavocopyerr>2</tavocopyerr>", L"0 2 before 0"},
+      {L"<tavocopy>1</tavocopy><tavocopyerr>3</tavocopyerr>", L"1 0 before 0"},
+      {L"<copiedjobid/><spoolsize>12ab</spoolsize>", L"0 0  12"},
+      {L"<copiedjobid>1st</copiedjobid><copiedjobid>2</copiedjobid><spoolsize/>", L"0 0 1st 0"},
+      {L"<spoolsize> 99999999999</spoolsize>", L"0 0 before 2147483647"},
+  };
+  for (const auto& [elements, read] : kCases) {
+    const CString text = CString(L"<Velkorandia><ManageInfo>") + elements;
+    ASSERT_EQ(
+        0, CCrypto().CryptingStringWriter(text + L"</ManageInfo></Velkorandia>", Base(L"B.005")));
+    CManageFileAccess job = Job();
+    MANAGE_FILE& record = job.GetManageData();
+    record.copiedjobid = L"before";
+    record.spoolsize = 77;
+    EXPECT_EQ(1, job.ReadInformation());
+    EXPECT_EQ(read, record.tavocopy + L" " + record.tavocopyerr + L" " + record.copiedjobid + L" " +
+                        std::to_wstring(record.spoolsize));
+  }
+}
+
+// ---- The status ----
+
+TEST_F(ManageFileAccessTest, TheStatusIsReadWhereverItLies) {
+  const std::string ini = "[Information]\r\nManageStatus=42\r\nPrinterIpAddress=10.0.0.1\r\n";
+  const struct {
+    const char* what;
+    std::string extension;
+    std::optional<std::string> dat;
+    std::optional<std::string> dat2;
+    int status;
+    int result = 1;
+    const wchar_t* address = L"";
+  } kCases[] = {
+      {"the extension wins", "097", "5", {}, 97},
+      {"a letter extension", "ab7", {}, {}, 0},
+      {"one byte", "099", "\xC8", ini, 200},
+      {"the INI form", "099", ini, "[Information]\r\nManageStatus=7\r\n", 42},
+      {"an empty file", "099", "", {}, 99, 0},
+      {"no key", "099", "xx", {}, 99, 0},
+      {"a key of -1", "099", "[Information]\nManageStatus=-1\n", {}, 99, 0},
+      {"the second file", "099", {}, ini, 42, 1, L"10.0.0.1"},
+      {"the second file without a key", "099", {}, "[Information]\n", 1},
+      {"neither", "099", {}, {}, 99},
+  };
+  const LogLine no_status =
+      Line(5, 120600310, L"ReadManageFileStatusINI",
+           L"管理ファイル１(ステータス)の管理ステータスの取得に失敗しました。", Base(L"B.dat"));
+  for (const auto& test : kCases) {
+    SCOPED_TRACE(test.what);
+    fs::remove_all(native("jobs"));
+    Put("B." + test.extension);
+    if (test.dat) Put("B.dat", *test.dat);
+    if (test.dat2) Put("B.dat2", *test.dat2);
+    CManageFileAccess job = Job();
+    job.GetInfoFileName() = Base(FromUtf8("B." + test.extension));
+    log_.Clear();
+    EXPECT_EQ(test.result, job.ReadStatus());
+    EXPECT_EQ(test.status, job.GetManageData().ManageStatus);
+    EXPECT_EQ(test.address, job.GetManageData().PrinterIpAddress);
+    if (test.result == 1) continue;
+    EXPECT_EQ((Lines{Line(2, 0, L"ReadManageFileStatus",
+                          L"管理ファイル１(ステータス) ファイルサイズ：" +
+                              std::to_wstring(test.dat->size())),
+                     no_status}),
+              log_.lines());
+  }
+
+  // A directory in the file's place. The information is read all the same.
+  for (const std::string& name : Family()) fs::remove(File(name));
+  MakeJob(99, L"the comment");
+  fs::remove(File("B.dat"));
+  fs::create_directory(File("B.dat"));
+  CManageFileAccess job = Job();
+  EXPECT_EQ(0, job.ReadAll());
+  EXPECT_EQ(99, job.GetManageData().ManageStatus);
+  EXPECT_EQ(L"the comment", job.GetManageData().comment);
+  EXPECT_EQ(Line(5, 120600070, L"ReadManageFileStatus",
+                 L"管理ファイル１(ステータス)のオープンに失敗しました。filename:" + Base(L"B.dat") +
+                     L", errno:" + std::to_wstring(EACCES)),
+            log_.lines().front());
+}
+
+TEST_F(ManageFileAccessTest, AStatusFrom95To99AlsoWritesTheStatusFile) {
+  MakeJob(1);
+  CManageFileAccess job = Job();
+  MANAGE_FILE& record = job.GetManageData();
+  for (const int status : {94, 95, 99, 100}) {
+    record.ManageStatus = status;
+    ASSERT_EQ(1, job.WriteStatus());
+    EXPECT_EQ(ExistsNative(File("B.dat")), status == 95 || status == 99) << status;
+    fs::remove(File("B.dat"));
+  }
+  record.ErrorMessage = L"用紙\r\nがあり\nません。" + std::wstring(1, L'\0') + L"cut";
+  record.RetryDatetime = L"2026/11/24 10:00:00";
+  record.RetryCount = 3;
+  record.LocalTimeoutUnsentAuthPrint = 11;
+  record.ManageStatus = 96;
+  for (const int flag : {1, 2}) {
+    record.AuthPrintFlag = flag;
+    log_.Clear();
+    ASSERT_EQ(1, job.WriteStatus());
+    EXPECT_THAT(Family(), ElementsAre("B.096", "B.dat"));
+    EXPECT_EQ("[Setting]\r\nAuthPrintFlag=" + std::to_string(flag) +
+                  "\r\nLocalTimeoutUnsent=" + (flag == 1 ? "11" : "30") +
+                  "\r\nAuthPrintTimeout=30\r\nLogPrintTimeout=30\r\nLogPrintRetryInterval=0\r\n"
+                  "LogPrintRetryMaxCount=0\r\n[Information]\r\nManageStatus=96\r\n"
+                  "RetryDatetime=2026/11/24 10:00:00\r\nRetryCount=3\r\n"
+                  "ErrorMessage=用紙 があり ません。\r\n",
+              ReadNative(File("B.dat")));
+    const std::wstring unsent =
+        flag == 1 ? L"印刷出力方法：1、送信初期状態監視時間にローカル認証プリントの送信初期状態監視"
+                    L"時間(86)：11を設定、"
+                  : L"印刷出力方法：2、送信初期状態監視時間にローカルログだけプリントの送信初期状態"
+                    L"監視時間(81)：30を設定、";
+    Lines lines = log_.lines();
+    lines.resize(2);  // lines of the groups may follow
+    EXPECT_EQ(
+        (Lines{
+            Line(2, 0, L"WriteManageFileStatus",
+                 L"管理ファイル1（ステータス）を作成しました。管理ファイル名：" + Base(L"B.dat")),
+            Line(2, 0, L"WriteManageFileStatus",
+                 unsent + L"認証印刷のタイムアウト監視時間(18)：30、ログだけ印刷のタイムアウト監"
+                          L"視時間(82)：30、ログだけ印刷のリトライ間隔時間(83)：0、ログだけ印刷"
+                          L"の最大リトライ印刷回数(84)：0、管理ステータス：96")}),
+        lines);
+  }
+  // The flag of WriteAll sends the reader to the status file.
+  ASSERT_EQ(1, job.WriteAll(1));
+  EXPECT_THAT(Family(), ElementsAre("B.099", "B.dat"));
+  CManageFileAccess reader = Job();
+  EXPECT_EQ(1, reader.ReadStatus());
+  EXPECT_EQ(96, reader.GetManageData().ManageStatus);
+  // Another status leaves the file as it is.
+  record.ManageStatus = 5;
+  ASSERT_EQ(1, job.WriteStatus());
+  EXPECT_THAT(ReadNative(File("B.dat")), HasSubstr("ManageStatus=96\r\n"));
+}
+
+TEST_F(ManageFileAccessTest, ARenameNeverReplacesAnotherFile) {
+  MakeJob(1);
+  Put("B.096", "somebody else's");
+  CManageFileAccess job = Job(L"B", 96);
+  job.GetInfoFileName() = Base(L"B.001");
+  Expect(0, {RenameFailed(183)}, job.WriteStatus());
+  EXPECT_EQ(Base(L"B.001"), job.GetInfoFileName());
+  EXPECT_THAT(Family(), ElementsAre("B.001", "B.096"));
+  EXPECT_EQ("somebody else's", ReadNative(File("B.096")));
+  job.GetManageData().ManageStatus = 1;
+  EXPECT_EQ(1, job.WriteStatus()) << "its own name is no other file";
 }
 
 TEST_F(ManageFileAccessTest, AnOldObjectDoesNotSeeAMoveOfAnother) {
   MakeJob(5);
-  CManageFileAccess old(Base().c_str());
-  CManageFileAccess mover(Base().c_str());
-  mover.GetManageData().ManageStatus = 6;
-  ASSERT_EQ(1, mover.WriteStatus());
+  CManageFileAccess old = Job();
+  ASSERT_EQ(1, Job(L"B", 6).WriteStatus());
   EXPECT_EQ(1, old.ReadStatus());
   EXPECT_EQ(5, old.GetManageData().ManageStatus);
   EXPECT_EQ(0, old.ReadInformation());
   EXPECT_EQ(0, old.WriteStatus());
   EXPECT_THAT(Family(), ElementsAre("B.006"));
+  // Information is written under the present name.
+  CManageFileAccess job = Job(L"B", 7);
+  job.GetManageData().comment = L"changed";
+  EXPECT_EQ(1, job.WriteInformation());
+  EXPECT_THAT(Family(), ElementsAre("B.006"));
+  EXPECT_EQ(1, job.ReadInformation());
+  EXPECT_EQ(L"changed", job.GetManageData().comment);
+}
+
+// ---- Deleting ----
+
+TEST_F(ManageFileAccessTest, DeleteReportsTheErrorTextOnTheWay) {
+  MakeJob(5);
+  Put("B.DAT", "[Information]\r\nErrorMessage=\" 紙切れです。【対処】紙を入れ,蓋を閉じる。 \"\r\n");
+  Put("B.dat2", "[Information]\r\nErrorMessage=never read\r\n");
+  for (const char* other : {"B", "Bc.001", "b.001"}) Put(other, "of no job, or another");
+  EXPECT_EQ(1, Job().Delete());
+  EXPECT_THAT(Family(), ElementsAre("B", "Bc.001", "b.001"));
+  EXPECT_THAT(
+      log_.events(),
+      ElementsAre(Event{0x80003000, L"紙切れです。\r\n\r\n【対処】\r\n紙を入れ\r\n蓋を閉じる。\r\n",
+                        true}));
+  const auto gone = [&](const wchar_t* name) {
+    return Line(2, 120600050, L"Delete",
+                L"管理ファイルを削除しました。管理ファイル = " + Base(name));
+  };
+  EXPECT_EQ(log_.lines(), (Lines{gone(L"B.005"), gone(L"B.DAT"), gone(L"B.dat2")}));
+}
+
+TEST_F(ManageFileAccessTest, ADirectoryInTheFamilyKeepsDeleteFromTouchingAnything) {
+  MakeJob(5);
+  Put("B.keep/inside", "x");
+  Put("B.dat", "[Information]\r\nErrorMessage=text\r\n");
+  EXPECT_EQ(0, Job().Delete());
+  EXPECT_THAT(Family(), ElementsAre("B.005", "B.dat", "B.keep"));
+  EXPECT_THAT(log_.events(), IsEmpty());
+  EXPECT_EQ(
+      log_.lines(),
+      (Lines{Line(5, 120600060, L"Delete", L"削除処理で予期せぬエラーが発生しました。", {}, 5)}));
+  EXPECT_EQ(1, Job().ReadAll()) << "the job is still whole";
+}
+
+// ---- Failures ----
+
+TEST_F(ManageFileAccessTest, WhatIsMissingIsReported) {
+  CManageFileAccess job = Job();
+  Expect(0, {}, job.IsExist());
+  Expect(0, {}, job.ReadAll());
+  Expect(0, {RenameFailed(2)}, job.WriteStatus());
+  Expect(1, {Line(3, 120600040, L"Delete", L"削除：管理ファイルは存在しません。")}, job.Delete());
+  const wchar_t* const read = L"ReadManageFileInformation";
+  Expect(0, {Line(5, 120600160, read, L"管理ファイル２(情報)が存在しません。", Base(L"B.000"))},
+         job.ReadInformation());
+  EXPECT_THAT(Family(), IsEmpty());
+  fs::create_directory(File("B.000"));
+  Expect(
+      0,
+      {Line(5, 120600150, read, L"管理ファイル２(情報)の復号化に失敗しました。", Base(L"B.000"))},
+      job.ReadInformation());
+
+  fs::remove_all(native("jobs"));
+  const wchar_t* const no_list = L"ファイルの一覧取得に失敗しました。";
+  Expect(0, {Line(5, 120600010, L"IsExist", no_list, {}, 3)}, job.IsExist());
+  Expect(0, {Line(5, 120600030, L"Delete", no_list, {}, 3)}, job.Delete());
+}
+
+TEST_F(ManageFileAccessTest, WhatCannotBeWrittenLeavesTheOldRecord) {
+  MakeJob(96, L"old");
+  const std::string old = ReadNative(File("B.096"));
+  const std::string old_status = ReadNative(File("B.dat"));
+  const auto fails = [&](const std::wstring& comment, int number, const wchar_t* text) {
+    CManageFileAccess job = Job(L"B", 97);
+    job.GetManageData().comment = comment;
+    EXPECT_EQ(0, job.WriteAll());
+    EXPECT_THAT(log_.lines(5), Contains(Line(5, number, L"WriteManageFileInformation", text)));
+  };
+  fails(L"no character of XML: \x1", 120600180, L"管理ファイル２(情報)の書き込みに失敗しました。");
+  WriteKeyFile(std::string(34, 'k'));
+  fails(L"no key", 120600190,
+        L"管理ファイル２(情報)の書き込み処理で予期せぬエラーが発生しました。");
+  WriteKeyFile();
+  ChildProcess full_disk([&] {
+    signal(SIGXFSZ, SIG_IGN);
+    const rlimit limit{8192, 8192};
+    setrlimit(RLIMIT_FSIZE, &limit);
+    CManageFileAccess job = Job(L"B", 97);
+    job.GetManageData().comment = std::wstring(20000, L'x');
+    return job.WriteAll();
+  });
+  EXPECT_EQ(0, full_disk.Wait());
+  EXPECT_THAT(Family(), ElementsAre("B.096", "B.dat"));
+  EXPECT_EQ(old, ReadNative(File("B.096")));
+  EXPECT_EQ(old_status, ReadNative(File("B.dat")));
 }
 
 TEST_F(ManageFileAccessTest, WithoutTheLockNothingIsDone) {
   MakeJob(5);
-  Gate held;
-  Gate done;
-  ChildProcess holder([&] {
-    HANDLE lock = GetManageFileMutex(L"Global\\KITORA_QTL_JOB_MANAGE");
-    held.Open();
-    done.Wait();
-    ReleaseManageFileMutex(lock);
-    return 0;
-  });
-  ASSERT_TRUE(held.Wait());
+  const LockHolder holder(L"Global\\KITORA_QTL_JOB_MANAGE");
   const ScopedLockTimeout shorter(50);
-  CManageFileAccess job(Base().c_str());
-  job.GetManageData().ManageStatus = 6;
-  EXPECT_EQ(0, job.ReadStatus());
-  EXPECT_EQ(0, job.WriteStatus());
-  EXPECT_EQ(0, job.ReadAll());
-  EXPECT_EQ(0, job.WriteAll());
-  EXPECT_EQ(0, job.Delete());
-  EXPECT_EQ(1, job.IsExist()) << "does not take the lock";
-  const LogLine line{5, 120600210, L"CManageFileAccess::GetMutex",
-                     L"管理ファイルのロックに失敗しました。"};
-  EXPECT_THAT(log_.lines(), ElementsAre(line, line, line, line, line));
+  CManageFileAccess job = Job(L"B", 6);
+  const Lines lines = {Line(5, 120600210, L"GetMutex", L"管理ファイルのロックに失敗しました。")};
+  Expect(0, lines, job.ReadStatus());
+  Expect(0, lines, job.WriteStatus());
+  Expect(0, lines, job.ReadInformation());
+  Expect(0, lines, job.WriteInformation());
+  Expect(0, lines, job.ReadAll());
+  Expect(0, lines, job.WriteAll());
+  Expect(0, lines, job.Delete());
+  Expect(1, {}, job.IsExist());
   EXPECT_THAT(Family(), ElementsAre("B.005"));
-  done.Open();
-  EXPECT_EQ(0, holder.Wait());
 }
 
 // Two processes fight for one name; each file that existed before is somewhere afterwards.

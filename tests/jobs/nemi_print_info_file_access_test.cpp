@@ -1,16 +1,15 @@
+// What a print information file holds, and what each operation does when it is missing, in the way or
+// locked.
 #include "jobs/nemi_print_info_file_access.h"
-
-#include <unistd.h>
 
 #include <climits>
 #include <filesystem>
 #include <thread>
 
 #include "platform/error.h"
-#include "platform/file.h"
 #include "storage/crypto.h"
 #include "storage/xml.h"
-#include "support/test_support.h"
+#include "support/lock_holder.h"
 
 namespace vk::tq::testing {
 namespace {
@@ -18,6 +17,7 @@ namespace {
 namespace fs = std::filesystem;
 using ::testing::ElementsAre;
 using ::testing::IsEmpty;
+using Lines = std::vector<LogLine>;
 
 constexpr wchar_t kLock[] = L"KITORA_QTL_JOB_INFO_NEMI";
 constexpr wchar_t kNoPath[] = L"ネミ印刷情報ファイルへのパスが未設定です。";
@@ -54,6 +54,12 @@ NEMI_INF_FILE FullRecord() {
   return record;
 }
 
+LogLine Line(int number, const wchar_t* operation, const CString& text,
+             std::optional<int> code = {}) {
+  return {5, number, CString(L"CNemiPrintInfoFileAccess::") + operation, text, {}, code};
+}
+const LogLine kTimeout = Line(100908, L"GetMutex", kNoLock);
+
 class NemiPrintInfoFileAccessTest : public ProductTest {
  protected:
   NemiPrintInfoFileAccessTest() {
@@ -71,37 +77,12 @@ class NemiPrintInfoFileAccessTest : public ProductTest {
     ASSERT_EQ(1, file.WriteAll());
   }
 
-  static LogLine Line(int number, const wchar_t* operation, const CString& text,
-                      std::optional<int> code = {}) {
-    return {5, number, CString(L"CNemiPrintInfoFileAccess::") + operation, text, {}, code};
+  // An operation's result, and every line that it left.
+  void Expect(int expected, const Lines& lines, int result) {
+    EXPECT_EQ(expected, result);
+    EXPECT_EQ(lines, log_.lines());
+    log_.Clear();
   }
-  static LogLine Timeout() { return Line(100908, L"GetMutex", kNoLock); }
-};
-
-// Another process that holds the lock until it is told to give it back.
-class LockHolder {
- public:
-  LockHolder()
-      : child_([this] {
-          HANDLE mutex = GetManageFileMutex(kLock);
-          if (mutex == nullptr) return 1;
-          held_.Open();
-          released_.Wait(60'000);
-          ReleaseManageFileMutex(mutex);
-          return 0;
-        }) {
-    if (!held_.Wait(60'000)) ADD_FAILURE() << "the lock is not held";
-  }
-  void Release() { released_.Open(); }
-  ~LockHolder() {
-    Release();  // a lock must not be left abandoned: other tests ask for it
-    EXPECT_EQ(0, child_.Wait());
-  }
-
- private:
-  Gate held_;
-  Gate released_;
-  ChildProcess child_;
 };
 
 TEST_F(NemiPrintInfoFileAccessTest, WhatIsWrittenReadsBackButForTwoFields) {
@@ -110,248 +91,172 @@ TEST_F(NemiPrintInfoFileAccessTest, WhatIsWrittenReadsBackButForTwoFields) {
   CNemiPrintInfoFileAccess reader(Job().c_str());
   EXPECT_EQ(NEMI_INF_FILE(), reader.GetNemiInfData());
   reader.GetNemiInfData().NUpName = L"kept";
-  ASSERT_EQ(1, reader.ReadAll());
+  Expect(1, {}, reader.ReadAll());
   NEMI_INF_FILE expected = written;
   expected.NUpName = L"kept";
   expected.FilePath = Job();
+  CStringArray names;
+  CStringArray texts;
   for (const Element& element : kElements) {
     EXPECT_EQ(expected.*element.field, reader.GetNemiInfData().*element.field)
         << ToUtf8(element.name);
+    names.Add(element.name);
+    texts.Add(written.*element.field);
   }
-  EXPECT_EQ(expected, reader.GetNemiInfData());
-  EXPECT_THAT(log_.lines(), IsEmpty());
+  EXPECT_EQ(Job(), reader.GetNemiInfData().FilePath);
+  CString xml;
+  ASSERT_EQ(0, CCrypto().CryptingStringReader(Job(), xml));
+  EXPECT_EQ(CXml(L"Velkorandia", L"QTL").CreateXmlString01(names, texts), xml);
 
-  const CNemiPrintInfoFileAccess copy = reader;
   CNemiPrintInfoFileAccess assigned(L"");
-  assigned = copy;
+  assigned = reader;
   EXPECT_EQ(expected, assigned.GetNemiInfData());
   EXPECT_EQ(1, assigned.IsExist());
 }
 
-TEST_F(NemiPrintInfoFileAccessTest, ElementsStandInTheOrderOfTheFile) {
-  NEMI_INF_FILE record;
-  CStringArray names;
-  CStringArray values;
-  for (const Element& element : kElements) {
-    record.*element.field = element.name;
-    names.Add(element.name);
-    values.Add(element.name);
-  }
-  record.FilePath = L"not stored";
-  Write(record, Job());
-  CString xml;
-  ASSERT_EQ(0, CCrypto().CryptingStringReader(Job(), xml));
-  EXPECT_EQ(CXml(L"Velkorandia", L"QTL").CreateXmlString01(names, values), xml);
-}
-
 TEST_F(NemiPrintInfoFileAccessTest, MissingElementsClearTheirFields) {
-  const auto put = [&](const CString& text) {
-    ASSERT_EQ(0, CCrypto().CryptingStringWriter(text, Job()));
-  };
-  put(L"<Velkorandia><QTL><ID>1</ID><Unknown>x</Unknown><FilePath>x</FilePath></QTL>"
-      L"</Velkorandia>");
   CNemiPrintInfoFileAccess file(Job().c_str());
   file.SetNemiInfData(FullRecord());
-  ASSERT_EQ(1, file.ReadAll());
   NEMI_INF_FILE expected;
-  expected.ID = L"1";
   expected.NUpName = FullRecord().NUpName;
   expected.FilePath = Job();
-  EXPECT_EQ(expected, file.GetNemiInfData());
-
-  put(L"no XML");
-  ASSERT_EQ(1, file.ReadAll());
-  expected.ID.clear();
-  EXPECT_EQ(expected, file.GetNemiInfData());
+  for (const auto& [text, id] :
+       {std::pair{L"<Velkorandia><QTL><ID>1</ID><Unknown>x</Unknown><FilePath>x</FilePath></QTL>"
+                  L"</Velkorandia>",
+                  L"1"},
+        {L"no XML", L""}}) {
+    ASSERT_EQ(0, CCrypto().CryptingStringWriter(text, Job()));
+    ASSERT_EQ(1, file.ReadAll());
+    expected.ID = id;
+    EXPECT_EQ(expected, file.GetNemiInfData());
+  }
 }
 
-TEST_F(NemiPrintInfoFileAccessTest, FailedReadsLeaveTheRecord) {
-  CNemiPrintInfoFileAccess file(path(L"jobs").c_str());  // a directory exists, but is no text
-  file.SetNemiInfData(FullRecord());
-  EXPECT_EQ(0, file.ReadAll());
-  EXPECT_THAT(log_.lines(), ElementsAre(Line(100902, L"ReadAll",
-                                             L"ネミ印刷情報ファイルの復号化に失敗しました。")));
-  EXPECT_EQ(FullRecord(), file.GetNemiInfData());
-}
-
-TEST_F(NemiPrintInfoFileAccessTest, UnusableKeyFileIsAnExceptionAndChangesNothing) {
+TEST_F(NemiPrintInfoFileAccessTest, FailuresChangeNeitherTheRecordNorTheFile) {
   Write(FullRecord(), Job());
   const std::string before = ReadNative(native("jobs/job.xml"));
-  WriteKeyFile(std::string(34, 'k'));
-  CNemiPrintInfoFileAccess file(Job().c_str());
-  SetLastError(kErrorInvalidData);
-  EXPECT_EQ(0, file.ReadAll());
-  EXPECT_EQ(0, file.WriteAll());
-  EXPECT_EQ(NEMI_INF_FILE(), file.GetNemiInfData());
-  EXPECT_EQ(before, ReadNative(native("jobs/job.xml")));
-  const auto lines = log_.lines();
-  ASSERT_EQ(2U, lines.size());
-  EXPECT_EQ(
-      Line(100909, L"ReadAll",
-           L"ネミ印刷情報ファイルの読み込み処理で予期せぬエラーが発生しました。", lines[0].code),
-      lines[0]);
-  EXPECT_EQ(Line(101007, L"WriteAll",
-                 L"ネミ印刷情報ファイルの保存処理で予期せぬエラーが発生しました。", lines[1].code),
-            lines[1]);
-  EXPECT_TRUE(lines[0].code && lines[1].code);
-}
+  // A directory exists, but is no text and cannot be removed as a file.
+  CNemiPrintInfoFileAccess directory(path(L"jobs").c_str());
+  directory.SetNemiInfData(FullRecord());
+  const LogLine not_written = Line(100822, L"WriteAll", L"ネミ情報の書き込みに失敗しました。");
+  Expect(0, {Line(100902, L"ReadAll", L"ネミ印刷情報ファイルの復号化に失敗しました。")},
+         directory.ReadAll());
+  EXPECT_EQ(FullRecord(), directory.GetNemiInfData());
+  Expect(0, {not_written}, directory.WriteAll());
+  Expect(0,
+         {Line(100910, L"Delete", L"ネミ印刷情報ファイルの削除処理で予期せぬエラーが発生しました。",
+               static_cast<int>(kErrorAccessDenied))},
+         directory.Delete(0));
+  Expect(0, {not_written}, CNemiPrintInfoFileAccess(path(L"none\\job.xml").c_str()).WriteAll());
 
-TEST_F(NemiPrintInfoFileAccessTest, WriteThatFailsKeepsTheOldFile) {
-  const LogLine failure = Line(100822, L"WriteAll", L"ネミ情報の書き込みに失敗しました。");
-  Write(FullRecord(), Job());
-  const std::string before = ReadNative(native("jobs/job.xml"));
-  NEMI_INF_FILE record = FullRecord();
-  record.Comment = L"\x1";  // no character of XML
   CNemiPrintInfoFileAccess file(Job().c_str());
-  file.SetNemiInfData(record);
+  file.GetNemiInfData().Comment = L"\x1";  // no character of XML
   EXPECT_EQ(0, file.WriteAll());
-  EXPECT_THAT(log_.lines(5), ElementsAre(failure));
-  EXPECT_EQ(before, ReadNative(native("jobs/job.xml")));
-
+  EXPECT_THAT(log_.lines(5), ElementsAre(not_written));
   log_.Clear();
-  EXPECT_EQ(0, CNemiPrintInfoFileAccess(path(L"none\\job.xml").c_str()).WriteAll());
-  EXPECT_EQ(0, CNemiPrintInfoFileAccess(path(L"jobs").c_str()).WriteAll());
-  EXPECT_THAT(log_.lines(), ElementsAre(failure, failure));
+  file.GetNemiInfData().Comment = L"new";
+  WriteKeyFile(std::string(34, 'k'));
+  SetLastError(4711);
+  Expect(0,
+         {Line(100909, L"ReadAll",
+               L"ネミ印刷情報ファイルの読み込み処理で予期せぬエラーが発生しました。", 4711)},
+         file.ReadAll());
+  Expect(0,
+         {Line(101007, L"WriteAll",
+               L"ネミ印刷情報ファイルの保存処理で予期せぬエラーが発生しました。", 4711)},
+         file.WriteAll());
+  EXPECT_EQ(L"new", file.GetNemiInfData().Comment);
+  EXPECT_EQ(before, ReadNative(native("jobs/job.xml")));
   EXPECT_THAT(ListNative(native("jobs")), ElementsAre("job.xml"));
 }
 
-TEST_F(NemiPrintInfoFileAccessTest, EmptyPathTakesNoLock) {
-  const LockHolder holder;
-  for (const wchar_t* none : {L"", static_cast<const wchar_t*>(nullptr)}) {
-    log_.Clear();
-    CNemiPrintInfoFileAccess file(none);
-    EXPECT_EQ(0, file.ReadAll());
-    EXPECT_EQ(0, file.WriteAll());
-    EXPECT_EQ(0, file.Delete(3));
-    EXPECT_EQ(0, file.Move(L""));
-    EXPECT_THAT(log_.lines(),
-                ElementsAre(Line(100911, L"ReadAll", kNoPath), Line(101012, L"WriteAll", kNoPath),
-                            Line(100912, L"Delete", kNoPath), Line(101013, L"Move", kNoPath)));
-  }
-}
-
-TEST_F(NemiPrintInfoFileAccessTest, MissingFileIsToldAndCountsAsDeleted) {
+TEST_F(NemiPrintInfoFileAccessTest, AMissingPathOrFileIsTold) {
   CNemiPrintInfoFileAccess file(Job().c_str());
-  EXPECT_EQ(0, file.IsExist());
-  EXPECT_EQ(0, file.ReadAll());
-  EXPECT_EQ(1, file.Delete(0));
-  EXPECT_EQ(0, file.Move(Sent().c_str()));
-  EXPECT_EQ(0, file.Move(path(L"none").c_str()));
-  EXPECT_EQ(0, file.Move(nullptr));
+  Expect(0, {}, file.IsExist());
+  Expect(0, {Line(100903, L"ReadAll", kNoFile)}, file.ReadAll());
+  Expect(1, {Line(100905, L"Delete", kNoFile)}, file.Delete(0));
+  Expect(0, {Line(101001, L"Move", kNoFile)}, file.Move(Sent().c_str()));
   const LogLine no_folder = Line(101013, L"Move", L"移動先フォルダが存在しません。");
-  EXPECT_THAT(log_.lines(),
-              ElementsAre(Line(100903, L"ReadAll", kNoFile), Line(100905, L"Delete", kNoFile),
-                          Line(101001, L"Move", kNoFile), no_folder, no_folder));
-}
+  Expect(0, {no_folder}, file.Move(path(L"none").c_str()));
+  Expect(0, {no_folder}, file.Move(nullptr));
 
-TEST_F(NemiPrintInfoFileAccessTest, DeleteRemovesTheFileOrTellsWhyNot) {
-  for (const int retry : {-1, 0, 7, INT_MAX, INT_MIN}) {
-    Write(FullRecord(), Job());
-    EXPECT_EQ(1, CNemiPrintInfoFileAccess(Job().c_str()).Delete(retry));
-    EXPECT_THAT(ListNative(native("jobs")), IsEmpty());
+  const LockHolder holder(kLock);  // no lock is asked for without a path
+  for (const wchar_t* none : {L"", static_cast<const wchar_t*>(nullptr)}) {
+    CNemiPrintInfoFileAccess nothing(none);
+    Expect(0, {Line(100911, L"ReadAll", kNoPath)}, nothing.ReadAll());
+    Expect(0, {Line(101012, L"WriteAll", kNoPath)}, nothing.WriteAll());
+    Expect(0, {Line(100912, L"Delete", kNoPath)}, nothing.Delete(3));
+    Expect(0, {Line(101013, L"Move", kNoPath)}, nothing.Move(L""));
   }
-  EXPECT_THAT(log_.lines(), IsEmpty());
-  EXPECT_EQ(0, CNemiPrintInfoFileAccess(path(L"jobs").c_str()).Delete(0));
-  EXPECT_THAT(log_.lines(),
-              ElementsAre(Line(100910, L"Delete",
-                               L"ネミ印刷情報ファイルの削除処理で予期せぬエラーが発生しました。",
-                               static_cast<int>(kErrorAccessDenied))));
 }
 
 TEST_F(NemiPrintInfoFileAccessTest, MoveGivesTheFileTheExtensionXmlAndReplaces) {
-  struct Case {
-    const wchar_t* name;
-    const char* target;
-  };
-  for (const Case& c :
-       {Case{L"job.xml", "job.xml"}, Case{L"job.dat", "job.xml"}, Case{L"job", "job.xml"},
-        Case{L"a.b.tmp", "a.b.xml"}, Case{L"文書 1.XML", "文書 1.xml"}, Case{L".xml", ".xml"}}) {
-    WriteNative(native("sent/" + std::string(c.target)), "old");
+  for (const auto& [name, target] : {std::pair{L"job.xml", "job.xml"},
+                                     {L"job.dat", "job.xml"},
+                                     {L"job", "job.xml"},
+                                     {L"a.b.tmp", "a.b.xml"},
+                                     {L"文書 1.XML", "文書 1.xml"},
+                                     {L".xml", ".xml"}}) {
+    WriteNative(native("sent/" + std::string(target)), "old");
     NEMI_INF_FILE record;
-    record.DocumentName = c.name;
-    const CString from = path(CString(L"jobs\\") + c.name);
+    record.DocumentName = name;
+    const CString from = path(CString(L"jobs\\") + name);
     Write(record, from);
-    CNemiPrintInfoFileAccess file(from.c_str());
-    ASSERT_EQ(1, file.Move(Sent().c_str())) << c.target;
-    EXPECT_THAT(log_.lines(), IsEmpty());
+    // A path of this machine is taken as well.
+    CNemiPrintInfoFileAccess file(FromUtf8(native("jobs/" + ToUtf8(name))).c_str());
+    Expect(1, {}, file.Move(FromUtf8(native("sent")).c_str()));
     EXPECT_THAT(ListNative(native("jobs")), IsEmpty());
-    EXPECT_THAT(ListNative(native("sent")), ElementsAre(c.target));
+    EXPECT_THAT(ListNative(native("sent")), ElementsAre(target));
 
-    CNemiPrintInfoFileAccess moved(path(L"sent\\" + FromUtf8(c.target)).c_str());
+    CNemiPrintInfoFileAccess moved(path(L"sent\\" + FromUtf8(target)).c_str());
     ASSERT_EQ(1, moved.ReadAll());
-    EXPECT_EQ(c.name, moved.GetNemiInfData().DocumentName);
-    EXPECT_EQ(0, file.ReadAll()) << "the object still names the old place";
-    EXPECT_THAT(log_.lines(), ElementsAre(Line(100903, L"ReadAll", kNoFile)));
-    EXPECT_EQ(1, moved.Delete(0));
-    log_.Clear();
+    EXPECT_EQ(name, moved.GetNemiInfData().DocumentName);
+    EXPECT_EQ(0, file.IsExist()) << "the object still names the old place";
+    Expect(1, {}, moved.Delete(0));
+    EXPECT_THAT(ListNative(native("sent")), IsEmpty());
   }
 }
 
 TEST_F(NemiPrintInfoFileAccessTest, FailedMoveLeavesThreeLinesAndTheFile) {
   Write(FullRecord(), Job());
   fs::create_directories(native("sent/job.xml"));
-  EXPECT_EQ(0, CNemiPrintInfoFileAccess(Job().c_str()).Move(Sent().c_str()));
-  EXPECT_THAT(log_.lines(),
-              ElementsAre(Line(101006, L"Move", L"ネミ印刷情報ファイルの移動に失敗しました。",
-                               static_cast<int>(kErrorAccessDenied)),
-                          Line(101006, L"Move", L"移動元[" + Job() + L"]"),
-                          Line(101006, L"Move", L"移動先[" + Sent() + L"\\job.xml]")));
-  EXPECT_EQ(1, CNemiPrintInfoFileAccess(Job().c_str()).ReadAll());
-}
-
-TEST_F(NemiPrintInfoFileAccessTest, SlashesAreTakenAsWell) {
-  const CString slashes = FromUtf8(native("jobs/job.dat"));
-  Write(FullRecord(), slashes);
-  CNemiPrintInfoFileAccess file(slashes.c_str());
-  ASSERT_EQ(1, file.ReadAll());
-  EXPECT_EQ(path(L"jobs\\job.dat"), file.GetNemiInfData().FilePath);
-  EXPECT_EQ(1, file.Move(FromUtf8(native("sent")).c_str()));
-  EXPECT_THAT(ListNative(native("sent")), ElementsAre("job.xml"));
+  CNemiPrintInfoFileAccess file(Job().c_str());
+  Expect(0,
+         {Line(101006, L"Move", L"ネミ印刷情報ファイルの移動に失敗しました。",
+               static_cast<int>(kErrorAccessDenied)),
+          Line(101006, L"Move", L"移動元[" + Job() + L"]"),
+          Line(101006, L"Move", L"移動先[" + Sent() + L"\\job.xml]")},
+         file.Move(Sent().c_str()));
+  EXPECT_EQ(1, file.ReadAll());
 }
 
 TEST_F(NemiPrintInfoFileAccessTest, HeldLockFailsEveryOperation) {
   Write(FullRecord(), Job());
   const std::string before = ReadNative(native("jobs/job.xml"));
   const LogLine test = Line(100920, L"IsExist", kNoLock);
-  const LockHolder holder;
+  const LockHolder holder(kLock);
   const ScopedLockTimeout timeout(20);
   CNemiPrintInfoFileAccess file(Job().c_str());
-
-  EXPECT_EQ(1, file.IsExist());
-  EXPECT_THAT(log_.lines(), ElementsAre(Timeout(), test));
-  log_.Clear();
-  EXPECT_EQ(0, file.ReadAll());
-  EXPECT_THAT(log_.lines(),
-              ElementsAre(Timeout(), test, Timeout(), Line(100904, L"ReadAll", kNoLock)));
-  log_.Clear();
-  EXPECT_EQ(0, file.WriteAll());
-  EXPECT_THAT(log_.lines(), ElementsAre(Timeout(), Line(101002, L"WriteAll", kNoLock)));
-  log_.Clear();
-  EXPECT_EQ(0, file.Move(Sent().c_str()));
-  EXPECT_THAT(log_.lines(), ElementsAre(Timeout(), Line(100921, L"IsExist", kNoLock), Timeout(),
-                                        test, Timeout(), Line(101002, L"Move", kNoLock)));
+  Expect(1, {kTimeout, test}, file.IsExist());
+  Expect(0, {kTimeout, test, kTimeout, Line(100904, L"ReadAll", kNoLock)}, file.ReadAll());
+  Expect(0, {kTimeout, Line(101002, L"WriteAll", kNoLock)}, file.WriteAll());
+  Expect(0,
+         {kTimeout, Line(100921, L"IsExist", kNoLock), kTimeout, test, kTimeout,
+          Line(101002, L"Move", kNoLock)},
+         file.Move(Sent().c_str()));
+  for (const auto& [retry, attempts] : {std::pair{INT_MIN, 1}, {-1, 1}, {0, 1}, {1, 2}, {4, 5}}) {
+    Lines lines(static_cast<std::size_t>(attempts), kTimeout);
+    lines.insert(lines.begin(), {kTimeout, test});
+    lines.push_back(Line(100906, L"Delete", kNoLock));
+    Expect(0, lines, file.Delete(retry));
+  }
   EXPECT_EQ(NEMI_INF_FILE(), file.GetNemiInfData());
   EXPECT_EQ(before, ReadNative(native("jobs/job.xml")));
 }
 
-TEST_F(NemiPrintInfoFileAccessTest, DeleteMakesItsAttemptsAtAHeldLock) {
-  Write(FullRecord(), Job());
-  const LockHolder holder;
-  const ScopedLockTimeout timeout(20);
-  for (const auto& [retry, attempts] : {std::pair{-1, 1}, {0, 1}, {1, 2}, {4, 5}}) {
-    log_.Clear();
-    EXPECT_EQ(0, CNemiPrintInfoFileAccess(Job().c_str()).Delete(retry));
-    std::vector<LogLine> expected(static_cast<std::size_t>(attempts), Timeout());
-    expected.insert(expected.begin(), {Timeout(), Line(100920, L"IsExist", kNoLock)});
-    expected.push_back(Line(100906, L"Delete", kNoLock));
-    EXPECT_EQ(expected, log_.lines()) << retry;
-  }
-  EXPECT_TRUE(ExistsNative(native("jobs/job.xml")));
-}
-
 TEST_F(NemiPrintInfoFileAccessTest, DeleteSucceedsOnceTheLockIsFree) {
   Write(FullRecord(), Job());
-  LockHolder holder;
+  LockHolder holder(kLock);
   const ScopedLockTimeout timeout(20);
   std::thread release([&] {
     std::this_thread::sleep_for(std::chrono::milliseconds(200));
@@ -361,7 +266,7 @@ TEST_F(NemiPrintInfoFileAccessTest, DeleteSucceedsOnceTheLockIsFree) {
   release.join();
   EXPECT_FALSE(ExistsNative(native("jobs/job.xml")));
   EXPECT_GE(log_.lines().size(), 3U);
-  EXPECT_EQ(Timeout(), log_.lines().back());
+  EXPECT_EQ(kTimeout, log_.lines().back());
 }
 
 }  // namespace
