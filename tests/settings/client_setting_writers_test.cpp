@@ -1,4 +1,5 @@
 #include <filesystem>
+#include <functional>
 
 #include "platform/error.h"
 #include "platform/text.h"
@@ -47,17 +48,15 @@ TEST_F(ClientSettingWritersTest, ClientIniKeysChangeAlone) {
 }
 
 TEST_F(ClientSettingWritersTest, ClientIniReadersWithoutAKey) {
-  EXPECT_EQ(setting_.ReadPrimPSIpAddr(), L"");
-  EXPECT_EQ(setting_.ReadScndPSIpAddr(), L"");
-  EXPECT_EQ(setting_.ReadSvIpGetAutoFlg(), 0);
+  const auto read = [&] {
+    return setting_.ReadPrimPSIpAddr() + L"," + setting_.ReadScndPSIpAddr() + L"," +
+           std::to_wstring(setting_.ReadSvIpGetAutoFlg());
+  };
+  EXPECT_EQ(read(), L",,0");
   WriteIni(kClientIni, "[Setting]\nP1=\" a \"\nServerAutoSetting=2x\n");
-  EXPECT_EQ(setting_.ReadPrimPSIpAddr(), L" a ") << "not trimmed";
-  EXPECT_EQ(setting_.ReadScndPSIpAddr(), L"") << "no substitute";
-  EXPECT_EQ(setting_.ReadSvIpGetAutoFlg(), 2);
-  EXPECT_EQ(log_.lines(), Lines{});
-}
+  EXPECT_EQ(read(), L" a ,,2") << "not trimmed, no substitute";
 
-TEST_F(ClientSettingWritersTest, ClientIniThatCannotBeWritten) {
+  // A file that cannot be written.
   std::filesystem::remove_all(product_native("config"));
   EXPECT_EQ(setting_.WritePrimPSIpAddr(L"a"), 0);
   EXPECT_EQ(setting_.WriteScndPSIpAddr(L"a"), 0);
@@ -80,14 +79,9 @@ TEST_F(ClientSettingWritersTest, ATextIsWrittenOnOneLine) {
   EXPECT_EQ(ReadIni(kConfigIni),
             "[Setting]\r\nUseTray1=3\r\nNameTray1=a b\r\nUseTray2=4\r\nNameTray2=トレイ2\r\n"
             "UseTray3=5\r\nNameTray3=d\r\nNupSetting=1,2 \r\n");
-  EXPECT_THAT(log_.lines(3), ::testing::IsSupersetOf(Lines{
-                                 {3, 120200870, L"CClientSetting::WriteTrayData",
-                                  L"config設定[トレイ1 表示名]       :[a b]"},
-                                 {3, 120200840, L"CClientSetting::WriteTrayData",
-                                  L"設定値がありません。デフォルト値を使用します。[トレイ2 表示名] "
-                                  L"設定値:[トレイ2]"},
-                                 {3, 120200900, L"CClientSetting::WriteNupSetting",
-                                  L"config設定[使用Nup]              :[1,2 ]"}}));
+  EXPECT_THAT(log_.lines(3),
+              ::testing::Contains(LogLine{3, 120200870, L"CClientSetting::WriteTrayData",
+                                          L"config設定[トレイ1 表示名]       :[a b]"}));
 }
 
 TEST_F(ClientSettingWritersTest, AddIconRetry) {
@@ -143,42 +137,39 @@ TEST_F(ClientSettingWritersTest, EmsDirectory) {
   EXPECT_EQ(log_.events(), std::vector<Event>{});
 }
 
-LogLine TrayLine(int number, const std::wstring& message) {
-  return {3, number, L"CClientSetting::WriteTrayData", message};
-}
-
 TEST_F(ClientSettingWritersTest, TrayData) {
+  const auto line = [](int number, const std::wstring& message, int level = 3) {
+    return LogLine{level, number, L"CClientSetting::WriteTrayData", message};
+  };
+  const auto written = [&](const std::wstring& tray, const std::wstring& use,
+                           const std::wstring& name) {
+    return Lines{line(120200870, L"config設定[トレイ" + tray + L" 有効/無効]    :[" + use + L"]"),
+                 line(120200870, L"config設定[トレイ" + tray + L" 表示名]       :[" + name + L"]")};
+  };
+  const auto expect = [&](std::initializer_list<Lines> parts) {
+    Lines lines{line(0, L"START", 0)};
+    for (const Lines& part : parts) lines.insert(lines.end(), part.begin(), part.end());
+    lines.push_back(line(0, L"END", 0));
+    EXPECT_EQ(log_.lines(), lines);
+    log_.Clear();
+  };
   WriteIni(kConfigIni, "; mine\n[Setting]\nOther=1\nNameTray1=old\n");
   EXPECT_EQ(setting_.WriteTrayData(3, L"手差し", 4, L"b c", 5, L"d"), 1);
+  expect({written(L"1", L"3", L"手差し"), written(L"2", L"4", L"b c"), written(L"3", L"5", L"d")});
   EXPECT_EQ(ReadIni(kConfigIni),
             "; mine\n[Setting]\nOther=1\nNameTray1=手差し\nUseTray1=3\nUseTray2=4\nNameTray2=b c\n"
             "UseTray3=5\nNameTray3=d\n");
-  const LogLine start{0, 0, L"CClientSetting::WriteTrayData", L"START"};
-  const LogLine end{0, 0, L"CClientSetting::WriteTrayData", L"END"};
-  EXPECT_EQ(log_.lines(),
-            (Lines{start, TrayLine(120200870, L"config設定[トレイ1 有効/無効]    :[3]"),
-                   TrayLine(120200870, L"config設定[トレイ1 表示名]       :[手差し]"),
-                   TrayLine(120200870, L"config設定[トレイ2 有効/無効]    :[4]"),
-                   TrayLine(120200870, L"config設定[トレイ2 表示名]       :[b c]"),
-                   TrayLine(120200870, L"config設定[トレイ3 有効/無効]    :[5]"),
-                   TrayLine(120200870, L"config設定[トレイ3 表示名]       :[d]"), end}));
 
-  log_.Clear();
   EXPECT_EQ(setting_.WriteTrayData(4, L"", -1, L"", 3, L""), 1);
-  const std::wstring use = L"設定値が異常です。デフォルト値を使用します。[トレイ";
-  const std::wstring name = L"設定値がありません。デフォルト値を使用します。[トレイ";
-  const Lines corrected = {
-      TrayLine(120200810, use + L"1 有効/無効] 設定値:[0]"),
-      TrayLine(120200820, name + L"1 表示名] 設定値:[トレイ1]"),
-      TrayLine(120200830, use + L"2 有効/無効] 設定値:[0]"),
-      TrayLine(120200840, name + L"2 表示名] 設定値:[トレイ2]"),
-      TrayLine(120200850, use + L"3 有効/無効] 設定値:[0]"),
-      TrayLine(120200860, name + L"3 表示名] 設定値:[トレイ3]"),
+  const auto corrected = [&](int number, const std::wstring& tray) {
+    return Lines{line(number, L"設定値が異常です。デフォルト値を使用します。[トレイ" + tray +
+                                  L" 有効/無効] 設定値:[0]"),
+                 line(number + 10, L"設定値がありません。デフォルト値を使用します。[トレイ" + tray +
+                                       L" 表示名] 設定値:[トレイ" + tray + L"]")};
   };
-  const Lines lines = log_.lines(3);
-  ASSERT_EQ(lines.size(), 12u);
-  EXPECT_EQ(Lines(lines.begin(), lines.begin() + 6), corrected);
-  EXPECT_EQ(lines[6], TrayLine(120200870, L"config設定[トレイ1 有効/無効]    :[0]"));
+  expect({corrected(120200810, L"1"), corrected(120200830, L"2"), corrected(120200850, L"3"),
+          written(L"1", L"0", L"トレイ1"), written(L"2", L"0", L"トレイ2"),
+          written(L"3", L"0", L"トレイ3")});
   EXPECT_EQ(ReadIni(kConfigIni),
             "; mine\n[Setting]\nOther=1\nNameTray1=トレイ1\nUseTray1=0\nUseTray2=0\n"
             "NameTray2=トレイ2\nUseTray3=0\nNameTray3=トレイ3\n");
@@ -214,43 +205,6 @@ TEST_F(ClientSettingWritersTest, Numbers) {
                   ::testing::HasSubstr(ToUtf8(row.key) + "=" + std::to_string(written) + "\r\n"));
     }
   }
-  EXPECT_EQ(setting_.WriteSpoolingJobSkipTimer(10000), 1);
-  EXPECT_THAT(log_.lines(), ::testing::Contains(LogLine{
-                                3, 120200970, L"CClientSetting::WriteSpoolingJobSkipTimer",
-                                L"設定値が異常です。デフォルト値を使用します。"
-                                L"[ドライバサービスでのスプーリング監視時間] 設定値:[180]"}));
-}
-
-// Notes whether a file is there when a line of a number comes.
-class OrderSink : public LogSink {
- public:
-  OrderSink(int number, std::string native) : number_(number), native_(std::move(native)) {}
-  void Write(const LogRecord& record) override {
-    if (record.number == number_) was_there = ExistsNative(native_);
-  }
-  std::optional<bool> was_there;
-
- private:
-  int number_;
-  std::string native_;
-};
-
-TEST_F(ClientSettingWritersTest, TraysAreLoggedBeforeTheyAreWrittenAllElseBehind) {
-  std::filesystem::create_directory(product_native("PrintProcessor"));
-  const auto was_there = [&](int number, const auto& call) {
-    std::filesystem::remove(product_native(kConfigIni));
-    const auto sink = std::make_shared<OrderSink>(number, product_native(kConfigIni));
-    InstallLogSink(sink);
-    EXPECT_EQ(call(), 1);
-    EXPECT_TRUE(ExistsNative(product_native(kConfigIni)));
-    return sink->was_there;
-  };
-  EXPECT_EQ(was_there(120200870, [&] { return setting_.WriteTrayData(0, L"a", 0, L"b", 0, L"c"); }),
-            false);
-  EXPECT_EQ(was_there(120200900, [&] { return setting_.WriteNupSetting(L"1"); }), true);
-  for (const auto& [row, write] : kWriters) {
-    EXPECT_EQ(was_there(row.written, [&, call = write] { return (setting_.*call)(0); }), true);
-  }
 }
 
 TEST_F(ClientSettingWritersTest, NupSetting) {
@@ -264,9 +218,12 @@ TEST_F(ClientSettingWritersTest, NupSetting) {
                    {0, 0, function, L"END"}}));
 }
 
-// Records the lines, and lets the first allocation behind the line "START" fail.
-class FailingSink : public LogSink {
+// Records the lines, notes whether a file was there when the line of one number came, and can let
+// the first allocation behind the line "START" fail.
+class WatchingSink : public LogSink {
  public:
+  WatchingSink(std::string native, int number, bool fails)
+      : native_(std::move(native)), number_(number), fails_(fails) {}
   void Write(const LogRecord& record) override {
     lines.push_back({record.level,
                      record.number,
@@ -274,31 +231,53 @@ class FailingSink : public LogSink {
                      std::wstring(record.message),
                      {},
                      record.code});
-    if (record.message == L"START") FailNextAllocation();
+    if (record.number == number_) was_there = ExistsNative(native_);
+    if (fails_ && record.message == L"START") FailNextAllocation();
   }
   Lines lines;
+  std::optional<bool> was_there;
+
+ private:
+  std::string native_;
+  int number_;
+  bool fails_;
 };
 
-TEST_F(ClientSettingWritersTest, AnExceptionIsLoggedBeforeTheEnd) {
-  std::filesystem::create_directory(product_native("PrintProcessor"));
-  const auto check = [&](const wchar_t* function, int number, auto call) {
-    const auto sink = std::make_shared<FailingSink>();
-    InstallLogSink(sink);
-    SetLastError(5);
-    EXPECT_EQ(call(), 0) << number;
-    const wchar_t* const text = L"config.iniファイルへの書き込みで予期せぬエラーが発生しました。";
-    EXPECT_EQ(sink->lines, (Lines{{0, 0, function, L"START"},
-                                  {5, number, function, text, {}, 5},
-                                  {0, 0, function, L"END"}}));
+// Trays are logged before they are written, all else behind; an exception before the end.
+TEST_F(ClientSettingWritersTest, TheOrderOfWritingAndLogging) {
+  struct Operation {
+    const wchar_t* function;
+    int written;
+    int exception;
+    std::function<int()> write;
   };
+  std::vector<Operation> operations = {
+      {L"CClientSetting::WriteTrayData", 120200870, 120200880,
+       [&] { return setting_.WriteTrayData(0, L"a", 0, L"b", 0, L"c"); }},
+      {L"CClientSetting::WriteNupSetting", 120200900, 120200910,
+       [&] { return setting_.WriteNupSetting(L"1"); }}};
   for (const auto& [row, write] : kWriters) {
-    check(row.function, row.exception, [&, call = write] { return (setting_.*call)(0); });
+    operations.push_back({row.function, row.written, row.exception,
+                          [&, call = write] { return (setting_.*call)(0); }});
   }
-  check(L"CClientSetting::WriteNupSetting", 120200910,
-        [&] { return setting_.WriteNupSetting(L"1"); });
-  check(L"CClientSetting::WriteTrayData", 120200880,
-        [&] { return setting_.WriteTrayData(0, L"a", 0, L"b", 0, L"c"); });
-  EXPECT_FALSE(ExistsNative(product_native(kConfigIni)));
+  std::filesystem::create_directory(product_native("PrintProcessor"));
+  const std::string file = product_native(kConfigIni);
+  for (const Operation& operation : operations) {
+    const auto watch = [&](bool fails) {
+      std::filesystem::remove(file);
+      const auto sink = std::make_shared<WatchingSink>(file, operation.written, fails);
+      InstallLogSink(sink);
+      SetLastError(5);
+      EXPECT_EQ(operation.write(), fails ? 0 : 1) << operation.exception;
+      EXPECT_EQ(ExistsNative(file), !fails);
+      return sink;
+    };
+    EXPECT_EQ(watch(false)->was_there, operation.written != 120200870) << operation.written;
+    const wchar_t* const text = L"config.iniファイルへの書き込みで予期せぬエラーが発生しました。";
+    EXPECT_EQ(watch(true)->lines, (Lines{{0, 0, operation.function, L"START"},
+                                         {5, operation.exception, operation.function, text, {}, 5},
+                                         {0, 0, operation.function, L"END"}}));
+  }
 }
 
 }  // namespace

@@ -2,7 +2,7 @@
 
 #include <unistd.h>
 
-#include <chrono>
+#include <atomic>
 #include <filesystem>
 #include <thread>
 
@@ -40,10 +40,10 @@ class LangageManagerTest : public ProductTest {
   }
 
   static std::string LanguageFile(std::string_view name) {
-    return PathToNative(CLangageManagerFolder()) + "lang/" + std::string(name);
+    return PathToNative(ProgramFolder()) + "lang/" + std::string(name);
   }
 
-  static std::wstring CLangageManagerFolder() {
+  static std::wstring ProgramFolder() {
     const std::wstring program = ProgramPath();
     return program.substr(0, program.rfind(L'\\') + 1);
   }
@@ -53,10 +53,6 @@ class OtherLanguage : public CLangageManager {
  public:
   explicit OtherLanguage(int language) { language_ = language; }
 };
-
-LogLine Line(int level, int number, const wchar_t* function, const std::wstring& message) {
-  return {level, number, function, message};
-}
 
 TEST_F(LangageManagerTest, TextsOfTheFileBesideTheProgram) {
   if (!IsInside()) return RunInside();
@@ -77,33 +73,35 @@ TEST_F(LangageManagerTest, TextsOfTheFileBesideTheProgram) {
               "last=end");
   {
     CLangageManager manager;
-    EXPECT_EQ(manager.GetAppPath(), CLangageManagerFolder());
+    EXPECT_EQ(manager.GetAppPath(), ProgramFolder());
     EXPECT_EQ(manager.GetLangFileName(), L"lang_jp.dat");
   }
   EXPECT_EQ(log_.lines(), std::vector<LogLine>{});
   const auto text = [](auto key) { return CLangageManager::GetLangResource(key); };
+  for (const auto& [key, expected] : {std::pair{L"101", L"印刷"},
+                                      {L"key", L"a=b"},
+                                      {L"Key", L"case"},
+                                      {L"KEY", L""},
+                                      {L"", L""},
+                                      {L"no separator", L""},
+                                      {L" blank ", L" x "},
+                                      {L"empty", L""},
+                                      {L"bad", L"x\uFFFD\uFFFDy"},
+                                      {L"last", L"end"},
+                                      {L"lines", L"<\\n>a<\\n><\\n>b"}}) {
+    EXPECT_EQ(text(key), expected) << ToUtf8(key);
+  }
   EXPECT_EQ(text(101), L"印刷");
-  EXPECT_EQ(text(L"101"), L"印刷");
-  EXPECT_EQ(text(L"key"), L"a=b");
-  EXPECT_EQ(text(L"Key"), L"case");
-  EXPECT_EQ(text(L"KEY"), L"");
-  EXPECT_EQ(text(L""), L"");
-  EXPECT_EQ(text(L"no separator"), L"");
-  EXPECT_EQ(text(L" blank "), L" x ");
-  EXPECT_EQ(text(L"empty"), L"");
   EXPECT_EQ(text(-7), L"minus");
-  EXPECT_EQ(text(L"bad"), L"x\uFFFD\uFFFDy");
-  EXPECT_EQ(text(L"last"), L"end");
-  EXPECT_EQ(text(L"lines"), L"<\\n>a<\\n><\\n>b");
   EXPECT_EQ(CLangageManager::GetLangResourceDecodeNewLine(L"lines"), L"\r\na\r\n\r\nb");
   EXPECT_EQ(CLangageManager::GetLangResourceDecodeNewLine(101), L"印刷");
   EXPECT_EQ(CLangageManager::GetLangResourceDecodeNewLine(L"missing"), L"");
 
   std::filesystem::remove(LanguageFile("lang_jp.dat"));
   const CLangageManager failed;
-  EXPECT_EQ(log_.lines(), std::vector{Line(5, 130212, L"CLangageManager::SetLangList",
-                                           L"ファイルが存在しません。<" + CLangageManagerFolder() +
-                                               L"lang\\lang_jp.dat>")});
+  EXPECT_EQ(log_.lines(), (std::vector<LogLine>{{5, 130212, L"CLangageManager::SetLangList",
+                                                 L"ファイルが存在しません。<" + ProgramFolder() +
+                                                     L"lang\\lang_jp.dat>"}}));
   EXPECT_EQ(text(101), L"");
   EXPECT_EQ(CLangageManager::GetDispMessage(L"101"), L"印刷") << "the table keeps what it holds";
 
@@ -135,22 +133,20 @@ TEST_F(LangageManagerTest, LoadsAFileOfAnyPath) {
   if (!IsInside()) return RunInside();
   CLangageManager manager;
   log_.Clear();
-  EXPECT_EQ(manager.GetHashTbl(path(L"missing").c_str()), 1);
-  EXPECT_EQ(manager.GetHashTbl(temp_.path().c_str()), 1);
   WriteNative(native("marked"),
               "\xEF\xBB\xBF"
               "a=1\nb=2\n");
-  EXPECT_EQ(manager.GetHashTbl(path(L"marked").c_str()), 1);
-  EXPECT_EQ(log_.lines(), std::vector<LogLine>{});
-  EXPECT_EQ(CLangageManager::GetDispMessage(L"a"), L"");
-  EXPECT_EQ(CLangageManager::GetDispMessage(L"\uFEFF"
-                                            L"a"),
-            L"1");
-  EXPECT_EQ(CLangageManager::GetDispMessage(L"b"), L"2");
   WriteNative(native("nul"), "c=1\0z\n\0=1\nd=2\n"s);
-  EXPECT_EQ(manager.GetHashTbl(path(L"nul").c_str()), 1);
-  EXPECT_EQ(CLangageManager::GetDispMessage(L"c"), L"1");
-  EXPECT_EQ(CLangageManager::GetDispMessage(L"d"), L"2");
+  for (const std::wstring& file : {path(L"missing"), temp_.path(), path(L"marked"), path(L"nul")}) {
+    EXPECT_EQ(manager.GetHashTbl(file.c_str()), 1);
+  }
+  EXPECT_EQ(log_.lines(), std::vector<LogLine>{});
+  const CString marked_key = L'\uFEFF' + CString(L"a");
+  CString found;
+  for (const CString& key :
+       {CString(L"a"), marked_key, CString(L"b"), CString(L"c"), CString(L"d")})
+    found += CLangageManager::GetDispMessage(key.c_str()) + L",";
+  EXPECT_EQ(found, L",1,2,1,2,");
 }
 
 TEST_F(LangageManagerTest, AnExceptionEndsTheLoad) {
@@ -167,23 +163,19 @@ TEST_F(LangageManagerTest, AnExceptionEndsTheLoad) {
   EXPECT_EQ(CLangageManager::GetLangResource(1), L"one");
 }
 
-TEST_F(LangageManagerTest, ManyEntriesAndManyReaders) {
+TEST_F(LangageManagerTest, ManyReaders) {
   if (!IsInside()) return RunInside();
   constexpr int kEntries = 10000;
   std::string file;
-  for (int i = 0; i < kEntries; ++i)
-    file += std::to_string(i) + "=\u5370\u5237 " + std::to_string(i) + "\n";
+  for (int i = 0; i < kEntries; ++i) file += std::to_string(i) + "=" + std::to_string(i) + "\n";
   WriteNative(LanguageFile("lang_jp.dat"), file);
-  const auto start = std::chrono::steady_clock::now();
   const CLangageManager manager;
-  EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(2));
-
   std::vector<std::thread> readers;
   std::atomic<int> wrong = 0;
   for (int reader = 0; reader < 4; ++reader) {
     readers.emplace_back([&wrong] {
       for (int i = 0; i < kEntries; ++i) {
-        if (CLangageManager::GetLangResource(i) != L"印刷 " + std::to_wstring(i)) ++wrong;
+        if (CLangageManager::GetLangResource(i) != std::to_wstring(i)) ++wrong;
       }
     });
   }
