@@ -5,6 +5,7 @@
 
 #include <chrono>
 #include <filesystem>
+#include <functional>
 #include <thread>
 
 #include "platform/error.h"
@@ -36,6 +37,11 @@ using Session = ScriptedFtpPeer::Session;
 
 constexpr unsigned long kTimeout = 20000;
 constexpr std::uint64_t kFourGiB = std::uint64_t{1} << 32;
+
+LogLine Line(int level, int number, const wchar_t* operation, const std::wstring& text,
+             std::optional<int> code = {}) {
+  return {level, number, std::wstring(L"CFtp::") + operation, text, {}, code};
+}
 
 void MakeSparse(const std::string& native, std::uint64_t size) {
   WriteNative(native, "");
@@ -145,22 +151,31 @@ TEST_F(FtpTest, ComparesSizesBeyond32Bits) {
   MakeSparse(native("out/big"), kFourGiB + 5);
   MakeSparse(server_.home("big"), kFourGiB + 5);
   MakeSparse(server_.home("small"), 5);
+  const std::wstring big = path(L"out\\big");
   Connect();
-  EXPECT_EQ(ftp_.FtpSizeVerify(path(L"out\\big"), L"big"), 1);
+  EXPECT_EQ(ftp_.FtpSizeVerify(big, L"big"), 1);
   EXPECT_EQ(ftp_.FtpSizeVerifyFindFirst(nullptr, L"big", kFourGiB + 5), 1);
   ClearLog();
-  EXPECT_EQ(ftp_.FtpSizeVerify(path(L"out\\big"), L"small"), 0);
+  EXPECT_EQ(ftp_.FtpSizeVerify(big, L"small"), 0);
   EXPECT_EQ(ftp_.FtpSizeVerifyFindFirst(nullptr, L"small", kFourGiB + 5), 0);
-  EXPECT_EQ(ftp_.IsConnect(), 1);
-  EXPECT_THAT(log_.lines(),
-              ElementsAre(LogLine{4, 13130050, L"CFtp::FtpSizeVerify",
-                                  L"FTP転送ファイルのサイズが異常です。file[" + path(L"out\\big") +
-                                      L"] size[4294967301]byte->[5]byte"},
-                          LogLine{2, 13130065, L"CFtp::FtpSizeVerifyFindFirst",
-                                  L"FTP転送ファイルのサイズチェックを行います。"},
-                          LogLine{3, 13130050, L"CFtp::FtpSizeVerifyFindFirst",
-                                  L"FTP転送ファイルのサイズが異常です。file[small] "
-                                  L"size[4294967301]byte->[5]byte"}));
+  EXPECT_EQ(ftp_.FtpSizeVerify(path(L"gone"), L"big"), 0);
+  EXPECT_EQ(ftp_.FtpSizeVerify(big, L"gone"), 0);
+  EXPECT_EQ(ftp_.IsConnect(), 1) << "a check that fails closes nothing";
+  const wchar_t* const check = L"FtpSizeVerify";
+  const wchar_t* const search = L"FtpSizeVerifyFindFirst";
+  const std::wstring differs = L"FTP転送ファイルのサイズが異常です。file[";
+  const std::wstring exception = L"サイズチェックで例外が発生しました。 [";
+  EXPECT_THAT(
+      log_.lines(),
+      ElementsAre(
+          Line(4, 13130050, check, differs + big + L"] size[4294967301]byte->[5]byte"),
+          Line(2, 13130065, search, L"FTP転送ファイルのサイズチェックを行います。"),
+          Line(3, 13130050, search, differs + L"small] size[4294967301]byte->[5]byte"),
+          Line(5, 130030, check, L"ファイルハンドルの取得に失敗しました。[" + path(L"gone") + L"]",
+               2),
+          Line(5, 13130060, check, exception + path(L"gone") + L"]", 2),
+          Line(5, 130040, check, L"転送先ファイルハンドルの取得に失敗しました。[gone]", 12003),
+          Line(5, 13130060, check, exception + big + L"]", 12003)));
 }
 
 TEST_F(FtpTest, WritesTheLinesOfASession) {
@@ -170,23 +185,21 @@ TEST_F(FtpTest, WritesTheLinesOfASession) {
   ftp_.FtpGet(in_.c_str(), L"J.XML");
   ftp_.FtpPutAndVerify(out_.c_str(), L"J.XML", 2);
   ftp_.FtpDisConnect();
-  const std::wstring put = L"CFtp::FtpPut";
   EXPECT_THAT(
       log_.lines(),
       ElementsAre(
-          LogLine{3, 130020, L"CFtp::SetFtpOption", L"FTP各種オプションの設定完了"},
-          LogLine{2, 130021, L"CFtp::FtpConnect", L"プリンタサーバ: FTP接続開始"},
-          LogLine{2, 130022, L"CFtp::FtpConnect", L"プリンタサーバ: FTP接続完了"},
-          LogLine{3, 130009, put, L"FTPサーバに接続しました。"},
-          LogLine{2, 130009, put,
-                  L"ファイルをUploadします。[local:" + path(L"out\\J.XML") + L"],[remote:J.xm_]"},
-          LogLine{2, 130009, put, L"リモートファイルをrenameします。[old:J.xm_],[new:J.XML]"},
-          LogLine{3, 130011, put, L"アップロードが完了しました。[J.XML]"},
-          LogLine{3, 130005, L"CFtp::FtpGet", L"FTPサーバに接続しました。"},
-          LogLine{3, 130007, L"CFtp::FtpGet", L"ダウンロードが完了しました。"},
-          LogLine{3, 130011, L"CFtp::FtpPutAndVerify",
-                  L"アップロードが完了しました。リトライ回数: [0]/[2]"},
-          LogLine{3, 130014, L"CFtp::FtpDisConnect", L"FTPセッションを開放しました。"}));
+          Line(3, 130020, L"SetFtpOption", L"FTP各種オプションの設定完了"),
+          Line(2, 130021, L"FtpConnect", L"プリンタサーバ: FTP接続開始"),
+          Line(2, 130022, L"FtpConnect", L"プリンタサーバ: FTP接続完了"),
+          Line(3, 130009, L"FtpPut", L"FTPサーバに接続しました。"),
+          Line(2, 130009, L"FtpPut",
+               L"ファイルをUploadします。[local:" + path(L"out\\J.XML") + L"],[remote:J.xm_]"),
+          Line(2, 130009, L"FtpPut", L"リモートファイルをrenameします。[old:J.xm_],[new:J.XML]"),
+          Line(3, 130011, L"FtpPut", L"アップロードが完了しました。[J.XML]"),
+          Line(3, 130005, L"FtpGet", L"FTPサーバに接続しました。"),
+          Line(3, 130007, L"FtpGet", L"ダウンロードが完了しました。"),
+          Line(3, 130011, L"FtpPutAndVerify", L"アップロードが完了しました。リトライ回数: [0]/[2]"),
+          Line(3, 130014, L"FtpDisConnect", L"FTPセッションを開放しました。")));
   EXPECT_THAT(clock_.pauses, ElementsAre(25, 25));
 }
 
@@ -197,58 +210,23 @@ TEST_F(FtpTest, ReportsFailuresAndCloses) {
     Connect();
     EXPECT_EQ(operation(), 0);
     EXPECT_EQ(ftp_.IsConnect(), 0);
-    EXPECT_EQ(log_.lines(3).back(), (LogLine{3, number, function, text, {}, code}));
+    EXPECT_EQ(log_.lines(3).back(), Line(3, number, function, text, code));
   };
-  fails(130008, L"CFtp::FtpChangeCurrentDirectory",
+  const wchar_t* const no_download = L"ダウンロードに失敗しました。";
+  const wchar_t* const no_upload = L"アップロードに失敗しました。";
+  fails(130008, L"FtpChangeCurrentDirectory",
         L"リモートのカレントディレクトリ設定エラーが発生しました。", 12003,
         [&] { return ftp_.FtpChangeCurrentDirectory(L"missing"); });
-  fails(130006, L"CFtp::FtpGet", L"ダウンロードに失敗しました。", 12003,
+  fails(130006, L"FtpGet", no_download, 12003,
         [&] { return ftp_.FtpGet(in_.c_str(), L"missing"); });
-  fails(130006, L"CFtp::FtpGet", L"ダウンロードに失敗しました。", 3,
+  fails(130006, L"FtpGet", no_download, 3,
         [&] { return ftp_.FtpGet(path(L"no folder").c_str(), L"missing"); });
-  fails(130010, L"CFtp::FtpPut", L"アップロードに失敗しました。", 2,
-        [&] { return ftp_.FtpPut(out_.c_str(), L"missing.xml"); });
-  fails(130010, L"CFtp::FtpPutAndVerify", L"アップロードに失敗しました。", 2,
+  fails(130010, L"FtpPut", no_upload, 2, [&] { return ftp_.FtpPut(out_.c_str(), L"missing.xml"); });
+  fails(130010, L"FtpPutAndVerify", no_upload, 2,
         [&] { return ftp_.FtpPutAndVerify(out_.c_str(), L"missing", 9); });
   EXPECT_EQ(server_.LogIns(), 5);
   EXPECT_THAT(server_.Dialogue(), Not(Contains(HasSubstr("STOR"))));
   EXPECT_THAT(ListNative(native("in")), IsEmpty());
-}
-
-TEST_F(FtpTest, SizeChecksReportWhatIsMissingAndStayConnected) {
-  WriteNative(native("out/here"), "x");
-  Connect();
-  ClearLog();
-  EXPECT_EQ(ftp_.FtpSizeVerify(path(L"gone"), L"here"), 0);
-  EXPECT_EQ(ftp_.FtpSizeVerify(path(L"out\\here"), L"gone"), 0);
-  EXPECT_EQ(ftp_.IsConnect(), 1);
-  const std::wstring function = L"CFtp::FtpSizeVerify";
-  EXPECT_THAT(
-      log_.lines(),
-      ElementsAre(LogLine{5,
-                          130030,
-                          function,
-                          L"ファイルハンドルの取得に失敗しました。[" + path(L"gone") + L"]",
-                          {},
-                          2},
-                  LogLine{5,
-                          13130060,
-                          function,
-                          L"サイズチェックで例外が発生しました。 [" + path(L"gone") + L"]",
-                          {},
-                          2},
-                  LogLine{5,
-                          130040,
-                          function,
-                          L"転送先ファイルハンドルの取得に失敗しました。[gone]",
-                          {},
-                          12003},
-                  LogLine{5,
-                          13130060,
-                          function,
-                          L"サイズチェックで例外が発生しました。 [" + path(L"out\\here") + L"]",
-                          {},
-                          12003}));
 }
 
 TEST_F(FtpTest, ADownloadKeepsTheRightsOfTheFileAndFollowsNoLink) {
@@ -284,15 +262,10 @@ TEST_F(FtpTest, ACopyHoldsTheSameHandles) {
     EXPECT_EQ(copy.FtpDisConnect(), 0);
     EXPECT_EQ(copy.IsConnect(), 0);
   }
-  const LogLine stuck{
-      3,  130013, L"CFtp::FtpDisConnect", L"インターネットサービス切断エラーが発生しました。",
-      {}, 6};
-  EXPECT_THAT(log_.lines(), ElementsAre(LogLine{3,
-                                                130012,
-                                                L"CFtp::FtpDisConnect",
-                                                L"FTPセッションクローズエラーが発生しました。",
-                                                {},
-                                                6},
+  const LogLine stuck =
+      Line(3, 130013, L"FtpDisConnect", L"インターネットサービス切断エラーが発生しました。", 6);
+  EXPECT_THAT(log_.lines(), ElementsAre(Line(3, 130012, L"FtpDisConnect",
+                                             L"FTPセッションクローズエラーが発生しました。", 6),
                                         stuck, stuck));
 }
 
@@ -344,10 +317,9 @@ TEST_F(ScriptedFtpTest, RepeatsARefusedRename) {
   ASSERT_EQ(lines.size(), 2U + 11U + 3U);
   EXPECT_EQ(lines[2].message, L"リモートファイルをrenameします。" + names);
   EXPECT_EQ(lines[3].message, L"リモートファイルを再度renameします。" + names);
-  EXPECT_EQ(lines[13], (LogLine{5, 130009, L"CFtp::FtpPut",
-                                L"リモートファイルをrenameできませんでした。" + names}));
-  EXPECT_EQ(lines[14],
-            (LogLine{3, 130010, L"CFtp::FtpPut", L"アップロードに失敗しました。", {}, 12003}));
+  EXPECT_EQ(lines[13],
+            Line(5, 130009, L"FtpPut", L"リモートファイルをrenameできませんでした。" + names));
+  EXPECT_EQ(lines[14], Line(3, 130010, L"FtpPut", L"アップロードに失敗しました。", 12003));
 }
 
 TEST_F(ScriptedFtpTest, DoesNotRepeatARenameOnABrokenConnection) {
@@ -385,8 +357,7 @@ TEST_F(ScriptedFtpTest, DeletesWhatAFailedUploadLeft) {
     });
     Connect();
     EXPECT_EQ(Put(L"big.dat"), 0);
-    EXPECT_EQ(last_line(),
-              (LogLine{3, 130010, L"CFtp::FtpPut", L"アップロードに失敗しました。", {}, 12003}));
+    EXPECT_EQ(last_line(), Line(3, 130010, L"FtpPut", L"アップロードに失敗しました。", 12003));
     EXPECT_EQ(peer.commands().at(peer.commands().size() - 2), "DELE big.dat");
     EXPECT_EQ(peer.connections(), 1);
     EXPECT_EQ(ftp_.IsConnect(), 0);
@@ -397,8 +368,8 @@ TEST_F(ScriptedFtpTest, UploadsUntilTheSizeIsRight) {
   peer_.On("SIZE", "213 99");
   WriteNative(native("a"), "x");
   const auto count_line = [](const wchar_t* counts) {
-    return LogLine{3, 130011, L"CFtp::FtpPutAndVerify",
-                   L"アップロードが失敗しました。リトライ回数: " + std::wstring(counts)};
+    return Line(3, 130011, L"FtpPutAndVerify",
+                L"アップロードが失敗しました。リトライ回数: " + std::wstring(counts));
   };
   Connect();
   EXPECT_EQ(ftp_.FtpPutAndVerify(temp_.path().c_str(), L"a", 3), 0);
@@ -428,9 +399,8 @@ TEST_F(ScriptedFtpTest, GivesUpWhenALaterUploadFails) {
   Connect();
   EXPECT_EQ(ftp_.FtpPutAndVerify(temp_.path().c_str(), L"a", 3), 0);
   EXPECT_EQ(uploads, 2);
-  EXPECT_EQ(
-      last_line(),
-      (LogLine{3, 130010, L"CFtp::FtpPutAndVerify", L"アップロードに失敗しました。", {}, 12003}));
+  EXPECT_EQ(last_line(),
+            Line(3, 130010, L"FtpPutAndVerify", L"アップロードに失敗しました。", 12003));
   EXPECT_EQ(peer_.count("DELE"), 0);
   EXPECT_EQ(ftp_.IsConnect(), 0);
 }
@@ -458,13 +428,11 @@ TEST_F(ScriptedFtpTest, ReportsALogInThatFails) {
     ClearLog();
     EXPECT_EQ(ftp_.FtpConnect(L"127.0.0.1", L"tester", kSecret, kTimeout), 0);
     EXPECT_EQ(ftp_.IsConnect(), 0);
-    EXPECT_THAT(
-        log_.lines(),
-        ElementsAre(
-            LogLine{3, 130020, L"CFtp::SetFtpOption", L"FTP各種オプションの設定完了"},
-            LogLine{2, 130021, L"CFtp::FtpConnect", L"プリンタサーバ: FTP接続開始"},
-            LogLine{2, 130022, L"CFtp::FtpConnect", L"プリンタサーバ: FTP接続完了"},
-            LogLine{3, 130003, L"CFtp::FtpConnect", L"FTPサーバ接続エラー発生", {}, test.code}));
+    EXPECT_THAT(log_.lines(),
+                ElementsAre(Line(3, 130020, L"SetFtpOption", L"FTP各種オプションの設定完了"),
+                            Line(2, 130021, L"FtpConnect", L"プリンタサーバ: FTP接続開始"),
+                            Line(2, 130022, L"FtpConnect", L"プリンタサーバ: FTP接続完了"),
+                            Line(3, 130003, L"FtpConnect", L"FTPサーバ接続エラー発生", test.code)));
   }
 }
 
@@ -484,8 +452,8 @@ TEST_F(ScriptedFtpTest, ReportsAServerThatCannotBeReached) {
 TEST_F(ScriptedFtpTest, RefusesATimeOutOfNothing) {
   EXPECT_EQ(ftp_.FtpConnect(L"127.0.0.1", L"tester", kSecret, 0), 0);
   const wchar_t* text = L"FTP通信オプション設定でエラーが発生しました。";
-  EXPECT_THAT(log_.lines(), ElementsAre(LogLine{3, 130015, L"CFtp::SetFtpOption", text, {}, 87},
-                                        LogLine{3, 130002, L"CFtp::FtpConnect", text, {}, 87}));
+  EXPECT_THAT(log_.lines(), ElementsAre(Line(3, 130015, L"SetFtpOption", text, 87),
+                                        Line(3, 130002, L"FtpConnect", text, 87)));
   EXPECT_EQ(peer_.connections(), 0);
   // More than the waits can hold is no limit, not what is left of it in 32 bits.
   EXPECT_EQ(ftp_.FtpConnect(L"127.0.0.1", L"tester", kSecret, kFourGiB), 1);
@@ -495,26 +463,25 @@ TEST_F(ScriptedFtpTest, AnObjectWithoutAConnectionFailsEverywhere) {
   WriteNative(native("a"), "x");
   {
     CFtp never;
-    EXPECT_EQ(never.FtpGet(L"", L"a"), 0);
-    EXPECT_EQ(last_line().code, 6);
-    EXPECT_EQ(never.FtpPut(temp_.path().c_str(), L"a"), 0);
-    EXPECT_EQ(last_line().code, 6);
-    EXPECT_EQ(never.FtpChangeCurrentDirectory(nullptr), 0);
-    EXPECT_EQ(last_line().code, 6);
-    EXPECT_EQ(never.FtpSizeVerify(path(L"a"), nullptr), 0);
-    EXPECT_EQ(last_line().code, 6);
-    EXPECT_EQ(never.FtpSizeVerifyFindFirst(nullptr, L"a", 0), 0);
-    EXPECT_EQ(last_line(), (LogLine{3,
-                                    130040,
-                                    L"CFtp::FtpSizeVerifyFindFirst",
-                                    L"転送先ファイル情報、およびエラー情報の取得に失敗しました。"
-                                    L"ファイル[a], エラー[6]",
-                                    {},
-                                    6}));
+    const std::function<int()> operations[] = {
+        [&] { return never.FtpGet(L"", L"a"); },
+        [&] { return never.FtpPut(temp_.path().c_str(), L"a"); },
+        [&] { return never.FtpChangeCurrentDirectory(nullptr); },
+        [&] { return never.FtpSizeVerify(path(L"a"), nullptr); },
+        [&] { return never.FtpSizeVerifyFindFirst(nullptr, L"a", 0); },
+    };
+    for (const auto& operation : operations) {
+      EXPECT_EQ(operation(), 0);
+      EXPECT_EQ(last_line().code, 6);
+    }
+    EXPECT_EQ(last_line(), Line(3, 130040, L"FtpSizeVerifyFindFirst",
+                                L"転送先ファイル情報、およびエラー情報の取得に失敗しました。"
+                                L"ファイル[a], エラー[6]",
+                                6));
     ClearLog();
   }
-  EXPECT_THAT(log_.lines(), ElementsAre(LogLine{3, 130014, L"CFtp::FtpDisConnect",
-                                                L"FTPセッションを開放しました。"}));
+  EXPECT_THAT(log_.lines(),
+              ElementsAre(Line(3, 130014, L"FtpDisConnect", L"FTPセッションを開放しました。")));
 }
 
 TEST_F(ScriptedFtpTest, ConnectingAgainReplacesTheConnection) {
@@ -570,12 +537,8 @@ TEST_F(ScriptedFtpTest, TakesTheSizeFromTheListing) {
     if (test.result == 1) {
       EXPECT_EQ(log_.lines().size(), 1U);
     } else {
-      EXPECT_EQ(last_line(), (LogLine{3,
-                                      130040,
-                                      L"CFtp::FtpSizeVerifyFindFirst",
-                                      L"転送先ファイル情報" + std::wstring(test.failure),
-                                      {},
-                                      test.code}));
+      EXPECT_EQ(last_line(), Line(3, 130040, L"FtpSizeVerifyFindFirst",
+                                  L"転送先ファイル情報" + std::wstring(test.failure), test.code));
     }
   }
   EXPECT_EQ(ftp_.IsConnect(), 1);
@@ -597,17 +560,21 @@ TEST_F(ScriptedFtpTest, LooksForAPathWhereItLeads) {
   EXPECT_EQ(last_line().code, 18);
 }
 
-TEST_F(ScriptedFtpTest, CallsNobodyWithACharacterThatTheCodePageLacks) {
+TEST_F(ScriptedFtpTest, CallsNobodyWithWhatCannotBeSent) {
   const ScopedEnvironment code_page("TQ_ANSI_CODEPAGE", "932");
-  struct Case {
+  const struct {
     const wchar_t* host;
     const wchar_t* user;
     const wchar_t* password;
     int code;
+  } cases[] = {
+      {L"한", L"tester", kSecret, 12007},  // a character that the code page lacks
+      {L"127.0.0.1", L"한", kSecret, 12013},
+      {L"127.0.0.1", L"tester", L"한", 12014},
+      {L"127.0.0.1", L"tester\r\nDELE b", kSecret, 12013},  // a command of its own
+      {L"127.0.0.1", L"tester", L"x\r\nDELE b", 12014},
   };
-  for (const Case& test :
-       {Case{L"한", L"tester", kSecret, 12007}, Case{L"127.0.0.1", L"한", kSecret, 12013},
-        Case{L"127.0.0.1", L"tester", L"한", 12014}}) {
+  for (const auto& test : cases) {
     EXPECT_EQ(ftp_.FtpConnect(test.host, test.user, test.password, kTimeout), 0);
     EXPECT_EQ(last_line().code, test.code);
   }
@@ -625,10 +592,6 @@ TEST_F(ScriptedFtpTest, SendsNothingForANameThatWouldBeACommand) {
     EXPECT_EQ(peer_.commands().size(), before + 1);
     EXPECT_EQ(peer_.commands().back(), "QUIT");
   }
-  EXPECT_EQ(ftp_.FtpConnect(L"127.0.0.1", L"tester\r\nDELE b", kSecret, kTimeout), 0);
-  EXPECT_EQ(last_line().code, 12013);
-  EXPECT_EQ(ftp_.FtpConnect(L"127.0.0.1", L"tester", L"x\r\nDELE b", kTimeout), 0);
-  EXPECT_EQ(last_line().code, 12014);
   EXPECT_EQ(peer_.connections(), static_cast<int>(std::size(names)));
 }
 

@@ -138,23 +138,15 @@ TEST_F(SharedPrinterCommunicationTest, DeliversAFileAsItIsStored) {
     std::iota(contents.begin(), contents.end(), '\0');
     const CString path = MakeFile(contents, c.file);
     CSharedPrinterCommunication channel = ChannelTo(server);
+    log_.Clear();
     ASSERT_EQ(channel.SendNemiInfFile(path), 1) << c.file;
+    EXPECT_EQ(log_.lines(), ConnectLines());
     EXPECT_EQ(ToHex(frame), ToHex("CS01" + BigEndian(26 + c.size) + Filled(c.name, 26) + contents))
         << c.file;
   }
-  EXPECT_EQ(server.connections(), static_cast<int>(std::size(cases)));
-}
-
-TEST_F(SharedPrinterCommunicationTest, DeliveryLeavesTheLinesOfItsConnection) {
-  LoopbackServer server([&](Peer& peer, int) {
-    ReadFrame(peer);
-    peer.Write("CR010");
-  });
-  std::string slashes = native("job.xml");  // a path of this machine is taken as well
-  MakeFile();
-  log_.Clear();
-  EXPECT_EQ(ChannelTo(server).SendNemiInfFile(FromUtf8(slashes)), 1);
-  EXPECT_EQ(log_.lines(), ConnectLines());
+  // A path of this machine is taken as well.
+  EXPECT_EQ(ChannelTo(server).SendNemiInfFile(FromUtf8(native("job.xml"))), 1);
+  EXPECT_EQ(server.connections(), static_cast<int>(std::size(cases)) + 1);
 }
 
 TEST_F(SharedPrinterCommunicationTest, FileThatCannotBeReadMakesNoConnection) {
@@ -320,13 +312,11 @@ TEST_F(SharedPrinterCommunicationTest, RefusedConnectionFailsAtTheSend) {
   log_.Clear();
   EXPECT_EQ(ChannelTo(server).GetServerTime(L""), CTime());
   EXPECT_EQ(log_.lines(), ConnectLinesAnd({TimeText(L"")})) << "nothing was asked, nothing came";
+  log_.Clear();
+  CSharedPrinterCommunication broadcast(L"255.255.255.255", 9, 1000, 0);
+  EXPECT_EQ(broadcast.GetServerTime(L""), CTime());
+  EXPECT_EQ(log_.lines(), ConnectLines()) << "a connection that cannot begin asks for no time";
   EXPECT_EQ(OpenDescriptors(), before);
-}
-
-TEST_F(SharedPrinterCommunicationTest, ConnectionThatCannotBeginFailsAtOnce) {
-  CSharedPrinterCommunication channel(L"255.255.255.255", 9, 1000, 0);
-  EXPECT_EQ(channel.GetServerTime(L""), CTime());
-  EXPECT_EQ(log_.lines(), ConnectLines()) << "no line for a time that was not asked for";
 }
 
 TEST_F(SharedPrinterCommunicationTest,
@@ -350,22 +340,12 @@ TEST_F(SharedPrinterCommunicationTest, PrintOutRequestCarriesTheTextAndAsManyZer
     const wchar_t* user;
     const wchar_t* job;
     const wchar_t* client;
-    std::string text;
+    std::string sent_user, sent_job, sent_client;
   };
-  const std::string tail = "<PrintMode>OUTPUT</PrintMode></QTL></Velkorandia>";
   const Case cases[] = {
-      {"65001", L"user", L"42", L"pc1",
-       "<Velkorandia><QTL><JobUser>user</JobUser><JobAccessKey></JobAccessKey><JobId>42</JobId>"
-       "<ClientName>pc1</ClientName>" +
-           tail},
-      {"65001", L"", L"a&b%s", L"日本",
-       "<Velkorandia><QTL><JobUser></JobUser><JobAccessKey></JobAccessKey><JobId>a&b%s</JobId>"
-       "<ClientName>日本</ClientName>" +
-           tail},
-      {"932", L"表", L"1", L"①",
-       "<Velkorandia><QTL><JobUser>" + FromHex("955c") +
-           "</JobUser><JobAccessKey></JobAccessKey><JobId>1</JobId><ClientName>" + FromHex("8740") +
-           "</ClientName>" + tail},
+      {"65001", L"user", L"42", L"pc1", "user", "42", "pc1"},
+      {"65001", L"", L"a&b%s", L"日本", "", "a&b%s", "日本"},
+      {"932", L"表", L"1", L"①", FromHex("955c"), "1", FromHex("8740")},
   };
   std::string frame;
   LoopbackServer server([&](Peer& peer, int) {
@@ -375,8 +355,12 @@ TEST_F(SharedPrinterCommunicationTest, PrintOutRequestCarriesTheTextAndAsManyZer
   for (const Case& c : cases) {
     const testing::ScopedEnvironment code_page("TQ_ANSI_CODEPAGE", c.code_page);
     EXPECT_EQ(ChannelTo(server, 5).SendSpoolPrintOut(c.user, c.job, c.client), 1);
-    const std::size_t size = 2 * c.text.size();
-    EXPECT_EQ(ToHex(frame), ToHex("CS06" + BigEndian(size) + Filled(c.text, size)));
+    const std::string text = "<Velkorandia><QTL><JobUser>" + c.sent_user +
+                             "</JobUser><JobAccessKey></JobAccessKey><JobId>" + c.sent_job +
+                             "</JobId><ClientName>" + c.sent_client +
+                             "</ClientName><PrintMode>OUTPUT</PrintMode></QTL></Velkorandia>";
+    const std::size_t size = 2 * text.size();
+    EXPECT_EQ(ToHex(frame), ToHex("CS06" + BigEndian(size) + Filled(text, size)));
   }
 }
 
@@ -384,59 +368,44 @@ TEST_F(SharedPrinterCommunicationTest, PrintOutRequestCarriesTheTextAndAsManyZer
 constexpr std::int64_t kNight = 1767323045;
 constexpr std::int64_t kNineHours = 32400;
 
-struct TimeCase {
-  const char* text;
-  std::int64_t time;  // as UTC, before the correction; -1 for none
-};
-
-constexpr TimeCase kTimeCases[] = {
-    {"2026/1/2 3:04:05", kNight},
-    {"2026/01/02 03:04:05", kNight},
-    {"2026/01/02\t\r\n 03:04:05", kNight},
-    {" 2026/ 1/ 2 3: 4: 5 and more", kNight},
-    {"+2026/+1/2+3:04:05", kNight},
-    {"2026/1/23:04:05", -1},
-    {"2026 /1/2 3:04:05", -1},
-    {"2026-1-2 3:04:05", -1},
-    {"2026/1/2 3:04", -1},
-    {"2026/1/2 3:04:", -1},
-    {"2026/1/2", -1},
-    {"", -1},
-    {"x2026/1/2 3:04:05", -1},
-    {"2026/13/2 3:04:05", -1},
-    {"2026/0/2 3:04:05", -1},
-    {"2026/1/0 3:04:05", -1},
-    {"2026/1/32 3:04:05", -1},
-    {"2026/1/2 24:04:05", -1},
-    {"2026/1/2 -1:04:05", -1},
-    {"2026/1/2 3:60:05", -1},
-    {"2026/1/2 3:04:60", -1},
-    {"1969/1/2 3:04:05", -1},
-    {"3001/1/2 3:04:05", -1},
-    {"4294969322/1/2 3:04:05", -1},
-    {"18446744073709553642/1/2 3:04:05", -1},
-    {"2026/2/31 0:00:00", 1772496000},     // 2026-03-03
-    {"3000/12/31 23:59:59", 32535215999},  // the last one
-    {"1970/1/1 0:00:00", 0},               // plus nine hours
-};
-
 TEST_F(SharedPrinterCommunicationTest, TimeIsTheServersTextAndNineHours) {
+  // What a text means as UTC, before the correction; nothing for those that are no time.
+  const std::vector<std::pair<std::optional<std::int64_t>, std::vector<const char*>>> kCases = {
+      {kNight,
+       {"2026/1/2 3:04:05", "2026/01/02 03:04:05", "2026/01/02\t\r\n 03:04:05",
+        " 2026/ 1/ 2 3: 4: 5 and more", "+2026/+1/2+3:04:05"}},
+      {1772496000, {"2026/2/31 0:00:00"}},     // 2026-03-03
+      {32535215999, {"3000/12/31 23:59:59"}},  // the last one
+      {0, {"1970/1/1 0:00:00"}},
+      {std::nullopt,
+       {"2026/1/23:04:05", "2026 /1/2 3:04:05", "2026-1-2 3:04:05", "2026/1/2 3:04",
+        "2026/1/2 3:04:", "2026/1/2", "", "x2026/1/2 3:04:05"}},
+      {std::nullopt,  // out of range
+       {"2026/13/2 3:04:05", "2026/0/2 3:04:05", "2026/1/0 3:04:05", "2026/1/32 3:04:05",
+        "2026/1/2 24:04:05", "2026/1/2 -1:04:05", "2026/1/2 3:60:05", "2026/1/2 3:04:60",
+        "1969/1/2 3:04:05", "3001/1/2 3:04:05", "4294969322/1/2 3:04:05",
+        "18446744073709553642/1/2 3:04:05"}},
+  };
   const testing::ScopedEnvironment zone("TZ", "UTC0");
   tzset();
   const char* answer = nullptr;
+  int asked = 0;
   std::string frame;
   LoopbackServer server([&](Peer& peer, int) {
     frame = peer.Read(8);
     peer.Write(TimeAnswer(answer));
   });
-  for (const TimeCase& c : kTimeCases) {
-    answer = c.text;
-    const CTime time = ChannelTo(server, 5).GetServerTime(L"not read");
-    EXPECT_EQ(time.GetTime(), c.time < 0 ? 0 : c.time + kNineHours) << c.text;
-    EXPECT_EQ(log_.lines(3).back(), TimeText(FromUtf8(c.text)));
+  for (const auto& [expected, texts] : kCases) {
+    for (const char* text : texts) {
+      answer = text;
+      ++asked;
+      const CTime time = ChannelTo(server, 5).GetServerTime(L"not read");
+      EXPECT_EQ(time.GetTime(), expected ? *expected + kNineHours : 0) << text;
+      EXPECT_EQ(log_.lines(3).back(), TimeText(FromUtf8(text)));
+    }
   }
   EXPECT_EQ(frame, std::string("CS02\0\0\0\1", 8));
-  EXPECT_EQ(server.connections(), static_cast<int>(std::size(kTimeCases))) << "nothing is repeated";
+  EXPECT_EQ(server.connections(), asked) << "nothing is repeated";
 }
 
 TEST_F(SharedPrinterCommunicationTest, TimeIsReadInTheZoneOfTheClient) {
@@ -464,16 +433,6 @@ TEST_F(SharedPrinterCommunicationTest, TimeIsReadInTheZoneOfTheClient) {
     });
     EXPECT_EQ(child.Wait(), 0) << c.zone << " " << c.text;
   }
-}
-
-TEST_F(SharedPrinterCommunicationTest, TimeLinesTellEachPiece) {
-  LoopbackServer server([](Peer& peer, int) {
-    peer.Read(8);
-    peer.Write(TimeAnswer("2026/1/2 3:04:05"));
-  });
-  EXPECT_NE(ChannelTo(server).GetServerTime(L""), CTime());
-  EXPECT_EQ(log_.lines(), ConnectLinesAnd({Length(8), Received(8), Length(16), Received(16),
-                                           TimeText(L"2026/1/2 3:04:05")}));
 }
 
 TEST_F(SharedPrinterCommunicationTest, BodyOfATimeIsBounded) {
@@ -518,30 +477,36 @@ TEST_F(SharedPrinterCommunicationTest, BodyOfATimeIsBounded) {
   }
 }
 
-TEST_F(SharedPrinterCommunicationTest, ConnectionThatEndsInTheTimeLeavesWhatCame) {
-  LoopbackServer server([](Peer& peer, int index) {
+// The connection ends, or nothing more comes, in the body or in the header.
+TEST_F(SharedPrinterCommunicationTest, TimeThatIsCutShort) {
+  bool stays = false;
+  std::string answer;
+  LoopbackServer server([&](Peer& peer, int) {
     peer.Read(8);
-    peer.Write(index == 0 ? "CR02" + BigEndian(100) + "2026/1/2 3:04:05" : std::string("CR0"));
-  });
-  EXPECT_NE(ChannelTo(server).GetServerTime(L""), CTime());
-  EXPECT_EQ(log_.lines().back(), TimeText(L"2026/1/2 3:04:05"));
-  EXPECT_EQ(ChannelTo(server).GetServerTime(L""), CTime());
-  EXPECT_EQ(log_.lines().back(), TimeText(L"")) << "a header without its length has no body";
-}
-
-TEST_F(SharedPrinterCommunicationTest, TimeThatStopsComingIsNone) {
-  LoopbackServer server([](Peer& peer, int index) {
-    peer.Read(8);
-    peer.Write(index == 0 ? "CR02" + BigEndian(100) + "2026/1/2 3:04:05" : std::string("CR0"));
-    peer.Read(1);  // until the client has had enough
+    peer.Write(answer);
+    if (stays) peer.Read(1);  // until the client has had enough
   });
   const LogLine timeout = {
       5, 141128, kReceiveData, L"クライアント通信で受信タイムアウトが発生しました。", {}, 10060};
   const ScopedExchangeWaits waits(milliseconds(60'000), milliseconds(100));
-  for (const wchar_t* text : {L"2026/1/2 3:04:05", L"CR0"}) {
+  const std::string in_body = "CR02" + BigEndian(100) + "2026/1/2 3:04:05";
+  const struct {
+    bool stays;
+    std::string answer;
+    bool is_time;
+    std::vector<LogLine> lines;
+  } cases[] = {
+      {false, in_body, true, {TimeText(L"2026/1/2 3:04:05")}},
+      {false, "CR0", false, {TimeText(L"")}},
+      {true, in_body, false, {timeout, TimeText(L"2026/1/2 3:04:05")}},
+      {true, "CR0", false, {timeout, TimeText(L"CR0")}},
+  };
+  for (const auto& c : cases) {
+    stays = c.stays;
+    answer = c.answer;
     log_.Clear();
-    EXPECT_EQ(ChannelTo(server).GetServerTime(L""), CTime());
-    EXPECT_THAT(log_.lines(3), ::testing::ElementsAre(timeout, TimeText(text)));
+    EXPECT_EQ(ChannelTo(server).GetServerTime(L"") != CTime(), c.is_time) << c.answer;
+    EXPECT_EQ(log_.lines(3), c.lines) << c.answer;
   }
 }
 
@@ -567,24 +532,18 @@ TEST_F(SharedPrinterCommunicationTest, TimeThatBreaksOffIsAnError) {
 }
 
 TEST_F(SharedPrinterCommunicationTest, WaitsCountAnewForEachPiece) {
-  const auto drip = [](Peer& peer, std::string_view answer) {
-    for (const char c : answer) {
+  LoopbackServer server([&](Peer& peer, int index) {
+    index == 0 ? ReadFrame(peer) : peer.Read(8);
+    const std::string answer = "CR02" + BigEndian(16) + "2026/1/2 3:04:05";
+    if (index == 1) peer.Write(answer.substr(0, 19));
+    for (const char c : index == 0 ? "CR010" : answer.substr(19)) {
       std::this_thread::sleep_for(milliseconds(220));
       peer.Write({&c, 1});
     }
-  };
-  LoopbackServer delivery([&](Peer& peer, int) {
-    ReadFrame(peer);
-    drip(peer, "CR010");
-  });
-  LoopbackServer time([&](Peer& peer, int) {
-    peer.Read(8);
-    peer.Write("CR02" + BigEndian(16) + "2026/1/2 3:");
-    drip(peer, "04:05");
   });
   const ScopedExchangeWaits waits(milliseconds(1000), milliseconds(1000));
-  EXPECT_EQ(ChannelTo(delivery).SendNemiInfFile(MakeFile()), 1);
-  EXPECT_NE(ChannelTo(time).GetServerTime(L""), CTime());
+  EXPECT_EQ(ChannelTo(server).SendNemiInfFile(MakeFile()), 1);
+  EXPECT_NE(ChannelTo(server).GetServerTime(L""), CTime());
 }
 
 TEST_F(SharedPrinterCommunicationTest, SlowWaitsAreFiveAndTenSeconds) {
