@@ -13,6 +13,8 @@ class Reader {
  public:
   explicit Reader(std::string_view text) : rest_(text) {}
 
+  std::string_view rest() const { return rest_; }
+
   Json ReadValue() {
     Json value;
     if (Accept('{')) {
@@ -101,6 +103,15 @@ const Json& Json::operator[](std::string_view name) const {
   const Json* const found = Find(*this, name);
   if (found == nullptr) throw std::out_of_range(std::string(name));
   return *found;
+}
+
+Json ParseJson(std::string_view text) {
+  Reader reader(text);
+  Json value = reader.ReadValue();
+  if (reader.rest() != "\n" && !reader.rest().empty()) {
+    throw std::runtime_error("more than one JSON value");
+  }
+  return value;
 }
 
 std::vector<Json> ReadJsonLines(const std::string& native) {

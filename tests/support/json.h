@@ -1,4 +1,5 @@
-// Reads the recorded facts in tests/data: files with one JSON value (RFC 8259) in each line.
+// Reads JSON (RFC 8259): the recorded facts in tests/data, files with one value in each line, and
+// what programs print.
 #pragma once
 
 #include <string>
@@ -20,6 +21,9 @@ struct Json {
   const Json& operator[](std::string_view name) const;
   int ToInt() const { return std::stoi(text); }
 };
+
+// Throws std::runtime_error for a text that is no JSON value with nothing but a line end behind it.
+Json ParseJson(std::string_view text);
 
 // Throws std::runtime_error for a file that cannot be read or is no such file.
 std::vector<Json> ReadJsonLines(const std::string& native);

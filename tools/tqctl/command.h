@@ -34,6 +34,9 @@ struct Context {
 
 // The nouns.
 void AddJob(CLI::App& app, Context& context);
+void AddNemi(CLI::App& app, Context& context);
+void AddCrypt(CLI::App& app, Context& context);
+void AddLock(CLI::App& app, Context& context);
 
 // Adds a noun, which needs one of its commands.
 CLI::App& AddNoun(CLI::App& app, const char* name, const char* help);

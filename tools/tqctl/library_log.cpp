@@ -19,6 +19,7 @@ std::wstring TextOf(const vk::tq::LogRecord& record) {
 }  // namespace
 
 void LibraryLog::Write(const vk::tq::LogRecord& record) {
+  vk::tq::WriteProgramLog(record);
   const std::wstring text = TextOf(record);
   const std::lock_guard lock(mutex_);
   if (IsFailure(record.level)) last_failure_ = text;

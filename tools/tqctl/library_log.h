@@ -10,7 +10,7 @@
 namespace tqctl {
 
 // Keeps the text of the last line that tells of a failure, and shows every line on standard error
-// when it is asked to.
+// when it is asked to. The program log gets its lines as well.
 class LibraryLog : public vk::tq::LogSink {
  public:
   explicit LibraryLog(bool is_shown) : is_shown_(is_shown) {}

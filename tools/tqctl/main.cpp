@@ -13,6 +13,9 @@ namespace {
 
 constexpr void (*kNouns[])(CLI::App&, Context&) = {
     AddJob,
+    AddNemi,
+    AddCrypt,
+    AddLock,
 };
 
 // A failure, as people read it on standard error, or as the one JSON document.
@@ -60,6 +63,8 @@ int RunCommand(Context& context) {
     return context.status;
   } catch (const Failure& failure) {
     Report(context, failure.message, log->LastFailure(), failure.advice);
+  } catch (const UsageError& error) {
+    return ReportWrongUsage(context, error.message);
   } catch (const std::exception& exception) {
     Report(context, WideToShow(exception.what()), log->LastFailure(),
            L"Run the command again with -v to see what happened before.");
@@ -86,11 +91,7 @@ int Main(int count, char** arguments) {
   } catch (const UsageError& error) {
     return ReportWrongUsage(context, error.message);
   }
-  try {
-    return RunCommand(context);
-  } catch (const UsageError& error) {
-    return ReportWrongUsage(context, error.message);
-  }
+  return RunCommand(context);
 }
 
 }  // namespace

@@ -2,7 +2,10 @@
 
 #include <algorithm>
 #include <cstdio>
+#include <ctime>
+#include <cwchar>
 #include <cwctype>
+#include <iterator>
 
 #include "tqctl/failure.h"
 #include "tqctl/terminal.h"
@@ -102,6 +105,28 @@ std::vector<Cell> Headings(const Table& table) {
 
 std::string Json::Serialized() const { return std::visit(Serializer(), value); }
 
+Cell TimeCell(std::int64_t seconds) {
+  const auto time = static_cast<std::time_t>(seconds);
+  const auto format = [](const wchar_t* form, const std::tm* parts) {
+    wchar_t text[32];
+    return std::wstring(text, std::wcsftime(text, std::size(text), form, parts));
+  };
+  return {format(L"%Y-%m-%dT%H:%M:%SZ", std::gmtime(&time)),
+          format(L"%Y-%m-%d %H:%M:%S", std::localtime(&time))};
+}
+
+Cell AgeCell(std::int64_t seconds) {
+  constexpr struct {
+    std::int64_t size;
+    const wchar_t* name;
+  } kUnits[] = {{86400, L" d"}, {3600, L" h"}, {60, L" min"}, {1, L" s"}};
+  const auto* unit = std::find_if(std::begin(kUnits), std::end(kUnits) - 1,
+                                  [&](const auto& one) { return seconds >= one.size; });
+  Cell cell(seconds, std::to_wstring(seconds / unit->size) + unit->name);
+  cell.is_number = true;
+  return cell;
+}
+
 Json::Object ToJson(const Fields& fields) {
   Json::Object members;
   for (const auto& [name, cell] : fields) members.emplace_back(name, cell.json);
@@ -135,6 +160,16 @@ void Output::Done(std::wstring_view sentence, const Fields& facts) {
 }
 
 void Output::ShowJson(const Json& json) { Print(json.Serialized() + "\n"); }
+
+void Output::ShowText(std::wstring_view text) {
+  if (is_json_) return ShowJson(Json::Object{{L"text", std::wstring(text)}});
+  if (!IsTerminal(Stream::kOutput)) return Print(Narrow(text));
+  while (!text.empty()) {
+    const std::size_t size = std::min(text.find(L'\n'), text.size());
+    ForPeople(text.substr(0, size));
+    text.remove_prefix(std::min(size + 1, text.size()));
+  }
+}
 
 void Output::ForPeople(const Table& table) {
   if (is_json_) return;
@@ -173,6 +208,8 @@ void Output::Flush() {
   throw Failure(L"Standard output does not take what was written.",
                 L"Look for a full disk or a closed pipe.");
 }
+
+void Warn(std::wstring_view text) { PrintError(Tone::kWarning, L"tqctl: ", text); }
 
 void PrintError(Tone tone, std::wstring_view beginning, std::wstring_view rest) {
   const std::string line = Coloured(tone, Printable(beginning), HasColour(Stream::kError)) +

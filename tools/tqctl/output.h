@@ -54,6 +54,11 @@ struct Cell {
   bool is_number = false;  // set to the right of its column
 };
 
+// Seconds since 1970 as a date and time: UTC for machines, local for people.
+Cell TimeCell(std::int64_t seconds);
+// A span of time, for people in the greatest unit that fits.
+Cell AgeCell(std::int64_t seconds);
+
 // Names and values, in the order in which they are shown.
 using Fields = std::vector<std::pair<std::wstring, Cell>>;
 Json::Object ToJson(const Fields& fields);
@@ -78,6 +83,8 @@ class Output {
   // A sentence that says what was done; machines get the facts instead.
   void Done(std::wstring_view sentence, const Fields& facts = {});
   void ShowJson(const Json& json);
+  // A text as it is; on a terminal without the power to command it.
+  void ShowText(std::wstring_view text);
   // A command that composes its JSON itself gives people what they read with these; machines get
   // nothing of it.
   void ForPeople(const Table& table);
@@ -90,6 +97,9 @@ class Output {
  private:
   bool is_json_ = false;
 };
+
+// A warning on standard error; the command goes on.
+void Warn(std::wstring_view text);
 
 // A line on standard error, with its beginning in a tone when that is a terminal.
 void PrintError(Tone tone, std::wstring_view beginning, std::wstring_view rest);

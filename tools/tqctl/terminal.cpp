@@ -1,19 +1,23 @@
 #include "tqctl/terminal.h"
 
 #include <langinfo.h>
+#include <poll.h>
 #include <signal.h>
+#include <stdlib.h>
+#include <sys/random.h>
+#include <sys/signalfd.h>
 #include <termios.h>
 #include <unistd.h>
 #include <wchar.h>
 
 #include <algorithm>
-#include <array>
 #include <cerrno>
 #include <chrono>
 #include <condition_variable>
 #include <cstdio>
 #include <cstdlib>
 #include <fstream>
+#include <iterator>
 #include <mutex>
 #include <stop_token>
 
@@ -25,17 +29,11 @@ namespace {
 
 using vk::tq::WipeOnExit;
 
-volatile sig_atomic_t caught_signal = 0;
-
-// Keeps a terminal from showing what is typed. A signal that would end or stop the process
-// meanwhile is sent on to it once the terminal shows it again.
+// Keeps a terminal from showing what is typed. A signal that comes meanwhile takes its effect once
+// the terminal shows it again.
 class HiddenInput {
  public:
   HiddenInput() {
-    caught_signal = 0;
-    struct sigaction action = {};
-    action.sa_handler = [](int number) { caught_signal = number; };
-    for (std::size_t i = 0; i < kSignals.size(); ++i) sigaction(kSignals[i], &action, &old_[i]);
     tcgetattr(STDIN_FILENO, &shown_);
     termios hidden = shown_;
     hidden.c_lflag &= ~static_cast<tcflag_t>(ECHO);
@@ -46,25 +44,22 @@ class HiddenInput {
   ~HiddenInput() {
     tcsetattr(STDIN_FILENO, TCSAFLUSH, &shown_);
     std::fputc('\n', stderr);
-    for (std::size_t i = 0; i < kSignals.size(); ++i) sigaction(kSignals[i], &old_[i], nullptr);
-    if (caught_signal != 0) raise(caught_signal);
   }
 
+  bool Wait() const { return signals_.WaitForInput(); }
+
  private:
-  static constexpr std::array kSignals = {SIGINT, SIGTERM, SIGHUP, SIGQUIT, SIGTSTP};
-  std::array<struct sigaction, kSignals.size()> old_ = {};
+  SignalDelay signals_;
   termios shown_ = {};
 };
 
-// Byte for byte, without a buffer that would keep them. False without a line, or after a signal.
+// Byte for byte, without a buffer that would keep them. False without a line.
 bool ReadLine(std::string& line) {
-  for (;;) {
-    char c = 0;
-    const ssize_t got = read(STDIN_FILENO, &c, 1);
-    if (got <= 0) return got == 0 && !line.empty();
+  for (char c = 0; read(STDIN_FILENO, &c, 1) == 1;) {
     if (c == '\n') return true;
     line += c;
   }
+  return !line.empty();
 }
 
 std::uint64_t BytesCounted(Progress::Counted counted) {
@@ -97,6 +92,37 @@ bool HasColour(Stream stream) {
          terminal != nullptr && terminal != std::string_view("dumb");
 }
 
+struct SignalDelay::Signals {
+  sigset_t old = {};
+  int arrived = -1;  // readable as soon as one of them is held back
+};
+
+SignalDelay::SignalDelay() : signals_(std::make_unique<Signals>()) {
+  sigset_t held_back;
+  sigemptyset(&held_back);
+  for (const int number : {SIGINT, SIGTERM, SIGHUP, SIGQUIT, SIGTSTP}) {
+    sigaddset(&held_back, number);
+  }
+  pthread_sigmask(SIG_BLOCK, &held_back, &signals_->old);
+  signals_->arrived = signalfd(-1, &held_back, SFD_CLOEXEC);
+}
+
+SignalDelay::~SignalDelay() {
+  close(signals_->arrived);
+  pthread_sigmask(SIG_SETMASK, &signals_->old, nullptr);
+}
+
+bool SignalDelay::WaitForInput() const {
+  pollfd either[] = {{signals_->arrived, POLLIN, 0}, {STDIN_FILENO, POLLIN, 0}};
+  poll(either, std::size(either), -1);
+  return either[0].revents == 0;
+}
+
+void SignalDelay::Wait(std::chrono::seconds time) const {
+  pollfd signal = {signals_->arrived, POLLIN, 0};
+  poll(&signal, 1, static_cast<int>(std::chrono::milliseconds(time).count()));
+}
+
 void ReadPassword(std::wstring_view prompt, Secret& password) {
   std::string line;
   line.reserve(4096);  // a longer one would leave a copy behind when it grows
@@ -105,7 +131,7 @@ void ReadPassword(std::wstring_view prompt, Secret& password) {
   if (isatty(STDIN_FILENO) == 1) {
     std::fputs((Narrow(prompt) + ": ").c_str(), stderr);
     const HiddenInput hidden;
-    is_read = ReadLine(line);
+    is_read = hidden.Wait() && ReadLine(line);
   } else {
     is_read = ReadLine(line);
   }
@@ -119,6 +145,32 @@ void ReadPassword(std::wstring_view prompt, Secret& password) {
                   L"Set LC_ALL to a locale with the encoding of your terminal.");
   }
   password.text = *std::move(text);
+}
+
+std::string RandomCharacters(std::size_t count) {
+  constexpr std::string_view kAlphabet =
+      "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+-";
+  static_assert(kAlphabet.size() == 64);  // each is as probable as the others
+  std::string characters(count, '\0');
+  if (getrandom(characters.data(), count, 0) != static_cast<ssize_t>(count)) {
+    throw Failure(L"The system gives no random bytes.", L"Try again later.");
+  }
+  for (char& c : characters) c = kAlphabet[static_cast<unsigned char>(c) % kAlphabet.size()];
+  return characters;
+}
+
+std::error_code MakePrivateFile(const std::string& native_path, std::string_view contents) {
+  const auto error = [] { return std::error_code(errno, std::generic_category()); };
+  std::string unfinished = native_path + ".XXXXXX";
+  const int file = mkstemp(unfinished.data());
+  if (file < 0) return error();
+  const auto size = static_cast<ssize_t>(contents.size());
+  const bool is_written = write(file, contents.data(), contents.size()) == size && fsync(file) == 0;
+  std::error_code result;
+  if (!is_written || link(unfinished.c_str(), native_path.c_str()) != 0) result = error();
+  unlink(unfinished.c_str());
+  close(file);
+  return result;
 }
 
 namespace {

@@ -3,6 +3,8 @@
 #include <clocale>
 #include <cwchar>
 
+#include "foundation/util.h"
+#include "platform/path.h"
 #include "tqctl/failure.h"
 #include "tqctl/terminal.h"
 
@@ -90,8 +92,8 @@ std::wstring Printable(std::wstring_view text) {
   std::wstring printable;
   for (const wchar_t c : text) {
     const bool is_control = c < 0x20 || (c >= 0x7F && c < 0xA0);
-    if (c == L'\n') {
-      printable += L"\\n";
+    if (c == L'\n' || c == L'\t') {
+      printable += c == L'\n' ? L"\\n" : L"\\t";
     } else if (is_control) {
       constexpr wchar_t kDigits[] = L"0123456789abcdef";
       const auto code = static_cast<unsigned>(c);
@@ -102,6 +104,12 @@ std::wstring Printable(std::wstring_view text) {
   }
   return printable;
 }
+
+std::wstring NativePath(const std::wstring& path) {
+  return vk::tq::CUtil::ConvertToUnicode(65001, vk::tq::PathToNative(path).c_str());
+}
+
+std::wstring QuotedPath(const std::wstring& path) { return L"\"" + NativePath(path) + L"\""; }
 
 std::size_t Columns(std::wstring_view text) {
   std::size_t columns = 0;

@@ -29,6 +29,10 @@ std::string Utf8(std::wstring_view text);
 // With control characters written as escapes, so that a stored text cannot command a terminal.
 std::wstring Printable(std::wstring_view text);
 
+// A path of the library in the machine's own form, to be shown, and the same between quotes.
+std::wstring NativePath(const std::wstring& path);
+std::wstring QuotedPath(const std::wstring& path);
+
 // The columns that a printable text takes on a terminal: wide characters two, combining ones none.
 std::size_t Columns(std::wstring_view text);
 

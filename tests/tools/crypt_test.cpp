@@ -1,0 +1,146 @@
+// tqctl crypt, nemi and lock.
+#include <signal.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <filesystem>
+
+#include "tools/tool_test.h"
+
+namespace vk::tq::testing {
+namespace {
+
+using ::testing::ElementsAre;
+using ::testing::HasSubstr;
+using ::testing::MatchesRegex;
+using ::testing::Not;
+
+class CryptToolTest : public ToolTest {};
+
+TEST_F(CryptToolTest, AKeyFileIsMadeOnceForItsOwnerAlone) {
+  const std::string key_file = product_native("config/data.dat");
+  std::filesystem::remove_all(product_native());
+  EXPECT_EQ(RunJson({"crypt", "keygen"})["key_file"].text, key_file);
+  const std::string key = ReadNative(key_file);
+  EXPECT_THAT(key, MatchesRegex("[-+A-Za-z0-9]+"));
+  EXPECT_EQ(key.size(), 32U);
+  struct stat status = {};
+  ASSERT_EQ(stat(key_file.c_str(), &status), 0);
+  EXPECT_EQ(status.st_mode & 0777, 0600U);
+
+  EXPECT_THAT(RunJson({"crypt", "keygen"}, 1)["error"]["message"].text, HasSubstr("already"));
+  EXPECT_EQ(ReadNative(key_file), key);
+  EXPECT_THAT(ListNative(product_native("config")), ElementsAre("data.dat"));
+  RemoveKeyFile();
+  RunJson({"crypt", "keygen"});
+  EXPECT_NE(ReadNative(key_file), key);
+}
+
+TEST_F(CryptToolTest, ACheckJudgesTheKeyFile) {
+  const std::string text = native("text");
+  ASSERT_EQ(Run({"crypt", "text", text}, "ひみつ").status, 0);
+  EXPECT_EQ(RunJson({"crypt", "check", text})["deciphers"].text, "true");
+  const struct {
+    std::string key;
+    int status;
+    std::string verdict;
+  } cases[] = {
+      {std::string(33, 'k'), 0, "is good."},
+      {"short", 0, "short"},
+      {"", 1, "empty"},
+      {std::string(34, 'k'), 1, "longer than 33"},
+      {std::string("\0k", 2), 1, "zero byte"},
+  };
+  for (const auto& one : cases) {
+    WriteKeyFile(one.key);
+    const Json check = RunJson({"crypt", "check"}, one.status);
+    EXPECT_THAT(check["verdict"].text, HasSubstr(one.verdict));
+    EXPECT_EQ(check["length"].text, std::to_string(one.key.size()));
+    EXPECT_EQ(check["good"].text, one.status == 0 ? "true" : "false");
+  }
+  WriteKeyFile("another");
+  EXPECT_EQ(RunJson({"crypt", "check", text}, 1)["deciphers"].text, "false");
+  RemoveKeyFile();
+  EXPECT_EQ(RunJson({"crypt", "check"}, 1)["exists"].text, "false");
+  EXPECT_THAT(Run({"crypt", "text", native("zeros")}, "x").error, HasSubstr("a key of zeros"));
+}
+
+TEST_F(CryptToolTest, TextsAndFilesGoThereAndBack) {
+  const std::string text = "ひみつ\n\033[1m\"\\";
+  ASSERT_EQ(Run({"crypt", "text", native("t")}, text).status, 0);
+  EXPECT_EQ(Run({"crypt", "untext", native("t")}).out, text);
+  EXPECT_EQ(RunJson({"crypt", "untext", native("t")})["text"].text, text);
+  EXPECT_THAT(RunOnTerminal({"crypt", "untext", native("t")}).out, HasSubstr("\\x1b[1m"));
+  for (const char* no_text : {"\xFF", "a\0b"}) {
+    const std::string input(no_text, no_text[0] == 'a' ? 3 : 1);
+    EXPECT_EQ(Run({"crypt", "text", native("none")}, input).status, 1);
+  }
+  EXPECT_FALSE(ExistsNative(native("none")));
+
+  WriteNative(native("plain"), std::string("data\0\xFF", 6));
+  EXPECT_EQ(RunJson({"crypt", "encrypt", native("plain"), native("c")})["bytes"].text, "16");
+  RunJson({"crypt", "decrypt", native("c"), native("back")});
+  EXPECT_EQ(ReadNative(native("back")), std::string("data\0\xFF", 6) + std::string(10, '\0'));
+
+  const std::vector<std::string> again = {"crypt", "encrypt", native("plain"), native("back")};
+  EXPECT_THAT(RunJson(again, 1)["error"]["message"].text, HasSubstr("exists"));
+  EXPECT_EQ(Run({"crypt", "encrypt", native("plain"), native("back"), "--force"}).status, 0);
+  EXPECT_EQ(ReadNative(native("back")), ReadNative(native("c")));
+  EXPECT_THAT(
+      RunJson({"crypt", "encrypt", native("c"), native("./c"), "--force"}, 1)["error"]["message"]
+          .text,
+      HasSubstr("same file"));
+  EXPECT_THAT(RunJson({"crypt", "untext", native("missing")}, 1)["error"]["message"].text,
+              HasSubstr("No such file"));
+}
+
+TEST_F(CryptToolTest, APrintInformationFileIsSetShownMovedAndDeleted) {
+  const std::string file = native("J.tmp");
+  EXPECT_EQ(
+      RunJson({"nemi", "set", file, "--field", "NUpName=2in1", "--field", "Copies=1"})["new"].text,
+      "true");
+  EXPECT_EQ(RunJson({"nemi", "set", file, "--field", "Copies=2"})["new"].text, "false");
+  const Json shown = RunJson({"nemi", "show", file});
+  EXPECT_EQ(shown["NUpName"].text, "2in1") << "the library does not read it";
+  EXPECT_EQ(shown["Copies"].text, "2");
+  EXPECT_EQ(shown.names.size(), 47U);
+
+  WriteKeyFile("another");
+  RunJson({"nemi", "set", file, "--field", "Copies=3"}, 1);
+  WriteKeyFile();
+  RunJson({"nemi", "move", file, native("no folder")}, 1);
+  std::filesystem::create_directory(native("to"));
+  RunJson({"nemi", "move", file, native("to")});
+  EXPECT_EQ(RunJson({"nemi", "show", native("to/J.xml")})["Copies"].text, "2");
+  RunJson({"nemi", "delete", native("to/J.xml")});
+  RunJson({"nemi", "delete", native("to/J.xml")}, 1);
+  RunJson({"nemi", "set", file, "--field", "FilePath=x"}, 2);
+}
+
+TEST_F(CryptToolTest, ALockIsHeldUntilEnterOrASignal) {
+  const std::string name = "tqctl test " + std::to_string(getpid());
+  const auto state = [&] { return RunJson({"lock", "probe", name}).items.at(0)["state"].text; };
+  EXPECT_EQ(state(), "free");
+  for (const int signal : {0, SIGINT, SIGTERM}) {
+    RunningTool holder({"lock", "hold", name});
+    EXPECT_THAT(holder.ReadLine(), HasSubstr("Holding"));
+    EXPECT_EQ(state(), "held");
+    if (signal == 0) {
+      holder.PressEnter();
+    } else {
+      holder.Send(signal);
+    }
+    EXPECT_EQ(holder.Wait(), -signal);
+    EXPECT_EQ(state(), "free") << "after signal " << signal;
+  }
+  RunningTool holder({"lock", "hold", name, "--seconds", "60"});
+  holder.ReadLine();
+  holder.Send(SIGKILL);
+  holder.Wait();
+  EXPECT_EQ(state(), "abandoned");
+  EXPECT_EQ(state(), "free");
+  EXPECT_EQ(RunJson({"lock", "probe"}).items.size(), 5U);
+}
+
+}  // namespace
+}  // namespace vk::tq::testing

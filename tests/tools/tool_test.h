@@ -1,0 +1,60 @@
+// Runs the real tool, as its users do, in a product folder of the test's own.
+#pragma once
+
+#include <gmock/gmock.h>
+
+#include <string>
+#include <vector>
+
+#include "support/json.h"
+#include "support/test_support.h"
+
+namespace vk::tq::testing {
+
+struct ToolResult {
+  int status = 0;
+  std::string out;
+  std::string error;
+
+  // What was printed for machines: one document.
+  Json json() const { return ParseJson(out); }
+  // Of a failure with --json.
+  std::string message() const { return json()["error"]["message"].text; }
+};
+
+// A tool that runs on while the test does, and is killed when the object goes.
+class RunningTool {
+ public:
+  explicit RunningTool(const std::vector<std::string>& arguments);
+  RunningTool(const RunningTool&) = delete;
+  RunningTool& operator=(const RunningTool&) = delete;
+  ~RunningTool();
+
+  // The next line of standard output; empty when none comes in time.
+  std::string ReadLine();
+  // Types a line end.
+  void PressEnter();
+  void Send(int signal);
+  // The exit status, or minus the signal that ended it.
+  int Wait();
+
+ private:
+  pid_t child_;
+  int input_ = -1;
+  int output_ = -1;
+};
+
+class ToolTest : public ProductTest {
+ protected:
+  ToolTest() { WriteKeyFile(); }
+
+  // On pipes, with the text as standard input.
+  ToolResult Run(const std::vector<std::string>& arguments, const std::string& input = "") const;
+  // The same with --json; fails the test when the status is another one.
+  Json RunJson(std::vector<std::string> arguments, int status = 0) const;
+  // On a terminal, on which the text is typed; all that it shows is in `out`.
+  ToolResult RunOnTerminal(const std::vector<std::string>& arguments,
+                           const std::string& typed = "") const;
+};
+
+}  // namespace vk::tq::testing
