@@ -3,7 +3,7 @@
 PRESET ?= release
 PREFIX ?= /usr/local
 
-.PHONY: demo test bench coverage fuzz format lint install build configure tools-needed
+.PHONY: demo test bench coverage fuzz package abi format lint install build configure tools-needed
 .DEFAULT_GOAL := build
 
 tools-needed:
@@ -47,6 +47,14 @@ format:
 lint: build
 	@scripts/install-packages clang-tidy
 	git ls-files '*.cpp' | grep -v '^bench/' | xargs run-clang-tidy -quiet -p build/$(PRESET)
+
+# The Debian packages, in build/PRESET/packages.
+package: build
+	cd build/$(PRESET) && cpack -G DEB -B packages
+
+# Takes over what the library exports now as what it promises to export.
+abi: configure
+	cmake --build --preset $(PRESET) --target abi
 
 install: build
 	cmake --install build/$(PRESET) --prefix $(PREFIX)

@@ -1,10 +1,10 @@
 # Runs the program that the README shows, after making sure that it is the one in examples/.
 #   cmake -D ROOT=<source folder> -D PROGRAM=<hold_job> -D WORK=<folder for its files> -P CheckReadme.cmake
 file(READ ${ROOT}/README.md readme)
-file(READ ${ROOT}/examples/hold_job.cpp example)
+file(READ ${ROOT}/examples/hold_job/hold_job.cpp example)
 string(FIND "${readme}" "${example}" position)
 if(position EQUAL -1)
-  message(FATAL_ERROR "README.md does not show examples/hold_job.cpp as it is")
+  message(FATAL_ERROR "README.md does not show examples/hold_job/hold_job.cpp as it is")
 endif()
 
 file(REMOVE_RECURSE ${WORK})
