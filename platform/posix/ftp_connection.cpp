@@ -15,6 +15,8 @@ namespace vk::tq {
 namespace {
 
 constexpr std::size_t kBufferSize = std::size_t{256} * 1024;
+// A folder of half a million files; what sends more means to keep us.
+constexpr std::size_t kLongestListing = std::size_t{64} << 20;
 constexpr ErrorCode kFirstInternetError = 12001;
 
 bool IsControl(char c) { return static_cast<unsigned char>(c) < ' ' || c == '\x7F'; }
@@ -120,9 +122,11 @@ std::optional<std::uint64_t> FtpConnection::ListedSize(std::wstring_view remote_
   if (!name || !SetType('A')) return {};
   const bool is_plain = IsPlainName(*name);
   FtpListingSearch search(*name, is_plain);
+  std::size_t left = kLongestListing;
   const bool is_listed = Fetch("LIST", is_plain ? *name : "", [&](std::string_view bytes) {
     search.Add(bytes);
-    return true;
+    left -= std::min(left, bytes.size());
+    return left > 0 || Fail(kErrorInvalidData);
   });
   if (!is_listed) return {};
   const std::optional<std::uint64_t> size = search.Finish();
