@@ -1,0 +1,21 @@
+// Tells where the library would look, by the environment that it was started in. Its exit code is 0 when it runs with
+// the rights of another account.
+#include <unistd.h>
+
+#include <cstdio>
+
+#include "platform/log_output.h"
+#include "platform/path.h"
+#include "platform/posix/native.h"
+
+int main() {
+  using namespace vk::tq;
+  for (const int folder : {kFolderCommonAppData, kFolderAppData}) {
+    std::printf("%s\n", PathToNative(SpecialFolder(folder).value_or(L"none")).c_str());
+  }
+  std::printf("%s\n", PathToNative(L"C:\\x").c_str());
+  for (const char* name : {"TQ_REGISTRY", "TQ_ANSI_CODEPAGE", "TQ_LOG_FILE", "TQ_LOG_LEVEL"}) {
+    std::printf("%s\n", EnvironmentOverride(name).value_or("none").c_str());
+  }
+  return geteuid() != getuid() ? 0 : 77;
+}
