@@ -16,8 +16,8 @@ namespace vk::tq {
 ///
 /// An object holds B's numbered name and a record, and no handle. The constructor looks for the
 /// numbered file once; to see a status that another process has set, make a new object. The search
-/// is not locked: whoever writes what he has read, while others may rename, takes GetManageFileMutex
-/// with the name below before he makes the object. An object belongs to one thread.
+/// is not locked: whoever writes what he has read, while others may rename, takes the mutex that is
+/// named below with GetManageFileMutex before he makes the object. An object belongs to one thread.
 ///
 /// Results are 1 for success and 0 for failure, and nothing is thrown. "Locked" operations hold the
 /// mutex "Global\KITORA_QTL_JOB_MANAGE" from start to end, one lock for all jobs of the machine,
@@ -84,10 +84,10 @@ class TQ_EXPORT CManageFileAccess : public CObject, private LockOperations {
   int ReadAll();
 
   /// WriteInformation, then the rename and status file of WriteStatus, under one lock: whoever sees
-  /// the new extension finds the new contents. A process that is killed before the rename leaves the
-  /// new contents under the old extension; one that is killed between rename and status file can
-  /// leave an extension of 099 with the status of an older status file, or 99. With a flag that is
-  /// not 0 the new extension is 099, whatever the status.
+  /// the new extension finds the new contents. A process that is killed before the rename leaves
+  /// the new contents under the old extension; one that is killed between rename and status file
+  /// can leave an extension of 099 with the status of an older status file, or 99. With a flag that
+  /// is not 0 the new extension is 099, whatever the status.
   int WriteAll();
   int WriteAll(int flag);
 

@@ -115,9 +115,9 @@ bool WriteFileInPlace(const std::wstring& path, const void* data, std::size_t si
 /// Gives a file another name in the same file system. Fails with 183 when a different file has that
 /// name, also when it came to be at the same moment; succeeds when both names are the same.
 ///
-/// A kill leaves the old name or the new one. Where the file system cannot rename without replacing,
-/// a kill can leave both, of one file: the lower of two numbers is then the first of the family, and
-/// the next rename removes the other one.
+/// A kill leaves the old name or the new one. Where the file system cannot rename without
+/// replacing, a kill can leave both, of one file: the lower of two numbers is then the first of the
+/// family, and the next rename removes the other one.
 bool RenameFile(const std::wstring& from, const std::wstring& to);
 
 /// Moves a file to another name, also in another file system, and puts it in the place of a file

@@ -243,8 +243,8 @@ bool IsOtherSpelling(const std::string& from, const std::string& to) {
          left.st_dev == right.st_dev && left.st_ino == right.st_ino && left.st_nlink == 1;
 }
 
-// Ends what a kill within RenameByLink has left: takes its other number away from a numbered file, so
-// that the name that the caller knows is the one that goes on.
+// Ends what a kill within RenameByLink has left: takes its other number away from a numbered file,
+// so that the name that the caller knows is the one that goes on.
 void RemoveOtherNumbers(const std::wstring& path) {
   struct stat info {};
   if (lstat(PathToNative(path).c_str(), &info) != 0 || info.st_nlink < 2) return;

@@ -1,5 +1,5 @@
-// Many processes at once: no update under the lock is lost, and every read is a whole version that is not older than
-// what the same process has seen before.
+// Many processes at once: no update under the lock is lost, and every read is a whole version that
+// is not older than what the same process has seen before.
 #include <algorithm>
 #include <array>
 #include <random>
@@ -21,7 +21,8 @@ void PrintTo(const Crowd& crowd, std::ostream* out) { *out << crowd.store; }
 
 class CrowdTest : public StoreTest, public ::testing::WithParamInterface<Crowd> {
  protected:
-  // A read without the lock may meet a job whose name changes between finding and opening it: it begins anew then.
+  // A read without the lock may meet a job whose name changes between finding and opening it: it
+  // begins anew then.
   int ReadAtOnce(int place) const {
     for (int attempt = 0; attempt < 10'000; ++attempt) {
       const int seen = store_.read(place);

@@ -1,5 +1,5 @@
-// A process that is killed at any moment of a write leaves the old version or the new one, whole, and the next process
-// goes on.
+// A process that is killed at any moment of a write leaves the old version or the new one, whole,
+// and the next process goes on.
 #include <linux/filter.h>
 #include <linux/seccomp.h>
 #include <sched.h>
@@ -57,7 +57,8 @@ void KillAfter(ChildProcess& child, const Victim& victim, nanoseconds time) {
   EXPECT_EQ(-SIGKILL, child.Wait());
 }
 
-// An operation of a file class fails once after a process that ended with the lock, and never twice.
+// An operation of a file class fails once after a process that ended with the lock, and never
+// twice.
 template <class Operation>
 auto OnceMore(const Operation& operation, int& failures) {
   auto result = operation();
@@ -66,7 +67,8 @@ auto OnceMore(const Operation& operation, int& failures) {
   return operation();
 }
 
-// From now on a rename that must replace nothing is unknown to this process, as on some network file systems.
+// From now on a rename that must replace nothing is unknown to this process, as on some network
+// file systems.
 bool ForgetRenameWithoutReplacing() {
   sock_filter code[] = {
       BPF_STMT(BPF_LD | BPF_W | BPF_ABS, offsetof(seccomp_data, nr)),
@@ -172,8 +174,8 @@ INSTANTIATE_TEST_SUITE_P(Stores, KilledWriterTest,
 struct Lock {
   const char* name;
   const wchar_t* mutex;
-  // The store whose operations take the lock, and the line of the one that finds it abandoned. Without a store a program
-  // takes the lock over.
+  // The store whose operations take the lock, and the line of the one that finds it abandoned.
+  // Without a store a program takes the lock over.
   const char* store = nullptr;
   int line = 0;
 };

@@ -38,7 +38,8 @@ std::wstring InFolder(const std::string& folder, std::wstring_view name, int pla
 
 CString Number(int version) { return std::to_wstring(version); }
 
-// A long text: its number, and a tail that tells from the one before in length and in each character.
+// A long text: its number, and a tail that tells from the one before in length and in each
+// character.
 CString Text(int version, int most = 250) {
   const int length = version * 97 % most;
   return Number(version) + L":" +
@@ -73,7 +74,8 @@ bool WriteJob(int place, int version) {
   return job.WriteAll() == 1;
 }
 
-// A job has one numbered file. Two names of the same file are what a kill leaves where a rename takes two steps.
+// A job has one numbered file. Two names of the same file are what a kill leaves where a rename
+// takes two steps.
 bool HasOneNumber(int place) {
   const HANDLE lock = GetManageFileMutex(kJobLock);
   const std::string prefix = "J" + std::to_string(place) + ".";
@@ -87,7 +89,8 @@ bool HasOneNumber(int place) {
   return files.size() == 1;
 }
 
-// The information, and a status that belongs to it or to the version before: a status follows its information.
+// The information, and a status that belongs to it or to the version before: a status follows its
+// information.
 template <int kMost>
 int ReadJob(int place) {
   CManageFileAccess job(InFolder(jobs_folder, L"J", place).c_str());
@@ -104,8 +107,8 @@ int ReadJobAlone(int place) {
   return version == kNotRead || HasOneNumber(place) ? version : kTorn;
 }
 
-// The status alone: its version modulo 1000, so a process remembers the newest version that it has seen. A status file
-// is there from the beginning.
+// The status alone: its version modulo 1000, so a process remembers the newest version that it has
+// seen. A status file is there from the beginning.
 int newest_status = 0;
 
 bool WriteJobStatus(int place, int version) {
@@ -173,7 +176,8 @@ std::wstring InfoPath(int place) { return InFolder(jobs_folder, L"P", place) + L
 bool WriteInfo(int place, int version) { return WriteInfoTo(InfoPath(place), version, 250); }
 int ReadInfo(int place) { return ReadInfoFrom(InfoPath(place), 250); }
 
-// Moved into another file system, which copies it. What is not moved yet counts, as it does for who moves it.
+// Moved into another file system, which copies it. What is not moved yet counts, as it does for who
+// moves it.
 constexpr int kLongInfo = 300'000;
 bool WriteInfoElsewhere(int place, int version) {
   const std::wstring path = InFolder(jobs_folder, L"M", place) + L".dat";

@@ -1,5 +1,6 @@
-// What the library keeps on disk, as one table: how to write a version of it, and how to tell which version is there.
-// The tests of this folder run over it, once with processes that are killed and once with many at once.
+// What the library keeps on disk, as one table: how to write a version of it, and how to tell which
+// version is there. The tests of this folder run over it, once with processes that are killed and
+// once with many at once.
 #pragma once
 
 #include <span>
@@ -13,7 +14,8 @@ namespace vk::tq::testing {
 inline constexpr int kNotRead = -1;
 inline constexpr int kTorn = -2;
 
-// Versions count from 1. All of a version's fields tell its number, and its length differs from that of the last one.
+// Versions count from 1. All of a version's fields tell its number, and its length differs from
+// that of the last one.
 struct Store {
   const char* name;
   // The mutex that a program holds from reading to writing what it made of it.
@@ -33,7 +35,8 @@ std::span<const Store> Stores();
 const Store& FindStore(std::string_view name);
 void PrintTo(const Store& store, std::ostream* out);
 
-// The folders and files that the stores stand on, one of them on a second file system where the machine has one.
+// The folders and files that the stores stand on, one of them on a second file system where the
+// machine has one.
 class StoreTest : public ProductTest {
  protected:
   StoreTest();
