@@ -16,22 +16,12 @@
 namespace vk::tq {
 namespace {
 
+using namespace testing;
 using ::testing::Contains;
 using ::testing::ElementsAre;
-using testing::FromUtf8;
-using testing::FtpClientTest;
-using testing::FtpServer;
 using ::testing::HasSubstr;
 using ::testing::IsEmpty;
-using testing::kSecret;
-using testing::Listener;
-using testing::ListNative;
-using testing::LogLine;
 using ::testing::Not;
-using testing::ReadNative;
-using testing::ScopedEnvironment;
-using testing::ScriptedFtpPeer;
-using testing::WriteNative;
 
 using Session = ScriptedFtpPeer::Session;
 
@@ -104,18 +94,16 @@ TEST_F(FtpTest, MovesFilesOverOneConnection) {
 
 TEST_F(FtpTest, TakesNamesToTheLetter) {
   Connect();
-  const std::vector<std::string> names = {
-      "two  blanks.dat",
-      " edge ",
-      "日本語 表.xml",
-      "50%41.dat",
-      "#1;type=a?x=y&z.dat",
-      "'q\"q'.dat",
-      "[a]{b}*?.dat",
-      "-l",
-      "~root",
-      "a+b,c@d:e|f.dat",
-  };
+  const std::vector<std::string> names = {"two  blanks.dat",
+                                          " edge ",
+                                          "日本語 表.xml",
+                                          "50%41.dat",
+                                          "#1;type=a?x=y&z.dat",
+                                          "'q\"q'.dat",
+                                          "[a]{b}*?.dat",
+                                          "-l",
+                                          "~root",
+                                          "a+b,c@d:e|f.dat"};
   for (const std::string& name : names) {
     SCOPED_TRACE(name);
     const std::wstring wide = FromUtf8(name);

@@ -12,21 +12,15 @@
 
 namespace vk::tq {
 
+using namespace testing;
 using std::chrono::milliseconds;
 using std::chrono::steady_clock;
-using testing::FromHex;
-using testing::FromUtf8;
-using testing::Listener;
-using testing::LogLine;
-using testing::LoopbackServer;
-using testing::Peer;
-using testing::ToHex;
 
 class SharedPrinterCommunicationTest : public testing::ProductTest {
  protected:
   // A print information file; the channel looks at its name and length only.
   CString MakeFile(std::string_view contents = "contents", std::string_view name = "job.xml") {
-    testing::WriteNative(native(name), contents);
+    WriteNative(native(name), contents);
     return path(FromUtf8(name));
   }
 
@@ -69,7 +63,7 @@ class SharedPrinterCommunicationTest : public testing::ProductTest {
     return result;
   }
 
-  static std::size_t OpenDescriptors() { return testing::ListNative("/proc/self/fd").size(); }
+  static std::size_t OpenDescriptors() { return ListNative("/proc/self/fd").size(); }
 
   static constexpr wchar_t kReceiveData[] = L"CSharedPrinterCommunication::ReceiveData";
 };
@@ -103,13 +97,12 @@ std::string TimeAnswer(std::string_view text) {
 }
 
 TEST_F(SharedPrinterCommunicationTest, DeliversAFileAsItIsStored) {
-  struct Case {
+  const struct {
     const char* code_page;
     const char* file;
     std::size_t size;
     std::string name;  // as it goes out
-  };
-  const Case cases[] = {
+  } cases[] = {
       {"65001", "job.xml", 0, "job"},
       {"65001", "job.xml", 1000, "job"},
       {"65001", "a.xml.xml", 1, "a"},
@@ -132,8 +125,8 @@ TEST_F(SharedPrinterCommunicationTest, DeliversAFileAsItIsStored) {
     frame = ReadFrame(peer);
     peer.Write("CR010");
   });
-  for (const Case& c : cases) {
-    const testing::ScopedEnvironment code_page("TQ_ANSI_CODEPAGE", c.code_page);
+  for (const auto& c : cases) {
+    const ScopedEnvironment code_page("TQ_ANSI_CODEPAGE", c.code_page);
     std::string contents(c.size, '\0');
     std::iota(contents.begin(), contents.end(), '\0');
     const CString path = MakeFile(contents, c.file);
@@ -155,10 +148,10 @@ TEST_F(SharedPrinterCommunicationTest, FileThatCannotBeReadMakesNoConnection) {
   EXPECT_EQ(channel.SendNemiInfFile(path(L"missing.xml")), 0);
   EXPECT_EQ(channel.SendNemiInfFile(temp_.path()), 0);
   EXPECT_EQ(channel.SendNemiInfFile(L""), 0);
-  testing::WriteNative(native("huge.xml"), "");
+  WriteNative(native("huge.xml"), "");
   ASSERT_EQ(truncate(native("huge.xml").c_str(), (256L << 20) + 1), 0);
   EXPECT_EQ(channel.SendNemiInfFile(path(L"huge.xml")), 0);
-  const testing::ScopedEnvironment code_page("TQ_ANSI_CODEPAGE", "4711");
+  const ScopedEnvironment code_page("TQ_ANSI_CODEPAGE", "4711");
   EXPECT_EQ(channel.SendNemiInfFile(MakeFile()), 0);
   EXPECT_EQ(channel.SendSpoolPrintOut(L"u", L"j", L"c"), 0);
   EXPECT_EQ(server.connections(), 0);
@@ -176,35 +169,32 @@ TEST_F(SharedPrinterCommunicationTest, FileIsSentAsItWasSizedOrAsMuchAsIsThere) 
   EXPECT_EQ(frame, "CS01" + BigEndian(26) + Filled("status", 26));
   // And here it is shorter, as a file that has shrunk.
   const std::string online = "/sys/devices/system/cpu/online";
-  if (!testing::ExistsNative(online)) GTEST_SKIP() << "no /sys";
+  if (!ExistsNative(online)) GTEST_SKIP() << "no /sys";
   ASSERT_EQ(ChannelTo(server).SendNemiInfFile(PathFromNative(online)), 1);
-  const std::string contents = testing::ReadNative(online);
+  const std::string contents = ReadNative(online);
   EXPECT_EQ(frame, "CS01" + BigEndian(26 + contents.size()) + Filled("online", 26) + contents);
 }
 
 TEST_F(SharedPrinterCommunicationTest, StatusAnswerDecides) {
-  struct Case {
+  const struct {
     std::vector<std::string> pieces;
     int delivery;
     int print_out;
-  };
-  const Case cases[] = {
-      {{"CR010"}, 1, 0},
-      {{"CR060"}, 0, 1},
-      {{"CR011"}, 0, 0},
-      {{"CR061"}, 0, 0},
-      {{std::string("CR01\0", 5)}, 1, 0},
-      {{"CR01\xff"}, 1, 0},
-      {{"CR", "010"}, 1, 0},
-      {{"C", "R", "0", "6", "2"}, 0, 1},
-      {{"CR010 and more than was asked for"}, 1, 0},
-      {{"cr010"}, 0, 0},
-      {{"CR02", "0"}, 0, 0},
-      {{"CR01"}, 0, 0},
-      {{}, 0, 0},
-  };
+  } cases[] = {{{"CR010"}, 1, 0},
+               {{"CR060"}, 0, 1},
+               {{"CR011"}, 0, 0},
+               {{"CR061"}, 0, 0},
+               {{std::string("CR01\0", 5)}, 1, 0},
+               {{"CR01\xff"}, 1, 0},
+               {{"CR", "010"}, 1, 0},
+               {{"C", "R", "0", "6", "2"}, 0, 1},
+               {{"CR010 and more than was asked for"}, 1, 0},
+               {{"cr010"}, 0, 0},
+               {{"CR02", "0"}, 0, 0},
+               {{"CR01"}, 0, 0},
+               {{}, 0, 0}};
   const CString path = MakeFile();
-  const Case* now = nullptr;
+  const auto* now = cases;
   LoopbackServer server([&](Peer& peer, int) {
     ReadFrame(peer);
     const auto& pieces = now->pieces;  // the next case may begin before all are sent
@@ -213,7 +203,7 @@ TEST_F(SharedPrinterCommunicationTest, StatusAnswerDecides) {
       if (pieces.size() > 1) std::this_thread::sleep_for(milliseconds(5));
     }
   });
-  for (const Case& c : cases) {
+  for (const auto& c : cases) {
     now = &c;
     EXPECT_EQ(ChannelTo(server).SendNemiInfFile(path), c.delivery) << &c - cases;
     EXPECT_EQ(ChannelTo(server, 5).SendSpoolPrintOut(L"u", L"j", L"c"), c.print_out) << &c - cases;
@@ -223,17 +213,16 @@ TEST_F(SharedPrinterCommunicationTest, StatusAnswerDecides) {
 }
 
 TEST_F(SharedPrinterCommunicationTest, DeliveryIsRepeatedUntilItIsAccepted) {
-  struct Case {
+  const struct {
     int retry;
     int accepted_at;  // the connection that is accepted, from 0
     int result;
     int connections;
-  };
-  const Case cases[] = {
+  } cases[] = {
       {3, 9, 0, 4}, {3, 2, 1, 3}, {0, 9, 0, 1}, {0, 0, 1, 1}, {-1, 9, 0, 1}, {1, 1, 1, 2},
   };
   const CString path = MakeFile();
-  for (const Case& c : cases) {
+  for (const auto& c : cases) {
     LoopbackServer server([&](Peer& peer, int index) {
       ReadFrame(peer);
       const bool closes = index % 2 == 1;  // any failure counts, not the refusal alone
@@ -335,14 +324,13 @@ TEST_F(SharedPrinterCommunicationTest,
 }
 
 TEST_F(SharedPrinterCommunicationTest, PrintOutRequestCarriesTheTextAndAsManyZeroBytes) {
-  struct Case {
+  const struct {
     const char* code_page;
     const wchar_t* user;
     const wchar_t* job;
     const wchar_t* client;
     std::string sent_user, sent_job, sent_client;
-  };
-  const Case cases[] = {
+  } cases[] = {
       {"65001", L"user", L"42", L"pc1", "user", "42", "pc1"},
       {"65001", L"", L"a&b%s", L"日本", "", "a&b%s", "日本"},
       {"932", L"表", L"1", L"①", FromHex("955c"), "1", FromHex("8740")},
@@ -352,8 +340,8 @@ TEST_F(SharedPrinterCommunicationTest, PrintOutRequestCarriesTheTextAndAsManyZer
     frame = ReadFrame(peer);
     peer.Write("CR060");
   });
-  for (const Case& c : cases) {
-    const testing::ScopedEnvironment code_page("TQ_ANSI_CODEPAGE", c.code_page);
+  for (const auto& c : cases) {
+    const ScopedEnvironment code_page("TQ_ANSI_CODEPAGE", c.code_page);
     EXPECT_EQ(ChannelTo(server, 5).SendSpoolPrintOut(c.user, c.job, c.client), 1);
     const std::string text = "<Velkorandia><QTL><JobUser>" + c.sent_user +
                              "</JobUser><JobAccessKey></JobAccessKey><JobId>" + c.sent_job +
@@ -386,7 +374,7 @@ TEST_F(SharedPrinterCommunicationTest, TimeIsTheServersTextAndNineHours) {
         "1969/1/2 3:04:05", "3001/1/2 3:04:05", "4294969322/1/2 3:04:05",
         "18446744073709553642/1/2 3:04:05"}},
   };
-  const testing::ScopedEnvironment zone("TZ", "UTC0");
+  const ScopedEnvironment zone("TZ", "UTC0");
   tzset();
   const char* answer = nullptr;
   int asked = 0;
@@ -409,23 +397,22 @@ TEST_F(SharedPrinterCommunicationTest, TimeIsTheServersTextAndNineHours) {
 }
 
 TEST_F(SharedPrinterCommunicationTest, TimeIsReadInTheZoneOfTheClient) {
-  struct Case {
+  const struct {
     const char* zone;
     const char* text;
     std::int64_t time;
-  };
-  static constexpr Case kCases[] = {
+  } kCases[] = {
       {"JST-9", "2026/1/2 12:04:05", kNight},
       {"EST5EDT,M3.2.0,M11.1.0", "2026/1/1 22:04:05", kNight},
       {"EST5EDT,M3.2.0,M11.1.0", "2026/7/1 00:00:00", 1782878400},  // daylight saving time
       {"JST-9", "1970/1/1 8:59:59", -1},  // a second before the beginning is a time as well
   };
-  for (const Case& c : kCases) {
+  for (const auto& c : kCases) {
     LoopbackServer server([&](Peer& peer, int) {
       peer.Read(8);
       peer.Write(TimeAnswer(c.text));
     });
-    testing::ChildProcess child([&] {
+    ChildProcess child([&] {
       setenv("TZ", c.zone, 1);
       tzset();
       InstallLogSink(nullptr);
@@ -438,13 +425,12 @@ TEST_F(SharedPrinterCommunicationTest, TimeIsReadInTheZoneOfTheClient) {
 TEST_F(SharedPrinterCommunicationTest, BodyOfATimeIsBounded) {
   const std::string full = Filled("2026/1/2 3:04:05", 1024);
   const std::string no_end = "2026/1/2 3:04:05" + std::string(1008, 'x');
-  struct Case {
+  const struct {
     std::uint32_t length;
     std::string body;
     bool is_time;
     std::vector<LogLine> lines;  // behind those of the header
-  };
-  const Case cases[] = {
+  } cases[] = {
       {0, "", false, {Length(0), TimeText(L"")}},
       {1024, full, true, {Length(1024), Received(1024), TimeText(L"2026/1/2 3:04:05")}},
       {1024, no_end, true, {Length(1024), Received(1024), TimeText(FromUtf8(no_end))}},
@@ -453,15 +439,15 @@ TEST_F(SharedPrinterCommunicationTest, BodyOfATimeIsBounded) {
       {0x80000000, full, false, {Length(-2147483647 - 1), TimeText(L"")}},
       {0xFFFFFFFF, full, false, {Length(-1), TimeText(L"")}},
   };
-  const Case* now = nullptr;
+  const auto* now = cases;
   LoopbackServer server([&](Peer& peer, int) {
     peer.Read(8);
-    const Case& c = *now;  // the next one may begin before the body is sent
+    const auto& c = *now;  // the next one may begin before the body is sent
     peer.Write("CR02" + BigEndian(c.length));
     std::this_thread::sleep_for(milliseconds(20));  // the header is a piece of its own
     peer.Write(c.body);
   });
-  for (const Case& c : cases) {
+  for (const auto& c : cases) {
     now = &c;
     log_.Clear();
     EXPECT_EQ(ChannelTo(server).GetServerTime(L"") != CTime(), c.is_time) << c.length;
@@ -572,11 +558,11 @@ TEST_F(SharedPrinterCommunicationTest, MemoryThatLacksFailsTheExchangeAlone) {
   const CString path = MakeFile();
   const CString unused;
   CSharedPrinterCommunication channel(L"localhost.localdomain", server.port(), 5000, 3);
-  testing::FailNextAllocation();
+  FailNextAllocation();
   EXPECT_EQ(channel.SendNemiInfFile(path), 0);
-  testing::FailNextAllocation();
+  FailNextAllocation();
   EXPECT_EQ(channel.SendSpoolPrintOut(path, path, path), 0);
-  testing::FailNextAllocation();
+  FailNextAllocation();
   EXPECT_EQ(channel.GetServerTime(unused), CTime());
   EXPECT_TRUE(log_.lines().empty()) << "each failed before it connected";
   EXPECT_NE(ChannelTo(server).GetServerTime(unused), CTime());

@@ -6,6 +6,7 @@
 
 #include <chrono>
 #include <filesystem>
+#include <fstream>
 #include <functional>
 #include <thread>
 #include <utility>
@@ -29,11 +30,11 @@ class EnableUsersAccessorPeer {
 
 namespace {
 
+using namespace testing;
+
 using ::testing::Contains;
 using ::testing::ElementsAre;
 using ::testing::IsEmpty;
-using testing::LogLine;
-using testing::ToUtf8;
 using Peer = EnableUsersAccessorPeer;
 
 constexpr const wchar_t* kConstructor = L"CEnableUsersAccessor::CEnableUsersAccessor";
@@ -46,7 +47,7 @@ void SetLastWrite(const std::string& native, std::int64_t seconds, long nanoseco
   ASSERT_EQ(utimensat(AT_FDCWD, native.c_str(), times, 0), 0);
 }
 
-class EnableUsersTest : public testing::ProductTest {
+class EnableUsersTest : public ProductTest {
  protected:
   EnableUsersTest() : temporary_("TMPDIR", native("temporary").c_str()) {
     std::filesystem::create_directory(native("temporary"));
@@ -61,19 +62,17 @@ class EnableUsersTest : public testing::ProductTest {
 
   // Writes the plain list, with a time stamp that no other list of the test has, long ago.
   void WritePlain(std::string_view bytes) {
-    testing::WriteNative(list_native(".ini"), bytes);
+    WriteNative(list_native(".ini"), bytes);
     SetLastWrite(list_native(".ini"), ++stamp_);
   }
 
   void WriteEnciphered(std::string_view bytes) {
-    testing::WriteNative(native("plain"), bytes);
+    WriteNative(native("plain"), bytes);
     ASSERT_EQ(CCrypto().CryptFileMake(path(L"plain"), product_path(L"config/EnableUsers.dat")), 0);
     SetLastWrite(list_native(".dat"), ++stamp_);
   }
 
-  std::vector<std::string> TemporaryFiles() const {
-    return testing::ListNative(native("temporary"));
-  }
+  std::vector<std::string> TemporaryFiles() const { return ListNative(native("temporary")); }
 
   // The account, or "-" when the user is not found.
   static CString Change(const CString& user) {
@@ -84,7 +83,7 @@ class EnableUsersTest : public testing::ProductTest {
 
   static std::size_t Size() { return Peer::Size(*CEnableUsersAccessor::GetInstance()); }
 
-  testing::ScopedEnvironment temporary_;
+  ScopedEnvironment temporary_;
   std::int64_t stamp_ = 1'000'000'000;
 };
 
@@ -208,12 +207,12 @@ TEST_F(EnableUsersTest, MarksAndCodePages) {
     for (const std::string& bytes :
          {ToUtf8(head + lines), "\xEF\xBB\xBF" + ToUtf8(head + lines), Utf16(head + lines)}) {
       WritePlain(bytes);
-      EXPECT_EQ(Change(L"ＴａＮａＫａ"), L"田中 太郎") << testing::ToHex(bytes);
-      EXPECT_EQ(Change(L"山田"), L"ヤマダ～髙") << testing::ToHex(bytes);
-      EXPECT_EQ(Change(L"äRZTE"), L"É") << testing::ToHex(bytes);
+      EXPECT_EQ(Change(L"ＴａＮａＫａ"), L"田中 太郎") << ToHex(bytes);
+      EXPECT_EQ(Change(L"山田"), L"ヤマダ～髙") << ToHex(bytes);
+      EXPECT_EQ(Change(L"äRZTE"), L"É") << ToHex(bytes);
       EXPECT_EQ(Size(), 3U);
     }
-    const testing::ScopedEnvironment code_page("TQ_ANSI_CODEPAGE", "932");
+    const ScopedEnvironment code_page("TQ_ANSI_CODEPAGE", "932");
     WritePlain(*EncodeText(932, head + shift_jis));
     EXPECT_EQ(Change(L"ＴＡＮＡＫＡ"), L"田中 太郎");
     EXPECT_EQ(Change(L"山田"), L"ヤマダ～髙");
@@ -228,9 +227,9 @@ TEST_F(EnableUsersTest, NamesAndValuesEndWithTheirBuffers) {
     const std::string last(static_cast<std::size_t>(size), 'z');
     WritePlain("[ChangeUsers]\r\n" + long_name + "=1\r\n" + long_name + "n=" + value + "\r\n" +
                last + "=3\r\nbeyond=4\r\n");
-    EXPECT_EQ(Change(testing::FromUtf8(long_name)), L"1");
-    EXPECT_EQ(Change(testing::FromUtf8(long_name + 'N')), CString(1023, L'v'));
-    EXPECT_EQ(Change(testing::FromUtf8(last)), is_read ? L"3" : L"-");
+    EXPECT_EQ(Change(FromUtf8(long_name)), L"1");
+    EXPECT_EQ(Change(FromUtf8(long_name + 'N')), CString(1023, L'v'));
+    EXPECT_EQ(Change(FromUtf8(last)), is_read ? L"3" : L"-");
     EXPECT_EQ(Change(CString(19, L'z')), is_read ? L"3" : L"-");
     EXPECT_EQ(Change(L"beyond"), L"-");
     EXPECT_EQ(Size(), is_read ? 3U : 2U);
@@ -259,13 +258,13 @@ TEST_F(EnableUsersTest, UsersOfAnOlderListDoNotComeBack) {
     for (int i = 0; i < 50; ++i) older += "removed" + std::to_string(i) + "=acct\r\n";
     for (const bool is_wide : {false, true}) {
       const auto form = [&](const std::string& text) {
-        return is_wide ? Utf16(testing::FromUtf8(text)) : text;
+        return is_wide ? Utf16(FromUtf8(text)) : text;
       };
       WriteEnciphered(form(older));
-      const std::string old_bytes = testing::ReadNative(list_native(".dat"));
+      const std::string old_bytes = ReadNative(list_native(".dat"));
       WriteEnciphered(form(head + "bob=acct\r\n"));
-      const std::string new_bytes = testing::ReadNative(list_native(".dat"));
-      testing::WriteNative(list_native(".dat"), new_bytes + old_bytes.substr(new_bytes.size()));
+      const std::string new_bytes = ReadNative(list_native(".dat"));
+      WriteNative(list_native(".dat"), new_bytes + old_bytes.substr(new_bytes.size()));
       SetLastWrite(list_native(".dat"), ++stamp_);
       EXPECT_EQ(Change(L"bob"), L"acct");
       EXPECT_EQ(Change(L"removed49"), L"-");
@@ -280,7 +279,7 @@ class LookingSink : public LogSink {
   explicit LookingSink(std::string folder) : folder_(std::move(folder)) {}
   void Write(const LogRecord& record) override {
     if (record.level >= 4) messages.emplace_back(record.message);
-    for (const std::string& name : testing::ListNative(folder_)) {
+    for (const std::string& name : ListNative(folder_)) {
       struct stat info {};
       EXPECT_EQ(stat((folder_ + "/" + name).c_str(), &info), 0);
       EXPECT_EQ(info.st_mode & 07777, 0600U);
@@ -296,7 +295,7 @@ class LookingSink : public LogSink {
 };
 
 TEST_F(EnableUsersTest, AListThatCannotBeDecipheredIsTriedAgain) {
-  testing::WriteNative(list_native(".dat") + "/x", "");
+  WriteNative(list_native(".dat") + "/x", "");
   const auto sink = std::make_shared<LookingSink>(native("temporary"));
   InstallLogSink(sink);
   const mode_t old_mask = umask(0);
@@ -337,7 +336,7 @@ TEST_F(EnableUsersTest, AListThatIsMissingOrCannotBeOpenedIsEmpty) {
   CEnableUsersAccessor* first = CEnableUsersAccessor::GetInstance();
   EXPECT_EQ(CEnableUsersAccessor::GetInstance(), first);
   Peer::DropInstance();
-  testing::WriteNative(list_native(".ini") + "/x", "");
+  WriteNative(list_native(".ini") + "/x", "");
   CEnableUsersAccessor::GetInstance();
   EXPECT_THAT(log_.lines(),
               ElementsAre(LogLine{2, 0, kConstructor,
@@ -354,7 +353,7 @@ TEST_F(EnableUsersTest, TheInstanceChangesWithTheTimeOfItsFileAlone) {
   WritePlain("bob=1\r\n");
   SetLastWrite(list_native(".ini"), 5000, 1);
   CEnableUsersAccessor* users = CEnableUsersAccessor::GetInstance();
-  testing::WriteNative(list_native(".ini"), "bob=2\r\n");
+  WriteNative(list_native(".ini"), "bob=2\r\n");
   SetLastWrite(list_native(".ini"), 5000, 1);
   EXPECT_EQ(CEnableUsersAccessor::GetInstance(), users);
   EXPECT_EQ(Change(L"bob"), L"1");
@@ -362,9 +361,9 @@ TEST_F(EnableUsersTest, TheInstanceChangesWithTheTimeOfItsFileAlone) {
   // Any other time makes a new one; 1970 is a time like any other.
   for (const auto& [seconds, nanoseconds] : {std::pair{5000, 2}, {4000, 0}, {0, 0}}) {
     const std::string account = std::to_string(seconds + nanoseconds);
-    testing::WriteNative(list_native(".ini"), "bob=" + account + "\r\n");
+    WriteNative(list_native(".ini"), "bob=" + account + "\r\n");
     SetLastWrite(list_native(".ini"), seconds, nanoseconds);
-    EXPECT_EQ(Change(L"bob"), testing::FromUtf8(account));
+    EXPECT_EQ(Change(L"bob"), FromUtf8(account));
     EXPECT_NE(Peer::LastWrite(*CEnableUsersAccessor::GetInstance()), 0);
   }
   users = CEnableUsersAccessor::GetInstance();
@@ -382,8 +381,8 @@ TEST_F(EnableUsersTest, ALargeListHasItsSections) {
 }
 
 TEST_F(EnableUsersTest, ANewInstanceIsMadeForTheDirectoryOfTheCall) {
-  testing::WriteNative(native("other/EnableUsers.ini"), "bob=other\r\n");
-  const CString other = testing::FromUtf8(native("other"));
+  WriteNative(native("other/EnableUsers.ini"), "bob=other\r\n");
+  const CString other = FromUtf8(native("other"));
   WritePlain("bob=default\r\n");
   CEnableUsersAccessor* users = CEnableUsersAccessor::GetInstance();
   EXPECT_EQ(CEnableUsersAccessor::GetInstance(other), users);
@@ -394,7 +393,7 @@ TEST_F(EnableUsersTest, ANewInstanceIsMadeForTheDirectoryOfTheCall) {
 
 // ---- A list that changes while it is read ----
 
-class HookedClock : public testing::TestClock {
+class HookedClock : public TestClock {
  public:
   explicit HookedClock(std::function<void()> on_sleep) : on_sleep_(std::move(on_sleep)) {}
   void Sleep(std::uint32_t milliseconds) override {
@@ -409,7 +408,7 @@ class HookedClock : public testing::TestClock {
 TEST_F(EnableUsersTest, AListThatKeepsChangingCountsAsOpen) {
   int version = 0;
   const auto write = [&] {
-    testing::WriteNative(list_native(".ini"), "bob=" + std::to_string(++version) + "\r\n");
+    WriteNative(list_native(".ini"), "bob=" + std::to_string(++version) + "\r\n");
   };
   {
     HookedClock clock(write);
@@ -428,30 +427,35 @@ TEST_F(EnableUsersTest, AListThatKeepsChangingCountsAsOpen) {
   EXPECT_EQ(Change(L"bob"), std::to_wstring(version));
 }
 
-// A list is written in place, in two steps with a pause between them.
-void Replace(const std::string& native, const std::string& text) {
-  const int file = open(native.c_str(), O_WRONLY | O_CLOEXEC);
-  const std::size_t half = text.size() / 2;
-  if (write(file, text.data(), half) < 0) ADD_FAILURE();
-  std::this_thread::sleep_for(std::chrono::milliseconds(2));
-  if (write(file, text.data() + half, text.size() - half) < 0) ADD_FAILURE();
-  close(file);
+TEST_F(EnableUsersTest, AListThatIsBeingWrittenIsAwaited) {
+  int pauses = 0;
+  HookedClock clock([&] {
+    if (pauses++ == 0) std::ofstream(list_native(".ini"), std::ios::app) << "last=1\r\n";
+  });
+  const ScopedClock scope(clock);
+  for (int i = 0; i < 500 && pauses == 0; ++i) {  // a slow machine comes too late for the pause
+    Peer::DropInstance();
+    WriteNative(list_native(".ini"), "first=1\r\n");
+    CEnableUsersAccessor::GetInstance();
+  }
+  EXPECT_EQ(Change(L"first") + Change(L"last"), L"11");
 }
 
 TEST_F(EnableUsersTest, NoMixtureOfTwoListsIsRead) {
-  const auto list = [](char version) {
+  const std::string native = list_native(".ini");
+  const auto replace = [&](char version) {
     std::string text;
     for (int i = 0; i < 2000; ++i) text += "u" + std::to_string(i) + "=" + version + "\r\n";
-    return text;
+    WriteNative(native + ".new", text);
+    std::filesystem::rename(native + ".new", native);
   };
-  const std::string native = list_native(".ini");
-  testing::WriteNative(native, list('0'));
-  testing::ChildProcess writer([&] {
-    for (int i = 0; i < 40; ++i) {
-      Replace(native, list(static_cast<char>('0' + i % 10)));
-      std::this_thread::sleep_for(std::chrono::milliseconds(i % 40));
+  replace('0');
+  ChildProcess writer([&] {
+    for (int i = 0; i < 200; ++i) {
+      replace(static_cast<char>('0' + i % 10));
+      std::this_thread::sleep_for(std::chrono::milliseconds(i % 10));
     }
-    Replace(native, list('z'));
+    replace('z');
     return 0;
   });
   const auto end = std::chrono::steady_clock::now() + std::chrono::milliseconds(1500);

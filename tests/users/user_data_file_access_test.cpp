@@ -9,9 +9,9 @@
 namespace vk::tq {
 namespace {
 
-using testing::LogLine;
+using namespace testing;
 
-class UserDataFileAccessTest : public testing::ProductTest {
+class UserDataFileAccessTest : public ProductTest {
  protected:
   UserDataFileAccessTest() { WriteKeyFile(); }
 };
@@ -24,14 +24,14 @@ TEST_F(UserDataFileAccessTest, Directories) {
   EXPECT_EQ(access.GetDataDirectry(), path(L"common") + product);
   access.SetUserDataDirectry();
   EXPECT_EQ(access.GetDataDirectry(), path(L"user") + product);
-  EXPECT_FALSE(testing::ExistsNative(native("user")));
+  EXPECT_FALSE(ExistsNative(native("user")));
 
-  const CString slashes = testing::FromUtf8(native("a/b"));
+  const CString slashes = FromUtf8(native("a/b"));
   for (const CString& given : {path(L"a\\b"), path(L"a\\b\\"), slashes, slashes + L'/'}) {
     access.SetDataDirectry(given.c_str());
     EXPECT_EQ(access.GetDataDirectry(), path(L"a\\b\\"));
     ASSERT_EQ(access.WriteAll(), 1);
-    EXPECT_EQ(testing::ListNative(native("a/b")), std::vector<std::string>{"DATA.XML"});
+    EXPECT_EQ(ListNative(native("a/b")), std::vector<std::string>{"DATA.XML"});
     EXPECT_EQ(access.Delete(), 1);
   }
   for (const wchar_t* nothing : {static_cast<const wchar_t*>(nullptr), L""}) {
@@ -51,7 +51,7 @@ TEST_F(UserDataFileAccessTest, AccountsMeetOnTheOpenLockOnly) {
   ASSERT_EQ(CSharedUserDataFileAccess().WriteAll(), 1);
   HANDLE in_use = CUserDataFileAccess::GetMutex(nullptr, L"KITORA_QTL_SHARED_USER_DATA");
   log_.Clear();
-  testing::ChildProcess other([&] {
+  ChildProcess other([&] {
     if (setgid(kNobody) != 0 || setuid(kNobody) != 0) return 1;
     CUserDataFileAccess read;
     read.SetServiceDataDirectry();

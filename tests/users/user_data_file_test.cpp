@@ -17,8 +17,9 @@
 namespace vk::tq {
 namespace {
 
+using namespace testing;
+
 using ::testing::ElementsAre;
-using testing::LogLine;
 
 constexpr const wchar_t* kOddText = L" <a> & \"b\" 'c' \u3000\r\n田中 太郎\n髙～①\r\t𠮷 ";
 
@@ -57,7 +58,7 @@ struct SharedUserFile {
 };
 
 template <class Kind>
-class UserDataFileTest : public testing::ProductTest {
+class UserDataFileTest : public ProductTest {
  protected:
   // An object whose path a test can take away.
   struct Access : Kind::Access {
@@ -66,7 +67,7 @@ class UserDataFileTest : public testing::ProductTest {
 
   UserDataFileTest() { WriteKeyFile(); }
 
-  CString file_path() const { return path(testing::FromUtf8(Kind::kFile)); }
+  CString file_path() const { return path(FromUtf8(Kind::kFile)); }
 
   void SetLastWrite(std::int64_t seconds) {
     const timespec times[] = {{seconds, 0}, {seconds, 999'999'999}};
@@ -108,7 +109,7 @@ TYPED_TEST(UserDataFileTest, ARecordComesBackAsItWas) {
   typename TestFixture::Access copy;
   copy.SetUserFileData(written.GetUserFileData());
   ASSERT_EQ(copy.WriteAll(), 1);
-  EXPECT_EQ(testing::ReadNative(this->file_).size() % 16, 0U);
+  EXPECT_EQ(ReadNative(this->file_).size() % 16, 0U);
 
   typename TestFixture::Access read;
   ASSERT_EQ(read.ReadAll(), 1);
@@ -158,9 +159,9 @@ TYPED_TEST(UserDataFileTest, AFileThatIsMissingOrADirectory) {
 
   // A folder that cannot be made leaves no line.
   const std::string no_folder = this->native("file");
-  testing::WriteNative(no_folder, "");
-  const testing::ScopedEnvironment user("TQ_APPDATA", no_folder.c_str());
-  const testing::ScopedEnvironment common("TQ_COMMON_APPDATA", no_folder.c_str());
+  WriteNative(no_folder, "");
+  const ScopedEnvironment user("TQ_APPDATA", no_folder.c_str());
+  const ScopedEnvironment common("TQ_COMMON_APPDATA", no_folder.c_str());
   EXPECT_EQ(typename TestFixture::Access().WriteAll(), 0);
   this->ExpectFailures({});
 }
@@ -169,7 +170,7 @@ TYPED_TEST(UserDataFileTest, AGoodFileStaysWhenTheNextCannotBeMade) {
   typename TestFixture::Access access;
   access.SetUserID(L"good");
   ASSERT_EQ(access.WriteAll(), 1);
-  const std::string good = testing::ReadNative(this->file_);
+  const std::string good = ReadNative(this->file_);
 
   access.SetUserID(L"no character of XML: \x01");
   EXPECT_EQ(access.WriteAll(), 0);
@@ -184,7 +185,7 @@ TYPED_TEST(UserDataFileTest, AGoodFileStaysWhenTheNextCannotBeMade) {
       {{130306, L"WriteAll", L"ユーザ情報の保存処理で予期せぬエラーが発生しました。", 4711},
        {130308, L"ReadAll", L"ユーザ情報の読み込み処理で予期せぬエラーが発生しました。", 4711}});
   EXPECT_EQ(access.GetUserID(), L"new");
-  EXPECT_EQ(testing::ReadNative(this->file_), good);
+  EXPECT_EQ(ReadNative(this->file_), good);
 
   this->WriteKeyFile();
   EXPECT_EQ(access.ReadAll(), 1);
@@ -195,9 +196,9 @@ TYPED_TEST(UserDataFileTest, AHeldLockKeepsTheFileAsItIs) {
   typename TestFixture::Access access;
   access.SetUserID(L"old");
   ASSERT_EQ(access.WriteAll(), 1);
-  const std::string old = testing::ReadNative(this->file_);
+  const std::string old = ReadNative(this->file_);
   {
-    const testing::LockHolder holder(TypeParam::kLock);
+    const LockHolder holder(TypeParam::kLock);
     const ScopedLockTimeout soon(30);
     access.SetUserID(L"new");
     SetLastError(4711);  // a wait that ends without the lock sets none
@@ -206,7 +207,7 @@ TYPED_TEST(UserDataFileTest, AHeldLockKeepsTheFileAsItIs) {
         130304, L"GetMutex", L"ユーザ情報ファイルへのロックが取得できませんでした。", 4711};
     this->ExpectFailures({failure, failure, failure});
     EXPECT_EQ(access.GetUserID(), L"new");
-    EXPECT_EQ(testing::ReadNative(this->file_), old);
+    EXPECT_EQ(ReadNative(this->file_), old);
 
     // What needs no lock goes on.
     EXPECT_EQ(access.IsExist(), 1);
@@ -234,12 +235,12 @@ TYPED_TEST(UserDataFileTest, TheTimeThatAFileIsFresh) {
       // The second before 1970, and the one before that.
       {"1700000001", 1'700'000'001, {1'700'000'001}, {1'700'000'002}},
   };
-  testing::TestClock clock;
+  TestClock clock;
   const ScopedClock scope(clock);
   for (const Case& c : kCases) {
     if (c.value != nullptr) {
-      testing::WriteNative(this->product_native("config/Client.ini"),
-                           "[Setting]\r\nSharedTimeout=" + std::string(c.value) + "\r\n");
+      WriteNative(this->product_native("config/Client.ini"),
+                  "[Setting]\r\nSharedTimeout=" + std::string(c.value) + "\r\n");
     }
     this->log_.Clear();
     typename TestFixture::Access access;
@@ -266,12 +267,12 @@ TYPED_TEST(UserDataFileTest, DeletingAStaleFile) {
   ASSERT_EQ(access.WriteAll(), 1);
   this->SetLastWrite(1000);
   EXPECT_EQ(access.Delete(), 1);
-  EXPECT_EQ(testing::ExistsNative(this->file_), TypeParam::kExpires);
+  EXPECT_EQ(ExistsNative(this->file_), TypeParam::kExpires);
   // A write makes it fresh again.
   ASSERT_EQ(access.WriteAll(), 1);
   EXPECT_EQ(access.IsExist(), 1);
   EXPECT_EQ(access.Delete(), 1);
-  EXPECT_FALSE(testing::ExistsNative(this->file_));
+  EXPECT_FALSE(ExistsNative(this->file_));
 }
 
 }  // namespace

@@ -7,10 +7,10 @@
 namespace vk::tq {
 namespace {
 
+using namespace testing;
+
 using ::testing::ElementsAre;
 using ::testing::IsEmpty;
-using testing::LogLine;
-using testing::ToUtf8;
 
 int AskFirst(const CWhiteListFileAccess& list, const CString& first) {
   return list.IsWhitePrinter(first, L"", L"", L"");
@@ -67,7 +67,7 @@ TEST(WhiteListMatchTest, MatchAllListsEveryPrinterButTheSuitesOwn) {
   EXPECT_EQ(list.IsWhitePrinter(L"", L"", L"", L"A velkorandia Tessa Loquin Driver 2"), 1);
 }
 
-class WhiteListFileTest : public testing::ProductTest {
+class WhiteListFileTest : public ProductTest {
  protected:
   WhiteListFileTest() { WriteKeyFile(); }
 
@@ -83,7 +83,7 @@ TEST_F(WhiteListFileTest, EntriesComeBackInOrder) {
   CWhiteListFileAccess written;
   for (int i = 0; i < kinds.GetSize(); ++i) written.Add(kinds[i], names[i]);
   written.Add(L"1", CString(L"ends\0here", 9));
-  ASSERT_EQ(written.Write(testing::FromUtf8(temp_.native())), 1);
+  ASSERT_EQ(written.Write(FromUtf8(temp_.native())), 1);
 
   CWhiteListFileAccess read;
   for (const int times : {1, 2}) {
@@ -127,7 +127,7 @@ TEST_F(WhiteListFileTest, ReadFailures) {
   constexpr const wchar_t* kRead = L"CWhiteListFileAccess::Read";
   CWhiteListFileAccess list;
   EXPECT_EQ(list.Read(path(L"none")), 0);
-  testing::WriteNative(native("folder/WhiteList.dat/x"), "");
+  WriteNative(native("folder/WhiteList.dat/x"), "");
   EXPECT_EQ(list.Read(path(L"folder")), 0);
   WriteText(L"0\r\nA\r\n");
   WriteKeyFile(std::string(34, 'k'));
@@ -150,13 +150,13 @@ TEST_F(WhiteListFileTest, WriteFailuresLoseNothing) {
   CWhiteListFileAccess list;
   list.Add(L"0", L"A");
   EXPECT_EQ(list.Write(path(L"none")), 0);
-  EXPECT_FALSE(testing::ExistsNative(native("none")));
+  EXPECT_FALSE(ExistsNative(native("none")));
 
   ASSERT_EQ(list.Write(temp_.path()), 1);
-  const std::string before = testing::ReadNative(file_);
+  const std::string before = ReadNative(file_);
   WriteKeyFile(std::string(34, 'k'));
   EXPECT_EQ(CWhiteListFileAccess().Write(temp_.path()), 0);
-  EXPECT_EQ(testing::ReadNative(file_), before);
+  EXPECT_EQ(ReadNative(file_), before);
   EXPECT_THAT(log_.lines(), IsEmpty());
 
   WriteKeyFile();
