@@ -1,10 +1,12 @@
 // tqctl: the command-line tool for people who install, support and debug the suite.
 #include <algorithm>
 #include <cstdio>
-#include <cstring>
 #include <string>
+#include <string_view>
+#include <vector>
 
 #include "tqctl/command.h"
+#include "tqctl/completion.h"
 #include "tqctl/library_log.h"
 #include "tqctl/text.h"
 
@@ -21,7 +23,7 @@ constexpr void (*kNouns[])(CLI::App&, Context&) = {
 // A failure, as people read it on standard error, or as the one JSON document.
 void Report(Context& context, const std::wstring& message, const std::wstring& library_says,
             const std::wstring& advice) {
-  if (context.out.is_json()) {
+  if (context.out.is_json() && std::ferror(stdout) == 0) {
     Fields error = {{L"message", message}, {L"advice", advice}};
     if (!library_says.empty()) error.emplace_back(L"log", library_says);
     context.out.ShowJson(Json::Object{{L"error", ToJson(error)}});
@@ -38,6 +40,24 @@ int ReportWrongUsage(Context& context, std::wstring message) {
   if (!message.empty() && message.back() != L'.') message += L'.';
   Report(context, message, L"", L"Add --help to the command to see what it takes.");
   return kWrongUsage;
+}
+
+std::wstring WhatIsWrong(const CLI::App& app, const CLI::Error& error) {
+  // A word that nothing takes says more than what is missing because of it.
+  const std::vector<std::string> not_taken = app.remaining(true);
+  if (!not_taken.empty()) return L"\"" + WideToShow(not_taken.front()) + L"\" is not expected here";
+  const CLI::App* command = &app;
+  std::wstring name = L"tqctl";
+  while (!command->get_subcommands().empty()) {
+    command = command->get_subcommands().front();
+    name += L" " + WideToShow(command->get_name());
+  }
+  std::wstring choice;
+  for (const CLI::App* one : command->get_subcommands({})) {
+    choice += (choice.empty() ? L"" : L", ") + WideToShow(one->get_name());
+  }
+  if (!choice.empty()) return L"\"" + name + L"\" needs one of: " + choice;
+  return WideToShow(error.what());
 }
 
 void Declare(CLI::App& app, Context& context) {
@@ -78,16 +98,20 @@ int Main(int count, char** arguments) {
   Context context;
   // Wrong usage is found before the options are read.
   context.out.SetJson(std::any_of(arguments, arguments + count, [](const char* argument) {
-    return std::strcmp(argument, "--json") == 0;
+    return argument == std::string_view("--json");
   }));
   CLI::App app;
   Declare(app, context);
+  if (count > 1 && arguments[1] == std::string_view("__complete")) {  // asked by the shell
+    std::fputs(Completions(app, {arguments + 2, arguments + count}).c_str(), stdout);
+    return kDone;
+  }
   try {
     app.parse(count, arguments);
   } catch (const CLI::Success& help) {
-    return app.exit(help);
+    context.work = [&] { app.exit(help); };
   } catch (const CLI::Error& error) {
-    return ReportWrongUsage(context, WideToShow(error.what()));
+    return ReportWrongUsage(context, WhatIsWrong(app, error));
   } catch (const UsageError& error) {
     return ReportWrongUsage(context, error.message);
   }
