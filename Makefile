@@ -45,7 +45,8 @@ format:
 	git ls-files '*.h' '*.cpp' | xargs clang-format -i
 
 lint: build
-	@scripts/install-packages clang-tidy
+	@scripts/install-packages clang-tidy mandoc
+	mandoc -T lint -W warning tools/tqctl/tqctl.1
 	git ls-files '*.cpp' | grep -v '^bench/' | xargs run-clang-tidy -quiet -p build/$(PRESET)
 
 # The Debian packages, in build/PRESET/packages.
