@@ -74,21 +74,16 @@ TEST_F(UtilMachineTest, ATableThatCannotBeHadIsLogged) {
 TEST_F(UtilMachineTest, VersionsFrom62OnAreRecent) {
   OtherMachine machine;
   const ScopedMachine use_machine(machine);
-  const struct {
-    SystemVersion version;
-    int is_recent;
-    int is_server;
-  } kCases[] = {
-      {{2, 5, 9, 1}, 0, 0}, {{2, 6, 1, 1}, 0, 0},  {{2, 6, 2, 1}, 1, 0},
-      {{2, 6, 3, 3}, 1, 1}, {{2, 10, 0, 2}, 1, 1}, {{2, 7, 0, 1}, 1, 0},
-  };
-  for (const auto& test : kCases) {
+  const std::tuple<SystemVersion, int, int> cases[] = {{{2, 5, 9, 1}, 0, 0},  {{2, 6, 1, 1}, 0, 0},
+                                                       {{2, 6, 2, 1}, 1, 0},  {{2, 6, 3, 3}, 1, 1},
+                                                       {{2, 10, 0, 2}, 1, 1}, {{2, 7, 0, 1}, 1, 0}};
+  for (const auto& [version, is_recent, is_server] : cases) {
     log_.Clear();
-    machine.version = test.version;
-    int is_server = 77;
-    EXPECT_EQ(test.is_recent, CUtil::IsWin8orLater(&is_server));
-    EXPECT_EQ(test.is_server, is_server);
-    EXPECT_EQ(test.is_recent, CUtil::IsWin8orLater(nullptr));
+    machine.version = version;
+    int found = 77;
+    EXPECT_EQ(is_recent, CUtil::IsWin8orLater(&found));
+    EXPECT_EQ(is_server, found);
+    EXPECT_EQ(is_recent, CUtil::IsWin8orLater(nullptr));
   }
   const LogLine line{3, 0, L"CUtil::IsWin8orLater",
                      L"バージョン情報(Major[7], Minor[0], Product[1])→判定結果[1][0]"};

@@ -25,30 +25,22 @@ class UtilTimeTest : public ProductTest {
 TEST_F(UtilTimeTest, ARegistrationLastsUpToItsLimit) {
   constexpr std::uint64_t kDay = 86'400'000;
   constexpr std::uint64_t kMinute = 60'000;
-  const struct {
-    int days;
-    std::uint64_t limit;
-  } kCases[] = {
-      {0, 0},
-      {1, kDay},
-      {5, 5 * kDay},
-      {30, 30 * kDay},
-      {31, 30 * kDay},
-      {45, 30 * kDay},
-      {9999, 30 * kDay},
-      {10000, kMinute},
-      {19999, kMinute},
-      {20000, 2 * kMinute},
-      {100000, 10 * kMinute},
-      {715'820'000, 71582 * kMinute},
-  };
-  for (const auto& test : kCases) {
+  const std::pair<int, std::uint64_t> cases[] = {{0, 0},
+                                                 {1, kDay},
+                                                 {30, 30 * kDay},
+                                                 {31, 30 * kDay},
+                                                 {9999, 30 * kDay},
+                                                 {10000, kMinute},
+                                                 {19999, kMinute},
+                                                 {20000, 2 * kMinute},
+                                                 {715'820'000, 71582 * kMinute}};
+  for (const auto& [days, limit] : cases) {
     // The counter may have wrapped in the meantime.
     for (const std::uint64_t start : {std::uint64_t{1000}, std::uint64_t{0xFFFFFF00}}) {
-      clock_.ticks = static_cast<std::uint32_t>(start + test.limit);
-      EXPECT_EQ(0, CUtil::isExpiredDays(test.days, start)) << test.days;
+      clock_.ticks = static_cast<std::uint32_t>(start + limit);
+      EXPECT_EQ(0, CUtil::isExpiredDays(days, start)) << days;
       ++clock_.ticks;
-      EXPECT_EQ(1, CUtil::isExpiredDays(test.days, start)) << test.days;
+      EXPECT_EQ(1, CUtil::isExpiredDays(days, start)) << days;
     }
   }
 }
@@ -66,48 +58,31 @@ TEST_F(UtilTimeTest, ALimitBeyondTheCounterIsNeverReached) {
 
 TEST_F(UtilTimeTest, ARegistrationEndsWithTheLogonOrItsTime) {
   clock_.ticks = 4'000'000'000;
-  const struct {
-    const wchar_t* first;
-    const wchar_t* second;
-    const wchar_t* tick;
-    int days;
-    int expired;
-  } kCases[] = {
+  const std::tuple<const wchar_t*, const wchar_t*, const wchar_t*, int, int> cases[] = {
       {L"", L"", L"x", 999, 0},
       {L"a", L"b", L"", 999, 0},
-      {L"", L"", L"4000000000", 5, 1},
-      {L"20240101000000", L"", L"4000000000", 5, 1},
       {L"", L"20240101000000", L"4000000000", 5, 1},
-      {L"20240101000000", L"20240101000001", L"4000000000", 0, 1},
-      {L"AbＣ", L"aBｃ", L"x", 0, 0},
-      {L"a", L"a", L"4000000000", 5, 0},
-      {L"a", L"a", L" +4000000000", 5, 0},
-      {L"a", L"a", L"3567999999", 5, 1},
-      {L"a", L"a", L"3568000000", 5, 0},
-      {L"a", L"a", L"12x", 5, 1},
-      {L"a", L"a", L"4000000000 ", 5, 1},
-      {L"a", L"a", L"0x10", 5, 1},
-      {L"a", L"a", L"4000000000.0", 5, 1},
-      {L"a", L"a", L" ", 5, 1},
-      {L"a", L"a", L"-", 5, 1},
-      {L"a", L"a", L"+-5", 5, 1},
-      {L"a", L"a", L"4294967295", -1, 1},
-      {L"a", L"a", L"4294967294", -1, 0},
-      {L"a", L"a", L"4294967296", -1, 1},
-      {L"a", L"a", L"99999999999999999999999999", -1, 1},
-      // A sign is taken back modulo 2^32: these are 4294967294, 4294967295 and out of range.
-      {L"a", L"a", L"-2", -1, 0},
-      {L"a", L"a", L"-1", -1, 1},
-      {L"a", L"a", L"-4294967296", -1, 1},
-      // An empty text is the counter's start.
-      {L"a", L"a", L"", 5, 1},
-      {L"a", L"a", L"", -1, 0},
-  };
-  for (const auto& test : kCases) {
-    EXPECT_EQ(test.expired,
-              CUtil::isUserRegistExpired(test.first, test.second, test.tick, test.days))
-        << ToUtf8(test.first) << ", " << ToUtf8(test.tick) << ", " << test.days;
+      {L"20240101000000", L"20240101000001", L"4000000000", 0, 1}};
+  for (const auto& [first, second, tick, days, expired] : cases) {
+    EXPECT_EQ(expired, CUtil::isUserRegistExpired(first, second, tick, days)) << ToUtf8(first);
   }
+  const auto is_expired = [](const wchar_t* tick, int days) {
+    return CUtil::isUserRegistExpired(L"AbＣ", L"aBｃ", tick, days);
+  };
+  // The same logon: the counter decides, and what is no counter has expired.
+  for (const wchar_t* tick : {L"3567999999", L"12x", L"4000000000 ", L"0x10", L"4000000000.0", L" ",
+                              L"-", L"+-5", L"99999999999999999999999999", L""}) {
+    EXPECT_EQ(1, is_expired(tick, 5)) << ToUtf8(tick);
+  }
+  for (const wchar_t* tick : {L"4000000000", L" +4000000000", L"3568000000"}) {
+    EXPECT_EQ(0, is_expired(tick, 5)) << ToUtf8(tick);
+  }
+  EXPECT_EQ(0, is_expired(L"x", 0));
+  // Without a limit only the greatest reading has. A sign is taken back modulo 2^32.
+  for (const wchar_t* tick : {L"4294967295", L"-1", L"4294967296", L"-4294967296"}) {
+    EXPECT_EQ(1, is_expired(tick, -1)) << ToUtf8(tick);
+  }
+  for (const wchar_t* tick : {L"4294967294", L"-2", L""}) EXPECT_EQ(0, is_expired(tick, -1));
 }
 
 class LogonMachine : public Machine {
@@ -133,8 +108,7 @@ TEST_F(UtilTimeTest, TheLogonTimeHasFourteenDigits) {
   const std::pair<LogonStep, const wchar_t*> kSteps[] = {
       {LogonStep::kToken, L"トークンのハンドルの取得に失敗しました。"},
       {LogonStep::kTokenInformation, L"トークンの情報の取得に失敗しました。"},
-      {LogonStep::kSessionData, L"ログオンセッションのデータの取得に失敗しました。"},
-  };
+      {LogonStep::kSessionData, L"ログオンセッションのデータの取得に失敗しました。"}};
   for (const auto& [step, text] : kSteps) {
     machine.failure = step;
     EXPECT_EQ(L"", CUtil::GetLogonDateTimeFromLSA());

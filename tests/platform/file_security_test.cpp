@@ -36,156 +36,121 @@ std::string OutputOf(const std::string& command) {
 // The entries as getfacl shows them, one in a line, numbers for names.
 std::string Acl(const std::string& native) { return OutputOf("getfacl -cpnE " + native); }
 
-AccountId Group(const std::wstring& name) {
-  AccountId account;
-  EXPECT_EQ(LookUpAccount(name, account), SecurityStep::kNone);
-  return account;
-}
-
-std::string GroupNumber(const char* name) { return std::to_string(getgrnam(name)->gr_gid); }
-
-// Lists with one entry, or the entries that are there and one more.
-void Grant(const std::wstring& path, const AccountId& account, std::uint8_t flags) {
-  AccessList list;
-  ASSERT_EQ(ReadAccessList(path, list), SecurityStep::kNone);
-  list.entries.push_back({account, kGenericAll, flags});
-  ASSERT_EQ(WriteAccessList(path, list), SecurityStep::kNone) << GetLastError();
-}
-
 class FileSecurityTest : public ::testing::Test {
  protected:
-  FileSecurityTest() { chmod(temp_.native().c_str(), 0755); }
-
-  // A new file or folder with a mode.
-  std::string MakeFile(mode_t mode) {
-    const std::string native = temp_.native("file");
-    close(open(native.c_str(), O_CREAT | O_EXCL | O_WRONLY | O_CLOEXEC, 0600));
-    chmod(native.c_str(), mode);
-    return native;
+  FileSecurityTest() {
+    chmod(temp_.native().c_str(), 0755);
+    EXPECT_EQ(LookUpAccount(L"users", users_), SecurityStep::kNone);
+    testing::WriteNative(file_, "");
+    mkdir(folder_.c_str(), 0700);
   }
-  std::string MakeFolder(mode_t mode) {
-    const std::string native = temp_.native("folder");
-    mkdir(native.c_str(), 0700);
-    chmod(native.c_str(), mode);
-    return native;
+
+  // Gives the group users all rights, beside the entries that are there.
+  void Grant(const wchar_t* name, std::uint8_t flags) {
+    AccessList list;
+    ASSERT_EQ(ReadAccessList(temp_.path(name), list), SecurityStep::kNone);
+    list.entries.push_back({users_, kGenericAll, flags});
+    ASSERT_EQ(WriteAccessList(temp_.path(name), list), SecurityStep::kNone) << GetLastError();
   }
 
   TempFolder temp_;
+  AccountId users_;
+  const std::string group_ = std::to_string(getgrnam("users")->gr_gid);
+  const std::string file_ = temp_.native("file");
+  const std::string folder_ = temp_.native("folder");
 };
 
 TEST_F(FileSecurityTest, LooksUpGroupsBeforeUsers) {
-  AccountId group;
-  EXPECT_EQ(LookUpAccount(L"users", group), SecurityStep::kNone);
-  AccountId user;
-  EXPECT_EQ(LookUpAccount(L"root", user), SecurityStep::kNone);  // a group as well
-  EXPECT_NE(group, user);
-  EXPECT_EQ(LookUpAccount(L"nobody", user), SecurityStep::kNone);  // a user only
+  AccountId found;
+  EXPECT_EQ(LookUpAccount(L"root", found), SecurityStep::kNone);  // a group as well
+  EXPECT_NE(users_, found);
+  EXPECT_EQ(LookUpAccount(L"nobody", found), SecurityStep::kNone);  // a user only
   for (const std::wstring& name : {std::wstring(L"power users"), std::wstring(L"だれか"),
                                    std::wstring(), std::wstring(L"users\0x", 7)}) {
     SetLastError(0);
-    EXPECT_EQ(LookUpAccount(name, group), SecurityStep::kLookUpAccount);
+    EXPECT_EQ(LookUpAccount(name, found), SecurityStep::kLookUpAccount);
     EXPECT_EQ(GetLastError(), kErrorNoneMapped);
   }
 }
 
 TEST_F(FileSecurityTest, AFileGetsAnEntryAndKeepsItsMode) {
-  const std::string file = MakeFile(0640);
-  Grant(temp_.path(L"file"), Group(L"users"), 0);
-  const std::string users = GroupNumber("users");
-  EXPECT_EQ(Acl(file), "user::rw-\ngroup::r--\ngroup:" + users + ":rw-\nmask::rw-\nother::---\n\n");
-
-  // Without the entry the file is as it was.
-  EXPECT_EQ(WriteAccessList(temp_.path(L"file"), {}), SecurityStep::kNone);
-  EXPECT_EQ(Acl(file), "user::rw-\ngroup::r--\nother::---\n\n");
-}
-
-TEST_F(FileSecurityTest, AProgramCanBeExecuted) {
-  const std::string file = MakeFile(0700);
-  Grant(temp_.path(L"file"), Group(L"users"), 0);
-  EXPECT_EQ(Acl(file), "user::rwx\ngroup::---\ngroup:" + GroupNumber("users") +
-                           ":rwx\nmask::rwx\nother::---\n\n");
+  for (const auto& [mode, user, group, rights] :
+       {std::tuple(0640, "rw-", "r--", "rw-"), std::tuple(0700, "rwx", "---", "rwx")}) {
+    chmod(file_.c_str(), static_cast<mode_t>(mode));
+    const std::string old = Acl(file_);
+    Grant(L"file", 0);
+    EXPECT_EQ(Acl(file_), std::string("user::") + user + "\ngroup::" + group + "\ngroup:" + group_ +
+                              ":" + rights + "\nmask::" + rights + "\nother::---\n\n");
+    // Without the entry the file is as it was.
+    EXPECT_EQ(WriteAccessList(temp_.path(L"file"), {}), SecurityStep::kNone);
+    EXPECT_EQ(Acl(file_), old);
+  }
 }
 
 TEST_F(FileSecurityTest, AFolderHandsInheritableEntriesOn) {
-  const std::string folder = MakeFolder(0750);
-  Grant(temp_.path(L"folder"), Group(L"users"), kObjectInherit | kContainerInherit);
-  const std::string users = GroupNumber("users");
-  EXPECT_EQ(Acl(folder), "user::rwx\ngroup::r-x\ngroup:" + users +
-                             ":rwx\nmask::rwx\nother::---\n"
-                             "default:user::rwx\ndefault:group::r-x\ndefault:group:" +
-                             users + ":rwx\ndefault:mask::rwx\ndefault:other::---\n\n");
-  close(open((folder + "/new").c_str(), O_CREAT | O_WRONLY | O_CLOEXEC, 0666));
-  EXPECT_THAT(OutputOf("getfacl -cpn " + folder + "/new"),
-              ::testing::HasSubstr("group:" + users + ":rwx\t#effective:rw-"));
+  chmod(folder_.c_str(), 0750);
+  Grant(L"folder", kObjectInherit | kContainerInherit);
+  EXPECT_EQ(Acl(folder_), "user::rwx\ngroup::r-x\ngroup:" + group_ +
+                              ":rwx\nmask::rwx\nother::---\n"
+                              "default:user::rwx\ndefault:group::r-x\ndefault:group:" +
+                              group_ + ":rwx\ndefault:mask::rwx\ndefault:other::---\n\n");
+  testing::WriteNative(folder_ + "/new", "");
+  EXPECT_THAT(OutputOf("getfacl -cpn " + folder_ + "/new"),
+              ::testing::HasSubstr("group:" + group_ + ":rwx\t#effective:rw-"));
 }
 
 // A mask that grows for a new entry must not widen what it held back before.
 TEST_F(FileSecurityTest, NobodyElseGainsByANewEntry) {
-  const std::string file = MakeFile(0600);
-  ASSERT_EQ(OutputOf("setfacl -n -m u:54321:rw,g::rw,m::r " + file), "");
+  chmod(file_.c_str(), 0600);
+  ASSERT_EQ(OutputOf("setfacl -n -m u:54321:rw,g::rw,m::r " + file_), "");
   AccessList before;
   ASSERT_EQ(ReadAccessList(temp_.path(L"file"), before), SecurityStep::kNone);
-  Grant(temp_.path(L"file"), Group(L"users"), 0);
-  EXPECT_EQ(Acl(file), "user::rw-\nuser:54321:r--\ngroup::r--\ngroup:" + GroupNumber("users") +
-                           ":rw-\nmask::rw-\nother::---\n\n");
+  Grant(L"file", 0);
+  EXPECT_EQ(Acl(file_), "user::rw-\nuser:54321:r--\ngroup::r--\ngroup:" + group_ +
+                            ":rw-\nmask::rw-\nother::---\n\n");
   EXPECT_EQ(WriteAccessList(temp_.path(L"file"), before), SecurityStep::kNone);
-  EXPECT_EQ(Acl(file), "user::rw-\nuser:54321:r--\ngroup::r--\nmask::r--\nother::---\n\n");
+  EXPECT_EQ(Acl(file_), "user::rw-\nuser:54321:r--\ngroup::r--\nmask::r--\nother::---\n\n");
 }
 
 // What is read and written back changes nothing, also where the two ACLs of a folder differ.
 TEST_F(FileSecurityTest, ReadAndWrittenBackAListStaysAsItIs) {
-  const std::string folder = MakeFolder(0750);
-  ASSERT_EQ(OutputOf("setfacl -m u:1:r,g:2:rx,d:u:1:rx,d:g:2:rx,d:u:3:w " + folder), "");
-  const std::string acl = Acl(folder);
+  ASSERT_EQ(OutputOf("setfacl -m u:1:r,g:2:rx,d:u:1:rx,d:g:2:rx,d:u:3:w " + folder_), "");
+  const std::string acl = Acl(folder_);
   AccessList list;
   ASSERT_EQ(ReadAccessList(temp_.path(L"folder"), list), SecurityStep::kNone);
   EXPECT_EQ(list.entries.size(), 4U);
   ASSERT_EQ(WriteAccessList(temp_.path(L"folder"), list), SecurityStep::kNone);
-  EXPECT_EQ(Acl(folder), acl);
+  EXPECT_EQ(Acl(folder_), acl);
 }
 
 TEST_F(FileSecurityTest, WhatAnAclCannotSayIsRefused) {
-  const std::string file = MakeFile(0600);
-  const AccountId users = Group(L"users");
-  const struct {
-    AccessEntry entry;
-    ErrorCode error;
-  } cases[] = {
-      {{users, kGenericAll, 0, false}, kErrorNotSupported},
+  const std::string acl = Acl(file_);
+  const std::pair<AccessEntry, ErrorCode> cases[] = {
+      {{users_, kGenericAll, 0, false}, kErrorNotSupported},
       {{{{1, 2, 3}}, kGenericAll, 0, true}, kErrorInvalidParameter},
-      {{{std::vector<unsigned char>(users.bytes.size(), 'x')}, kGenericAll, 0, true},
-       kErrorInvalidParameter},
-  };
-  for (const auto& one : cases) {
+      {{{std::vector<unsigned char>(users_.bytes.size(), 'x')}, kGenericAll, 0, true},
+       kErrorInvalidParameter}};
+  for (const auto& [entry, error] : cases) {
     AccessList list;
-    list.entries = {one.entry};
+    list.entries = {entry};
     EXPECT_EQ(WriteAccessList(temp_.path(L"file"), list), SecurityStep::kAddEntry);
-    EXPECT_EQ(GetLastError(), one.error);
+    EXPECT_EQ(GetLastError(), error);
   }
-  EXPECT_EQ(Acl(file), "user::rw-\ngroup::---\nother::---\n\n");
+  EXPECT_EQ(Acl(file_), acl);
 }
 
 TEST_F(FileSecurityTest, MissingObjectsAndLinksFail) {
-  AccessList list;
-  EXPECT_EQ(ReadAccessList(temp_.path(L"none"), list), SecurityStep::kQuerySize);
-  EXPECT_EQ(GetLastError(), kErrorFileNotFound);
-  EXPECT_EQ(WriteAccessList(temp_.path(L"none"), list), SecurityStep::kWriteDescriptor);
-
-  const std::string file = MakeFile(0600);
-  ASSERT_EQ(symlink(file.c_str(), temp_.native("link").c_str()), 0);
-  list.entries = {{Group(L"users"), kGenericAll}};
-  EXPECT_EQ(ReadAccessList(temp_.path(L"link"), list), SecurityStep::kQuerySize);
-  EXPECT_EQ(GetLastError(), kErrorAccessDenied);
-  EXPECT_EQ(WriteAccessList(temp_.path(L"link"), list), SecurityStep::kWriteDescriptor);
-  EXPECT_EQ(Acl(file), "user::rw-\ngroup::---\nother::---\n\n");
-}
-
-TEST_F(FileSecurityTest, AFileSystemWithoutAclsIsNotSupported) {
-  AccessList list;
-  ASSERT_EQ(ReadAccessList(L"\\proc\\self\\status", list), SecurityStep::kNone);
-  list.entries = {{Group(L"users"), kGenericAll}};
-  EXPECT_EQ(WriteAccessList(L"\\proc\\self\\status", list), SecurityStep::kWriteDescriptor);
-  EXPECT_EQ(GetLastError(), kErrorNotSupported);
+  const std::string acl = Acl(file_);
+  ASSERT_EQ(symlink(file_.c_str(), temp_.native("link").c_str()), 0);
+  for (const auto& [name, error] :
+       {std::pair(L"none", kErrorFileNotFound), std::pair(L"link", kErrorAccessDenied)}) {
+    AccessList list;
+    EXPECT_EQ(ReadAccessList(temp_.path(name), list), SecurityStep::kQuerySize);
+    EXPECT_EQ(GetLastError(), error);
+    list.entries = {{users_, kGenericAll}};
+    EXPECT_EQ(WriteAccessList(temp_.path(name), list), SecurityStep::kWriteDescriptor);
+  }
+  EXPECT_EQ(Acl(file_), acl);
 }
 
 // Runs a function as a user who is in one group only.
@@ -202,23 +167,17 @@ int AsStranger(gid_t group, const std::function<int()>& work) {
 TEST_F(FileSecurityTest, TheGroupReallyGetsIn) {
   if (geteuid() != 0) GTEST_SKIP() << "needs a second user";
   const gid_t users = getgrnam("users")->gr_gid;
-  const std::string file = MakeFile(0600);
-  const auto open_it = [&] {
-    const int descriptor = open(file.c_str(), O_RDWR | O_CLOEXEC);
-    return descriptor >= 0 ? 0 : errno;
-  };
+  chmod(file_.c_str(), 0600);
+  const auto open_it = [&] { return open(file_.c_str(), O_RDWR | O_CLOEXEC) >= 0 ? 0 : errno; };
   EXPECT_EQ(AsStranger(users, open_it), EACCES);
-  Grant(temp_.path(L"file"), Group(L"users"), 0);
+  Grant(L"file", 0);
   EXPECT_EQ(AsStranger(users, open_it), 0);
   EXPECT_EQ(AsStranger(kStranger, open_it), EACCES);
-
-  // Only the owner writes the list.
-  EXPECT_EQ(AsStranger(users,
-                       [&] {
-                         const SecurityStep step = WriteAccessList(temp_.path(L"file"), {});
-                         return step == SecurityStep::kWriteDescriptor ? int(GetLastError()) : 99;
-                       }),
-            int(kErrorAccessDenied));
+  const auto write_list = [&] {  // only the owner does
+    const SecurityStep step = WriteAccessList(temp_.path(L"file"), {});
+    return step == SecurityStep::kWriteDescriptor ? int(GetLastError()) : 99;
+  };
+  EXPECT_EQ(AsStranger(users, write_list), int(kErrorAccessDenied));
 }
 
 }  // namespace

@@ -1,16 +1,15 @@
 #include "platform/named_mutex.h"
 
 #include <fcntl.h>
-#include <signal.h>
 #include <sys/sem.h>
 #include <sys/time.h>
-#include <time.h>
 #include <unistd.h>
 
 #include <atomic>
 #include <chrono>
+#include <csignal>
+#include <ctime>
 #include <map>
-#include <random>
 #include <set>
 #include <string>
 #include <thread>
@@ -27,7 +26,6 @@ using std::chrono::milliseconds;
 using std::chrono::steady_clock;
 using testing::ChildProcess;
 using testing::Gate;
-using testing::Shared;
 
 constexpr std::uint32_t kLong = 20000;  // no wait of a sound mutex lasts so long
 constexpr uid_t kNobody = 65534;
@@ -85,199 +83,84 @@ WaitResult TakeOnThread(const std::wstring& name, std::uint32_t time = 0) {
   return result;
 }
 
+// A process that owns a mutex as long as the object lives.
+class Owner {
+ public:
+  explicit Owner(const std::wstring& name)
+      : process_([&, name] {
+          Mutex mutex(name);
+          mutex.Wait();
+          held_.Open();
+          pause();
+          return 0;
+        }) {
+    EXPECT_TRUE(held_.Wait());
+  }
+
+ private:
+  Gate held_;
+  ChildProcess process_;
+};
+
 class NamedMutexTest : public ::testing::Test {
  protected:
   ScopedMutexNamespace space_;
   const std::wstring name_ = L"Global\\TQ_TEST";
 };
 
-// Each process counts with plain reads and writes, on two threads of its own.
-TEST_F(NamedMutexTest, OrdersThreadsAndProcesses) {
-  struct Count {
-    volatile int value;
-  };
-  const Shared<Count> count;
-  constexpr int kTurns = 300;
-  const auto work = [&] {
-    for (int i = 0; i < kTurns; ++i) {
-      Mutex mutex(name_);
-      if (mutex.Wait() != WaitResult::kAcquired) return;
-      const int seen = count->value;
-      if (i % 16 == 0) std::this_thread::yield();
-      count->value = seen + 1;
-      mutex.Release();
-    }
-  };
-  const auto process = [&] {
-    std::thread other(work);
-    work();
-    other.join();
-    return 0;
-  };
-  ChildProcess first(process);
-  ChildProcess second(process);
-  process();
-  EXPECT_EQ(first.Wait(), 0);
-  EXPECT_EQ(second.Wait(), 0);
-  EXPECT_EQ(count->value, 6 * kTurns);
-}
-
-void IgnoreSignal(int) {}
-
 TEST_F(NamedMutexTest, WaitLastsItsTimeAndSleeps) {
-  Gate held;
-  ChildProcess owner([&] {
-    Mutex mutex(name_);
-    mutex.Wait();
-    held.Open();
-    pause();
-    return 0;
-  });
-  ASSERT_TRUE(held.Wait());
+  const Owner owner(name_);
   EXPECT_EQ(TakeOnce(name_, 0), WaitResult::kTimeout);
 
   // Signals interrupt the wait, and must neither end nor lengthen it.
-  struct sigaction action {};
-  action.sa_handler = IgnoreSignal;
-  sigaction(SIGALRM, &action, nullptr);
+  std::signal(SIGALRM, [](int) {});
   const itimerval every_5_ms{{0, 5000}, {0, 5000}};
   setitimer(ITIMER_REAL, &every_5_ms, nullptr);
   SetLastError(77);
-  timespec busy_before{};
-  timespec busy_after{};
-  clock_gettime(CLOCK_THREAD_CPUTIME_ID, &busy_before);
+  const std::clock_t busy = std::clock();
   const auto begin = steady_clock::now();
-  EXPECT_EQ(TakeOnce(name_, 300), WaitResult::kTimeout);
+  EXPECT_EQ(TakeOnce(name_, 1100), WaitResult::kTimeout);
   const auto lasted = steady_clock::now() - begin;
-  clock_gettime(CLOCK_THREAD_CPUTIME_ID, &busy_after);
+  EXPECT_LT(std::clock() - busy, CLOCKS_PER_SEC / 10);
   const itimerval never{};
   setitimer(ITIMER_REAL, &never, nullptr);
-
-  EXPECT_GE(lasted, milliseconds(300));
+  EXPECT_GE(lasted, milliseconds(1100));
   EXPECT_LT(lasted, milliseconds(5000));
-  const auto busy = (busy_after.tv_sec - busy_before.tv_sec) * 1'000'000'000 + busy_after.tv_nsec -
-                    busy_before.tv_nsec;
-  EXPECT_LT(busy, 100'000'000);
   EXPECT_EQ(GetLastError(), 77U);
 }
-
-TEST_F(NamedMutexTest, HandsOverWithinMilliseconds) {
-  struct Times {
-    std::atomic<std::int64_t> released;
-  };
-  const Shared<Times> times;
-  std::int64_t shortest = INT64_MAX;
-  for (int i = 0; i < 10; ++i) {
-    Gate held;
-    ChildProcess owner([&] {
-      Mutex mutex(name_);
-      mutex.Wait();
-      held.Open();
-      std::this_thread::sleep_for(milliseconds(20));
-      times->released = steady_clock::now().time_since_epoch().count();
-      mutex.Release();
-      return 0;
-    });
-    ASSERT_TRUE(held.Wait());
-    Mutex mutex(name_);
-    ASSERT_EQ(mutex.Wait(), WaitResult::kAcquired);
-    shortest = std::min(shortest, steady_clock::now().time_since_epoch().count() - times->released);
-    mutex.Release();
-  }
-  EXPECT_LT(std::chrono::nanoseconds(shortest), milliseconds(20));
-}
-
-// Several processes at once, killed at random and replaced. With default attributes the set is also
-// removed and made anew all the time.
-class KillStormTest : public NamedMutexTest, public ::testing::WithParamInterface<bool> {};
-
-TEST_P(KillStormTest, NobodyHangsOrDoubles) {
-  struct Record {
-    std::atomic<pid_t> owner;
-    std::atomic<int> doubles, untold, failures, abandoned, turns;
-  };
-  const Shared<Record> record;
-  const bool is_for_all = GetParam();
-  const auto worker = [&] {
-    const pid_t self = getpid();
-    for (;;) {
-      const ForAll all;
-      Mutex mutex(is_for_all ? all.get() : nullptr, name_);
-      const WaitResult result = mutex.Wait();
-      if (result == WaitResult::kAbandoned) {
-        ++record->abandoned;
-        record->owner = 0;
-      } else if (result != WaitResult::kAcquired) {
-        ++record->failures;
-        continue;
-      }
-      const pid_t other = record->owner.exchange(self);
-      if (other != 0) ++(kill(other, 0) == 0 ? record->doubles : record->untold);
-      for (int spin = 0; spin < 500; ++spin) record->owner.load();
-      if (record->owner.exchange(0) != self) ++record->doubles;
-      ++record->turns;
-      mutex.Release();
-    }
-    return 0;
-  };
-  std::mt19937 random(static_cast<unsigned>(::testing::UnitTest::GetInstance()->random_seed()));
-  std::vector<std::unique_ptr<ChildProcess>> workers;
-  for (int i = 0; i < 4; ++i) workers.push_back(std::make_unique<ChildProcess>(worker));
-  int kills = 0;
-  const auto end = steady_clock::now() + milliseconds(1500);
-  while (steady_clock::now() < end) {
-    std::this_thread::sleep_for(std::chrono::microseconds(random() % 3000));
-    auto& victim = workers[random() % workers.size()];
-    victim.reset();  // killed, and waited for
-    ++kills;
-    victim = std::make_unique<ChildProcess>(worker);
-  }
-  workers.clear();
-  kills += 4;
-  EXPECT_EQ(record->doubles, 0);
-  EXPECT_EQ(record->untold, 0);
-  EXPECT_EQ(record->failures, 0);
-  EXPECT_LE(record->abandoned, kills);
-  EXPECT_GT(record->turns, 0);
-  EXPECT_NE(TakeOnce(name_), WaitResult::kTimeout);
-  EXPECT_EQ(TakeOnce(name_), WaitResult::kAcquired);
-}
-
-INSTANTIATE_TEST_SUITE_P(Attributes, KillStormTest, ::testing::Bool());
 
 TEST_F(NamedMutexTest, EndedThreadLeavesItAbandoned) {
   Gate held;
   std::thread waiter([&] {
     ASSERT_TRUE(held.Wait());
-    Mutex mutex(name_);
-    EXPECT_EQ(mutex.Wait(), WaitResult::kAbandoned);
-    EXPECT_TRUE(mutex.Release());
+    EXPECT_EQ(TakeOnce(name_), WaitResult::kAbandoned);
   });
-  std::thread owner([&] {
+  std::thread([&] {
     Mutex mutex(name_);
     EXPECT_EQ(mutex.Wait(), WaitResult::kAcquired);
     EXPECT_EQ(mutex.Wait(), WaitResult::kAcquired);
     held.Open();
     std::this_thread::sleep_for(milliseconds(20));
-  });
-  owner.join();
+  }).join();
   waiter.join();
   EXPECT_EQ(TakeOnce(name_), WaitResult::kAcquired);
 }
 
 TEST_F(NamedMutexTest, OwnerTakesItAgainAndNobodyElseGivesItBack) {
   Mutex mutex(name_);
-  Mutex again(name_);
-  ASSERT_EQ(mutex.Wait(), WaitResult::kAcquired);
-  ASSERT_EQ(again.Wait(0), WaitResult::kAcquired);
+  {
+    Mutex again(name_);
+    ASSERT_EQ(mutex.Wait(), WaitResult::kAcquired);
+    ASSERT_EQ(again.Wait(0), WaitResult::kAcquired);
+    EXPECT_TRUE(mutex.Release());
+  }
+  EXPECT_EQ(TakeOnThread(name_), WaitResult::kTimeout) << "a closed handle gives nothing back";
   std::thread([&] {
     SetLastError(0);
     EXPECT_FALSE(mutex.Release());
     EXPECT_EQ(GetLastError(), kErrorNotOwner);
   }).join();
   EXPECT_TRUE(mutex.Release());
-  EXPECT_EQ(TakeOnThread(name_), WaitResult::kTimeout);
-  EXPECT_TRUE(again.Release());
   EXPECT_EQ(TakeOnThread(name_), WaitResult::kAcquired);
   EXPECT_FALSE(mutex.Release());
   EXPECT_EQ(GetLastError(), kErrorNotOwner);
@@ -302,17 +185,6 @@ TEST_F(NamedMutexTest, ForkDoesNotInheritOwnership) {
   EXPECT_EQ(idle.Wait(), 0);
   EXPECT_EQ(TakeOnThread(name_), WaitResult::kTimeout);
   EXPECT_TRUE(mutex.Release());
-}
-
-TEST_F(NamedMutexTest, ClosingKeepsOwnership) {
-  {
-    Mutex mutex(name_);
-    ASSERT_EQ(mutex.Wait(), WaitResult::kAcquired);
-  }
-  EXPECT_EQ(TakeOnThread(name_), WaitResult::kTimeout);
-  Mutex mutex(name_);
-  EXPECT_TRUE(mutex.Release());
-  EXPECT_EQ(TakeOnThread(name_), WaitResult::kAcquired);
 }
 
 TEST_F(NamedMutexTest, TwoNamesAreNeverOneMutex) {
@@ -440,21 +312,9 @@ TEST_F(NamedMutexTest, ForgottenSetsOfASessionGo) {
 // An administrator removes the set with ipcrm.
 TEST_F(NamedMutexTest, RemovedSetIsMadeAnew) {
   Mutex idle(name_);
-  Gate held;
-  ChildProcess owner([&] {
-    Mutex mutex(name_);
-    mutex.Wait();
-    held.Open();
-    pause();
-    return 0;
-  });
-  ASSERT_TRUE(held.Wait());
+  const Owner owner(name_);
   const int set = SetOf(name_);
-  std::thread waiter([&] {
-    Mutex mutex(name_);
-    EXPECT_EQ(mutex.Wait(), WaitResult::kAcquired);
-    EXPECT_TRUE(mutex.Release());
-  });
+  std::thread waiter([&] { EXPECT_EQ(TakeOnce(name_), WaitResult::kAcquired); });
   while (semctl(set, 0, GETZCNT) == 0) std::this_thread::sleep_for(milliseconds(1));
   ASSERT_EQ(semctl(set, 0, IPC_RMID), 0);
   waiter.join();
@@ -467,19 +327,14 @@ TEST_F(NamedMutexTest, RemovedSetIsMadeAnew) {
 }
 
 TEST_F(NamedMutexTest, DefaultAttributesLeaveNothingBehind) {
-  for (const bool is_taken : {false, true}) {
-    Mutex mutex(nullptr, name_);
+  Mutex mutex(nullptr, name_);
+  for (int round = 0; round < 2; ++round) {  // not taken yet, and taken
     ASSERT_GE(SetOf(name_), 0);
-    if (is_taken) {
-      EXPECT_EQ(mutex.Wait(), WaitResult::kAcquired);
-      EXPECT_TRUE(mutex.Release());
-    }
     Mutex(nullptr, name_);
     EXPECT_EQ(SetOf(name_), -1);
     EXPECT_EQ(mutex.Wait(), WaitResult::kAcquired);  // an open handle serves nevertheless
     EXPECT_TRUE(mutex.Release());
   }
-  EXPECT_EQ(SetOf(name_), -1);
 }
 
 // Runs a function as another user.
@@ -498,40 +353,31 @@ TEST_F(NamedMutexTest, AttributesDecideWhoMayOpenIt) {
     if (result == WaitResult::kTimeout) return kHeld;
     return result == WaitResult::kAcquired && mutex.Release() ? kTaken : kElse;
   };
-  {
-    Mutex mine(nullptr, name_);
-    EXPECT_EQ(AsNobody(take), kDenied);
-    mine.Wait();
-    EXPECT_EQ(AsNobody(take), kDenied);
-    mine.Release();
+  SECURITY_ATTRIBUTES for_all;
+  for_all.lpSecurityDescriptor = CreateDescriptorFromText(L"D:(A;OICI;GA;;;WD)");
+  for (const auto& [attributes, free, held] :
+       {std::tuple(static_cast<SECURITY_ATTRIBUTES*>(nullptr), kDenied, kDenied),
+        std::tuple(&for_all, kTaken, kHeld)}) {
+    Mutex mutex(attributes, name_);
+    EXPECT_EQ(AsNobody(take), free);
+    mutex.Wait();
+    EXPECT_EQ(AsNobody(take), held);
+    mutex.Release();
   }
-  {
-    SECURITY_ATTRIBUTES attributes;
-    attributes.lpSecurityDescriptor = CreateDescriptorFromText(L"D:(A;OICI;GA;;;WD)");
-    Mutex ours(&attributes, name_);
-    FreeDescriptor(attributes.lpSecurityDescriptor);
-    EXPECT_EQ(AsNobody(take), kTaken);
-    ours.Wait();
-    EXPECT_EQ(AsNobody(take), kHeld);
-    ours.Release();
-  }
-  // And the other way round: what an ordinary user made for everybody, and for the user alone.
-  EXPECT_EQ(AsNobody([&] { return TakeOnce(name_ + L"2") == WaitResult::kAcquired ? 0 : 1; }), 0);
-  EXPECT_EQ(TakeOnce(name_ + L"2"), WaitResult::kAcquired);
-  // It does not go when the user logs off, since it is not his any more.
+  FreeDescriptor(for_all.lpSecurityDescriptor);
+  // What an ordinary user made for everybody does not go when he logs off, since it is not his.
+  const std::wstring other = name_ + L"2";
+  EXPECT_EQ(AsNobody([&] { return TakeOnce(other) == WaitResult::kAcquired ? 0 : 1; }), 0);
+  EXPECT_EQ(TakeOnce(other), WaitResult::kAcquired);
   semid_ds status{};
-  ASSERT_EQ(semctl(SetOf(name_ + L"2"), 0, IPC_STAT, &status), 0);
+  ASSERT_EQ(semctl(SetOf(other), 0, IPC_STAT, &status), 0);
   EXPECT_EQ(status.sem_perm.uid, 0U);
 }
 
 // A process that writes its log-in user begins a session of the kernel's audit.
 TEST_F(NamedMutexTest, SessionsHaveTheirOwnNames) {
   enum { kNoSession = 1, kHeldBoth = 2, kHeldOne = 3, kElse = 4 };
-  const auto in_new_session = [&] {
-    const int file = open("/proc/self/loginuid", O_WRONLY | O_CLOEXEC);
-    const bool is_new = file >= 0 && write(file, "12345", 5) == 5;
-    close(file);
-    if (!is_new) return kNoSession;
+  const auto look = [] {
     if (TakeOnce(L"Global\\name", 0) != WaitResult::kTimeout) return kElse;
     return TakeOnce(L"name", 0) == WaitResult::kTimeout ? kHeldBoth : kHeldOne;
   };
@@ -539,59 +385,34 @@ TEST_F(NamedMutexTest, SessionsHaveTheirOwnNames) {
   Mutex global(L"Global\\name");
   ASSERT_EQ(local.Wait(), WaitResult::kAcquired);
   ASSERT_EQ(global.Wait(), WaitResult::kAcquired);
-  EXPECT_EQ(TakeOnThread(L"name"), WaitResult::kTimeout);
-  const int seen = ChildProcess(in_new_session).Wait();
+  EXPECT_EQ(ChildProcess([&] { return setsid() > 0 ? look() : kElse; }).Wait(), kHeldBoth);
+  const int seen = ChildProcess([&] {
+                     const int file = open("/proc/self/loginuid", O_WRONLY | O_CLOEXEC);
+                     return file >= 0 && write(file, "12345", 5) == 5 ? look() : kNoSession;
+                   }).Wait();
   if (seen == kNoSession) GTEST_SKIP() << "cannot begin a session";
   EXPECT_EQ(seen, kHeldOne);
-  EXPECT_EQ(ChildProcess([] {
-              return setsid() > 0 ? static_cast<int>(TakeOnce(L"name", 0)) & 0xFF : 0;
-            }).Wait(),
-            static_cast<int>(WaitResult::kTimeout) & 0xFF);
 }
 
 TEST(SecurityDescriptorTest, TextMustAllowEverybodyEverything) {
-  const struct {
-    const wchar_t* text;
-    bool is_served;
-  } cases[] = {
-      {L"D:(A;OICI;GA;;;WD)", true},
-      {L"D:(A;;GA;;;WD)", true},
-      {L"D:(A;CI;GA;;;WD)", true},
-      {L"D:(A;CIOI;GA;;;WD)", true},
-      {L"", false},
-      {L"D:", false},
-      {L"D:(D;OICI;GA;;;WD)", false},
-      {L"D:(A;OICI;GR;;;WD)", false},
-      {L"D:(A;OICI;GA;;;BA)", false},
-      {L"D:(A;OICIGA;;;WD)", false},
-      {L"D:(A;ID;GA;;;WD)", false},
-      {L"D:(A;OICI;GA;;;WD)x", false},
-      {L"O:BAD:(A;;GA;;;WD)", false},
-  };
-  for (const auto& one : cases) {
+  const std::pair<const wchar_t*, bool> cases[] = {{L"D:(A;OICI;GA;;;WD)", true},
+                                                   {L"D:(A;;GA;;;WD)", true},
+                                                   {L"D:(A;CIOI;GA;;;WD)", true},
+                                                   {L"", false},
+                                                   {L"D:", false},
+                                                   {L"D:(D;OICI;GA;;;WD)", false},
+                                                   {L"D:(A;OICI;GR;;;WD)", false},
+                                                   {L"D:(A;OICI;GA;;;BA)", false},
+                                                   {L"D:(A;OICIGA;;;WD)", false},
+                                                   {L"D:(A;OICI;GA;;;WD)x", false},
+                                                   {L"O:BAD:(A;;GA;;;WD)", false}};
+  for (const auto& [text, is_served] : cases) {
     SetLastError(0);
-    void* const descriptor = CreateDescriptorFromText(one.text);
-    EXPECT_EQ(descriptor != nullptr, one.is_served) << testing::ToUtf8(one.text);
-    EXPECT_EQ(GetLastError(), one.is_served ? 0 : kErrorInvalidParameter);
+    void* const descriptor = CreateDescriptorFromText(text);
+    EXPECT_EQ(descriptor != nullptr, is_served) << testing::ToUtf8(text);
+    EXPECT_EQ(GetLastError(), is_served ? 0 : kErrorInvalidParameter);
     FreeDescriptor(descriptor);
   }
-}
-
-TEST_F(NamedMutexTest, SlowWaitOf60000Milliseconds) {
-  Gate held;
-  ChildProcess owner([&] {
-    Mutex mutex(name_);
-    mutex.Wait();
-    held.Open();
-    pause();
-    return 0;
-  });
-  ASSERT_TRUE(held.Wait());
-  const auto begin = steady_clock::now();
-  EXPECT_EQ(TakeOnce(name_, 60000), WaitResult::kTimeout);
-  const auto lasted = steady_clock::now() - begin;
-  EXPECT_GE(lasted, milliseconds(60000));
-  EXPECT_LT(lasted, milliseconds(75000));
 }
 
 }  // namespace

@@ -7,6 +7,7 @@
 
 #include <cerrno>
 #include <filesystem>
+#include <functional>
 
 #include "platform/cipher.h"
 #include "support/json.h"
@@ -139,52 +140,37 @@ TEST_F(CryptoTest, GivesTheBytesThatWereComputedIndependently) {
 // ---- Hash and key ----
 
 TEST_F(CryptoTest, HashesAsManyBytesAsTheTextHasCharacters) {
-  EXPECT_EQ(crypto_.ComputeHash(L"abc"), L"900150983CD24FB0D6963F7D28E17F72");
+  const ScopedEnvironment japanese("TQ_ANSI_CODEPAGE", "932");
+  // The third is more than a staging buffer would hold.
+  for (const auto& [text, bytes] : {std::pair<std::wstring, std::string>(L"abc", "abc"),
+                                    {L"日本", "\x93\xFA"},
+                                    {std::wstring(5000, L'x'), std::string(5000, 'x')}}) {
+    EXPECT_EQ(ToUtf8(crypto_.ComputeHash(text)), UpperHexOfMd5(bytes));
+  }
   EXPECT_EQ(crypto_.ComputeHash(L""), L"");
   EXPECT_EQ(crypto_.ComputeHash(std::wstring(L"\0abc", 4)), L"");
-  const ScopedEnvironment japanese("TQ_ANSI_CODEPAGE", "932");
-  EXPECT_EQ(ToUtf8(crypto_.ComputeHash(L"日本")), UpperHexOfMd5("\x93\xFA"));
-  // More than any staging buffer would hold.
-  EXPECT_EQ(ToUtf8(crypto_.ComputeHash(std::wstring(5000, L'x'))),
-            UpperHexOfMd5(std::string(5000, 'x')));
-  // Two units, one byte.
-  EXPECT_EQ(crypto_.ComputeHash(std::wstring(3, L'\xD83D')).size(), 32u);
 }
 
 TEST_F(CryptoTest, ReordersTheDigitsOfTheHash) {
-  const struct {
-    std::string_view key_file;
-    std::string_view hashed;
-    std::vector<std::size_t> digits;  // in the order of the key bytes
-  } cases[] = {
+  const ScopedEnvironment japanese("TQ_ANSI_CODEPAGE", "932");
+  const std::tuple<std::string, std::string, std::vector<std::size_t>> cases[] = {
       {"12345", "12345", {0, 3, 1, 4, 2}},
-      {"12345678", "12345678", {0, 4, 1, 5, 2, 6, 3, 7}},
-      {std::string_view("AB\0CD", 5), "AB", {0, 3, 1, 4, 2}},  // the text ends at the NUL
-  };
-  for (const auto& test : cases) {
-    WriteKeyFile(test.key_file);
+      {std::string("AB\0CD", 5), "AB", {0, 3, 1, 4, 2}},  // the text ends at the NUL
+      {"\x93\xFA\x96\x7B", "\x93\xFA", {0, 2, 1, 3}}};
+  for (const auto& [key_file, hashed, digits] : cases) {
+    WriteKeyFile(key_file);
     std::string expected;
-    for (const std::size_t digit : test.digits) expected += UpperHexOfMd5(test.hashed)[digit];
+    for (const std::size_t digit : digits) expected += UpperHexOfMd5(hashed)[digit];
     EXPECT_EQ(CryptoTestAccess::KeyBytes(crypto_), expected);
   }
-}
-
-TEST_F(CryptoTest, TakesTheKeyFileAsTextOfTheAnsiCodePage) {
-  WriteKeyFile("\x93\xFA\x96\x7B");
-  const ScopedEnvironment japanese("TQ_ANSI_CODEPAGE", "932");
-  const std::string hash = UpperHexOfMd5("\x93\xFA");
-  EXPECT_EQ(CryptoTestAccess::KeyBytes(crypto_), (std::string{hash[0], hash[2], hash[1], hash[3]}));
+  WriteKeyFile(std::string_view("\0", 1));
+  EXPECT_EQ(CryptoTestAccess::KeyBytes(crypto_), std::string(1, '\0'));
 }
 
 TEST_F(CryptoTest, FitsKeyBytes) {
   EXPECT_EQ(CryptoTestAccess::Fit(ToArray("abc"), 5), ToArray(std::string_view("abc\0\0", 5)));
   EXPECT_EQ(CryptoTestAccess::Fit(ToArray("ABCDa"), 4), ToArray(" BCD"));
   EXPECT_EQ(CryptoTestAccess::Fit(ToArray("ABCD"), 4), ToArray("ABCD"));
-}
-
-TEST_F(CryptoTest, NulByteAloneIsAKeyFile) {
-  WriteKeyFile(std::string_view("\0", 1));
-  EXPECT_EQ(CryptoTestAccess::KeyBytes(crypto_), std::string(1, '\0'));
 }
 
 TEST_F(CryptoTest, HasZeroKeysWithoutAReadableKeyFile) {
@@ -204,49 +190,47 @@ TEST_F(CryptoTest, RefusesABadKeyFileBeforeItChangesAnything) {
   WriteNative(native("plain"), "plain");
   WriteNative(native("target"), "target");
   const std::string old = ReadNative(native("string"));
+  CByteArray bytes = ToArray("kept");
+  CString text = L"kept";
+  const std::function<void()> operations[] = {
+      [&] { crypto_.EncryptByTripleDesToByteArrayByte({}, bytes); },
+      [&] { crypto_.DecryptByTripleDESByte(bytes, bytes); },
+      [&] { crypto_.EncryptByTripleDesToByteArray(L"x", bytes); },
+      [&] { crypto_.DecryptByTripleDESToByteArray(bytes); },
+      [&] { crypto_.CryptingStringWriter(L"new", path(L"string")); },
+      [&] { crypto_.CryptingStringWriter(L"new", path(L"none")); },
+      [&] { crypto_.CryptingStringReader(path(L"string"), text); },
+      [&] { crypto_.CryptFileMake(path(L"plain"), path(L"target")); },
+      [&] { crypto_.DecryptFileMake(path(L"string"), path(L"target")); }};
   for (const std::string& key : {std::string(34, 'k'), std::string(1 << 20, 'k'),
                                  std::string(2, '\0'), std::string("\0abcdef", 7)}) {
     WriteKeyFile(key);
-    CByteArray bytes = ToArray("kept");
-    CString text = L"kept";
-    EXPECT_THROW(crypto_.EncryptByTripleDesToByteArrayByte({}, bytes), CInvalidArgException);
-    EXPECT_THROW(crypto_.DecryptByTripleDESByte(bytes, bytes), CInvalidArgException);
-    EXPECT_THROW(crypto_.EncryptByTripleDesToByteArray(L"x", bytes), CInvalidArgException);
-    EXPECT_THROW(crypto_.DecryptByTripleDESToByteArray(bytes), CInvalidArgException);
-    EXPECT_THROW(crypto_.CryptingStringWriter(L"new", path(L"string")), CInvalidArgException);
-    EXPECT_THROW(crypto_.CryptingStringWriter(L"new", path(L"none")), CInvalidArgException);
-    EXPECT_THROW(crypto_.CryptingStringReader(path(L"string"), text), CInvalidArgException);
-    EXPECT_THROW(crypto_.CryptFileMake(path(L"plain"), path(L"target")), CInvalidArgException);
-    EXPECT_THROW(crypto_.DecryptFileMake(path(L"string"), path(L"target")), CInvalidArgException);
-    EXPECT_EQ(bytes, ToArray("kept"));
-    EXPECT_EQ(text, L"kept");
+    for (const auto& operation : operations) EXPECT_THROW(operation(), CInvalidArgException);
   }
+  EXPECT_EQ(bytes, ToArray("kept"));
+  EXPECT_EQ(text, L"kept");
   EXPECT_EQ(ReadNative(native("string")), old);
   EXPECT_EQ(ReadNative(native("target")), "target");
   EXPECT_FALSE(ExistsNative(native("none")));
+  // With nothing to cipher the key is not looked at.
+  WriteNative(native("plain"), "");
+  EXPECT_EQ(crypto_.CryptFileMake(path(L"plain"), path(L"target")), 0);
+  EXPECT_EQ(ReadNative(native("target")), "");
 }
 
 // ---- Bytes and texts ----
 
-TEST_F(CryptoTest, RoundsUpToWholeBlocks) {
-  for (const auto& [length, size] :
-       {std::pair{0u, 0u}, {1u, 16u}, {15u, 16u}, {16u, 16u}, {17u, 32u}, {32u, 32u}}) {
-    const std::string plain = Varied(length);
-    const std::string cipher = Encrypt(plain);
-    EXPECT_EQ(cipher.size(), size);
-    std::string filled = plain;
-    filled.resize(size);
-    EXPECT_EQ(Decrypt(cipher), filled);
-    EXPECT_EQ(Encrypt(filled), cipher);
-  }
-}
-
 TEST_F(CryptoTest, FillsACutCipherTextWithZeros) {
-  std::string cut = Encrypt("0123456789abcdef0123456789abcdef").substr(0, 20);
-  const std::string plain = Decrypt(cut);
+  const std::string plain = "0123456789abcdef0123456789abcdef";
+  std::string cut = Encrypt(plain).substr(0, 20);
+  const std::string rest = Decrypt(cut);
+  EXPECT_EQ(rest.substr(0, 16), plain.substr(0, 16));
+  WriteNative(native("file"), cut);
+  ASSERT_EQ(crypto_.DecryptFileMake(path(L"file"), path(L"back")), 0);
+  EXPECT_EQ(ReadNative(native("back")), rest);
+  EXPECT_EQ(Read("file").substr(0, 16), FromUtf8(plain.substr(0, 16)));
   cut.resize(32);
-  EXPECT_EQ(plain, Decrypt(cut));
-  EXPECT_EQ(plain.substr(0, 16), "0123456789abcdef");
+  EXPECT_EQ(rest, Decrypt(cut));
 }
 
 TEST_F(CryptoTest, MayWriteIntoItsInput) {
@@ -254,7 +238,7 @@ TEST_F(CryptoTest, MayWriteIntoItsInput) {
   crypto_.EncryptByTripleDesToByteArrayByte(bytes, bytes);
   EXPECT_EQ(FromArray(bytes), Encrypt("0123456789abcdefg"));
   crypto_.DecryptByTripleDESByte(bytes, bytes);
-  EXPECT_EQ(FromArray(bytes).substr(0, 17), "0123456789abcdefg");
+  EXPECT_EQ(FromArray(bytes), "0123456789abcdefg" + std::string(15, '\0'));
 }
 
 TEST_F(CryptoTest, ConvertsTextsUpToTheirNul) {
@@ -270,15 +254,16 @@ TEST_F(CryptoTest, ConvertsTextsUpToTheirNul) {
   EXPECT_EQ(CryptoTestAccess::GetString(65001, ToArray("abc")), L"abc");
 }
 
-TEST_F(CryptoTest, LongRunIsNotCutIntoChunks) {
-  const CString text = FromUtf8(Varied(kChunk + 100));
-  CByteArray cipher;
-  crypto_.EncryptByTripleDesToByteArray(text, cipher);
-  EXPECT_TRUE(crypto_.DecryptByTripleDESToByteArray(cipher) == text);
-  Write(text, "chunks");
-  const std::string chunks = ReadNative(native("chunks"));
-  EXPECT_TRUE(FromArray(cipher).substr(0, kChunk) == chunks.substr(0, kChunk));
-  EXPECT_FALSE(FromArray(cipher).substr(kChunk) == chunks.substr(kChunk));
+TEST_F(CryptoTest, LongRunIsNotCutIntoChunksAndAFileIs) {
+  const std::string data(2 * kChunk, 'x');
+  const std::string run = Encrypt(data);
+  EXPECT_TRUE(Decrypt(run) == data);
+  WriteNative(native("data"), data);
+  ASSERT_EQ(crypto_.CryptFileMake(path(L"data"), path(L"file")), 0);
+  const std::string file = ReadNative(native("file"));
+  EXPECT_TRUE(file.substr(0, kChunk) == run.substr(0, kChunk));
+  EXPECT_TRUE(file.substr(kChunk) == run.substr(0, kChunk));
+  EXPECT_FALSE(run.substr(kChunk) == run.substr(0, kChunk));
 }
 
 // Cipher bytes are no text: the form is only that of the interface.
@@ -287,9 +272,9 @@ TEST_F(CryptoTest, StringFormIsReadAsUtf8) {
   crypto_.EncryptByTripleDesToByteArray(L"text", cipher);
   const std::string bytes = FromArray(cipher);
   EXPECT_EQ(crypto_.EncryptByTripleDES(L"text"), FromUtf8(bytes.substr(0, bytes.find('\0'))));
-  const CString plain = crypto_.DecryptByTripleDES(L"0123456789abcdef");
-  EXPECT_EQ(plain, CryptoTestAccess::GetString(
-                       65001, ToArray(Decrypt(std::string("0123456789abcdef\0", 17)))));
+  const std::string plain = Decrypt(std::string("0123456789abcdef\0", 17));
+  EXPECT_EQ(crypto_.DecryptByTripleDES(L"0123456789abcdef"),
+            CryptoTestAccess::GetString(65001, ToArray(plain)));
 }
 
 // ---- Enciphered texts ----
@@ -297,16 +282,14 @@ TEST_F(CryptoTest, StringFormIsReadAsUtf8) {
 TEST_F(CryptoTest, TextOfEveryKindComesBack) {
   std::wstring japanese;
   while (japanese.size() < kChunk) japanese += L"日本語の文書①～髙\\ é\U0001F600\r\n\t<&>";
-  const CString texts[] = {L"", L"a", FromUtf8(Varied(15)), FromUtf8(Varied(16)), japanese};
-  const std::size_t sizes[] = {16, 16, 16, 32, 0};
-  for (std::size_t i = 0; i < std::size(texts); ++i) {
-    Write(texts[i], "string");
-    EXPECT_TRUE(Read("string") == texts[i]) << i;
-    if (sizes[i] != 0) {
-      EXPECT_EQ(fs::file_size(native("string")), sizes[i]);
-    }
+  for (const CString& text : {CString(), FromUtf8(Varied(15)), FromUtf8(Varied(16)), japanese}) {
+    Write(text, "string");
+    EXPECT_TRUE(Read("string") == text) << text.size();
+    const std::uint64_t size = ToUtf8(text).size() + 1;
+    EXPECT_EQ(fs::file_size(native("string")), (size + 15) / 16 * 16);
   }
-  EXPECT_GT(fs::file_size(native("string")), 2 * kChunk);
+  Write({L'a', 0xD800, L'b', 0x110000, L'\0', L'c'}, "string");
+  EXPECT_EQ(Read("string"), L"a\uFFFDb\uFFFD") << "what is no character, and behind the NUL";
 }
 
 // A character may be cut at each of its bytes, and so may the NUL.
@@ -322,11 +305,6 @@ TEST_F(CryptoTest, CharacterThatTwoChunksShareComesBackWhole) {
     EXPECT_EQ(fs::file_size(native("string")), (size + 15) / 16 * 16);
     EXPECT_TRUE(Read("string") == text) << back;
   }
-}
-
-TEST_F(CryptoTest, StoresWhatIsNoCharacterAsTheReplacementCharacter) {
-  Write({L'a', 0xD800, L'b', 0x110000, L'\0', L'c'}, "string");
-  EXPECT_EQ(Read("string"), L"a\uFFFDb\uFFFD");
 }
 
 TEST_F(CryptoTest, ReaderAppends) {
@@ -357,43 +335,45 @@ TEST_F(CryptoTest, ReaderStopsAtTheFirstNulOfTheWholeFile) {
   }
 }
 
-TEST_F(CryptoTest, ReadsWhatIsLeftOfADamagedFile) {
-  Write(L"0123456789abcdef0123456789abcdef", "string");
-  const std::string bytes = ReadNative(native("string"));
-  for (const std::size_t size :
-       {std::size_t{1}, std::size_t{15}, std::size_t{17}, std::size_t{40}}) {
-    WriteNative(native("string"), bytes.substr(0, size));
-    const CString text = Read("string");
-    const std::size_t whole = size / 16 * 16;
-    EXPECT_EQ(text.substr(0, whole),
-              std::wstring(L"0123456789abcdef0123456789abcdef").substr(0, whole));
-  }
-}
-
 TEST_F(CryptoTest, FailuresOfFilesLeaveErrno) {
+  Write(L"text", "string");
   CString text = L"kept";
+  const auto read = [&](const CString& from, const CString&) {
+    return crypto_.CryptingStringReader(from, text);
+  };
+  const auto write = [&](const CString&, const CString& to) {
+    return crypto_.CryptingStringWriter(L"text", to);
+  };
+  const auto encrypt = [&](const CString& from, const CString& to) {
+    return crypto_.CryptFileMake(from, to);
+  };
+  const auto decrypt = [&](const CString& from, const CString& to) {
+    return crypto_.DecryptFileMake(from, to);
+  };
+  const std::function<int(const CString&, const CString&)> operations[] = {read, encrypt, decrypt,
+                                                                           write};
   EXPECT_EQ(crypto_.m_nLastError, 0);
-  EXPECT_EQ(crypto_.CryptingStringReader(path(L"none"), text), 1);
-  EXPECT_EQ(crypto_.m_nLastError, ENOENT);
-  EXPECT_EQ(crypto_.CryptingStringReader(temp_.path(), text), 1);
-  EXPECT_EQ(crypto_.m_nLastError, EACCES);
+  for (const auto& operation : operations) {
+    const bool reads = &operation != &operations[3];
+    const bool writes = &operation != &operations[0];
+    if (reads) {
+      EXPECT_EQ(operation(path(L"none"), path(L"target")), 1);
+      EXPECT_EQ(crypto_.m_nLastError, ENOENT);
+      EXPECT_EQ(operation(temp_.path(), path(L"target")), 1);
+      EXPECT_EQ(crypto_.m_nLastError, EACCES);
+    }
+    if (writes) {
+      EXPECT_EQ(operation(path(L"string"), path(L"none\\target")), 1);
+      EXPECT_EQ(crypto_.m_nLastError, ENOENT);
+      EXPECT_EQ(operation(path(L"string"), temp_.path()), 1);
+      EXPECT_EQ(crypto_.m_nLastError, EACCES);
+    }
+  }
+  EXPECT_FALSE(ExistsNative(native("target")));
   EXPECT_EQ(text, L"kept");
   Write(L"text", "string");
   EXPECT_EQ(crypto_.m_nLastError, EACCES) << "a success does not reset it";
-  EXPECT_EQ(crypto_.CryptingStringWriter(L"text", path(L"none\\string")), 1);
-  EXPECT_EQ(crypto_.m_nLastError, ENOENT);
-  EXPECT_EQ(crypto_.CryptingStringWriter(L"text", temp_.path()), 1);
-  EXPECT_EQ(crypto_.m_nLastError, EACCES);
-  for (const auto operation : {&CCrypto::CryptFileMake, &CCrypto::DecryptFileMake}) {
-    CCrypto crypto;
-    EXPECT_EQ((crypto.*operation)(path(L"none"), path(L"target")), 1);
-    EXPECT_EQ(crypto.m_nLastError, ENOENT);
-    EXPECT_FALSE(ExistsNative(native("target")));
-    EXPECT_EQ((crypto.*operation)(temp_.path(), path(L"target")), 1);
-    EXPECT_EQ(crypto.m_nLastError, EACCES);
-    EXPECT_EQ((crypto.*operation)(path(L"string"), path(L"none\\target")), 1);
-    EXPECT_EQ(crypto.m_nLastError, ENOENT);
-  }
+  EXPECT_THAT(log_.lines(), ::testing::IsEmpty());
 }
 
 TEST_F(CryptoTest, FullDiskLeavesTheOldText) {
@@ -417,49 +397,23 @@ TEST_F(CryptoTest, FullDiskLeavesTheOldText) {
 // ---- Enciphered files ----
 
 TEST_F(CryptoTest, FilesOfEveryLengthComeBackWithTheirZeros) {
-  const std::pair<std::size_t, std::size_t> cases[] = {{0, 0},
-                                                       {1, 16},
-                                                       {15, 16},
-                                                       {16, 32},
-                                                       {kChunk - 1, kChunk},
-                                                       {kChunk, kChunk},
-                                                       {kChunk + 1, kChunk + 16},
-                                                       {2 * kChunk + 17, 2 * kChunk + 32}};
   WriteNative(native("back"), Varied(3 * kChunk));
-  for (const auto& [length, size] : cases) {
-    std::string data = Varied(length);
+  for (const auto& [length, size] : {std::pair(0, 0),
+                                     {1, 16},
+                                     {15, 16},
+                                     {16, 32},
+                                     {0xFFFFF, 0x100000},
+                                     {0x100000, 0x100000},
+                                     {0x100001, 0x100010},
+                                     {0x200011, 0x200020}}) {
+    std::string data = Varied(static_cast<std::size_t>(length));
     WriteNative(native("data"), data);
     ASSERT_EQ(crypto_.CryptFileMake(path(L"data"), path(L"file")), 0);
-    EXPECT_EQ(fs::file_size(native("file")), size);
+    EXPECT_EQ(fs::file_size(native("file")), static_cast<std::size_t>(size));
     ASSERT_EQ(crypto_.DecryptFileMake(path(L"file"), path(L"back")), 0);
-    data.resize(size);
+    data.resize(static_cast<std::size_t>(size));
     EXPECT_TRUE(ReadNative(native("back")) == data) << length;
   }
-}
-
-TEST_F(CryptoTest, ChunksOfAFileAreEncipheredByThemselves) {
-  WriteNative(native("data"), std::string(3 * kChunk, 'x'));
-  ASSERT_EQ(crypto_.CryptFileMake(path(L"data"), path(L"file")), 0);
-  const std::string file = ReadNative(native("file"));
-  EXPECT_TRUE(file.substr(0, kChunk) == file.substr(kChunk, kChunk));
-  EXPECT_TRUE(file.substr(0, kChunk) == Encrypt(std::string(kChunk, 'x')));
-}
-
-TEST_F(CryptoTest, NothingIsToldOfABadKeyWhenThereIsNothingToCipher) {
-  WriteKeyFile(std::string(34, 'k'));
-  WriteNative(native("empty"), "");
-  EXPECT_EQ(crypto_.CryptFileMake(path(L"empty"), path(L"target")), 0);
-  EXPECT_EQ(ReadNative(native("target")), "");
-}
-
-TEST_F(CryptoTest, DecipheringACutFileFillsItsLastBlock) {
-  WriteNative(native("data"), Varied(100));
-  ASSERT_EQ(crypto_.CryptFileMake(path(L"data"), path(L"file")), 0);
-  WriteNative(native("file"), ReadNative(native("file")).substr(0, 50));
-  ASSERT_EQ(crypto_.DecryptFileMake(path(L"file"), path(L"back")), 0);
-  const std::string back = ReadNative(native("back"));
-  EXPECT_EQ(back.size(), 64u);
-  EXPECT_EQ(back.substr(0, 48), Varied(48));
 }
 
 TEST_F(CryptoTest, RefusesTheSourceAsDestination) {
@@ -474,14 +428,6 @@ TEST_F(CryptoTest, RefusesTheSourceAsDestination) {
     }
   }
   EXPECT_EQ(ReadNative(native("data")), "source");
-}
-
-TEST_F(CryptoTest, LogsNothing) {
-  CString text;
-  crypto_.CryptingStringReader(path(L"none"), text);
-  crypto_.CryptFileMake(path(L"none"), path(L"target"));
-  Write(L"text", "string");
-  EXPECT_THAT(log_.lines(), ::testing::IsEmpty());
 }
 
 }  // namespace

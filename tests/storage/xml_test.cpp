@@ -1,12 +1,10 @@
 #include "storage/xml.h"
 
-#include <filesystem>
-#include <random>
+#include <functional>
 
 #include "platform/error.h"
 #include "platform/text.h"
 #include "platform/xml_document.h"
-#include "storage/crypto.h"
 #include "support/test_support.h"
 
 namespace vk::tq {
@@ -160,59 +158,46 @@ TEST_F(XmlTest, FindsNothingInWhatIsNoDocument) {
 TEST_F(XmlTest, FailedReadingLeavesTwoLines) {
   const CString text = kTwoRecords;
   const CString why = Description(XmlError::kUnspecified);
-  const CString message = L"XMLファイル読込み時に例外が発生しました。" + why;
+  const CString reading = L"XMLファイル読込み時に例外が発生しました。" + why;
   CString value = L"kept";
   CStringArray values;
   CMapStringToString map;
   RowArray rows;
-
-  EXPECT_EQ(xml_.SelectXMLStringValue01(text, L"A B", value), 1);
-  EXPECT_THAT(TakeLines(),
-              ElementsAre(Failed(130101, L"SelectXMLStringValue01", message + L" 要素名=A B"),
-                          WholeText(L"SelectXMLStringValue01", text)));
-  EXPECT_EQ(xml_.SelectXMLStringValue(text, L"Velkorandia//QTL", L"A", value), 1);
-  EXPECT_THAT(TakeLines(),
-              ElementsAre(Failed(130103, L"SelectXMLStringValue",
-                                 message + L" XMLノードパス=Velkorandia//QTL,要素名=A"),
-                          WholeText(L"SelectXMLStringValue", text)));
-  EXPECT_EQ(xml_.SelectXMLStringValue(text, L"", values), 1);
-  EXPECT_THAT(TakeLines(),
-              ElementsAre(Failed(130101, L"SelectXMLStringValue", message + L" 要素名="),
-                          WholeText(L"SelectXMLStringValue", text)));
-  EXPECT_EQ(xml_.SelectXMLStringValue(text, {L"A", L"*", L"B"}, map), 1);
-  EXPECT_THAT(TakeLines(), ElementsAre(Failed(130104, L"SelectXMLStringValue", message),
-                                       WholeText(L"SelectXMLStringValue", text)));
-  EXPECT_EQ(xml_.SelectXMLStringValue03(text, {L"A", L"*", L"B"}, values), 1);
-  EXPECT_THAT(TakeLines(),
-              ElementsAre(Failed(130101, L"SelectXMLStringValue03", message + L" 要素名="),
-                          WholeText(L"SelectXMLStringValue03", text)));
-  EXPECT_EQ(CXml(L"Velkorandia", L"").SelectXmlData(text, &rows), 1);
-  EXPECT_THAT(TakeLines(), ElementsAre(Failed(130105, L"SelectXmlData",
-                                              L"XMLデータ解析時に例外が発生しました。" + why),
-                                       WholeText(L"SelectXmlData", text)));
-
+  const CStringArray names = {L"A", L"*", L"B"};
+  const struct {
+    std::function<int()> operation;
+    int number;
+    const wchar_t* function;
+    CString message;
+  } cases[] = {
+      {[&] { return xml_.SelectXMLStringValue01(text, L"A B", value); }, 130101,
+       L"SelectXMLStringValue01", reading + L" 要素名=A B"},
+      {[&] { return xml_.SelectXMLStringValue(text, L"Velkorandia//QTL", L"A", value); }, 130103,
+       L"SelectXMLStringValue", reading + L" XMLノードパス=Velkorandia//QTL,要素名=A"},
+      {[&] { return xml_.SelectXMLStringValue(text, L"", values); }, 130101,
+       L"SelectXMLStringValue", reading + L" 要素名="},
+      {[&] { return xml_.SelectXMLStringValue(text, names, map); }, 130104, L"SelectXMLStringValue",
+       reading},
+      {[&] { return xml_.SelectXMLStringValue03(text, names, values); }, 130101,
+       L"SelectXMLStringValue03", reading + L" 要素名="},
+      {[&] { return CXml(L"Velkorandia", L"").SelectXmlData(text, &rows); }, 130105,
+       L"SelectXmlData", L"XMLデータ解析時に例外が発生しました。" + why}};
+  for (const auto& test : cases) {
+    EXPECT_EQ(test.operation(), 1);
+    EXPECT_THAT(TakeLines(), ElementsAre(Failed(test.number, test.function, test.message),
+                                         WholeText(test.function, text)));
+  }
   EXPECT_EQ(value, L"kept");
   EXPECT_THAT(map, ElementsAre(Pair(L"A", L"3"))) << "what was collected stays";
   EXPECT_THAT(values, ElementsAre(L"1", L"2", L"3"));
-}
-
-TEST_F(XmlTest, RefusedPathCountsInWhatDoesNotParse) {
-  CString value;
-  EXPECT_EQ(xml_.SelectXMLStringValue01(L"", L"*", value), 1);
-  EXPECT_EQ(log_.lines().size(), 2u);
+  EXPECT_EQ(xml_.SelectXMLStringValue01(L"", L"*", value), 1) << "also in what does not parse";
 }
 
 // ---- New documents ----
 
-TEST_F(XmlTest, CreatesOneRecord) {
-  EXPECT_EQ(CXml(L"Velkorandia", L"ManageInfo").CreateXmlString01({L"A", L"B"}, {L"1", L"2", L"3"}),
-            Document(L"<Velkorandia><ManageInfo><A>1</A><B>2</B></ManageInfo></Velkorandia>"));
-  EXPECT_EQ(xml_.CreateXmlString01({}, {}), Document(L"<Velkorandia><QTL/></Velkorandia>"));
-  EXPECT_EQ(xml_.CreateXmlString01({L"空"}, {L""}),
-            Document(L"<Velkorandia><QTL><空/></QTL></Velkorandia>"));
-}
-
 TEST_F(XmlTest, CreatesOneRecordForEachRow) {
+  EXPECT_EQ(CXml(L"Velkorandia", L"ManageInfo").CreateXmlString01({L"A", L"B"}, {L"1", L"", L"3"}),
+            Document(L"<Velkorandia><ManageInfo><A>1</A><B/></ManageInfo></Velkorandia>"));
   RowArray rows;
   EXPECT_EQ(xml_.CreateXmlString(rows), Document(L"<Velkorandia/>"));
   xml_.SelectXmlData(kTwoRecords, &rows);
@@ -239,56 +224,22 @@ TEST_F(XmlTest, CreatesOneRecordForEachRow) {
   EXPECT_THAT(log_.lines(), IsEmpty());
 }
 
-TEST_F(XmlTest, EveryTextComesBackThroughTheEncipheredFile) {
-  WriteKeyFile();
-  constexpr std::wstring_view kPieces[] = {L"a",           L" ",          L"\r",   L"\n",
-                                           L"\t",          L"<&>",        L"\"'",  L"]]>",
-                                           L"日本①～髙\\", L"\U0001F600", L"\x80", L"%s"};
-  std::mt19937 random(5);
-  for (int round = 0; round < 50; ++round) {
-    CStringArray names;
-    CStringArray values;
-    for (int i = 0; i < 8; ++i) {
-      names.Add(L"名" + std::to_wstring(i));
-      CString value;
-      for (std::size_t n = random() % 9; n > 0; --n)
-        value += kPieces[random() % std::size(kPieces)];
-      values.Add(value);
-    }
-    CCrypto crypto;
-    ASSERT_EQ(crypto.CryptingStringWriter(xml_.CreateXmlString01(names, values), path(L"file")), 0);
-    CString text;
-    ASSERT_EQ(crypto.CryptingStringReader(path(L"file"), text), 0);
-    CMapStringToString map;
-    EXPECT_EQ(xml_.SelectXMLStringValue(text, names, map), 0);
-    for (int i = 0; i < names.GetSize(); ++i) {
-      EXPECT_EQ(map.at(names[i]), values[i]);
-      EXPECT_EQ(First(text, names[i]), values[i]);
-    }
-  }
-}
-
 TEST_F(XmlTest, FailedCreationGivesAnEmptyTextAndOneLine) {
-  const CString message = L"キャッシュするデータのXML文生成に失敗しました。";
-  const auto line = [&](const wchar_t* operation, const CString& why) {
-    return ElementsAre(Failed(130106, operation, message + why));
-  };
   const CString bad_name = Description(XmlError::kInvalidName);
-  const CString bad_character = Description(XmlError::kInvalidCharacter);
-  EXPECT_EQ(xml_.CreateXmlString01({L"A", L"1"}, {L"x", L"y"}), L"");
-  EXPECT_THAT(TakeLines(), line(L"CreateXmlString01", bad_name));
-  EXPECT_EQ(xml_.CreateXmlString01({L"A"}, {L"\x1"}), L"");
-  EXPECT_THAT(TakeLines(), line(L"CreateXmlString01", bad_character));
-  EXPECT_EQ(CXml(L"a b", L"QTL").CreateXmlString01({}, {}), L"");
-  EXPECT_THAT(TakeLines(), line(L"CreateXmlString01", bad_name));
-  EXPECT_EQ(CXml(L"a", L"").CreateXmlString01({}, {}), L"");
-  EXPECT_THAT(TakeLines(), line(L"CreateXmlString01", bad_name));
-  EXPECT_EQ(xml_.CreateXmlString01({L"A", L"B"}, {L"1"}), L"");
-  EXPECT_THAT(TakeLines(), line(L"CreateXmlString01", L"")) << "no error of the XML layer";
-
+  const std::tuple<CXml, CStringArray, CStringArray, CString> cases[] = {
+      {CXml(), {L"A", L"1"}, {L"x", L"y"}, bad_name},
+      {CXml(), {L"A"}, {L"\x1"}, Description(XmlError::kInvalidCharacter)},
+      {CXml(L"a b", L"QTL"), {}, {}, bad_name},
+      {CXml(L"a", L""), {}, {}, bad_name},
+      {CXml(), {L"A", L"B"}, {L"1"}, L""}};  // no error of the XML layer
+  const CString message = L"キャッシュするデータのXML文生成に失敗しました。";
+  for (auto [xml, names, values, why] : cases) {
+    EXPECT_EQ(xml.CreateXmlString01(names, values), L"");
+    EXPECT_THAT(TakeLines(), ElementsAre(Failed(130106, L"CreateXmlString01", message + why)));
+  }
   RowArray rows;
   EXPECT_EQ(CXml(L"1", L"QTL").CreateXmlString(rows), L"");
-  EXPECT_THAT(TakeLines(), line(L"CreateXmlString", bad_name));
+  EXPECT_THAT(TakeLines(), ElementsAre(Failed(130106, L"CreateXmlString", message + bad_name)));
 }
 
 TEST_F(XmlTest, FailedSaveLosesNothing) {
@@ -297,22 +248,19 @@ TEST_F(XmlTest, FailedSaveLosesNothing) {
   korean.SelectXmlData(L"<Velkorandia><한/></Velkorandia>", &rows);
   WriteNative(native("file"), "old");
   CString text = L"kept";
-
-  // A file that cannot be made, and a name that the file's encoding lacks.
+  const CString saving = L"XMLデータのインデント処理時に例外が発生しました。";
+  // A file that cannot be made, a name that the file's encoding lacks, rows that make no document.
   EXPECT_EQ(xml_.CreateXmlString(path(L"none\\file"), rows, text), 1);
-  EXPECT_THAT(TakeLines(), ElementsAre(Failed(130108, L"SaveIndentXML",
-                                              L"XMLデータのインデント処理時に例外が発生しました。" +
-                                                  FormatErrorMessage(kErrorPathNotFound))));
   EXPECT_EQ(korean.CreateXmlString(path(L"file"), rows, text), 1);
-  EXPECT_THAT(TakeLines(), ElementsAre(Failed(130108, L"SaveIndentXML",
-                                              L"XMLデータのインデント処理時に例外が発生しました。" +
-                                                  Description(XmlError::kInvalidCharacter))));
-  // Rows that make no document.
   EXPECT_EQ(CXml(L"*", L"QTL").CreateXmlString(path(L"file"), rows, text), 1);
-  EXPECT_THAT(TakeLines(), ElementsAre(Failed(130106, L"CreateXmlString",
-                                              L"XMLファイル書込み時に例外が発生しました。" +
-                                                  Description(XmlError::kInvalidName) +
-                                                  L",ファイル名=" + path(L"file"))));
+  EXPECT_THAT(
+      TakeLines(),
+      ElementsAre(
+          Failed(130108, L"SaveIndentXML", saving + FormatErrorMessage(kErrorPathNotFound)),
+          Failed(130108, L"SaveIndentXML", saving + Description(XmlError::kInvalidCharacter)),
+          Failed(130106, L"CreateXmlString",
+                 L"XMLファイル書込み時に例外が発生しました。" +
+                     Description(XmlError::kInvalidName) + L",ファイル名=" + path(L"file"))));
   EXPECT_EQ(text, L"kept");
   EXPECT_EQ(ReadNative(native("file")), "old");
 }
@@ -376,37 +324,48 @@ CString WriteMessage(const CString& description, const CString& file, const CStr
 
 TEST_F(XmlTest, FailedChangeOfATextLosesNothing) {
   const CString broken = FormatErrorMessage(kErrorInvalidData);
-  for (const wchar_t* original : {L"", L"<Velkorandia><QTL>", L"text"}) {
-    CString text = original;
-    EXPECT_EQ(xml_.InsertXMLValueText(text, L"A", L"1"), 1);
-    EXPECT_THAT(TakeLines(), ElementsAre(Failed(130111, L"InsertXMLValueText",
-                                                WriteMessage(broken, L"", L"A", L"1"))));
-    EXPECT_EQ(xml_.UpdateXMLValueText(text, {L"A"}, {L"1"}), 1);
-    EXPECT_THAT(TakeLines(), ElementsAre(Failed(130111, L"UpdateXMLValueText",
-                                                WriteMessage(broken, L"", L"", L""))));
-    EXPECT_EQ(text, original);
-  }
-
-  const CString original = L"<Velkorandia><QTL><A>0</A></QTL></Velkorandia>";
   const CString bad_character = Description(XmlError::kInvalidCharacter);
-  CString text = original;
-  EXPECT_EQ(xml_.InsertXMLValueText(text, L"A", L"\x2"), 1);
-  EXPECT_THAT(TakeLines(), ElementsAre(Failed(130111, L"InsertXMLValueText",
-                                              WriteMessage(bad_character, L"", L"A", L"\x2"))));
-  EXPECT_EQ(xml_.UpdateXMLValueText(text, {L"A", L"A"}, {L"1", L"\x2"}), 1);
-  EXPECT_THAT(TakeLines(), ElementsAre(Failed(130111, L"UpdateXMLValueText",
-                                              WriteMessage(bad_character, L"", L"A", L"\x2"))));
-  EXPECT_EQ(xml_.UpdateXMLValueText(text, {L"A", L"*"}, {L"1", L"2"}), 1);
-  EXPECT_THAT(
-      TakeLines(),
-      ElementsAre(Failed(130111, L"UpdateXMLValueText",
-                         WriteMessage(Description(XmlError::kUnspecified), L"", L"*", L"2"))));
-  EXPECT_EQ(xml_.UpdateXMLValueText(text, {L"A", L"A"}, {L"1"}), 1);
-  EXPECT_THAT(TakeLines(),
-              ElementsAre(Failed(130111, L"UpdateXMLValueText", WriteMessage(L"", L"", L"", L""))));
-  EXPECT_EQ(text, original);
-
+  const CString good = L"<Velkorandia><QTL><A>0</A></QTL></Velkorandia>";
+  const struct {
+    const wchar_t* function;
+    CString text;
+    CStringArray names;
+    CStringArray values;
+    CString message;
+  } cases[] = {
+      {L"InsertXMLValueText",
+       L"<Velkorandia>",
+       {L"A"},
+       {L"1"},
+       WriteMessage(broken, L"", L"A", L"1")},
+      {L"UpdateXMLValueText", L"", {L"A"}, {L"1"}, WriteMessage(broken, L"", L"", L"")},
+      {L"InsertXMLValueText",
+       good,
+       {L"A"},
+       {L"\x2"},
+       WriteMessage(bad_character, L"", L"A", L"\x2")},
+      {L"UpdateXMLValueText",
+       good,
+       {L"A", L"A"},
+       {L"1", L"\x2"},
+       WriteMessage(bad_character, L"", L"A", L"\x2")},
+      {L"UpdateXMLValueText",
+       good,
+       {L"A", L"*"},
+       {L"1", L"2"},
+       WriteMessage(Description(XmlError::kUnspecified), L"", L"*", L"2")},
+      {L"UpdateXMLValueText", good, {L"A", L"A"}, {L"1"}, WriteMessage(L"", L"", L"", L"")}};
+  for (const auto& test : cases) {
+    CString text = test.text;
+    EXPECT_EQ(test.function[0] == L'I'
+                  ? xml_.InsertXMLValueText(text, test.names[0], test.values[0])
+                  : xml_.UpdateXMLValueText(text, test.names, test.values),
+              1);
+    EXPECT_THAT(TakeLines(), ElementsAre(Failed(130111, test.function, test.message)));
+    EXPECT_EQ(text, test.text);
+  }
   // The array form: a pair that fails, and a value that is missing.
+  CString text = good;
   EXPECT_EQ(xml_.InsertXMLValueText(text, {L"B", L"*", L"C"}, {L"1", L"2", L"3"}), 1);
   EXPECT_EQ(TakeLines().size(), 1u);
   EXPECT_EQ(text, Document(L"<Velkorandia><QTL><A>0</A><B>1</B><C>3</C></QTL></Velkorandia>"));
