@@ -1,5 +1,5 @@
 // The client's settings. Input: a mode, and Client.ini. The reader makes directories: separators are
-// taken out of the input, so that they all lie in the sandbox.
+// taken out of the input, so that they all lie in the sandbox, which is the current folder meanwhile.
 #include "settings/client_setting.h"
 
 #include "fuzz/support.h"
@@ -21,10 +21,27 @@ void CheckRanges(const CClientSetting& setting) {
           "every value lies in its range");
 }
 
+class CurrentFolder {
+ public:
+  explicit CurrentFolder(const std::filesystem::path& folder) {
+    std::filesystem::current_path(folder);
+  }
+  CurrentFolder(const CurrentFolder&) = delete;
+  CurrentFolder& operator=(const CurrentFolder&) = delete;
+  ~CurrentFolder() {
+    std::error_code ignored;
+    std::filesystem::current_path(old_, ignored);
+  }
+
+ private:
+  std::filesystem::path old_ = std::filesystem::current_path();
+};
+
 }  // namespace
 
 TQ_FUZZ_TARGET(input) {
   const Sandbox& sandbox = TheSandbox();
+  const CurrentFolder folder(sandbox.Native(""));
   const int mode = input.Mode() == 1 ? 1 : 0;
   std::string bytes(input.Rest());
   for (char& c : bytes) c = c == '\\' || c == '/' ? '_' : c;

@@ -17,7 +17,7 @@ namespace {
 using Peer = testing::ScriptedFtpPeer;
 
 std::string Reply(Peer::Session& session, std::string text) {
-  for (std::size_t at; (at = text.find("%n")) != text.npos;) text.replace(at, 2, "\r\n");
+  while (text.find("%n") != text.npos) text.replace(text.find("%n"), 2, "\r\n");
   const std::size_t at = text.find("%p");
   if (at == text.npos) return text;
   const unsigned port = session.OpenPassive();

@@ -17,7 +17,9 @@ Profile ProfileOf(std::string_view bytes) {
   return Profile::FromText(*text);
 }
 
-bool IsSame(std::wstring_view left, std::wstring_view right) { return EqualsNoCase(left, right); }
+bool IsSame(std::wstring_view left, std::wstring_view right) {
+  return EqualsNoCase(left, internal::WithoutBlanks(right));
+}
 
 // Every key but the one that was changed has its old value.
 void CheckOthers(const Profile& before, const Profile& after, const ProfileValue& change) {
@@ -66,6 +68,8 @@ TQ_FUZZ_TARGET(input) {
   for (const std::wstring& text : {change.section, change.key, change.value}) {
     if (OnOneLine(text) != text) return;
   }
+  // With "]" behind it, that is the line of a section.
+  if (internal::WithoutBlanks(change.key).starts_with(L'[')) return;
   internal::ProfileEditor editor(bytes);
   const std::string unchanged = editor.Bytes();
   // NULs at the end were left by a process that was killed, and half a code unit is nothing.

@@ -54,12 +54,10 @@ void CheckPrintInformation(const Sandbox& sandbox, std::string_view text) {
 }
 
 template <class Access>
-void CheckUser(Access&& user, Access&& again, const char* name, std::string_view text) {
-  const std::string folder =
-      std::string(std::getenv("TQ_COMMON_APPDATA")) + "/ORV-INC/Velkorandia/Tessaloquin/data/";
+void CheckUser(const std::string& native, Access&& user, Access&& again, std::string_view text) {
   user.SetServiceDataDirectry();
   again.SetServiceDataDirectry();
-  WriteEnciphered(folder + name, text);
+  WriteEnciphered(native, text);
   Require(user.ReadAll() == 1, "any text can be read as user data");
   Require(user.WriteAll() == 1 && again.ReadAll() == 1, "a record that was read can be written");
   Require(again.GetUserID() == user.GetUserID() &&
@@ -86,9 +84,13 @@ TQ_FUZZ_TARGET(input) {
   const std::string_view rest = input.Rest();
   if (mode == 0) CheckJob(sandbox, rest);
   if (mode == 1) CheckPrintInformation(sandbox, rest);
-  if (mode == 2) CheckUser(CUserDataFileAccess(), CUserDataFileAccess(), "DATA.XML", rest);
+  if (mode == 2) {
+    CheckUser(sandbox.Config("../data/DATA.XML"), CUserDataFileAccess(), CUserDataFileAccess(),
+              rest);
+  }
   if (mode == 3) {
-    CheckUser(CSharedUserDataFileAccess(), CSharedUserDataFileAccess(), "Shared.XML", rest);
+    CheckUser(sandbox.Config("../data/Shared.XML"), CSharedUserDataFileAccess(),
+              CSharedUserDataFileAccess(), rest);
   }
   if (mode == 4) CheckStatusFile(sandbox, "Held.dat", rest);
   if (mode == 5) CheckStatusFile(sandbox, "Held.dat2", rest);

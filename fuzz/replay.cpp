@@ -11,7 +11,6 @@ int main(int count, char** arguments) {
   for (const char* folder : std::vector<const char*>(arguments + 1, arguments + count)) {
     std::ranges::copy(fs::directory_iterator(folder), std::back_inserter(files));
   }
-  for (fs::path& file : files) file = fs::absolute(file);  // a target may enter another folder
   std::ranges::sort(files);
   for (const fs::path& file : files) {
     std::ifstream in(file, std::ios::binary);

@@ -68,7 +68,7 @@ TQ_FUZZ_TARGET(input) {
             "a print-out is accepted by its answer alone");
   } else {
     const std::int64_t time = client.GetServerTime(L"").GetTime();
-    constexpr std::int64_t kDay = 24 * 60 * 60;
+    constexpr std::int64_t kDay = 86'400;
     Require(time >= -kDay && time <= 32'503'680'000 + 400 * kDay, "a time is one up to year 3000");
   }
 }
