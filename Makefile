@@ -3,7 +3,7 @@
 PRESET ?= release
 PREFIX ?= /usr/local
 
-.PHONY: demo test bench coverage fuzz package abi format lint install build configure tools-needed
+.PHONY: demo test bench coverage fuzz docs pictures package abi format lint install build configure tools-needed
 .DEFAULT_GOAL := build
 
 tools-needed:
@@ -48,6 +48,16 @@ lint: build
 	@scripts/install-packages clang-tidy mandoc
 	mandoc -T lint -W warning tools/tqctl/tqctl.1
 	git ls-files '*.cpp' | grep -v '^bench/' | xargs run-clang-tidy -quiet -p build/$(PRESET)
+
+# The manual of the public headers: build/PRESET/docs/html/index.html.
+docs: configure
+	@scripts/install-packages doxygen
+	cmake --build --preset $(PRESET) --target docs
+
+# Draws docs/pictures/*.svg anew from the texts beside them.
+pictures:
+	@scripts/install-packages graphviz
+	@scripts/draw-pictures
 
 # The Debian packages, in build/PRESET/packages.
 package: build

@@ -58,4 +58,15 @@ configure_file(cmake/vk_tq_commonlib.pc.in vk_tq_commonlib.pc @ONLY)
 install(FILES ${PROJECT_BINARY_DIR}/vk_tq_commonlib.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig
   COMPONENT development)
 
+# The manual: what Doxygen makes of the same headers.
+list(TRANSFORM TQ_PUBLIC_HEADERS PREPEND ${PROJECT_SOURCE_DIR}/ OUTPUT_VARIABLE doxygen_input)
+list(JOIN doxygen_input " " doxygen_input)
+configure_file(docs/Doxyfile.in Doxyfile @ONLY)
+set(make_docs doxygen ${PROJECT_BINARY_DIR}/Doxyfile)
+add_custom_target(docs COMMAND ${make_docs})
+find_program(TQ_DOXYGEN doxygen)
+if(TQ_BUILD_TESTS AND TQ_DOXYGEN)
+  add_test(NAME manual COMMAND ${make_docs})
+endif()
+
 include(TqPackages)

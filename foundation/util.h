@@ -125,7 +125,7 @@ class TQ_EXPORT CUtil {
 
   /// The delimiter behind an image log id, put into a buffer of at least 64 characters: the
   /// registry value ImageLogIDDelimiter under
-  /// SOFTWARE\ORV-INC\Velkorandia\Tessaloquin\Option of the local machine, with Wow6432Node
+  /// "SOFTWARE\ORV-INC\Velkorandia\Tessaloquin\Option" of the local machine, with Wow6432Node
   /// behind SOFTWARE on an x64 processor. A longer value is cut to 63 characters. 1; or 0 and
   /// "#SI#" when the value is missing or empty. 0 when the pointer is null.
   static int GetImageLogIDDelimiter(wchar_t* delimiter);
