@@ -262,11 +262,17 @@ Parser ParserOfFile(const SecureBytes& bytes) {
                                                   static_cast<int>(bytes.size()))));
 }
 
+// Before the first use: libxml2 would otherwise make its locks when it first needs them, which two
+// threads may do at once.
+void PrepareLibrary() {
+  static const bool is_prepared = (xmlInitParser(), true);
+  static_cast<void>(is_prepared);
+}
+
 // Parses bytes that stay as long as the call.
 Document ParseBytes(const SecureBytes& bytes, Parser (*make_parser)(const SecureBytes&),
                     bool ignore_declared_encoding) {
-  static const bool is_initialised = (xmlInitParser(), true);
-  static_cast<void>(is_initialised);
+  PrepareLibrary();
   if (bytes.empty() || bytes.size() > INT_MAX) return {};
 
   const SilentScope silent;
@@ -574,6 +580,7 @@ XmlDocument::~XmlDocument() = default;
 
 XmlElement XmlDocument::CreateRoot(std::wstring_view name) {
   const std::string utf8_name = ToUtf8Name(name, XmlError::kInvalidName);
+  PrepareLibrary();
   Document document(Require(xmlNewDoc(nullptr)));
   document->dict = Require(xmlDictCreate());
   xmlNode* const root = NewElement(document.get(), utf8_name).release();
