@@ -37,7 +37,8 @@ std::optional<FileStatus> GetFileStatus(const std::wstring& path);
 /// none.
 bool IsSameFile(const std::wstring& left, const std::wstring& right);
 
-/// A file that is open for reading, shared with every other reader and writer.
+/// A file that is open for reading, shared with every other reader and writer. Where a writer was
+/// killed while it replaced the contents, they are the new ones (see InPlaceWriter).
 class InputFile {
  public:
   InputFile() = default;
@@ -62,7 +63,10 @@ class InputFile {
 
  private:
   static constexpr std::intptr_t kClosed = -1;
+  static constexpr std::uint64_t kNoLimit = ~std::uint64_t{0};
   std::intptr_t handle_ = kClosed;
+  std::uint64_t size_ = kNoLimit;  ///< of the copy that stands for the contents
+  std::uint64_t left_ = kNoLimit;
 };
 
 /// A whole file, wiped when it is given back; nothing on failure.
@@ -70,7 +74,9 @@ std::optional<SecureBytes> ReadFile(const std::wstring& path);
 
 /// Writes a file in place, so that a full disk, a failed write or a kill at any moment loses as
 /// little as possible: the old contents stay until the new length is reserved, and what lies behind
-/// the new contents is cut off last.
+/// the new contents is cut off last. Contents of more than a memory page, which a kill could leave
+/// half new, are first written behind all that the file holds, when they come with one call of at
+/// most 1 MiB and there is room: whoever opens the file then finds the old contents or the new ones.
 ///
 ///   InPlaceWriter file;
 ///   if (!file.Open(path, size)) ...   // the old contents are whole
@@ -103,6 +109,7 @@ class InPlaceWriter {
 
   std::intptr_t handle_ = -1;
   std::uint64_t old_size_ = 0;
+  std::uint64_t final_size_ = 0;
   std::uint64_t written_ = 0;
   bool is_new_ = false;      ///< made by this writer
   bool is_unnamed_ = false;  ///< made, and not visible yet

@@ -13,8 +13,11 @@
 #include "platform/error.h"
 #include "platform/path.h"
 #include "platform/posix/native.h"
+#include "platform/posix/spare_copy.h"
 
 namespace vk::tq {
+
+using namespace internal;
 
 namespace {
 
@@ -64,10 +67,13 @@ bool IsSameFile(const std::wstring& left, const std::wstring& right) {
          left_info.st_dev == right_info.st_dev && left_info.st_ino == right_info.st_ino;
 }
 
-InputFile::InputFile(InputFile&& other) noexcept : handle_(std::exchange(other.handle_, kClosed)) {}
+InputFile::InputFile(InputFile&& other) noexcept
+    : handle_(std::exchange(other.handle_, kClosed)), size_(other.size_), left_(other.left_) {}
 
 InputFile& InputFile::operator=(InputFile&& other) noexcept {
   std::swap(handle_, other.handle_);
+  std::swap(size_, other.size_);
+  std::swap(left_, other.left_);
   return *this;
 }
 
@@ -81,6 +87,12 @@ bool InputFile::Open(const std::wstring& path, FileStatus& status) {
   struct stat info {};
   if (!IsReadable(fd.get(), info)) return false;
   status = StatusFromStat(info);
+  size_ = left_ = kNoLimit;
+  const auto copy = S_ISREG(info.st_mode) ? FindSpareCopy(fd.get(), status.size) : std::nullopt;
+  if (copy) {
+    if (lseek(fd.get(), static_cast<off_t>(copy->begin), SEEK_SET) < 0) return FailWithErrno();
+    status.size = size_ = left_ = copy->size;
+  }
   handle_ = fd.Release();
   return true;
 }
@@ -91,10 +103,13 @@ std::optional<FileStatus> InputFile::Status() const {
     FailWithErrno();
     return {};
   }
-  return StatusFromStat(info);
+  FileStatus status = StatusFromStat(info);
+  status.size = std::min(status.size, size_);
+  return status;
 }
 
 std::optional<std::size_t> InputFile::Read(void* buffer, std::size_t size) {
+  size = std::min<std::uint64_t>(size, left_);
   std::size_t done = 0;
   while (done < size) {
     const ssize_t got =
@@ -107,6 +122,7 @@ std::optional<std::size_t> InputFile::Read(void* buffer, std::size_t size) {
       return {};
     }
   }
+  if (left_ != kNoLimit) left_ -= done;
   return done;
 }
 
@@ -144,13 +160,20 @@ bool InPlaceWriter::Open(const std::wstring& path, std::uint64_t final_size) {
 }
 
 bool InPlaceWriter::OpenExisting(const std::string& native) {
-  FileDescriptor fd(
-      open(native.c_str(), O_WRONLY | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY));
+  constexpr int kFlags = O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY;
+  // Who may only write goes without a look at what a killed writer may have left.
+  FileDescriptor fd(open(native.c_str(), O_RDWR | kFlags));
+  if (!fd && errno == EACCES) fd.Reset(open(native.c_str(), O_WRONLY | kFlags));
   if (!fd) return FailWithErrno();
   struct stat info {};
   if (fstat(fd.get(), &info) != 0) return FailWithErrno();
   if (!S_ISREG(info.st_mode)) return Fail(kErrorAccessDenied);
   old_size_ = static_cast<std::uint64_t>(info.st_size);
+  if (const auto copy = FindSpareCopy(fd.get(), old_size_)) {
+    const auto size = PutSpareCopyInPlace(fd.get(), *copy);
+    if (!size) return false;
+    old_size_ = *size;
+  }
   is_new_ = is_unnamed_ = false;
   handle_ = fd.Release();
   return true;
@@ -177,6 +200,7 @@ bool InPlaceWriter::CreateNew(const std::string& native) {
 }
 
 bool InPlaceWriter::Reserve(std::uint64_t size) {
+  final_size_ = size;
   const auto reserve = [&] {
     return fallocate(static_cast<int>(handle_), 0, 0, static_cast<off_t>(size));
   };
@@ -201,13 +225,17 @@ void InPlaceWriter::TakeBack() {
 }
 
 bool InPlaceWriter::Write(const void* data, std::size_t size) {
+  const int file = static_cast<int>(handle_);
+  const bool is_whole = written_ == 0 && size == final_size_;
+  if (is_whole && !is_new_ && size > kPageSize && size <= kLongestSpareCopy) {
+    // Where there is no room for a copy, the record is written without one.
+    const LastErrorKeeper keep;
+    AppendSpareCopy(file, std::max(old_size_, final_size_), data, size);
+  }
   const char* from = static_cast<const char*>(data);
   while (size > 0) {
-    const ssize_t put = write(static_cast<int>(handle_), from, size);
-    if (put < 0) {
-      if (errno == EINTR) continue;
-      return FailWithErrno();
-    }
+    const ssize_t put = RetryInterrupted([&] { return write(file, from, size); });
+    if (put < 0) return FailWithErrno();
     from += put;
     size -= static_cast<std::size_t>(put);
     written_ += static_cast<std::uint64_t>(put);

@@ -69,12 +69,23 @@ TEST_P(CrowdTest, LosesNoUpdate) {
 }
 
 constexpr Crowd kCrowds[] = {
-    {"Job", 2, 1, 200},         {"Job", 4, 1, 200},        {"Job", 8, 1, 200},
-    {"Job", 2, 100, 200},       {"Job", 4, 100, 150},      {"Job", 8, 100, 100},
+    {"Job", 2, 1, 200},
+    {"Job", 4, 1, 200},
+    {"Job", 8, 1, 200},
+    {"Job", 2, 100, 200},
+    {"Job", 4, 100, 150},
+    {"Job", 8, 100, 100},
 
-    {"JobStatus", 4, 1, 200},   {"StatusFile", 4, 1, 100}, {"PrintInfo", 8, 100, 100},
-    {"PrintInfo", 2, 1, 200},   {"UserData", 8, 1, 100},   {"SharedUserData", 4, 1, 100},
-    {"PrinterList", 8, 1, 100}, {"ClientIni", 8, 1, 100},  {"ConfigIni", 8, 1, 100},
+    {"LongJob", 2, 1, 100},
+    {"JobStatus", 4, 1, 200},
+    {"StatusFile", 4, 1, 100},
+    {"PrintInfo", 8, 100, 100},
+    {"PrintInfo", 2, 1, 200},
+    {"UserData", 8, 1, 100},
+    {"SharedUserData", 4, 1, 100},
+    {"PrinterList", 8, 1, 100},
+    {"ClientIni", 8, 1, 100},
+    {"ConfigIni", 8, 1, 100},
 };
 
 INSTANTIATE_TEST_SUITE_P(Stores, CrowdTest, ::testing::ValuesIn(kCrowds), [](const auto& test) {

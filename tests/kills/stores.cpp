@@ -295,10 +295,12 @@ int ReadConfigIni(int) {
 }
 
 constexpr int kPlainJob = 250;
+constexpr int kLongJob = 20'000;
 constexpr wchar_t kIniLock[] = L"Global\\KITORA_QTL_TEST";
 
 constexpr Store kStores[] = {
     {"Job", kJobLock, WriteJob<kPlainJob>, ReadJobAlone<ReadJob<kPlainJob>>},
+    {"LongJob", kJobLock, WriteJob<kLongJob>, ReadJobAlone<ReadJob<kLongJob>>},
     {"JobStatus", kJobLock, WriteJobStatus, ReadJobAlone<ReadJobStatus>},
     {"JobStatusByLink", kJobLock, WriteJobStatus, ReadJobAlone<ReadJobStatus>, true, true},
     {"StatusFile", kJobLock, WriteStatusFile, ReadJobAlone<ReadStatusFile>, false},

@@ -130,6 +130,50 @@ TEST_F(FileTest, AReservationIsTakenBackAsLongAsNothingIsWritten) {
   EXPECT_EQ("old", ReadNative(native("file")));
 }
 
+// What a kill leaves of a write of many pages, at each of its steps.
+TEST_F(FileTest, ContentsOfManyPagesAreTheOldOrTheNew) {
+  const auto whole = [&](const wchar_t* name) {
+    const auto bytes = ReadFile(path(name));
+    return bytes ? std::string(bytes->begin(), bytes->end()) : "not read";
+  };
+  const std::string fresh(20'000, 'n');
+  for (const std::size_t old_size : {5'000U, 20'000U, 90'000U}) {
+    const std::string old(old_size, 'o');
+    WriteNative(native("file"), old);
+    InPlaceWriter writer;
+    ASSERT_TRUE(writer.Open(path(L"file"), fresh.size()));
+    ASSERT_TRUE(writer.Write(fresh.data(), fresh.size()));
+    const std::string before_the_cut = ReadNative(native("file"));
+    ASSERT_TRUE(writer.Commit());
+    EXPECT_EQ(fresh, ReadNative(native("file")));
+
+    for (const std::size_t done : {0U, 4'096U, 8'192U, 20'000U}) {
+      std::string torn = before_the_cut;
+      torn.replace(done, std::max(old_size, done) - done, old, 0, std::max(old_size, done) - done);
+      WriteNative(native("torn"), torn);
+      EXPECT_EQ(fresh, whole(L"torn")) << old_size << " " << done;
+      InputFile file;
+      ASSERT_TRUE(file.Open(path(L"torn")));
+      EXPECT_EQ(fresh.size(), file.Status()->size);
+      // A mark that is not whole yet is none: the old contents count.
+      if (done == 0) {
+        for (const std::size_t missing : {1U, 24U, 25U, 10'000U}) {
+          WriteNative(native("cut"), torn.substr(0, torn.size() - missing));
+          EXPECT_EQ(old, whole(L"cut").substr(0, old_size)) << old_size << " " << missing;
+        }
+      }
+      // The next writer begins with whole contents, also when it ends before it has written.
+      { EXPECT_TRUE(InPlaceWriter().Open(path(L"torn"), 100'000)); }
+      EXPECT_EQ(fresh, ReadNative(native("torn"))) << old_size << " " << done;
+      for (const std::string& next : {std::string("short"), std::string(30'000, 'x')}) {
+        WriteNative(native("torn"), torn);
+        EXPECT_TRUE(WriteFileInPlace(path(L"torn"), next.data(), next.size()));
+        EXPECT_EQ(next, ReadNative(native("torn"))) << old_size << " " << done;
+      }
+    }
+  }
+}
+
 TEST_F(FileTest, AFullDiskShowsBeforeTheOldContentsAreTouched) {
   WriteNative(native("file"), "old");
   const std::string large(10000, 'x');
