@@ -42,10 +42,10 @@ struct Seen {
 };
 using Jobs = std::map<std::wstring, Seen>;
 
-fs::file_time_type WrittenAt(const std::wstring& path) {
-  std::error_code ignored;
-  const auto time = fs::last_write_time(vk::tq::PathToNative(path), ignored);
-  return ignored ? fs::file_time_type::min() : time;
+fs::file_time_type WrittenAt(const std::wstring& folder, const std::wstring& file) {
+  std::error_code missing;
+  return fs::last_write_time(fs::path(vk::tq::PathToNative(folder)) / vk::tq::PathToNative(file),
+                             missing);  // the least time when it is missing
 }
 
 // The jobs of a folder by their names.
@@ -61,8 +61,8 @@ Jobs FindJobs(const std::wstring& folder) {
     const std::wstring extension = file.substr(file.size() - 3);
     if (extension.find_first_not_of(L"0123456789") != std::wstring::npos) continue;
     const std::wstring name = file.substr(0, file.size() - 4);
-    const std::wstring base = folder + L"\\" + name;
-    jobs[name] = {extension, std::max(WrittenAt(folder + L"\\" + file), WrittenAt(base + L".dat"))};
+    const std::wstring status_file = name + L".dat";
+    jobs[name] = {extension, std::max(WrittenAt(folder, file), WrittenAt(folder, status_file))};
   }
   return jobs;
 }

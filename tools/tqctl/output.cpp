@@ -61,7 +61,7 @@ enum class Side { kLeft, kRight, kLeftAtEnd };
 std::string Fitted(const Cell& cell, std::size_t columns, Side side, bool is_coloured) {
   const std::wstring text = Printable(cell.text);
   const std::string blanks(columns - std::min(columns, Columns(text)), ' ');
-  const std::string shown = Coloured(cell.tone, text, is_coloured);
+  std::string shown = Coloured(cell.tone, text, is_coloured);
   switch (side) {
     case Side::kRight:
       return blanks + shown;
@@ -93,7 +93,9 @@ std::string Line(const std::vector<Cell>& row, const std::vector<std::size_t>& w
 std::vector<Cell> Headings(const Table& table) {
   std::vector<Cell> headings;
   for (std::wstring title : table.columns) {
-    for (wchar_t& c : title) c = c == L'_' ? L' ' : static_cast<wchar_t>(std::towupper(c));
+    for (wchar_t& c : title) {
+      c = c == L'_' ? L' ' : static_cast<wchar_t>(std::towupper(static_cast<std::wint_t>(c)));
+    }
     headings.emplace_back(Cell(title).In(Tone::kStrong));
     headings.back().is_number =
         !table.rows.empty() && table.rows.front()[headings.size() - 1].is_number;
