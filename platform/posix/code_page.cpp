@@ -5,10 +5,10 @@
 #include <algorithm>
 #include <array>
 #include <cerrno>
-#include <charconv>
 #include <iterator>
 
 #include "platform/error.h"
+#include "platform/posix/number.h"
 #include "platform/posix/utf8.h"
 #include "platform/text.h"
 
@@ -174,12 +174,7 @@ std::optional<unsigned> CodePageOfCodeSet(std::string_view code_set) {
     if (code_set == page.name) return page.number;
   }
   if (!code_set.starts_with("CP")) return std::nullopt;
-  code_set.remove_prefix(2);
-  unsigned number = 0;
-  const char* const end = code_set.data() + code_set.size();
-  const auto [stop, error] = std::from_chars(code_set.data(), end, number);
-  if (error != std::errc() || stop != end) return std::nullopt;
-  return number;
+  return WholeNumber<unsigned>(code_set.substr(2));
 }
 
 std::optional<std::string> EncodeByTable(unsigned code_page, std::wstring_view text) {

@@ -2,8 +2,8 @@
 
 #include <algorithm>
 #include <array>
-#include <charconv>
-#include <system_error>
+
+#include "platform/posix/number.h"
 
 namespace vk::tq {
 namespace {
@@ -13,13 +13,6 @@ constexpr std::string_view kMonths[] = {"Jan", "Feb", "Mar", "Apr", "May", "Jun"
 constexpr std::size_t kLongestLine = std::size_t{64} * 1024;
 
 bool IsDigit(char c) { return c >= '0' && c <= '9'; }
-
-std::optional<std::uint64_t> Number(std::string_view text) {
-  std::uint64_t value = 0;
-  const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), value);
-  if (error != std::errc() || end != text.data() + text.size()) return {};
-  return value;
-}
 
 // Whether a text has a digit for each 0 of a pattern, and is otherwise equal to it.
 bool HasForm(std::string_view text, std::string_view pattern) {
@@ -43,7 +36,7 @@ bool IsMonth(std::string_view word) { return std::ranges::find(kMonths, word) !=
 // What follows a date and a time that begin with a word; nothing when that is no date.
 std::optional<std::string_view> BehindDate(std::string_view word, std::string_view rest) {
   if (IsMonth(word)) {
-    const std::optional<std::uint64_t> day = Number(TakeWord(rest));
+    const std::optional<std::uint64_t> day = WholeNumber<std::uint64_t>(TakeWord(rest));
     if (!day || *day < 1 || *day > 31) return {};
     const std::string_view time_or_year = TakeWord(rest);
     if (!HasForm(time_or_year, "00:00") && !HasForm(time_or_year, "0000")) return {};
@@ -65,7 +58,7 @@ std::optional<FtpListedFile> ParseUnix(std::string_view line) {
       if (line.front() == 'l') name = name.substr(0, name.find(" -> "));
       return FtpListedFile{name, *size};
     }
-    size = Number(word);
+    size = WholeNumber<std::uint64_t>(word);
   }
   return {};
 }
@@ -73,7 +66,7 @@ std::optional<FtpListedFile> ParseUnix(std::string_view line) {
 std::optional<FtpListedFile> ParseDos(std::string_view rest) {
   TakeWord(rest);
   if (!HasForm(TakeWord(rest).substr(0, 5), "00:00")) return {};
-  const std::optional<std::uint64_t> size = Number(TakeWord(rest));
+  const std::optional<std::uint64_t> size = WholeNumber<std::uint64_t>(TakeWord(rest));
   if (!size) return {};
   return FtpListedFile{NameIn(rest), *size};
 }

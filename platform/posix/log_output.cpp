@@ -10,7 +10,6 @@
 #include <unistd.h>
 
 #include <algorithm>
-#include <charconv>
 #include <chrono>
 #include <filesystem>
 #include <memory>
@@ -19,6 +18,7 @@
 #include "platform/error.h"
 #include "platform/path.h"
 #include "platform/posix/native.h"
+#include "platform/posix/number.h"
 #include "platform/text.h"
 
 namespace vk::tq {
@@ -144,10 +144,7 @@ int SyslogPriority(unsigned long event_id) {
 int ProgramLogLevel() noexcept {
   static const int level = [] {
     const std::string text = EnvironmentOverride("TQ_LOG_LEVEL").value_or(std::string());
-    int number = kDefaultLevel;
-    const char* const end = text.data() + text.size();
-    const auto [stop, error] = std::from_chars(text.data(), end, number);
-    return error == std::errc() && stop == end ? number : kDefaultLevel;
+    return WholeNumber<int>(text).value_or(kDefaultLevel);
   }();
   return level;
 }

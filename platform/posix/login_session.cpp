@@ -1,8 +1,8 @@
 #include "platform/posix/login_session.h"
 
 #include <algorithm>
-#include <charconv>
 
+#include "platform/posix/number.h"
 #include "platform/posix/system_file.h"
 
 namespace vk::tq {
@@ -40,10 +40,8 @@ std::string_view ValueOf(std::string_view text, std::string_view name) {
 }
 
 std::optional<std::int64_t> Number(std::string_view text) {
-  std::int64_t number = 0;
-  const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), number);
-  if (error != std::errc() || number < 0) return std::nullopt;
-  return number;
+  const auto number = WholeNumber<std::int64_t>(text);
+  return number && *number >= 0 ? number : std::nullopt;
 }
 
 // The start that a record holds.
@@ -90,7 +88,7 @@ std::optional<std::int64_t> ProcessStart(std::string_view process, std::string_v
   constexpr int kFirstField = 3;
   constexpr int kStartField = 22;
   for (int field = kFirstField; field < kStartField; ++field) CutPiece(process, " ");
-  const auto ticks = Number(process);
+  const auto ticks = Number(CutPiece(process, " "));
   if (!ticks) return std::nullopt;
   return *boot + *ticks / ticks_per_second;
 }

@@ -3,12 +3,12 @@
 #include <algorithm>
 #include <array>
 #include <atomic>
-#include <charconv>
 #include <new>
 #include <string>
 #include <string_view>
 
 #include "platform/path.h"
+#include "platform/posix/number.h"
 
 namespace vk::tq {
 namespace {
@@ -49,11 +49,8 @@ class Ports {
   void Take(std::string_view word) {
     const std::string_view name = word.substr(0, word.find('='));
     if (name.size() == word.size()) return;
-    const char* const digits = word.data() + name.size() + 1;
-    const char* const end = word.data() + word.size();
-    std::uint16_t port = 0;
-    const auto [stop, error] = std::from_chars(digits, end, port);
-    if (error != std::errc() || stop != end || port == 0) return;
+    const auto port = WholeNumber<std::uint16_t>(word.substr(name.size() + 1)).value_or(0);
+    if (port == 0) return;
     for (std::size_t i = 0; i < kServices.size(); ++i) {
       if (kServices[i].name == name) ports_[i] = port;
     }

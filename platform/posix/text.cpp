@@ -8,12 +8,12 @@
 #include <wctype.h>
 
 #include <algorithm>
-#include <charconv>
 #include <limits>
 
 #include "platform/error.h"
 #include "platform/path.h"
 #include "platform/posix/code_page.h"
+#include "platform/posix/number.h"
 #include "platform/posix/upper_case.h"
 #include "platform/posix/utf8.h"
 
@@ -87,15 +87,6 @@ std::wstring DecodeUtf16Le(std::string_view bytes) {
   return units;
 }
 
-// A number that is all of a text, without sign and blanks.
-std::optional<unsigned> WholeNumber(std::string_view text) {
-  unsigned number = 0;
-  const char* const end = text.data() + text.size();
-  const auto [stop, error] = std::from_chars(text.data(), end, number);
-  if (error != std::errc() || stop != end) return std::nullopt;
-  return number;
-}
-
 // The code page of the locale that the environment names. Opening a locale takes longer than most
 // texts, so the thread remembers the last one.
 unsigned LocaleCodePage() {
@@ -133,7 +124,7 @@ wchar_t ToUpperByTable(wchar_t c) noexcept {
 
 unsigned AnsiCodePage() {
   if (const auto value = EnvironmentOverride("TQ_ANSI_CODEPAGE")) {
-    const auto number = WholeNumber(*value);
+    const auto number = WholeNumber<unsigned>(*value);
     const bool is_ansi = number && *number != kCodePageAnsi && *number != kCodePageUtf16Le &&
                          *number != kCodePageUtf16Be;
     if (is_ansi) return *number;
