@@ -119,15 +119,8 @@ class Conversation {
   }
 
   bool Wait(short event) {
-    for (;;) {
-      // Rounded up: a wait of less than a millisecond must not become a busy loop.
-      const auto left = std::chrono::ceil<milliseconds>(deadline_ - steady_clock::now()).count();
-      if (left <= 0) return false;
-      pollfd wait{socket_.get(), event, 0};
-      const int ready = poll(&wait, 1, static_cast<int>(left));
-      if (ready > 0) return true;
-      if (ready < 0 && errno != EINTR) return false;
-    }
+    pollfd wait{socket_.get(), event, 0};
+    return PollUntil({&wait, 1}, &deadline_) > 0;
   }
 
   FileDescriptor socket_;

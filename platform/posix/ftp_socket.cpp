@@ -8,7 +8,6 @@
 #include <algorithm>
 #include <cerrno>
 #include <chrono>
-#include <climits>
 #include <span>
 
 #include "platform/ftp_session.h"
@@ -29,16 +28,10 @@ bool FailWithConnectionError() noexcept {
 
 // Waits until something happens on one of the sockets; false with 12002 when nothing does in time.
 bool Await(std::span<pollfd> sockets, std::uint32_t timeout) noexcept {
-  const Deadline deadline(timeout);
-  for (;;) {
-    const std::uint32_t left = deadline.Left();
-    const int wait =
-        left == kNoFtpTimeout ? -1 : static_cast<int>(std::min<std::uint32_t>(left, INT_MAX));
-    const int ready = poll(sockets.data(), sockets.size(), wait);
-    if (ready > 0) return true;
-    if (ready < 0 && errno != EINTR) return FailWithConnectionError();
-    if (ready == 0 && deadline.Left() == 0) return Fail(kErrorInternetTimeout);
-  }
+  const auto end = std::chrono::steady_clock::now() + std::chrono::milliseconds(timeout);
+  const int ready = PollUntil(sockets, timeout == kNoFtpTimeout ? nullptr : &end);
+  if (ready > 0) return true;
+  return ready < 0 ? FailWithConnectionError() : Fail(kErrorInternetTimeout);
 }
 
 struct Address {

@@ -4,6 +4,8 @@
 #include <limits.h>
 #include <sys/stat.h>
 
+#include <algorithm>
+
 #include "platform/posix/utf8.h"
 
 namespace vk::tq {
@@ -22,6 +24,23 @@ void FileDescriptor::Reset(int descriptor) noexcept {
   const int kept = errno;
   close(old);
   errno = kept;
+}
+
+int PollUntil(std::span<pollfd> sockets,
+              const std::chrono::steady_clock::time_point* deadline) noexcept {
+  using std::chrono::nanoseconds;
+  for (;;) {
+    timespec left{};
+    if (deadline != nullptr) {
+      const auto time =
+          std::max(nanoseconds(0), nanoseconds(*deadline - std::chrono::steady_clock::now()));
+      left.tv_sec = time.count() / 1'000'000'000;
+      left.tv_nsec = time.count() % 1'000'000'000;
+    }
+    const int ready =
+        ppoll(sockets.data(), sockets.size(), deadline != nullptr ? &left : nullptr, nullptr);
+    if (ready >= 0 || errno != EINTR) return ready;
+  }
 }
 
 std::wstring NameFromNative(std::string_view name) {

@@ -1,10 +1,13 @@
 // What the files of this folder share: errno values, file descriptors and native names.
 #pragma once
 
+#include <poll.h>
 #include <sys/types.h>
 #include <unistd.h>
 
 #include <cerrno>
+#include <chrono>
+#include <span>
 #include <string>
 #include <string_view>
 #include <utility>
@@ -54,6 +57,11 @@ auto RetryInterrupted(const Call& call) {
   while (result == -1 && errno == EINTR) result = call();
   return result;
 }
+
+// poll(2) until something happens or the time is over; null stands for no limit. A signal ends
+// nothing.
+int PollUntil(std::span<pollfd> sockets,
+              const std::chrono::steady_clock::time_point* deadline) noexcept;
 
 // A single file name, without any separator, to wide text and back. Native names are UTF-8. A byte
 // that is no UTF-8, and a backslash, which is an ordinary character in native names, become

@@ -15,7 +15,6 @@
 namespace vk::tq {
 namespace {
 
-using std::chrono::nanoseconds;
 using std::chrono::steady_clock;
 
 struct ErrorPair {
@@ -50,20 +49,6 @@ bool IsConnected(int socket) noexcept {
   sockaddr_in peer{};
   socklen_t size = sizeof peer;
   return getpeername(socket, reinterpret_cast<sockaddr*>(&peer), &size) == 0;
-}
-
-// poll(2) until something happens or the time is over; null stands for no limit.
-int PollUntil(pollfd& wait, const steady_clock::time_point* deadline) noexcept {
-  for (;;) {
-    timespec left{};
-    if (deadline != nullptr) {
-      const auto time = std::max(nanoseconds(0), nanoseconds(*deadline - steady_clock::now()));
-      left.tv_sec = time.count() / 1'000'000'000;
-      left.tv_nsec = time.count() % 1'000'000'000;
-    }
-    const int ready = ppoll(&wait, 1, deadline != nullptr ? &left : nullptr, nullptr);
-    if (ready >= 0 || errno != EINTR) return ready;
-  }
 }
 
 }  // namespace
@@ -105,7 +90,7 @@ bool ConnectTcp(int socket, std::uint32_t address, std::uint16_t port,
   if (connect(socket, reinterpret_cast<const sockaddr*>(&peer), sizeof peer) == 0) return true;
   if (errno != EINPROGRESS && errno != EINTR) return FailWithSocketError();
   pollfd wait{socket, POLLOUT, 0};
-  PollUntil(wait, timeout.count() < 0 ? nullptr : &deadline);
+  PollUntil({&wait, 1}, timeout.count() < 0 ? nullptr : &deadline);
   // The socket's own error is not asked for: that would take it away from the send that follows.
   if (IsConnected(socket)) return true;
   return Fail(kErrorWouldBlock);
@@ -143,7 +128,7 @@ SocketWait WaitForSocket(int socket, SocketEvent event,
   const auto deadline = steady_clock::now() + timeout;
   pollfd wait{socket, static_cast<short>(event == SocketEvent::kReadable ? POLLIN : POLLOUT), 0};
   // poll(2) passes over a negative number, and would sleep till the end.
-  const int ready = socket < 0 ? -1 : PollUntil(wait, &deadline);
+  const int ready = socket < 0 ? -1 : PollUntil({&wait, 1}, &deadline);
   if (ready == 0) {
     SetLastError(kErrorSocketTimeout);
     return SocketWait::kTimeout;
