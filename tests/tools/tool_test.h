@@ -52,7 +52,7 @@ class ToolTest : public ProductTest {
   ToolResult Run(const std::vector<std::string>& arguments, const std::string& input = "") const;
   // The same with --json; fails the test when the status is another one.
   Json RunJson(std::vector<std::string> arguments, int status = 0) const;
-  // On a terminal, on which the text is typed; all that it shows is in `out`.
+  // On a terminal, on which the text is typed when it is asked for; all that it shows is in `out`.
   ToolResult RunOnTerminal(const std::vector<std::string>& arguments,
                            const std::string& typed = "") const;
 };

@@ -18,6 +18,7 @@
 #include <vector>
 
 #include "tqctl/failure.h"
+#include "tqctl/library_log.h"
 #include "tqctl/output.h"
 
 namespace tqctl {
@@ -26,6 +27,8 @@ namespace tqctl {
 struct Context {
   bool is_verbose = false;
   Output out;
+  // The library's log lines; there once the command runs.
+  std::shared_ptr<LibraryLog> log;
   // What a command sets that has shown its result and yet failed.
   ExitStatus status = kDone;
   // The command that the arguments name; it runs when all of them are known to be good.
@@ -37,6 +40,14 @@ void AddJob(CLI::App& app, Context& context);
 void AddNemi(CLI::App& app, Context& context);
 void AddCrypt(CLI::App& app, Context& context);
 void AddLock(CLI::App& app, Context& context);
+void AddSettings(CLI::App& app, Context& context);
+void AddSystem(CLI::App& app, Context& context);
+void AddUser(CLI::App& app, Context& context);
+void AddUsers(CLI::App& app, Context& context);
+void AddPrinters(CLI::App& app, Context& context);
+void AddFtp(CLI::App& app, Context& context);
+void AddShared(CLI::App& app, Context& context);
+void AddFqdn(CLI::App& app, Context& context);
 
 // Adds a noun, which needs one of its commands.
 CLI::App& AddNoun(CLI::App& app, const char* name, const char* help);

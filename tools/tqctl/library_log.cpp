@@ -5,8 +5,11 @@
 namespace tqctl {
 namespace {
 
-// Level 3 is a step that failed, 4 an exception, 5 an operation that failed.
-bool IsFailure(int level) { return level >= 3 && level <= 5; }
+// Level 5 is an operation that failed, 4 an exception; 3 is a step that failed when the line has an
+// error value.
+bool IsFailure(const vk::tq::LogRecord& record) {
+  return record.level == 5 || record.level == 4 || (record.level == 3 && record.code);
+}
 
 // The text of a line with what it carries.
 std::wstring TextOf(const vk::tq::LogRecord& record) {
@@ -22,17 +25,31 @@ void LibraryLog::Write(const vk::tq::LogRecord& record) {
   vk::tq::WriteProgramLog(record);
   const std::wstring text = TextOf(record);
   const std::lock_guard lock(mutex_);
-  if (IsFailure(record.level)) last_failure_ = text;
+  if (IsFailure(record)) {
+    last_failure_ = text;
+    last_code_ = record.code;
+  }
   if (!is_shown_) return;
   const std::wstring place = std::to_wstring(record.level) + L" " + std::to_wstring(record.number) +
                              L" " + std::wstring(record.function) + L"(" +
                              std::to_wstring(record.line) + L") ";
-  PrintError(IsFailure(record.level) ? Tone::kWarning : Tone::kFaint, place, text);
+  PrintError(IsFailure(record) ? Tone::kWarning : Tone::kFaint, place, text);
 }
 
 std::wstring LibraryLog::LastFailure() const {
   const std::lock_guard lock(mutex_);
   return last_failure_;
+}
+
+std::optional<int> LibraryLog::LastCode() const {
+  const std::lock_guard lock(mutex_);
+  return last_code_;
+}
+
+void LibraryLog::ForgetFailure() {
+  const std::lock_guard lock(mutex_);
+  last_failure_.clear();
+  last_code_.reset();
 }
 
 }  // namespace tqctl

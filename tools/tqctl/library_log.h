@@ -3,6 +3,7 @@
 
 #include <memory>
 #include <mutex>
+#include <optional>
 #include <string>
 
 #include "foundation/log.h"
@@ -19,11 +20,16 @@ class LibraryLog : public vk::tq::LogSink {
 
   // Empty when nothing failed.
   std::wstring LastFailure() const;
+  // The error value of that line, if it has one.
+  std::optional<int> LastCode() const;
+  // As if nothing had failed yet.
+  void ForgetFailure();
 
  private:
   const bool is_shown_;
   mutable std::mutex mutex_;
   std::wstring last_failure_;
+  std::optional<int> last_code_;
 };
 
 }  // namespace tqctl

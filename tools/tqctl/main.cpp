@@ -7,17 +7,14 @@
 
 #include "tqctl/command.h"
 #include "tqctl/completion.h"
-#include "tqctl/library_log.h"
 #include "tqctl/text.h"
 
 namespace tqctl {
 namespace {
 
 constexpr void (*kNouns[])(CLI::App&, Context&) = {
-    AddJob,
-    AddNemi,
-    AddCrypt,
-    AddLock,
+    AddJob,  AddNemi,  AddCrypt,    AddLock, AddSettings, AddSystem,
+    AddUser, AddUsers, AddPrinters, AddFtp,  AddShared,   AddFqdn,
 };
 
 // A failure, as people read it on standard error, or as the one JSON document.
@@ -75,18 +72,18 @@ void Declare(CLI::App& app, Context& context) {
 }
 
 int RunCommand(Context& context) {
-  const auto log = std::make_shared<LibraryLog>(context.is_verbose);
-  vk::tq::InstallLogSink(log);
+  context.log = std::make_shared<LibraryLog>(context.is_verbose);
+  vk::tq::InstallLogSink(context.log);
   try {
     context.work();
     context.out.Flush();
     return context.status;
   } catch (const Failure& failure) {
-    Report(context, failure.message, log->LastFailure(), failure.advice);
+    Report(context, failure.message, context.log->LastFailure(), failure.advice);
   } catch (const UsageError& error) {
     return ReportWrongUsage(context, error.message);
   } catch (const std::exception& exception) {
-    Report(context, WideToShow(exception.what()), log->LastFailure(),
+    Report(context, WideToShow(exception.what()), context.log->LastFailure(),
            L"Run the command again with -v to see what happened before.");
   }
   std::fflush(stdout);

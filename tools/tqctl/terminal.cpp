@@ -129,8 +129,8 @@ void ReadPassword(std::wstring_view prompt, Secret& password) {
   const WipeOnExit wipe(line);
   bool is_read = false;
   if (isatty(STDIN_FILENO) == 1) {
+    const HiddenInput hidden;  // first: what is typed before is dropped
     std::fputs((Narrow(prompt) + ": ").c_str(), stderr);
-    const HiddenInput hidden;
     is_read = hidden.Wait() && ReadLine(line);
   } else {
     is_read = ReadLine(line);
@@ -175,6 +175,21 @@ std::error_code MakePrivateFile(const std::string& native_path, std::string_view
 
 namespace {
 
+std::string Bar(std::uint64_t done, std::uint64_t bytes) {
+  constexpr std::size_t kLength = 40;
+  const auto share = static_cast<double>(done) / static_cast<double>(bytes);
+  const auto filled = static_cast<std::size_t>(static_cast<double>(kLength) * share);
+  char percent[16];
+  std::snprintf(percent, sizeof percent, "] %3.0f%%", 100 * share);
+  return "[" + std::string(filled, '#') + std::string(kLength - filled, '.') + percent;
+}
+
+std::string Amount(std::uint64_t bytes) {
+  char text[32];
+  std::snprintf(text, sizeof text, "%.1f MiB", static_cast<double>(bytes) / (1 << 20));
+  return text;
+}
+
 // Draws until it is told to stop.
 void FollowProgress(const std::stop_token& stop, const std::string& label, std::uint64_t bytes,
                     Progress::Counted counted, std::uint64_t counted_before) {
@@ -185,11 +200,8 @@ void FollowProgress(const std::stop_token& stop, const std::string& label, std::
   const auto stopped = [&] { return stop.stop_requested(); };
   while (!pause.wait_for(lock, stop, std::chrono::milliseconds(200), stopped)) {
     const std::uint64_t done = std::min(BytesCounted(counted) - counted_before, bytes);
-    const auto share = static_cast<double>(done) / static_cast<double>(bytes);
-    constexpr int kLength = 40;
-    const auto filled = static_cast<std::size_t>(kLength * share);
-    const std::string bar = std::string(filled, '#') + std::string(kLength - filled, '.');
-    std::fprintf(stderr, "\r%s [%s] %3.0f%%", label.c_str(), bar.c_str(), 100 * share);
+    std::fprintf(stderr, "\r%s %s", label.c_str(),
+                 bytes == Progress::kUnknown ? Amount(done).c_str() : Bar(done, bytes).c_str());
     is_drawn = true;
   }
   if (is_drawn) std::fputs("\r\033[K", stderr);

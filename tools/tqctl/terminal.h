@@ -75,6 +75,9 @@ class Progress {
  public:
   enum class Counted { kRead, kWritten };
 
+  // For a call whose bytes nobody knows before: the bytes so far are shown in place of a bar.
+  static constexpr std::uint64_t kUnknown = ~std::uint64_t{0};
+
   // Nothing is shown when standard error is no terminal, or the call ends at once.
   Progress(std::wstring_view label, std::uint64_t bytes, Counted counted);
 
