@@ -15,7 +15,7 @@ constexpr std::size_t kHeader = 12;
 constexpr std::uint16_t kNumber = 0x4711;
 
 void CheckHost(const std::wstring& host) {
-  Require(!host.empty() && host.size() <= 4 * 255, "a name is bounded");
+  Require(!host.empty() && host.size() <= 1020, "a name is bounded");
   for (const wchar_t c : host) {
     Require(c > L' ' && c != L'@' && !(c >= 0x7F && c < 0xA0), "a name holds no such character");
   }
