@@ -16,11 +16,16 @@ namespace {
 // The stored fields in the order of the file.
 constexpr auto kWriteOrder = [] {
   std::array<const NemiField*, std::size(kNemiFields) - 1> order{};
+  // GCC does not compare such a pointer with null at compile time under -fsanitize=undefined.
+  std::array<bool, order.size()> is_taken{};
   for (const NemiField& field : kNemiFields) {
-    if (field.written_at > 0) order.at(static_cast<std::size_t>(field.written_at) - 1) = &field;
+    if (field.written_at == 0) continue;
+    const auto position = static_cast<std::size_t>(field.written_at) - 1;
+    order.at(position) = &field;
+    is_taken.at(position) = true;
   }
-  for (const NemiField* field : order) {
-    if (field == nullptr) throw "two fields have one position";
+  for (const bool taken : is_taken) {
+    if (!taken) throw "two fields have one position";
   }
   return order;
 }();
