@@ -48,7 +48,7 @@ std::string ManualOf(const std::string& page, const std::string& command) {
   return page.substr(begin, page.find("\n.It Cm ", begin + 1) - begin);
 }
 
-TEST_F(FrameTest, EveryCommandHasHelpAndAManual) {
+TEST_F(FrameTest, SlowEveryCommandHasHelpAndAManual) {
   const std::string page = ReadNative(TQCTL_FILES "/tqctl.1");
   const auto commands = Commands();
   EXPECT_THAT(commands, IsSupersetOf({std::vector<std::string>{"job", "list"}, {"lock", "hold"}}));

@@ -107,6 +107,7 @@ int Main(int count, char** arguments) {
     app.parse(count, arguments);
   } catch (const CLI::Success& help) {
     context.work = [&] { app.exit(help); };
+    return RunCommand(context);  // while the exception lives
   } catch (const CLI::Error& error) {
     return ReportWrongUsage(context, WhatIsWrong(app, error));
   } catch (const UsageError& error) {
