@@ -121,6 +121,11 @@ void ShowDone(Context& context, const std::wstring& done, const std::vector<std:
                    {{L"files", Cell(files, which)}, {L"server", server}});
 }
 
+std::vector<std::wstring> NativePaths(std::vector<std::wstring> paths) {
+  for (std::wstring& path : paths) path = NativePath(path);
+  return paths;
+}
+
 // ---- put ----
 
 struct PutOptions {
@@ -151,7 +156,7 @@ void Put(Context& context, const PutOptions& options) {
                  : session.ftp().FtpPutAndVerify(file.folder.c_str(), file.name.c_str(), most);
     });
   }
-  ShowDone(context, L"Sent", options.files, L"to", session.server());
+  ShowDone(context, L"Sent", NativePaths(options.files), L"to", session.server());
 }
 
 // ---- get ----
@@ -199,7 +204,7 @@ void Verify(Context& context, const VerifyOptions& options) {
     session.Do(QuotedPath(path) + L" is not on the server with the same size",
                [&] { return session.ftp().FtpSizeVerify(path, Split(path).name.c_str()); });
   }
-  ShowDone(context, L"The size is the same of", options.files, L"on", session.server());
+  ShowDone(context, L"Verified", NativePaths(options.files), L"on", session.server());
 }
 
 }  // namespace
