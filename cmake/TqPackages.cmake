@@ -22,14 +22,13 @@ set(CPACK_DEBIAN_RUNTIME_PACKAGE_NAME ${library_package})
 set(CPACK_DEBIAN_RUNTIME_PACKAGE_SECTION libs)
 set(CPACK_DEBIAN_RUNTIME_PACKAGE_SHLIBDEPS ON)
 set(CPACK_DEBIAN_PACKAGE_GENERATE_SHLIBS ON)  # also has ldconfig run
-set(CPACK_COMPONENT_RUNTIME_DESCRIPTION "${PROJECT_DESCRIPTION}
- This package holds the shared library.")
+set(CPACK_COMPONENT_RUNTIME_DESCRIPTION "This package holds the shared library.")
 
 set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_NAME lib${PROJECT_NAME}-dev)
 set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_SECTION libdevel)
 set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_DEPENDS ${same_library})
-set(CPACK_COMPONENT_DEVELOPMENT_DESCRIPTION "${PROJECT_DESCRIPTION}
- This package holds the headers, and what CMake and pkg-config need to find them.")
+set(CPACK_COMPONENT_DEVELOPMENT_DESCRIPTION
+  "This package holds the headers, and what CMake and pkg-config need to find them.")
 
 if(TARGET tqctl)
   list(APPEND CPACK_COMPONENTS_ALL tools)
@@ -37,7 +36,6 @@ if(TARGET tqctl)
   set(CPACK_DEBIAN_TOOLS_PACKAGE_SECTION utils)
   set(CPACK_DEBIAN_TOOLS_PACKAGE_SHLIBDEPS ON)
   set(CPACK_DEBIAN_TOOLS_PACKAGE_DEPENDS ${same_library})
-  set(CPACK_COMPONENT_TOOLS_DESCRIPTION "Command-line tool of ${PROJECT_NAME}
- This package holds tqctl, its manual page and its completion for bash.")
+  set(CPACK_COMPONENT_TOOLS_DESCRIPTION "This package holds tqctl, the command-line tool of the library.")
 endif()
 include(CPack)
