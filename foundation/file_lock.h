@@ -32,10 +32,11 @@ TQ_EXPORT HANDLE ReleaseManageFileMutex(HANDLE mutex);
 /// does not exist is made for everybody, or for the calling user alone and only meanwhile.
 TQ_EXPORT WaitResult ProbeMutex(const CString& name, bool is_for_everybody);
 
-/// Takes "Global\KITORA_QTL_WHITELIST_DAT_FILE" as GetManageFileMutex does; it guards the printer exclusion
-/// list. The failure lines have level 5, number 100800530, "GetPrinterWhiteListMutex".
+/// Takes "Global\KITORA_QTL_WHITELIST_DAT_FILE" as GetManageFileMutex does; it guards the printer
+/// exclusion list. The failure lines have level 5, number 100800530, "GetPrinterWhiteListMutex".
 TQ_EXPORT HANDLE GetPrinterWhiteListMutex();
 
+/// As ReleaseManageFileMutex.
 TQ_EXPORT HANDLE ReleasePrinterWhiteListMutex(HANDLE mutex);
 
 // ---- For the file classes of the library. ----

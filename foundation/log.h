@@ -39,6 +39,7 @@ class TQ_EXPORT LogSink {
   LogSink(const LogSink&) = delete;
   LogSink& operator=(const LogSink&) = delete;
   virtual ~LogSink();
+  /// Takes one line whose level is the lowest that the sink wants, or above.
   virtual void Write(const LogRecord& record) = 0;
 };
 
@@ -59,10 +60,13 @@ class TQ_EXPORT EventSink {
 
 /// Installs a sink and the lowest level that it wants; null brings the default back.
 TQ_EXPORT void InstallLogSink(std::shared_ptr<LogSink> sink, int lowest_level = 0);
+/// Installs a sink for all events; null brings the default back.
 TQ_EXPORT void InstallEventSink(std::shared_ptr<EventSink> sink);
 
+/// The program log, for those who support the suite.
 class TQ_EXPORT Log4cxxMgr {
  public:
+  /// Writes a line. Number, function and line tell where in the source it comes from.
   static void LogOutDetail(int level, int number, std::wstring_view function, int line,
                            std::wstring_view message) noexcept {
     if (IsKept(level)) Write({level, number, function, line, message, {}, {}});
@@ -92,10 +96,12 @@ class TQ_EXPORT Log4cxxMgr {
   static std::atomic<int> lowest_level_;
 };
 
+/// The system's event log, for those who look after the PC.
 class TQ_EXPORT CEventLogMgr {
  public:
-  /// The result says whether the event was handed on; no caller depends on it.
+  /// Hands an event on. 1 when that was done; no caller depends on it.
   static int EventLogOut(unsigned long event_id, std::wstring_view message) noexcept;
+  /// The same event for the system; a sink can tell the two apart.
   static int EventLogOutShared(unsigned long event_id, std::wstring_view message) noexcept;
 };
 

@@ -106,8 +106,9 @@ class TQ_EXPORT CUtil {
   /// (std::regex_constants::error_type) as the error, its description as the message, and one line:
   /// level 5, number 0, "CUtil::ExtractPatternString",
   /// "文字列から正規表現パターンに一致した文字列を抽出する際にエラーが発生しました。(%d: %s)".
-  /// No pattern and no text can exhaust the stack or run without end: foundation/bounded_search.h
-  /// says where the engine is stopped, and with which of its codes.
+  /// No pattern and no text can exhaust the stack or run without end: the
+  /// engine is stopped, with error_space, error_stack or error_complexity
+  /// (docs/decisions/pattern-search.md).
   static int ExtractPatternString(const CString& source, const CString& pattern, CString& result,
                                   int& error);
   static int ExtractPatternString(const CString& source, const CString& pattern, CString& result,

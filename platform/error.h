@@ -52,7 +52,9 @@ inline constexpr ErrorCode kErrorNoSystemResources = 1450;
 inline constexpr ErrorCode kErrorTimeout = 1460;
 inline constexpr ErrorCode kErrorWouldBlock = 10035;
 
+/// Why the operation of this thread that failed last did so.
 TQ_EXPORT ErrorCode GetLastError() noexcept;
+/// Sets that value.
 TQ_EXPORT void SetLastError(ErrorCode code) noexcept;
 
 /// Keeps the last error of the thread over its scope.

@@ -1,5 +1,8 @@
 /// FTP sessions (RFC 959), from the side of the client.
 ///
+/// Programs use CFtp (transport/ftp.h), which shows the handles and error values of this header; its
+/// operations are for the library alone.
+///
 /// What is open is named by handles: an internet handle holds time-outs, a connection handle stands
 /// for one control connection to one server, logged in, and a find handle for the answer to one
 /// search. A handle is a number that is never given twice. Copies of it name the same thing,
@@ -110,8 +113,10 @@ bool GetFtpFile(FtpHandle connection, std::wstring_view remote_name, const std::
 /// answers within the time-out of a reply; what is left of the remote file is the server's choice.
 bool PutFtpFile(FtpHandle connection, const std::wstring& local, std::wstring_view remote_name);
 
+/// Gives a remote file another name (RNFR, RNTO). Whether that replaces a file is the server's choice.
 bool RenameFtpFile(FtpHandle connection, std::wstring_view old_name, std::wstring_view new_name);
 
+/// Removes a remote file (DELE).
 bool DeleteFtpFile(FtpHandle connection, std::wstring_view remote_name);
 
 /// The size of a remote file in bytes, as the server tells it for a binary transfer (SIZE, RFC

@@ -20,8 +20,9 @@ inline constexpr int kFolderCommonAppData = 35;  ///< application data of all us
 /// The path in the library's own form: every slash becomes a backslash.
 std::wstring InternalPath(std::wstring_view path);
 
-/// A path in the form that this machine's own programs use, to the library's form, and back.
+/// A path in the form that this machine's own programs use, in the library's form.
 TQ_EXPORT std::wstring PathFromNative(std::string_view native);
+/// And back: where a path of the library lies on this machine.
 TQ_EXPORT std::string PathToNative(std::wstring_view path);
 
 /// The folder with a number, without a backslash at its end; nothing for a number that is not known

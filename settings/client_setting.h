@@ -13,8 +13,7 @@ namespace vk::tq {
 /// PrinterInfoCycle alone in the section "Thread". `config.ini`, which the print processor reads,
 /// is "\PrintProcessor\config.ini" behind the same folder. No operation takes a lock of its own;
 /// two programs that write different keys of one file both succeed, two that write one key race to
-/// the last write. Values, ranges and what a bad value does stand in docs/settings.md; the tables
-/// of all keys are settings/client_setting_table.h and settings/client_setting_writer_table.h. A
+/// the last write. Values, ranges and what a bad value does stand in docs/settings.md. A
 /// text is written on one line: a line break in it becomes a blank, and a NUL ends it.
 class TQ_EXPORT CClientSetting : public CObject {
  public:

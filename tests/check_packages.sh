@@ -91,7 +91,7 @@ check_tool() {
   version=$("$root/usr/bin/tqctl" --version)
   [[ $version == *"$(dpkg-deb -f "$tools" Version | cut -d- -f1)"* ]] || fail "tqctl --version printed: $version"
   bash -n "$root/usr/share/bash-completion/completions/tqctl"
-  grep -q '^\.TH' "$root/usr/share/man/man1/tqctl.1" || fail 'the manual page of tqctl has no title'
+  grep -q '^\.Dt TQCTL 1' "$root/usr/share/man/man1/tqctl.1" || fail 'the manual page of tqctl has no title'
 }
 
 rm -rf "$work"

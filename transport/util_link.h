@@ -25,7 +25,7 @@ struct IP_ADDR_STRING {
 ///
 /// The questions are DNS queries of type PTR (RFC 1035) to the servers of the machine's
 /// configuration. They pass every cache and the hosts file, so a name that DNS does not know is not
-/// found. The operations block for the length of the queries; platform/dns.h tells their limits.
+/// found. The operations block for the length of the queries: at most 9 seconds for each server.
 ///
 /// A DNS status is 0, or 9001 format error, 9002 server failure, 9003 no such name, 9004 not
 /// implemented, 9005 refused, 9501 no PTR record, 9502 bad packet, 1460 no answer in time, 123 the
@@ -50,7 +50,7 @@ class TQ_EXPORT CUtilLink {
   /// stays.
   ///
   /// Of the cache string only the first two pieces between "@" are read. A name from DNS holds no
-  /// "@": platform/dns.h writes one as "\064".
+  /// "@": it stands there as "\064" (RFC 1035, 5.1).
   static int ConformFQDN(const CString& address, CString& name, CString& cache, int tries,
                          int valid_minutes, std::int64_t& resolve_time);
 
