@@ -44,8 +44,6 @@ class InputFile {
   InputFile() = default;
   InputFile(const InputFile&) = delete;
   InputFile& operator=(const InputFile&) = delete;
-  InputFile(InputFile&& other) noexcept;
-  InputFile& operator=(InputFile&& other) noexcept;
   ~InputFile();
 
   /// A directory fails with 5. Also tells the status that the file then has.

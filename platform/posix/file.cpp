@@ -67,16 +67,6 @@ bool IsSameFile(const std::wstring& left, const std::wstring& right) {
          left_info.st_dev == right_info.st_dev && left_info.st_ino == right_info.st_ino;
 }
 
-InputFile::InputFile(InputFile&& other) noexcept
-    : handle_(std::exchange(other.handle_, kClosed)), size_(other.size_), left_(other.left_) {}
-
-InputFile& InputFile::operator=(InputFile&& other) noexcept {
-  std::swap(handle_, other.handle_);
-  std::swap(size_, other.size_);
-  std::swap(left_, other.left_);
-  return *this;
-}
-
 InputFile::~InputFile() { FileDescriptor close(static_cast<int>(handle_)); }
 
 bool InputFile::Open(const std::wstring& path, FileStatus& status) {

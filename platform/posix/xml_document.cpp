@@ -575,7 +575,6 @@ struct XmlDocument::Impl {
 
 XmlDocument::XmlDocument() : impl_(std::make_unique<Impl>()) {}
 XmlDocument::XmlDocument(XmlDocument&&) noexcept = default;
-XmlDocument& XmlDocument::operator=(XmlDocument&&) noexcept = default;
 XmlDocument::~XmlDocument() = default;
 
 XmlElement XmlDocument::CreateRoot(std::wstring_view name) {
