@@ -208,6 +208,9 @@ TEST_F(FileTest, AReadFollowsLinksOfTheCallerAlone) {
   fs::create_symlink("secret", native("own"));
   fs::create_symlink("own", native("twice"));
   EXPECT_TRUE(ReadFile(path(L"twice")));
+  fs::create_symlink("loop", native("loop"));
+  EXPECT_FALSE(ReadFile(path(L"loop")));
+  EXPECT_EQ(5U, GetLastError());
   if (getuid() != 0) GTEST_SKIP() << "another user's link takes root to make";
   fs::create_symlink("secret", native("planted"));
   ASSERT_EQ(0, lchown(native("planted").c_str(), 65534, 65534));

@@ -157,6 +157,7 @@ TEST_F(FtpSessionTest, TakesNoReplyOfAnotherKind) {
   const std::pair<std::string, std::string> cases[] = {
       {"CWD", "150 soon\r\n150 sooner\r\n250 there"},
       {"CWD", "350 and what?"},
+      {"CWD", "2x0 no number"},
       {"DELE", "331 password?"},
       {"SIZE", "350 5"},
       {"TYPE", "300 hm"},

@@ -80,10 +80,6 @@ TEST(PathTest, TheUsersFolder) {
   EXPECT_EQ(PathFromNative(std::string(account->pw_dir) + "/.local/share"), SpecialFolder(26));
 }
 
-TEST(PathTest, TheProgramIsThisOne) {
-  EXPECT_TRUE(fs::equivalent("/proc/self/exe", PathToNative(ProgramPath())));
-}
-
 TEST(PathTest, TemporaryFilesArePrivateAndNew) {
   const TempFolder temp;
   const ScopedEnvironment folder("TMPDIR", temp.native().c_str());

@@ -264,21 +264,5 @@ TEST_F(ProfileTest, AFileThatIsReplacedMeanwhileIsOpenedAnew) {
   EXPECT_EQ("[A]\ny=1\nx=2\n", Bytes());
 }
 
-TEST_F(ProfileTest, TenThousandEntriesAreAnsweredFromOneParse) {
-  std::string bytes = "[List]\r\n";
-  for (int i = 0; i < 10'000; ++i)
-    bytes += "User" + std::to_string(i) + "=" + std::to_string(i) + "\r\n";
-  Write(bytes);
-  const auto begin = std::chrono::steady_clock::now();
-  const Profile profile(path_);
-  const auto names = profile.KeyNames(L"List", 1'000'000);
-  ASSERT_EQ(10'000U, names.size());
-  for (std::size_t i = 0; i < names.size(); ++i) {
-    EXPECT_EQ(static_cast<int>(i), profile.GetInt(L"LIST", names[i], -1));
-  }
-  // Ten thousand searches from the beginning would take longer.
-  EXPECT_LT(std::chrono::steady_clock::now() - begin, std::chrono::seconds(2));
-}
-
 }  // namespace
 }  // namespace vk::tq::testing

@@ -121,21 +121,5 @@ TEST_F(StdioFileTest, WritesBehindTheEndInTheFormOfTheFile) {
   EXPECT_EQ(write("a\n", CStdioFile::modeWrite), "a\n\x83\x67,1\r\n");
 }
 
-TEST_F(StdioFileTest, AnObjectOpensOneFileAfterAnother) {
-  WriteNative(native("a"),
-              "\xEF\xBB\xBF"
-              "1\n2\n");
-  WriteNative(native("b"), "3");
-  CStdioFile file;
-  ASSERT_TRUE(file.Open(path(L"a").c_str(), CStdioFile::modeRead));
-  CString line;
-  EXPECT_TRUE(file.ReadString(line));
-  EXPECT_EQ(line, L"1");
-  ASSERT_TRUE(file.Open(path(L"b").c_str(), CStdioFile::modeRead));
-  EXPECT_EQ(Rest(file), Texts{L"3"});
-  EXPECT_TRUE(file.Close());
-  EXPECT_FALSE(file.ReadString(line));
-}
-
 }  // namespace
 }  // namespace vk::tq::testing

@@ -103,6 +103,7 @@ TEST(SystemInfoTest, ThisMachineAnswers) {
   EXPECT_EQ(kErrorSuccess, CurrentMachine().Network(parameters, room));
   EXPECT_EQ(room, parameters.dns_servers.size());
   EXPECT_NE(L"", parameters.host_name);
+  EXPECT_FALSE(CurrentMachine().NameServers().empty());
   std::size_t count = 0;
   EXPECT_EQ(kErrorInsufficientBuffer, CurrentMachine().Ipv4Addresses(nullptr, count));
   std::vector<Ipv4Address> addresses(count);

@@ -153,6 +153,7 @@ TEST(TextTest, UndecodableBytesDoNotSwallowWhatFollows) {
   EXPECT_EQ(L"\uFFFDあ", Decode(kCodePage932, "\x81\xFF\x82\xA0")) << "an undefined pair";
   EXPECT_EQ(L"あ\uFFFD", Decode(kCodePage932, "\x82\xA0\x82")) << "cut off";
   EXPECT_EQ(L"α\uFFFDα", Decode(1253, "\xE1\xFF\xE1"));
+  EXPECT_EQ(L"中\uFFFD\"", Decode(936, "\xD6\xD0\xD6\""));
 }
 
 TEST(TextTest, OtherCodePages) {

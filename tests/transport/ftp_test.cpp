@@ -583,6 +583,35 @@ TEST_F(ScriptedFtpTest, SendsNothingForANameThatWouldBeACommand) {
   EXPECT_EQ(peer_.connections(), static_cast<int>(std::size(names)));
 }
 
+// Somebody closes the connection while a size is compared, here a log sink: the search is gone with it.
+TEST_F(ScriptedFtpTest, TellsOfASearchThatIsClosedAlready) {
+  struct Closer : LogSink {
+    explicit Closer(CFtp& which) : ftp(which) {}
+    void Write(const LogRecord& record) override {
+      if (record.number == 13130050) ftp.FtpDisConnect();
+      last = LogLine{
+          record.level, record.number, std::wstring(record.function), std::wstring(record.message),
+          {},           record.code};
+    }
+    CFtp& ftp;
+    LogLine last;
+  };
+  peer_.On("LIST", [](Session& session, const std::string&) {
+    session.Reply("150 here it comes");
+    session.SendData("-rw-r--r-- 1 a b 5 Jan  1 00:00 a\r\n");
+    session.CloseData();
+    session.Reply("226 that was it");
+    return true;
+  });
+  Connect();
+  const auto sink = std::make_shared<Closer>(ftp_);
+  InstallLogSink(sink);
+  EXPECT_EQ(ftp_.FtpSizeVerifyFindFirst(nullptr, L"a", 6), 0);
+  InstallLogSink(nullptr);
+  EXPECT_EQ(sink->last, Line(3, 130045, L"FtpSizeVerifyFindFirst",
+                             L"インターネットサービス切断エラーが発生しました。 エラー[6]", 6));
+}
+
 TEST(FtpPathTest, MakesALocalPath) {
   EXPECT_EQ(CFtp::MakeLocalPath(L"C:\\out", L"a.xml"), L"C:\\out\\a.xml");
   EXPECT_EQ(CFtp::MakeLocalPath(L"C:\\out\\", L"a.xml"), L"C:\\out\\a.xml");
