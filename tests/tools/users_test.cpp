@@ -16,7 +16,9 @@ TEST_F(UsersTool, UserDataIsSetFieldByFieldInEachOfItsPlaces) {
       {{"--service"}, product_native("data/DATA.XML")},
       {{"--shared"}, product_native("data/Shared.XML")},
   };
-  for (const auto& [option, file] : places) {
+  for (const auto& place : places) {
+    const std::vector<std::string>& option = place.option;
+    const std::string& file = place.file;
     const auto with = [&](std::vector<std::string> arguments) {
       arguments.insert(arguments.end(), option.begin(), option.end());
       return arguments;

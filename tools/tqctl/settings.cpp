@@ -150,7 +150,8 @@ std::wstring Enciphered(const std::wstring& text) {
 
 // Read cuts blanks off both, and takes an empty one for a missing one.
 void RefuseBlanks(const std::wstring& text, const wchar_t* what) {
-  if (!text.empty() && !std::iswspace(text.front()) && !std::iswspace(text.back())) return;
+  const auto is_blank = [](wchar_t c) { return std::iswspace(static_cast<std::wint_t>(c)) != 0; };
+  if (!text.empty() && !is_blank(text.front()) && !is_blank(text.back())) return;
   throw UsageError(std::wstring(what) +
                    L" is empty, or has a blank at one of its ends, which the suite cuts off.");
 }
