@@ -134,7 +134,10 @@ TEST_P(KilledWriterTest, LeavesTheOldOrTheNew) {
   int inside = 0;
   int kept = 0;
   int abandoned = 0;
-  for (int round = 0; round < GetParam().kills; ++round) {
+  // A build with sanitizers is slow to fork: it ends earlier, and says how many it was.
+  const auto end = steady_clock::now() + std::chrono::seconds(10);
+  int round = 0;
+  for (; round < GetParam().kills && (round < 20 || steady_clock::now() < end); ++round) {
     Prepare(last);
     ChildProcess victim([&] {
       RunVictim(last, kMostWrites);
@@ -160,8 +163,8 @@ TEST_P(KilledWriterTest, LeavesTheOldOrTheNew) {
   std::printf(
       "%s, seed %d: %d kills within %.2f ms, %d inside a write, %d left the old version, "
       "%d left the lock abandoned\n",
-      GetParam().name, Seed(), GetParam().kills, static_cast<double>(time.count()) / 1e6, inside,
-      kept, abandoned);
+      GetParam().name, Seed(), round, static_cast<double>(time.count()) / 1e6, inside, kept,
+      abandoned);
   EXPECT_GT(inside, 0);
 }
 
