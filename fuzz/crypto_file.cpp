@@ -1,5 +1,10 @@
-// Enciphered files. Input: a mode, the file.
+// Enciphered files. Input: a mode, the file; with mode 3 a line (the size that the mark of a second copy
+// gives), a line (the size of the file), and what the file is filled with.
+#include <fcntl.h>
+
 #include "fuzz/support.h"
+#include "platform/posix/native.h"
+#include "platform/posix/spare_copy.h"
 #include "storage/crypto.h"
 
 using namespace vk::tq;
@@ -42,6 +47,30 @@ void CheckPlainFile(const Sandbox& sandbox, std::string_view bytes) {
           "at least one of them, up to a whole block");
 }
 
+// A file that ends in the mark of a second copy, which a killed writer left or somebody forged.
+void CheckSecondCopy(const Sandbox& sandbox, Input input) {
+  const auto claimed = static_cast<std::uint64_t>(ParseInt(Wide(input.Line())));
+  const auto size = static_cast<std::size_t>(ParseInt(Wide(input.Line())) & 0x3FFF);
+  std::string bytes;
+  while (bytes.size() < size && !input.IsEmpty()) bytes += input.Rest();
+  bytes.resize(size);
+  sandbox.Write(sandbox.Native("cipher"), bytes);
+  {
+    const FileDescriptor file(open(sandbox.Native("cipher").c_str(), O_RDWR | O_CLOEXEC));
+    Require(internal::AppendSpareCopy(file.get(), size, "", 0), "a mark can be made");
+    Require(internal::WriteAt(file.get(), &claimed, sizeof claimed, size), "and forged");
+  }
+  const bool counts = claimed > internal::kPageSize && claimed <= size / 2;
+  CCrypto crypto;
+  Require(crypto.DecryptFileMake(sandbox.Path("cipher"), sandbox.Path("plain")) == 0,
+          "a file can be deciphered");
+  const std::uint64_t taken =
+      counts ? claimed : std::filesystem::file_size(sandbox.Native("cipher"));
+  Require(std::filesystem::file_size(sandbox.Native("plain")) == (taken + 15) / 16 * 16,
+          "a copy that lies behind its place counts, no other");
+  CheckText(sandbox, Wide(bytes));
+}
+
 }  // namespace
 
 TQ_FUZZ_TARGET(input) {
@@ -53,6 +82,8 @@ TQ_FUZZ_TARGET(input) {
       return CheckText(sandbox, Wide(input.Rest()));
     case 2:
       return CheckPlainFile(sandbox, input.Rest());
+    case 3:
+      return CheckSecondCopy(sandbox, input);
     default:
       return;
   }
