@@ -3,7 +3,7 @@
 PRESET ?= release
 PREFIX ?= /usr/local
 
-.PHONY: demo test bench coverage fuzz docs pictures package abi format lint install build configure tools-needed
+.PHONY: demo test bench coverage memcheck fuzz docs pictures package abi format lint install build configure tools-needed
 .DEFAULT_GOAL := build
 
 tools-needed:
@@ -31,6 +31,11 @@ bench: tools-needed
 coverage:
 	@scripts/install-packages gcovr
 	@scripts/coverage
+
+# Runs the tests under valgrind.
+memcheck:
+	@scripts/install-packages valgrind
+	@scripts/memcheck
 
 # Runs the fuzz targets, or TARGET alone, for SECONDS each: make fuzz SECONDS=600 TARGET=ini
 SECONDS ?= 20
