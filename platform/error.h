@@ -69,6 +69,10 @@ class LastErrorKeeper {
   ErrorCode code_;
 };
 
+/// Whether an error value tells of a moment, in which descriptors, memory or a device failed, and so
+/// nothing of the file that was asked for: it is neither missing nor refused.
+bool IsPassing(ErrorCode code) noexcept;
+
 /// The C run-time errno value for an error value, for those interfaces that report errno. EIO when
 /// none fits.
 int ErrnoFromError(ErrorCode code) noexcept;

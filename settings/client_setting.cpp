@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cstddef>
+#include <stdexcept>
 #include <string>
 #include <string_view>
 #include <variant>
@@ -185,6 +186,8 @@ class CClientSetting::Reader {
     try {
       return CCrypto().DecryptByTripleDESToByteArray(bytes);
     } catch (const CInvalidArgException&) {
+      return {};
+    } catch (const std::runtime_error&) {
       return {};
     }
   }

@@ -157,8 +157,9 @@ CString CCrypto::ComputeHash(const CString& text) {
 
 void CCrypto::GetBytesKey(CByteArray& key) {
   InputFile file;
-  if (!file.Open(CUtil::GetSpecialFolderPath(kFolderCommonAppData) + m_strKeyFile)) return;
-  const std::optional<FileStatus> status = file.Status();
+  const bool is_open = file.Open(CUtil::GetSpecialFolderPath(kFolderCommonAppData) + m_strKeyFile);
+  if (!is_open && !IsPassing(GetLastError())) return;
+  const std::optional<FileStatus> status = is_open ? file.Status() : std::nullopt;
   // Without its contents the key would be that of no key file, and nothing would tell.
   if (!status) throw std::runtime_error("the key file cannot be read");
   if (status->size > kLongestKeyFile) throw CInvalidArgException();

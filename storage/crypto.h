@@ -17,8 +17,8 @@ enum class CipherDirection;
 /// operation that ciphers, so one file is enciphered under one key. Its contents are taken as text
 /// of the ANSI code page, up to their first NUL. The MD5 hash of that text (RFC 1321) as 32
 /// upper-case digits, reordered and fitted, gives the AES key and the chaining block. A key file
-/// that is missing, empty or cannot be opened leaves both zero; one that is open and cannot be read
-/// throws std::runtime_error. One of more than 33 bytes, or one of
+/// that is missing, empty or may not be opened leaves both zero; one that cannot be opened for want
+/// of descriptors or memory, or cannot be read, throws std::runtime_error. One of more than 33 bytes, or one of
 /// 2 bytes or more that begins with a NUL, makes every operation, except on an empty file, throw
 /// CInvalidArgException before it changes anything. Keys and plain bytes are wiped.
 ///

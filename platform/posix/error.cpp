@@ -169,6 +169,12 @@ ErrorCode ErrorFromErrno(int error_number) noexcept {
   return found != std::end(kErrnoTable) ? found->code : kErrorGenFailure;
 }
 
+bool IsPassing(ErrorCode code) noexcept {
+  return code == kErrorTooManyOpenFiles || code == kErrorNotEnoughMemory ||
+         code == kErrorNoSystemResources || code == kErrorIoDevice ||
+         code == kErrorOperationAborted;
+}
+
 int ErrnoFromError(ErrorCode code) noexcept {
   for (const auto& pair : kNearestErrno) {
     if (pair.code == code) return pair.error_number;
