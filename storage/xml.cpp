@@ -1,6 +1,7 @@
 #include "storage/xml.h"
 
 #include <memory>
+#include <new>
 #include <string_view>
 #include <utility>
 #include <vector>
@@ -52,8 +53,16 @@ constexpr FailureLine kInsertTexts = {130112, L"CXml::InsertXMLValueText",
 constexpr FailureLine kInsertFile = {130111, L"CXml::InsertXMLValue", kWriteElement};
 constexpr FailureLine kUpdateText = {130111, L"CXml::UpdateXMLValueText", kWriteElement};
 
-void LogFailure(const FailureLine& line, const CString& message) {
-  Log4cxxMgr::LogOutDetail(3, line.number, line.function, __LINE__, message);
+// Fills the placeholders, unless there is no memory for that.
+template <class... Texts>
+void LogFailure(const FailureLine& line, const XmlError* error, const Texts&... texts) noexcept {
+  try {
+    const CString description = error != nullptr ? error->Description() : CString();
+    Log4cxxMgr::LogOutDetail(3, line.number, line.function, __LINE__,
+                             Format(line.message, description, texts...));
+  } catch (...) {
+    Log4cxxMgr::LogOutDetail(3, line.number, line.function, __LINE__, line.message);
+  }
 }
 
 // Runs the work of an operation under a handler for every exception, which logs it. An error of the
@@ -65,9 +74,9 @@ bool RunLogged(const FailureLine& line, Work work, const Subjects&... subjects) 
     work();
     return true;
   } catch (const XmlError& error) {
-    LogFailure(line, Format(line.message, error.Description(), std::wstring_view(subjects)...));
+    LogFailure(line, &error, std::wstring_view(subjects)...);
   } catch (...) {
-    LogFailure(line, Format(line.message, L"", ((void)subjects, L"")...));
+    LogFailure(line, nullptr, ((void)subjects, L"")...);
   }
   return false;
 }
@@ -81,7 +90,11 @@ int Read(const FailureLine& line, const CString& xml, Work work, const Subjects&
     work(document);
   };
   if (RunLogged(line, parse_and_work, subjects...)) return 0;
-  Log4cxxMgr::LogOutDetail(2, 130102, line.function, __LINE__, L"XMLデータ：" + xml);
+  try {
+    Log4cxxMgr::LogOutDetail(2, 130102, line.function, __LINE__, L"XMLデータ：" + xml);
+  } catch (const std::bad_alloc&) {
+    // The text alone is lost.
+  }
   return 1;
 }
 

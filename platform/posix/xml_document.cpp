@@ -26,6 +26,29 @@ constexpr int kDeepest = 256;
 
 constexpr std::string_view kDeclaration = "<?xml version=\"1.0\" encoding=\"Shift_JIS\" ?>\n";
 
+// ---- Reports ----
+
+// Takes the reports of libxml2 in this thread for a scope, so that none is printed. A want of memory
+// is remembered.
+class SilentScope {
+ public:
+  SilentScope() : handler_(xmlStructuredError), context_(xmlStructuredErrorContext) {
+    xmlSetStructuredErrorFunc(this, [](void* self, xmlErrorPtr error) {
+      if (error->code == XML_ERR_NO_MEMORY) static_cast<SilentScope*>(self)->lacks_memory_ = true;
+    });
+  }
+  SilentScope(const SilentScope&) = delete;
+  SilentScope& operator=(const SilentScope&) = delete;
+  ~SilentScope() { xmlSetStructuredErrorFunc(context_, handler_); }
+
+  bool lacks_memory() const { return lacks_memory_; }
+
+ private:
+  bool lacks_memory_ = false;
+  xmlStructuredErrorFunc handler_;
+  void* context_;
+};
+
 // ---- Text in and out of the tree, which holds UTF-8 ----
 
 std::string_view ViewOf(const xmlChar* text) {
@@ -161,14 +184,23 @@ struct FreeNode {
 };
 using Node = std::unique_ptr<xmlNode, FreeNode>;
 
+// libxml2 makes a node all the same when it has no memory for what stands in it.
+
 Node NewElement(xmlDoc* document, const std::string& name) {
-  return Node(Require(xmlNewDocRawNode(document, nullptr, PointerTo(name), nullptr)));
+  const SilentScope silent;
+  Node element(Require(xmlNewDocRawNode(document, nullptr, PointerTo(name), nullptr)));
+  Require(element->name);
+  return element;
 }
 
 // Nothing for an empty text.
 Node NewText(const SecureBytes& text) {
   const auto length = static_cast<int>(text.size() - 1);
-  return Node(length == 0 ? nullptr : Require(xmlNewTextLen(PointerTo(text), length)));
+  if (length == 0) return {};
+  const SilentScope silent;
+  Node node(Require(xmlNewTextLen(PointerTo(text), length)));
+  Require(node->content);
+  return node;
 }
 
 xmlNode* AddChild(xmlNode* parent, Node child) {
@@ -208,21 +240,6 @@ void Collect(xmlNode* first, std::span<const xmlChar* const> steps, const Found&
 
 // ---- Parsing ----
 
-// Takes the parser's reports of this thread for a scope, so that none is printed.
-class SilentScope {
- public:
-  SilentScope() : handler_(xmlStructuredError), context_(xmlStructuredErrorContext) {
-    xmlSetStructuredErrorFunc(nullptr, [](void*, xmlErrorPtr) {});
-  }
-  SilentScope(const SilentScope&) = delete;
-  SilentScope& operator=(const SilentScope&) = delete;
-  ~SilentScope() { xmlSetStructuredErrorFunc(context_, handler_); }
-
- private:
-  xmlStructuredErrorFunc handler_;
-  void* context_;
-};
-
 void Refuse(void* context) {
   auto* const parser = static_cast<xmlParserCtxt*>(context);
   parser->wellFormed = 0;
@@ -253,7 +270,10 @@ using Parser = std::unique_ptr<xmlParserCtxt, FreeParser>;
 // The parser reads the bytes where they are: no copy of them is left in its memory.
 Parser ParserOfUtf8(const SecureBytes& text) {
   Parser parser(Require(xmlNewParserCtxt()));
-  inputPush(parser.get(), Require(xmlNewStringInputStream(parser.get(), PointerTo(text))));
+  std::unique_ptr<xmlParserInput, decltype(&xmlFreeInputStream)> input(
+      Require(xmlNewStringInputStream(parser.get(), PointerTo(text))), xmlFreeInputStream);
+  if (inputPush(parser.get(), input.get()) < 0) throw XmlError(XmlError::kOutOfMemory);
+  static_cast<void>(input.release());
   return parser;
 }
 
@@ -285,6 +305,8 @@ Document ParseBytes(const SecureBytes& bytes, Parser (*make_parser)(const Secure
   parser->sax->internalSubset = RefuseDocumentType;
   parser->sax->startElementNs = StartElement;
   xmlParseDocument(parser.get());
+  // What was read up to there would look like a document, and nothing like one that is none.
+  if (silent.lacks_memory()) throw XmlError(XmlError::kOutOfMemory);
   if (parser->wellFormed == 0 || parser->nsWellFormed == 0) return {};
   Document document(std::exchange(parser->myDoc, nullptr));
   if (document != nullptr) DropBlanks(xmlDocGetRootElement(document.get()));
@@ -488,6 +510,7 @@ class Writer {
     if (!encoded) throw XmlError(XmlError::kUnspecified);
     const WipeOnExit wipe(*encoded);
     std::optional<std::wstring> decoded = DecodeText(kCodePage932, *encoded);
+    if (!decoded) throw XmlError(XmlError::kUnspecified);
     const WipeOnExit wipe_decoded(*decoded);
     if (*decoded != text) return false;
     Put(*encoded);
