@@ -70,6 +70,12 @@ int NumberOfName(const CString& name) {
   return ParseInt(name.size() > 3 ? name.substr(name.size() - 3) : name);
 }
 
+bool IsThere(const CString& path) {
+  if (GetFileStatus(path)) return true;
+  if (IsPassing(GetLastError())) throw std::runtime_error("a status file cannot be asked for");
+  return false;
+}
+
 constexpr const wchar_t* kReadStatus = L"CManageFileAccess::ReadManageFileStatus";
 
 void LogStatusRead(const wchar_t* function, int line, int status, const CString& path) {
@@ -104,7 +110,7 @@ int ReadOneByteStatus(const CString& path, std::int32_t& status) {
         Format(L"管理ファイル１(ステータス)の読み込みに失敗しました errno = %d",
                got ? 0 : ErrnoFromError(GetLastError())),
         path);
-    return 1;
+    return got ? 1 : 0;
   }
   status = byte;
   LogStatusRead(kReadStatus, __LINE__, status, path);
@@ -172,10 +178,21 @@ void Normalise(CString& value, std::wstring_view allowed) {
 CManageFileAccess::CManageFileAccess(const wchar_t* name) {
   if (name == nullptr) return;
   info_file_name_ = InternalPath(name);
+  Bind();
+  InitManageData();
+}
+
+void CManageFileAccess::Bind() {
   const CString base = BasePath(info_file_name_);
   const auto first = FindFirstOfFamily(base);
+  is_bound_ = first || !IsPassing(GetLastError());
   info_file_name_ = Format(L"%s.%03d", base, first ? NumberOfName(first->name) : 0);
-  InitManageData();
+}
+
+void CManageFileAccess::RequireBinding() {
+  if (!is_bound_) Bind();
+  // Under the name of a new job a second numbered file would come to be.
+  if (!is_bound_) throw std::runtime_error("the files of the job cannot be searched");
 }
 
 CManageFileAccess::~CManageFileAccess() { InitManageData(); }
@@ -297,17 +314,18 @@ int CManageFileAccess::ReadManageFileStatus() {
                      L"管理ファイル１(ステータス)の読み込み処理で予期せぬエラーが発生しました。",
                      Detail::kPath, &path},
                     [&](int& result) {
+                      RequireBinding();
                       record_.ManageStatus = NumberOfName(info_file_name_);
                       result = 1;
                       if (record_.ManageStatus != kStatusInFile) return;
                       const CString base = BasePath(info_file_name_);
                       path = base + L".dat";
-                      if (GetFileStatus(path)) {
+                      if (IsThere(path)) {
                         result = ReadOneByteStatus(path, record_.ManageStatus);
                         return;
                       }
                       path = base + L".dat2";
-                      if (!GetFileStatus(path)) return;
+                      if (!IsThere(path)) return;
                       const Profile profile(path);
                       record_.ManageStatus = profile.GetInt(kInformation, L"ManageStatus", 1);
                       record_.PrinterIpAddress =
@@ -323,11 +341,12 @@ int CManageFileAccess::ReadManageFileStatusINI() {
                      L"管理ファイル１(ステータス)の読み込み処理で予期せぬエラーが発生しました。",
                      Detail::kPath, &path},
                     [&](int& result) {
+                      RequireBinding();
                       record_.ManageStatus = NumberOfName(info_file_name_);
                       result = 1;
                       if (record_.ManageStatus != kStatusInFile) return;
                       path = BasePath(info_file_name_) + L".dat";
-                      if (!GetFileStatus(path)) return;
+                      if (!IsThere(path)) return;
                       const int status = Profile(path).GetInt(kInformation, L"ManageStatus", -1);
                       if (status == -1) {
                         Log4cxxMgr::LogOutDetail(
@@ -348,6 +367,7 @@ int CManageFileAccess::WriteManageFileStatus(int flag) {
   return RunGuarded({5, 120600140, L"CManageFileAccess::WriteManageFileStatus",
                      L"管理ファイル１(ステータス)の書き込み処理で予期せぬエラーが発生しました。"},
                     [&](int& result) {
+                      RequireBinding();
                       const CString base = BasePath(info_file_name_);
                       RequireJobName(base);
                       if (flag == 0) RequireStatusInName(record_.ManageStatus);
@@ -400,6 +420,7 @@ void CManageFileAccess::WriteStatusFile(const CString& path) {
 int CManageFileAccess::ReadManageFileInformation() {
   constexpr const wchar_t* kFunction = L"CManageFileAccess::ReadManageFileInformation";
   const auto read = [&](int& result) {
+    RequireBinding();
     const auto status = GetFileStatus(info_file_name_);
     if (!status) {
       Log4cxxMgr::LogOutDetail(5, 120600160, kFunction, __LINE__,
@@ -416,6 +437,7 @@ int CManageFileAccess::ReadManageFileInformation() {
       record_.FileTime = status->last_write();
       return;
     }
+    if (outcome != StoredRecord::Result::kDone) throw std::runtime_error("no search in the record");
     // An element that is missing leaves its field as it was.
     for (const ManageFileText& element : kManageFileTexts) {
       if (const CString* text = stored.Find(element.name)) record_.*element.field = *text;
@@ -438,6 +460,7 @@ int CManageFileAccess::ReadManageFileInformation() {
 int CManageFileAccess::WriteManageFileInformation() {
   constexpr const wchar_t* kFunction = L"CManageFileAccess::WriteManageFileInformation";
   const auto write = [&](int& result) {
+    RequireBinding();
     RequireJobName(BasePath(info_file_name_));
     StoredRecord stored(kRecordName);
     for (const ManageFileText& element : kManageFileTexts) {
