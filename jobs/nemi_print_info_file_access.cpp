@@ -59,7 +59,6 @@ CString PathOf(const wchar_t* path) { return path == nullptr ? CString() : Inter
 struct CNemiPrintInfoFileAccess::GuardedOperation {
   ExceptionLine exception;
   int lock_number;
-  int without_lock = 0;  // the result
 };
 
 HANDLE CNemiPrintInfoFileAccess::GetMutex(SECURITY_ATTRIBUTES* attributes) {
@@ -77,7 +76,7 @@ int CNemiPrintInfoFileAccess::RunUnderLock(const GuardedOperation& operation, co
     }
     return mutex;
   };
-  return RunLocked(take, operation.without_lock, operation.exception, work);
+  return RunLocked(take, 0, operation.exception, work);
 }
 
 CNemiPrintInfoFileAccess::CNemiPrintInfoFileAccess(const wchar_t* path)
@@ -157,14 +156,19 @@ int CNemiPrintInfoFileAccess::Move(const wchar_t* directory) {
        L"ネミ印刷情報ファイルの移動処理で予期せぬエラーが発生しました。"},
       101002};
   const wchar_t* function = kMove.exception.function;
-  const CString target = PathOf(directory);
-  if (file_name_.empty()) return Failure(101013, function, __LINE__, kNoPath);
-  if (IsExist(target) == 0) {
-    return Failure(101013, function, __LINE__, L"移動先フォルダが存在しません。");
-  }
-  if (IsExist() == 0) return Failure(101001, function, __LINE__, kNoFile);
-  return RunUnderLock(kMove, [&](int& result) {
-    result = MoveTo(target + L"\\" + GetFileName(file_name_.c_str()) + L".xml");
+  return RunGuarded(kMove.exception, [&](int& result) {
+    const CString target = PathOf(directory);
+    if (file_name_.empty()) {
+      Failure(101013, function, __LINE__, kNoPath);
+    } else if (IsExist(target) == 0) {
+      Failure(101013, function, __LINE__, L"移動先フォルダが存在しません。");
+    } else if (IsExist() == 0) {
+      Failure(101001, function, __LINE__, kNoFile);
+    } else {
+      result = RunUnderLock(kMove, [&](int& moved) {
+        moved = MoveTo(target + L"\\" + GetFileName(file_name_.c_str()) + L".xml");
+      });
+    }
   });
 }
 
@@ -181,8 +185,7 @@ int CNemiPrintInfoFileAccess::IsExist() {
   static constexpr GuardedOperation kTest = {
       {4, 0, L"CNemiPrintInfoFileAccess::IsExist",
        L"ネミ印刷情報ファイルの存在確認処理で例外が発生しました。"},
-      100920,
-      1};
+      100920};
   return TestUnderLock(kTest, file_name_);
 }
 
@@ -190,14 +193,17 @@ int CNemiPrintInfoFileAccess::IsExist(const CString& path) {
   static constexpr GuardedOperation kTest = {
       {4, 0, L"CNemiPrintInfoFileAccess::IsExist",
        L"ネミ印刷情報ファイルの存在確認処理（直接指定）で例外が発生しました。"},
-      100921,
-      1};
+      100921};
   return TestUnderLock(kTest, path);
 }
 
 int CNemiPrintInfoFileAccess::TestUnderLock(const GuardedOperation& operation,
                                             const CString& path) {
-  return RunUnderLock(operation, [&](int& result) { result = GetFileStatus(path) ? 1 : 0; });
+  // What cannot be told, the caller meets in its next step.
+  bool is_missing = false;
+  RunUnderLock(operation,
+               [&](int&) { is_missing = !GetFileStatus(path) && !IsPassing(GetLastError()); });
+  return is_missing ? 0 : 1;
 }
 
 CString CNemiPrintInfoFileAccess::GetFileName(const wchar_t* path) {

@@ -62,8 +62,8 @@ class TQ_EXPORT CNemiPrintInfoFileAccess : private LockOperations {
   /// object still names the old path afterwards.
   int Move(const wchar_t* directory);
 
-  /// 1 when the file or a directory of that name exists, and also when the lock cannot be had: the
-  /// caller goes on and meets that failure in its next step.
+  /// 1 when the file or a directory of that name exists, and also when the lock cannot be had or
+  /// something else fails: the caller goes on and meets that failure in its next step.
   int IsExist();
 
   /// The record, to read and change directly; nothing of it reaches the disk before a write.
