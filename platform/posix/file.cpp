@@ -236,7 +236,8 @@ bool InPlaceWriter::Write(const void* data, std::size_t size) {
 bool InPlaceWriter::Commit(std::uint64_t size) {
   FileDescriptor fd(static_cast<int>(std::exchange(handle_, -1)));
   written_ = 0;
-  const bool is_whole = ftruncate(fd.get(), static_cast<off_t>(size)) == 0;
+  const auto cut = [&] { return ftruncate(fd.get(), static_cast<off_t>(size)); };
+  const bool is_whole = RetryInterrupted(cut) == 0;
   if (is_whole && is_unnamed_ && !NameFile(fd.get(), native_path_)) return FailWithErrno();
   if (is_whole && close(fd.Release()) == 0) return true;
   FailWithErrno();
@@ -285,8 +286,12 @@ void RemoveOtherNumbers(const std::wstring& path) {
 bool RenameByLink(const std::wstring& from, const std::wstring& to) {
   RemoveOtherNumbers(from);
   const std::string old_name = PathToNative(from);
-  if (link(old_name.c_str(), PathToNative(to).c_str()) != 0) return FailWithErrno();
-  return unlink(old_name.c_str()) == 0 || FailWithErrno();
+  const std::string new_name = PathToNative(to);
+  if (link(old_name.c_str(), new_name.c_str()) != 0) return FailWithErrno();
+  if (unlink(old_name.c_str()) == 0) return true;
+  FailWithErrno();
+  unlink(new_name.c_str());  // one file must not go by two names
+  return false;
 }
 
 }  // namespace

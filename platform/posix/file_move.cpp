@@ -104,10 +104,10 @@ class HiddenFile {
   bool TakeHiddenName(const Take& take) {
     static std::atomic<unsigned> counter = 0;
     for (int attempt = 0; attempt < 100; ++attempt) {
-      const std::string name = ParentOf(target_) + "/.move-" + std::to_string(getpid()) + "-" +
-                               std::to_string(counter++);
+      std::string name = ParentOf(target_) + "/.move-" + std::to_string(getpid()) + "-" +
+                         std::to_string(counter++);
       if (take(name.c_str())) {
-        name_ = name;
+        name_ = std::move(name);  // which cannot fail and leave the file there
         return true;
       }
       if (errno != EEXIST) break;

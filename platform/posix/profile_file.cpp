@@ -139,7 +139,10 @@ bool ProfileFile::IsStillNamed() const {
 bool ProfileFile::Reserve(std::size_t size) {
   if (size <= bytes_.size()) return true;
   const auto old_size = static_cast<off_t>(bytes_.size());
-  if (fallocate(file_.get(), 0, old_size, static_cast<off_t>(size) - old_size) == 0) return true;
+  const auto reserve = [&] {
+    return fallocate(file_.get(), 0, old_size, static_cast<off_t>(size) - old_size);
+  };
+  if (RetryInterrupted(reserve) == 0) return true;
   if (errno == EOPNOTSUPP || errno == ENOSYS) return true;
   return FailWithErrno();
 }
@@ -175,8 +178,8 @@ bool ProfileFile::Replace(std::string_view bytes) {
     Restore(begin);
     return false;
   }
-  if (bytes.size() < bytes_.size() &&
-      ftruncate(file_.get(), static_cast<off_t>(bytes.size())) != 0) {
+  const auto cut = [&] { return ftruncate(file_.get(), static_cast<off_t>(bytes.size())); };
+  if (bytes.size() < bytes_.size() && RetryInterrupted(cut) != 0) {
     Restore(begin);
     return FailWithErrno();
   }
