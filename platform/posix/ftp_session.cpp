@@ -33,6 +33,12 @@ using Thing = std::variant<std::shared_ptr<Internet>, std::shared_ptr<FtpConnect
 // Every open handle. A thing lives on while an operation uses it, also when its handle is closed.
 class HandleTable {
  public:
+  struct Entry {
+    FtpHandle parent;
+    Thing thing;
+  };
+  using Entries = std::map<FtpHandle, Entry>;
+
   static HandleTable& Get() {
     // Never destroyed, since objects with static storage may hold handles to the very end.
     static HandleTable* table = std::make_unique<HandleTable>().release();
@@ -66,34 +72,23 @@ class HandleTable {
 
   // Takes a handle and all that were made from it out of the table. What they stand for ends with
   // the result, outside the lock: a connection takes leave of its server.
-  std::vector<Thing> Remove(FtpHandle handle) {
-    std::vector<Thing> removed;
+  // It needs no memory: what is open must be closed when there is none.
+  Entries Remove(FtpHandle handle) {
+    Entries removed;
     const std::lock_guard lock(mutex_);
-    RemoveLocked(handle, removed);
+    // A handle is always smaller than those that were made from it.
+    for (auto next = entries_.find(handle); next != entries_.end();) {
+      const auto entry = next++;
+      if (entry->first == handle || removed.contains(entry->second.parent)) {
+        removed.insert(entries_.extract(entry));
+      }
+    }
     return removed;
   }
 
  private:
-  struct Entry {
-    FtpHandle parent;
-    Thing thing;
-  };
-
-  // A handle is always smaller than those that were made from it.
-  void RemoveLocked(FtpHandle handle, std::vector<Thing>& removed) {
-    const auto found = entries_.find(handle);
-    if (found == entries_.end()) return;
-    std::vector<FtpHandle> children;
-    for (auto next = std::next(found); next != entries_.end(); ++next) {
-      if (next->second.parent == handle) children.push_back(next->first);
-    }
-    for (const FtpHandle child : children) RemoveLocked(child, removed);
-    removed.push_back(std::move(entries_.find(handle)->second.thing));
-    entries_.erase(handle);
-  }
-
   std::mutex mutex_;
-  std::map<FtpHandle, Entry> entries_;
+  Entries entries_;
   FtpHandle last_handle_ = kNoFtpHandle;
 };
 
