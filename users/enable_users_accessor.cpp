@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <chrono>
+#include <new>
 #include <string_view>
 #include <utility>
 #include <vector>
@@ -79,11 +80,19 @@ class ScopedTemporaryFile {
   ScopedTemporaryFile& operator=(const ScopedTemporaryFile&) = delete;
   ~ScopedTemporaryFile() {
     const LastErrorKeeper keeper;
-    if (!path_.empty()) RemoveFile(path_);
+    // The name needs memory, which may be there again.
+    for (int attempt = 0; attempt < kAttempts && !path_.empty(); ++attempt) {
+      try {
+        RemoveFile(path_);
+        return;
+      } catch (const std::bad_alloc&) {
+      }
+    }
   }
   const CString& path() const { return path_; }
 
  private:
+  static constexpr int kAttempts = 100;
   CString path_;
 };
 
@@ -150,10 +159,11 @@ void CEnableUsersAccessor::Load(const CString& directory) {
 
 bool CEnableUsersAccessor::FindList(const CString& directory, bool& is_enciphered) {
   m_strListPath = InternalPath(directory + L"\\EnableUsers.dat");
-  is_enciphered = GetFileStatus(m_strListPath).has_value();
+  // One that cannot be asked for must not make way for the other list.
+  is_enciphered = GetFileStatus(m_strListPath) || IsPassing(GetLastError());
   if (is_enciphered) return true;
   m_strListPath = InternalPath(directory + L"\\EnableUsers.ini");
-  if (GetFileStatus(m_strListPath)) return true;
+  if (GetFileStatus(m_strListPath) || IsPassing(GetLastError())) return true;
   LogText(2, kConstructor, __LINE__,
           L"許可ユーザリストファイルが存在しませんでした。ファイル名：%s", m_strListPath);
   return false;

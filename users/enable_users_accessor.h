@@ -42,7 +42,8 @@ class Profile;
 /// error), or when an exception ends the reading.
 ///
 /// An enciphered list is deciphered into a temporary file that only the calling user can open, and
-/// that is removed before the constructor returns, whatever happens.
+/// that is removed before the constructor returns, whatever happens; only where there is no memory
+/// at all, not even for the name, it stays.
 ///
 /// There is no lock: callers make their calls one at a time, and a pointer from GetInstance is
 /// valid until the next GetInstance. A list may change at any time: when it does while it is read,

@@ -1,5 +1,6 @@
 #include "users/user_data_file.h"
 
+#include <new>
 #include <stdexcept>
 #include <utility>
 
@@ -44,10 +45,17 @@ UserDataFile<Record>::UserDataFile(const UserDataFileKind<Record>& kind)
 
 template <class Record>
 int UserDataFile<Record>::IsThere(bool has_to_be_fresh) const {
+  return Presence(has_to_be_fresh).value_or(false) ? 1 : 0;
+}
+
+template <class Record>
+std::optional<bool> UserDataFile<Record>::Presence(bool has_to_be_fresh) const try {
   const auto status = GetFileStatus(m_strFilePath);
-  if (!status) return 0;
-  if (!has_to_be_fresh) return 1;
-  return CurrentClock().Now() - status->last_write().GetTime() <= m_nKeepSeconds ? 1 : 0;
+  if (!status) return IsPassing(GetLastError()) ? std::nullopt : std::optional(false);
+  if (!has_to_be_fresh) return true;
+  return CurrentClock().Now() - status->last_write().GetTime() <= m_nKeepSeconds;
+} catch (const std::bad_alloc&) {
+  return std::nullopt;
 }
 
 template <class Record>
@@ -72,7 +80,7 @@ int UserDataFile<Record>::WriteAll() {
 
 template <class Record>
 int UserDataFile<Record>::Delete() {
-  if (IsThere(kind_.expires) == 0) return 1;
+  if (Presence(kind_.expires) == false) return 1;
   return RunUnderLock({4, 130309, kind_.delete_file, kind_.delete_broke},
                       [this](int& result) { RemoveRecord(result); });
 }

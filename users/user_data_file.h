@@ -3,6 +3,7 @@
 #pragma once
 
 #include <functional>
+#include <optional>
 #include <span>
 
 #include "foundation/file_lock.h"
@@ -112,6 +113,8 @@ class TQ_EXPORT UserDataFile : public CObject, protected LockOperations {
   /// 1 when there is a file, and, if it has to be fresh, when its last write is m_nKeepSeconds ago
   /// at most, in whole seconds. A last write in the future counts as fresh. Takes no lock.
   int IsThere(bool has_to_be_fresh) const;
+  /// The same; nothing when the file's status cannot be told.
+  std::optional<bool> Presence(bool has_to_be_fresh) const;
 
   /// Chooses the product's data folder below one of the special folders.
   void SetProductDirectory(int special_folder);

@@ -83,9 +83,16 @@ int CWhiteListFileAccess::Write(const CString& directory) const {
 }
 
 void CWhiteListFileAccess::Add(const CString& kind, const CString& name) {
-  m_arrKinds.Add(kind);
-  m_arrNames.Add(name);
-  Prepare(static_cast<std::size_t>(m_arrNames.GetSize()) - 1);
+  const int size = m_arrNames.GetSize();
+  try {
+    m_arrKinds.Add(kind);
+    m_arrNames.Add(name);
+    Prepare(static_cast<std::size_t>(size));
+  } catch (...) {
+    m_arrKinds.SetSize(size);  // no half of an entry
+    m_arrNames.SetSize(size);
+    throw;
+  }
 }
 
 void CWhiteListFileAccess::Prepare(std::size_t index) {

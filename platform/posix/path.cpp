@@ -154,12 +154,15 @@ std::wstring CreateTemporaryFile(std::wstring_view prefix) {
   std::string folder = EnvironmentOverride("TMPDIR").value_or("/tmp");
   if (folder.front() != '/') folder = "/tmp";
   std::string native = folder + '/' + NameToNative(name) + std::string(kRandomPart);
+  // Whoever has made the file must not fail: nobody else could remove it.
+  std::wstring path = PathFromNative(native);
   const FileDescriptor file(mkostemp(native.data(), O_CLOEXEC));
   if (!file) {
     FailWithErrno();
     return {};
   }
-  return PathFromNative(native);
+  std::copy_n(native.rbegin(), kRandomPart.size(), path.rbegin());
+  return path;
 }
 
 std::optional<std::string> EnvironmentOverride(const char* name) {
