@@ -8,6 +8,7 @@
 #include <variant>
 
 #include "foundation/log.h"
+#include "platform/error.h"
 #include "platform/path.h"
 #include "platform/text.h"
 
@@ -103,7 +104,9 @@ CSystemSetting::CSystemSetting(const wchar_t* path, unsigned int flags)
 int CSystemSetting::LoadFile() {
   Log4cxxMgr::LogOutDetail(0, 0, kLoadFile, __LINE__, L"START");
   if (!Open(path_.c_str(), flags_)) return -1;
+  SetLastError(kErrorSuccess);  // it alone tells a failure from the end
   while (ReadCSV() == 1) StoreRow();
+  if (GetLastError() != kErrorSuccess) return -1;
   LogSettings();
   Log4cxxMgr::LogOutDetail(0, 0, kLoadFile, __LINE__, L"END");
   return 0;

@@ -23,8 +23,8 @@ class TQ_EXPORT CSystemSetting : public CStdioFile {
   CSystemSetting(const wchar_t* path, unsigned int flags);
 
   /// Opens the file, which stays open, and loads all rows. 0 when it was opened and read to its
-  /// end, -1 when it could not be opened: then the settings keep their defaults, and the last error
-  /// says why.
+  /// end, -1 when it could not be opened: then the settings keep their defaults. -1 as well when it
+  /// could not be read further: then the rows before are loaded. The last error says why.
   ///
   /// Log, as "CSystemSetting::LoadFile": "START" and, unless the result is -1, "END" at level 0;
   /// each row's key at level 1, number 101300010; at the end each setting at level 2, number
