@@ -170,10 +170,11 @@ void DnsPeer::ServeTcp() {
   while (stop_.Wait(tcp_.get(), POLLIN)) {
     const Socket client(accept4(tcp_.get(), nullptr, nullptr, SOCK_CLOEXEC));
     if (!stop_.Wait(client.get(), POLLIN)) return;
-    // The questions of these tests are short, and come whole.
+    // The questions of these tests are short; a client may send them in two pieces.
     char buffer[1024];
-    const ssize_t count = recv(client.get(), buffer, sizeof buffer, 0);
+    ssize_t count = recv(client.get(), buffer, sizeof buffer, 0);
     if (count < 2) continue;
+    if (count < 2 + buffer[1]) count += recv(client.get(), buffer + count, sizeof buffer - 512, 0);
     ++questions_;
     const auto messages =
         answer_({buffer + 2, static_cast<std::size_t>(count) - 2}, /*is_tcp=*/true);

@@ -1,0 +1,88 @@
+// What the fault injection knows of each public operation.
+#pragma once
+
+#include <functional>
+#include <memory>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "faults/seam.h"
+#include "platform/types.h"
+#include "support/test_support.h"
+
+namespace vk::tq::testing {
+
+// A fresh product folder for each run of an operation.
+class Stage : public ProductTest {
+ public:
+  using ProductTest::native;
+  using ProductTest::path;
+  using ProductTest::product_native;
+  using ProductTest::product_path;
+  using ProductTest::WriteKeyFile;
+
+  // Of what an operation leaves behind.
+  std::vector<std::string> Names() const;
+  const std::wstring& job() const { return job_; }
+  const std::wstring& config() const { return config_; }
+
+  // From here on an operation that is said to throw nothing may not throw for want of memory either.
+  // In front of it stand the making of its object and of its arguments.
+  void Made() { is_made_ = true; }
+
+  std::uint16_t port = 0;  // where the operation's server listens
+
+ protected:
+  void Refresh();
+
+  bool is_made_ = false;
+
+ private:
+  const std::wstring job_ = path(L"jobs\\Job0001");
+  const std::wstring config_ = product_path(L"config");
+  const ScopedEnvironment temporary_{"TMPDIR", native("tmp").c_str()};
+};
+
+// What an operation reports: nothing when it failed, else what it has read.
+using Report = std::optional<std::string>;
+
+// Makes the report of an operation.
+Report Reports(bool is_done, std::wstring_view text = L"");
+
+enum class Throws : unsigned char {
+  kNothing,
+  kForMemory,  // std::bad_alloc
+  kFailures,   // any exception that its header names, std::bad_alloc among them
+};
+
+struct Operation {
+  const char* name;
+  void (*prepare)(Stage&);
+  Report (*run)(Stage&);
+  // What a fresh reader sees of the stored state, piece by piece: after a fault each is as it was
+  // before the operation, or as it is after one without a fault.
+  std::vector<std::string> (*view)(Stage&) = nullptr;
+  // How the function begins that the line of a failure names, and its lowest level. Null when the
+  // header promises no line.
+  const wchar_t* line = nullptr;
+  int level = 4;
+  Throws throws = Throws::kNothing;
+  // Reports and pieces that the header allows beside those of a run without a fault.
+  std::vector<std::string> also = {};
+  // How many of the pieces a success promises.
+  std::size_t sure_pieces = 100;
+  // Starts a server, and sets the port.
+  std::shared_ptr<void> (*serve)(Stage&) = nullptr;
+};
+
+void PrintTo(const Operation& operation, std::ostream* out);
+
+std::vector<Operation> StorageOperations();
+std::vector<Operation> RecordOperations();
+std::vector<Operation> SettingsOperations();
+std::vector<Operation> FoundationOperations();
+std::vector<Operation> TransportOperations();
+
+}  // namespace vk::tq::testing

@@ -1,0 +1,329 @@
+// The files of jobs and users.
+#include <filesystem>
+#include <string>
+#include <utility>
+
+#include "faults/operation.h"
+#include "jobs/manage_file_access.h"
+#include "jobs/nemi_print_info_file_access.h"
+#include "platform/path.h"
+#include "storage/crypto.h"
+#include "users/enable_users_accessor.h"
+#include "users/shared_user_data_file_access.h"
+#include "users/user_data_file_access.h"
+#include "users/white_list_file_access.h"
+
+namespace vk::tq {
+
+class EnableUsersAccessorPeer {
+ public:
+  static void DropInstance() { delete std::exchange(CEnableUsersAccessor::s_pInstance, nullptr); }
+};
+
+namespace testing {
+namespace {
+
+using Pieces = std::vector<std::string>;
+
+// ---- Jobs ----
+
+void Fill(MANAGE_FILE& record, const wchar_t* text, int status) {
+  const Calm calm;
+  record.userid = record.comment = record.printername = text;
+  record.tavocopy = L"1";
+  record.spoolsize = status;
+  record.ManageStatus = status;
+}
+
+std::wstring TextOf(const MANAGE_FILE& record) {
+  const Calm calm;
+  return record.userid + L"," + record.comment + L"," + record.printername + L"," +
+         record.tavocopy + L"," + std::to_wstring(record.spoolsize) + L"," +
+         std::to_wstring(record.ManageStatus);
+}
+
+constexpr wchar_t kOldText[] = L"山田 <old>";
+constexpr wchar_t kNewText[] = L"the new record & more of it";
+
+template <int kStatus>
+void HoldJob(Stage& stage) {
+  CManageFileAccess job(stage.job().c_str());
+  Fill(job.GetManageData(), kOldText, kStatus);
+  ASSERT_EQ(job.WriteAll(), 1);
+}
+
+void HoldJobInFile(Stage& stage) {
+  CManageFileAccess job(stage.job().c_str());
+  Fill(job.GetManageData(), kOldText, 97);
+  ASSERT_EQ(job.WriteAll(1), 1);
+}
+
+void Nothing(Stage&) {}
+
+// The numbered files, what they hold, and the status file.
+Pieces ViewJob(Stage& stage) {
+  std::string numbered;
+  std::string status_file;
+  for (const std::string& name : ListNative(stage.native("jobs"))) {
+    (name.ends_with(".dat") ? status_file : numbered) += name;
+  }
+  if (!status_file.empty()) status_file = ReadNative(stage.native("jobs/Job0001.dat"));
+  CManageFileAccess job(stage.job().c_str());
+  const bool is_read = job.ReadInformation() == 1;
+  return {numbered, is_read ? ToUtf8(TextOf(job.GetManageData())) : "none", status_file};
+}
+
+// A change of status does not fail with its status file.
+constexpr std::size_t kNumberedFile = 2;
+
+// A job operation with a new object, whose record is the new one.
+template <auto kOperation, int kStatus>
+Report OnJob(Stage& stage) {
+  CManageFileAccess job(stage.job().c_str());
+  Fill(job.GetManageData(), kNewText, kStatus);
+  stage.Made();
+  const bool is_done = kOperation(job) == 1;
+  return Reports(is_done, TextOf(job.GetManageData()));
+}
+
+constexpr wchar_t kJobLine[] = L"CManageFileAccess::";
+constexpr auto kWriteAll = [](CManageFileAccess& job) { return job.WriteAll(); };
+constexpr auto kWriteAllInFile = [](CManageFileAccess& job) { return job.WriteAll(1); };
+constexpr auto kWriteStatus = [](CManageFileAccess& job) { return job.WriteStatus(); };
+constexpr auto kWriteInformation = [](CManageFileAccess& job) { return job.WriteInformation(); };
+constexpr auto kReadAll = [](CManageFileAccess& job) { return job.ReadAll(); };
+constexpr auto kReadStatus = [](CManageFileAccess& job) { return job.ReadStatus(); };
+constexpr auto kReadInformation = [](CManageFileAccess& job) { return job.ReadInformation(); };
+constexpr auto kIsExist = [](CManageFileAccess& job) { return job.IsExist(); };
+constexpr auto kDelete = [](CManageFileAccess& job) { return job.Delete(); };
+
+// ---- Print information ----
+
+std::wstring InfoPath(Stage& stage) { return stage.path(L"jobs\\info.xml"); }
+std::wstring MovedPath(Stage& stage) { return stage.path(L"work\\info.xml"); }
+
+void WriteInfo(const std::wstring& path, const wchar_t* text) {
+  CNemiPrintInfoFileAccess info(path.c_str());
+  info.GetNemiInfData().DocumentName = text;
+  ASSERT_EQ(info.WriteAll(), 1);
+}
+
+void HoldInfo(Stage& stage) { WriteInfo(InfoPath(stage), kOldText); }
+
+void HoldInfoAndTarget(Stage& stage) {
+  HoldInfo(stage);
+  WriteInfo(MovedPath(stage), L"to be replaced");
+}
+
+std::string InfoAt(const std::wstring& path) {
+  CNemiPrintInfoFileAccess info(path.c_str());
+  return info.ReadAll() == 1 ? ToUtf8(info.GetNemiInfData().DocumentName) : "none";
+}
+
+// The last piece: the record is not lost on its way.
+Pieces ViewInfo(Stage& stage) {
+  const std::string here = InfoAt(InfoPath(stage));
+  const std::string there = InfoAt(MovedPath(stage));
+  const bool is_kept = here == ToUtf8(kOldText) || there == ToUtf8(kOldText);
+  return {here, there, is_kept ? "kept" : "not kept"};
+}
+
+template <auto kOperation>
+Report OnInfo(Stage& stage) {
+  std::wstring path, target;
+  {
+    const Calm calm;
+    path = InfoPath(stage);
+    target = stage.path(L"work");
+  }
+  CNemiPrintInfoFileAccess info(path.c_str());
+  {
+    const Calm calm;
+    info.GetNemiInfData().DocumentName = kNewText;
+  }
+  stage.Made();
+  const bool is_done = kOperation(info, target) == 1;
+  return Reports(is_done, info.GetNemiInfData().DocumentName);
+}
+
+using Info = CNemiPrintInfoFileAccess;
+using Path = std::wstring;
+constexpr wchar_t kInfoLine[] = L"CNemiPrintInfoFileAccess::";
+constexpr auto kReadInfo = [](Info& info, const Path&) { return info.ReadAll(); };
+constexpr auto kWriteInfo = [](Info& info, const Path&) { return info.WriteAll(); };
+constexpr auto kDeleteInfo = [](Info& info, const Path&) { return info.Delete(0); };
+constexpr auto kMoveInfo = [](Info& info, const Path& to) { return info.Move(to.c_str()); };
+constexpr auto kHasInfo = [](Info& info, const Path&) { return info.IsExist(); };
+
+// ---- Users ----
+
+template <class Access>
+void HoldUser(Stage&) {
+  Access user;
+  user.SetUserID(kOldText);
+  ASSERT_EQ(user.WriteAll(), 1);
+}
+
+template <class Access>
+Pieces ViewUser(Stage&) {
+  Access user;
+  return {user.ReadAll() == 1 ? ToUtf8(user.GetUserID()) : "none"};
+}
+
+template <class Access, auto kOperation>
+Report OnUser(Stage& stage) {
+  Access user;
+  {
+    const Calm calm;
+    user.SetUserID(kNewText);
+  }
+  stage.Made();
+  const bool is_done = kOperation(user) == 1;
+  return Reports(is_done, user.GetUserID());
+}
+
+constexpr auto kReadUser = [](auto& user) { return user.ReadAll(); };
+constexpr auto kWriteUser = [](auto& user) { return user.WriteAll(); };
+constexpr auto kDeleteUser = [](auto& user) { return user.Delete(); };
+constexpr auto kHasUser = [](auto& user) { return user.IsExist(); };
+using User = CUserDataFileAccess;
+using Shared = CSharedUserDataFileAccess;
+constexpr wchar_t kUserLine[] = L"CUserDataFileAccess::";
+constexpr wchar_t kSharedLine[] = L"CSharedUserDataFileAccess::";
+
+// ---- Lists ----
+
+std::wstring TextOf(const CWhiteListFileAccess& list) {
+  const Calm calm;
+  std::wstring text;
+  for (int i = 0; i < list.GetKinds().GetSize(); ++i) {
+    text += list.GetKinds()[i] + L" " + list.GetNames()[i] + L"; ";
+  }
+  return text;
+}
+
+void HoldWhiteList(Stage& stage) {
+  CWhiteListFileAccess list;
+  list.Add(L"0", kOldText);
+  list.Add(L"1", L"another");
+  ASSERT_EQ(list.Write(stage.config()), 1);
+}
+
+Pieces ViewWhiteList(Stage& stage) {
+  CWhiteListFileAccess list;
+  return {list.Read(stage.config()) == 1 ? ToUtf8(TextOf(list)) : "none"};
+}
+
+void HoldEnabledUsers(Stage& stage) {
+  EnableUsersAccessorPeer::DropInstance();
+  WriteNative(stage.product_native("config/EnableUsers.ini"),
+              "[ChangeUsers]\njob=account\n[LogOnlyUsers]\nlog=\n[PcLogonQueryUsers]\n*=query\n");
+}
+
+void HoldEncipheredUsers(Stage& stage) {
+  HoldEnabledUsers(stage);
+  ASSERT_EQ(CCrypto().CryptFileMake(stage.config() + L"\\EnableUsers.ini",
+                                    stage.config() + L"\\EnableUsers.dat"),
+            0);
+}
+
+Report OfEnabledUsers(Stage& stage) {
+  CString accounts[3];
+  const CEnableUsersAccessor& users = *CEnableUsersAccessor::GetInstance(stage.config());
+  int types = 0;
+  const wchar_t* const names[] = {L"JOB", L"log", L"any"};
+  for (int i = 0; i < 3; ++i) {
+    types = 10 * types + users.GetEnableUserType(names[i], L"current", accounts[i]);
+  }
+  const Calm calm;
+  EnableUsersAccessorPeer::DropInstance();
+  return Reports(types == 123, accounts[0] + L" " + accounts[1] + L" " + accounts[2]);
+}
+
+}  // namespace
+
+std::vector<Operation> RecordOperations() {
+  return {
+      {"JobReadAll", HoldJobInFile, OnJob<kReadAll, 5>, ViewJob, kJobLine},
+      {"JobReadAllNumbered", HoldJob<96>, OnJob<kReadAll, 5>, ViewJob, kJobLine},
+      {"JobReadStatus", HoldJobInFile, OnJob<kReadStatus, 5>, ViewJob, kJobLine},
+      {"JobReadInformation", HoldJob<5>, OnJob<kReadInformation, 5>, ViewJob, kJobLine},
+      {"JobIsExist", HoldJob<5>, OnJob<kIsExist, 5>, ViewJob, kJobLine},
+      {"JobDelete", HoldJob<96>, OnJob<kDelete, 5>, ViewJob, kJobLine},
+      {"JobWriteStatus",
+       HoldJob<5>,
+       OnJob<kWriteStatus, 96>,
+       ViewJob,
+       kJobLine,
+       4,
+       Throws::kNothing,
+       {},
+       kNumberedFile},
+      {"JobWriteInformation", HoldJob<5>, OnJob<kWriteInformation, 6>, ViewJob, kJobLine},
+      {"JobWriteAll",
+       HoldJob<5>,
+       OnJob<kWriteAll, 96>,
+       ViewJob,
+       kJobLine,
+       4,
+       Throws::kNothing,
+       {},
+       kNumberedFile},
+      {"JobWriteAllInFile",
+       HoldJob<5>,
+       OnJob<kWriteAllInFile, 97>,
+       ViewJob,
+       kJobLine,
+       4,
+       Throws::kNothing,
+       {},
+       kNumberedFile},
+      {"JobWriteAllNew",
+       Nothing,
+       OnJob<kWriteAll, 96>,
+       ViewJob,
+       kJobLine,
+       4,
+       Throws::kNothing,
+       {"Job0001.000"},
+       kNumberedFile},
+      {"InfoReadAll", HoldInfo, OnInfo<kReadInfo>, ViewInfo, kInfoLine},
+      {"InfoWriteAll", HoldInfo, OnInfo<kWriteInfo>, ViewInfo, kInfoLine},
+      {"InfoWriteAllNew", Nothing, OnInfo<kWriteInfo>, ViewInfo, kInfoLine},
+      {"InfoDelete", HoldInfo, OnInfo<kDeleteInfo>, ViewInfo, kInfoLine},
+      {"InfoMove", HoldInfoAndTarget, OnInfo<kMoveInfo>, ViewInfo, kInfoLine},
+      {"InfoIsExist", HoldInfo, OnInfo<kHasInfo>, ViewInfo, kInfoLine},
+      {"UserReadAll", HoldUser<User>, OnUser<User, kReadUser>, ViewUser<User>, kUserLine},
+      {"UserWriteAll", HoldUser<User>, OnUser<User, kWriteUser>, ViewUser<User>, kUserLine},
+      {"UserWriteAllNew", Nothing, OnUser<User, kWriteUser>, ViewUser<User>},
+      {"UserDelete", HoldUser<User>, OnUser<User, kDeleteUser>, ViewUser<User>, kUserLine},
+      {"UserIsExist", HoldUser<User>, OnUser<User, kHasUser>, ViewUser<User>},
+      {"SharedReadAll", HoldUser<Shared>, OnUser<Shared, kReadUser>, ViewUser<Shared>, kSharedLine},
+      {"SharedWriteAll", HoldUser<Shared>, OnUser<Shared, kWriteUser>, ViewUser<Shared>,
+       kSharedLine},
+      {"SharedDelete", HoldUser<Shared>, OnUser<Shared, kDeleteUser>, ViewUser<Shared>,
+       kSharedLine},
+      {"SharedIsExist", HoldUser<Shared>, OnUser<Shared, kHasUser>, ViewUser<Shared>},
+      {"WhiteListRead", HoldWhiteList,
+       [](Stage& stage) {
+         CWhiteListFileAccess list;
+         const bool is_done = list.Read(stage.config()) == 1;
+         return Reports(is_done, TextOf(list));
+       },
+       ViewWhiteList, L"CWhiteListFileAccess::Read", 2, Throws::kForMemory},
+      {"WhiteListWrite", HoldWhiteList,
+       [](Stage& stage) {
+         CWhiteListFileAccess list;
+         list.Add(L"3", kNewText);
+         return Reports(list.Write(stage.config()) == 1);
+       },
+       ViewWhiteList, nullptr, 0, Throws::kForMemory},
+      {"EnabledUsers", HoldEnabledUsers, OfEnabledUsers, nullptr, L"CEnableUsersAccessor::", 2,
+       Throws::kForMemory},
+      {"EnabledUsersEnciphered", HoldEncipheredUsers, OfEnabledUsers, nullptr,
+       L"CEnableUsersAccessor::", 2, Throws::kForMemory},
+  };
+}
+
+}  // namespace testing
+}  // namespace vk::tq

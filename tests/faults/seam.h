@@ -1,0 +1,87 @@
+// The seam between the library and the system, where a test lets the n-th call of a kind fail.
+//
+// The linker sends the calls of the library's own objects here (seam.inc). What libc and the other
+// libraries call among themselves does not come by, and a thread that has armed nothing is let
+// through.
+#pragma once
+
+#include <cerrno>
+#include <cstddef>
+
+namespace vk::tq::testing {
+
+// Functions that fail for the same reasons.
+enum class Group : unsigned char {
+  kOpen,
+  kRead,
+  kWrite,
+  kClose,
+  kRename,
+  kRemove,
+  kFolder,
+  kDirectory,
+  kRoom,
+  kLength,
+  kFlush,
+  kStatus,
+  kRights,
+  kAccounts,
+  kLock,
+  kMemory,
+  kXml,
+  kXmlMemory,
+  kSocket,
+  kTransfer,
+  kDatagram,
+  kPoll,
+  kResolver,
+  kMachine,
+  kText,
+  kCipher,
+  kFtpLibrary,
+};
+
+// In place of an error: the call does half of its work.
+inline constexpr int kHalf = -1;
+
+enum class Reach : unsigned char { kOnce, kFromThenOn };
+enum class Outcome : unsigned char {
+  kMayFail,
+  kGoesOn,  // the operation must not be impressed
+};
+
+// A way to fail; all rows of one kind are counted together.
+struct Fault {
+  const char* kind;
+  Group group;
+  int error;
+  Outcome outcome = Outcome::kMayFail;
+  Reach reach = Reach::kOnce;
+};
+
+// What the calling thread's next calls meet.
+struct Surroundings {
+  // A file system that knows neither files without a name, nor renaming without replacing, nor
+  // reserving, nor access lists, and whose folders lie in different file systems.
+  bool is_plain = false;
+};
+void Enter(const Surroundings& surroundings);
+
+// From now on the calls of this thread are counted, and the n-th of the fault's group fails.
+void Arm(const Fault& fault, int n);
+// The function that failed, or null when the n-th call did not come.
+const char* Disarm();
+
+// Within it nothing fails or counts: for what a test does in the middle of an operation.
+class Calm {
+ public:
+  Calm();
+  Calm(const Calm&) = delete;
+  Calm& operator=(const Calm&) = delete;
+  ~Calm();
+};
+
+// Blocks that this thread has allocated by operator new, or libxml2 for it, and nobody has freed.
+long LiveBlocks();
+
+}  // namespace vk::tq::testing

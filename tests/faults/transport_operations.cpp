@@ -1,0 +1,220 @@
+// FTP, the shared printer channel, and names from DNS.
+#include "faults/operation.h"
+#include "platform/service_table.h"
+#include "platform/system_info.h"
+#include "support/dns_server.h"
+#include "support/loopback_server.h"
+#include "support/scripted_ftp_peer.h"
+#include "transport/ftp.h"
+#include "transport/shared_printer_communication.h"
+#include "transport/util_link.h"
+
+namespace vk::tq::testing {
+namespace {
+
+using Pieces = std::vector<std::string>;
+
+void HoldFile(Stage& stage) { WriteNative(stage.native("work/job.xml"), "contents of the file"); }
+
+CString WorkFolder(Stage& stage) {
+  const Calm calm;
+  return stage.path(L"work");
+}
+
+// ---- FTP ----
+
+struct FtpService {
+  ScriptedFtpPeer peer;
+  ScopedServicePort port{Service::kFtpControl, peer.port()};
+};
+
+std::shared_ptr<void> ServeFtp(Stage&) {
+  auto service = std::make_shared<FtpService>();
+  service->peer.file("remote.dat") = "what the server has";
+  service->peer.On("LIST", [](ScriptedFtpPeer::Session& session, const std::string&) {
+    session.Reply("150 here it comes");
+    session.SendData("-rw-r--r-- 1 ftp ftp 19 Jan 01 2024 remote.dat\r\n");
+    session.CloseData();
+    session.Reply("226 done");
+    return true;
+  });
+  return service;
+}
+
+Pieces ViewFetched(Stage& stage) {
+  const std::string file = stage.native("work/remote.dat");
+  return {ExistsNative(file) ? ReadNative(file) : "none"};
+}
+
+// One work on a new connection.
+template <auto kWork>
+Report OverFtp(Stage& stage) {
+  const CString folder = WorkFolder(stage);
+  CFtp ftp;
+  stage.Made();
+  const bool is_done = ftp.FtpConnect(L"127.0.0.1", L"user", L"password", 2000) == 1 &&
+                       kWork(ftp, folder.c_str()) == 1;
+  ftp.FtpDisConnect();
+  return Reports(is_done);
+}
+
+constexpr auto kPut = [](CFtp& ftp, const wchar_t* folder) {
+  return ftp.FtpPut(folder, L"job.xml");
+};
+constexpr auto kPutAndVerify = [](CFtp& ftp, const wchar_t* folder) {
+  return ftp.FtpPutAndVerify(folder, L"job.xml", 1);
+};
+constexpr auto kGet = [](CFtp& ftp, const wchar_t* folder) {
+  return ftp.FtpGet(folder, L"remote.dat");
+};
+constexpr auto kFindSize = [](CFtp& ftp, const wchar_t*) {
+  return ftp.FtpChangeCurrentDirectory(L"there") == 1 &&
+         ftp.FtpSizeVerifyFindFirst(nullptr, L"remote.dat", 19) == 1;
+};
+
+// ---- Shared printer ----
+
+std::shared_ptr<void> ServePrinter(Stage& stage) {
+  auto server = std::make_shared<LoopbackServer>([](Peer& peer, int) {
+    const std::string head = peer.Read(8);
+    if (head.size() < 8) return;
+    if (!head.starts_with("CS02"))
+      peer.Read(static_cast<unsigned char>(head[7]) + 256U * static_cast<unsigned char>(head[6]));
+    const std::string time = "2026/1/2 3:04:05";
+    if (head.starts_with("CS01")) peer.Write("CR010");
+    if (head.starts_with("CS02")) {
+      peer.Write("CR02" + std::string(3, '\0') + static_cast<char>(time.size()) + time);
+    }
+    if (head.starts_with("CS06")) peer.Write("CR060");
+  });
+  stage.port = server->port();
+  return server;
+}
+
+template <auto kWork>
+Report OverChannel(Stage& stage) {
+  const CString path = WorkFolder(stage) + L"\\job.xml";
+  CSharedPrinterCommunication channel(L"localhost", stage.port, 1000, 1);
+  stage.Made();
+  return Reports(kWork(channel, path));
+}
+
+using Channel = CSharedPrinterCommunication;
+constexpr auto kSend = [](Channel& channel, const CString& path) {
+  return channel.SendNemiInfFile(path) == 1;
+};
+constexpr auto kPrintOut = [](Channel& channel, const CString& path) {
+  return channel.SendSpoolPrintOut(path, path, path) == 1;
+};
+constexpr auto kTime = [](Channel& channel, const CString& path) {
+  return channel.GetServerTime(path).GetTime() > 0;
+};
+
+// ---- DNS ----
+
+class LocalMachine : public Machine {
+ public:
+  ErrorCode Network(NetworkParameters& parameters, std::size_t&) override {
+    parameters = {L"pc", L"example", {"127.0.0.1"}};
+    return kErrorSuccess;
+  }
+};
+
+struct DnsService {
+  DnsPeer peer{[](const std::string& question, bool is_tcp) {
+    Reply reply;
+    reply.is_truncated = !is_tcp;
+    reply.records = {PackRecord(kAskedName, kPtr, PackName("printer.example"))};
+    return std::vector{reply.To(question)};
+  }};
+  ScopedServicePort port{Service::kDns, peer.port()};
+  LocalMachine machine;
+  ScopedMachine use_machine{machine};
+};
+
+std::shared_ptr<void> ServeDns(Stage&) { return std::make_shared<DnsService>(); }
+
+Report FindName(Stage& stage) {
+  CString name;
+  const CString address = L"192.0.2.1";
+  stage.Made();
+  const bool is_done = CUtilLink::GetFQDN(address, "127.0.0.1", name) == 0;
+  return Reports(is_done, name);
+}
+
+Report ConformName(Stage& stage) {
+  CString name, cache;
+  std::int64_t time = 0;
+  const CString address = L"192.0.2.1";
+  stage.Made();
+  const bool is_done = CUtilLink::ConformFQDN(address, name, cache, 1, 60, time) == 1;
+  const Calm calm;
+  return Reports(is_done, name + cache);
+}
+
+Report ListServers(Stage& stage) {
+  int count = 0;
+  stage.Made();
+  IP_ADDR_STRING* const servers = CUtilLink::AllocDNSList(count);
+  const bool is_done = servers != nullptr;
+  CUtilLink::FreeDNSList(servers);
+  return Reports(is_done);
+}
+
+}  // namespace
+
+std::vector<Operation> TransportOperations() {
+  static constexpr wchar_t kFtp[] = L"CFtp::";
+  static constexpr wchar_t kLink[] = L"CUtilLink::";
+  constexpr Throws kNone = Throws::kNothing;
+  return {
+      {"FtpPut", HoldFile, OverFtp<kPut>, nullptr, kFtp, 3, kNone, {}, 0, ServeFtp},
+      {"FtpPutAndVerify",
+       HoldFile,
+       OverFtp<kPutAndVerify>,
+       nullptr,
+       kFtp,
+       3,
+       kNone,
+       {},
+       0,
+       ServeFtp},
+      {"FtpGet", HoldFile, OverFtp<kGet>, ViewFetched, kFtp, 3, kNone, {}, 1, ServeFtp},
+      {"FtpFindSize", HoldFile, OverFtp<kFindSize>, nullptr, kFtp, 3, kNone, {}, 0, ServeFtp},
+      {"PrinterSend",
+       HoldFile,
+       OverChannel<kSend>,
+       nullptr,
+       nullptr,
+       0,
+       kNone,
+       {},
+       0,
+       ServePrinter},
+      {"PrinterPrintOut",
+       HoldFile,
+       OverChannel<kPrintOut>,
+       nullptr,
+       nullptr,
+       0,
+       kNone,
+       {},
+       0,
+       ServePrinter},
+      {"PrinterTime",
+       HoldFile,
+       OverChannel<kTime>,
+       nullptr,
+       nullptr,
+       0,
+       kNone,
+       {},
+       0,
+       ServePrinter},
+      {"NameFind", HoldFile, FindName, nullptr, nullptr, 0, kNone, {}, 0, ServeDns},
+      {"NameConform", HoldFile, ConformName, nullptr, nullptr, 0, kNone, {}, 0, ServeDns},
+      {"NameServers", HoldFile, ListServers, nullptr, kLink, 5},
+  };
+}
+
+}  // namespace vk::tq::testing
