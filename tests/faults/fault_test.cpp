@@ -233,6 +233,7 @@ class FaultTest : public Stage, public ::testing::WithParamInterface<Operation> 
       report_ = *run.report;
       blocks_ = LiveBlocks();
     }
+    if (operation_.serve != nullptr) usleep(50000);  // the server closes its own ends
     descriptors_ = OpenDescriptors();
     const std::vector<std::string> names = Names();
     for (const std::string& name : operation_.also) names_.push_back(native("jobs/" + name));

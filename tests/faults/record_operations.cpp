@@ -187,7 +187,7 @@ constexpr auto kWriteUser = [](auto& user) { return user.WriteAll(); };
 constexpr auto kDeleteUser = [](auto& user) { return user.Delete(); };
 constexpr auto kHasUser = [](auto& user) { return user.IsExist(); };
 using User = CUserDataFileAccess;
-using Shared = CSharedUserDataFileAccess;
+using SharedUser = CSharedUserDataFileAccess;
 constexpr wchar_t kUserLine[] = L"CUserDataFileAccess::";
 constexpr wchar_t kSharedLine[] = L"CSharedUserDataFileAccess::";
 
@@ -298,12 +298,13 @@ std::vector<Operation> RecordOperations() {
       {"UserWriteAllNew", Nothing, OnUser<User, kWriteUser>, ViewUser<User>},
       {"UserDelete", HoldUser<User>, OnUser<User, kDeleteUser>, ViewUser<User>, kUserLine},
       {"UserIsExist", HoldUser<User>, OnUser<User, kHasUser>, ViewUser<User>},
-      {"SharedReadAll", HoldUser<Shared>, OnUser<Shared, kReadUser>, ViewUser<Shared>, kSharedLine},
-      {"SharedWriteAll", HoldUser<Shared>, OnUser<Shared, kWriteUser>, ViewUser<Shared>,
+      {"SharedReadAll", HoldUser<SharedUser>, OnUser<SharedUser, kReadUser>, ViewUser<SharedUser>,
        kSharedLine},
-      {"SharedDelete", HoldUser<Shared>, OnUser<Shared, kDeleteUser>, ViewUser<Shared>,
+      {"SharedWriteAll", HoldUser<SharedUser>, OnUser<SharedUser, kWriteUser>, ViewUser<SharedUser>,
        kSharedLine},
-      {"SharedIsExist", HoldUser<Shared>, OnUser<Shared, kHasUser>, ViewUser<Shared>},
+      {"SharedDelete", HoldUser<SharedUser>, OnUser<SharedUser, kDeleteUser>, ViewUser<SharedUser>,
+       kSharedLine},
+      {"SharedIsExist", HoldUser<SharedUser>, OnUser<SharedUser, kHasUser>, ViewUser<SharedUser>},
       {"WhiteListRead", HoldWhiteList,
        [](Stage& stage) {
          CWhiteListFileAccess list;
