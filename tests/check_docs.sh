@@ -19,7 +19,9 @@ not_run=(
   'cmake --preset dev'               'a build of everything; continuous integration makes one'
   'ninja -C build/dev [a-z_]+'       'the same'
   'ctest --preset .*'                'the tests run already'
-  'build/release/tests/kills/.*'     'the same'
+  'build/release/tests/[a-z]+/.*'    'the same'
+  'make (fuzz|coverage|memcheck).*'  'minutes, or builds of everything'
+  'scripts/coverage .*'              'the same'
 )
 
 documents() {
