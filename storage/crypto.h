@@ -18,9 +18,10 @@ enum class CipherDirection;
 /// of the ANSI code page, up to their first NUL. The MD5 hash of that text (RFC 1321) as 32
 /// upper-case digits, reordered and fitted, gives the AES key and the chaining block. A key file
 /// that is missing, empty or may not be opened leaves both zero; one that cannot be opened for want
-/// of descriptors or memory, or cannot be read, throws std::runtime_error. One of more than 33 bytes, or one of
-/// 2 bytes or more that begins with a NUL, makes every operation, except on an empty file, throw
-/// CInvalidArgException before it changes anything. Keys and plain bytes are wiped.
+/// of descriptors or memory, or cannot be read, throws std::runtime_error. One of more than 33
+/// bytes, or one of 2 bytes or more that begins with a NUL, makes every operation, except on an
+/// empty file, throw CInvalidArgException before it changes anything. Keys and plain bytes are
+/// wiped.
 ///
 /// The cipher. AES (FIPS 197) with a 256-bit key in CBC mode (NIST SP 800-38A). There is no padding
 /// count, no salt and no check value: the last block is filled with zeros, equal plain bytes give
