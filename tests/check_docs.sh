@@ -20,7 +20,7 @@ not_run=(
   'ninja -C build/dev [a-z_]+'       'the same'
   'ctest --preset .*'                'the tests run already'
   'build/release/tests/[a-z]+/.*'    'the same'
-  'make (fuzz|coverage|memcheck).*'  'minutes, or builds of everything'
+  'make (fuzz|coverage|memcheck|test PRESET).*'  'minutes, or builds of everything'
   'scripts/coverage .*'              'the same'
 )
 
