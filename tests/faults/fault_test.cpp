@@ -243,7 +243,7 @@ class FaultTest : public Stage, public ::testing::WithParamInterface<Operation> 
 
   void Check(const Fault& fault, const Run& run) {
     // A server in this process closes its own ends when it comes to it.
-    for (int wait = 0; wait < 500 && OpenDescriptors() != descriptors_; ++wait) usleep(1000);
+    for (int wait = 0; wait < 5000 && OpenDescriptors() != descriptors_; ++wait) usleep(1000);
     EXPECT_EQ(OpenDescriptors(), descriptors_);
     EXPECT_EQ(prober_.Held(), 0) << "held locks, a bit for each";
     CheckReport(fault, run);
