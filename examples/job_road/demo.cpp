@@ -171,11 +171,11 @@ std::vector<std::wstring> LogStage::events() const {
   return store_->events;
 }
 
-std::string RunSelf(const std::vector<std::string>& arguments) {
+std::string RunTool(const std::vector<std::string>& arguments) {
   int ends[2];
   Expect(pipe(ends) == 0, "a pipe to a second process");
   std::vector<char*> argv;
-  std::string program = "/proc/self/exe";
+  std::string program = TQCTL;
   argv.push_back(program.data());
   for (const std::string& argument : arguments) argv.push_back(const_cast<char*>(argument.data()));
   argv.push_back(nullptr);

@@ -65,7 +65,7 @@ class LogStage {
   std::shared_ptr<Store> store_;
 };
 
-// Runs this program once more, as another process, with the arguments; gives what it prints.
-std::string RunSelf(const std::vector<std::string>& arguments);
+// Runs tqctl, the tool for people, in a process of its own; gives what it prints.
+std::string RunTool(const std::vector<std::string>& arguments);
 
 }  // namespace demo

@@ -37,9 +37,6 @@ void CallTheSharedPrinter(Road& road);
 void SendTheFiles(Road& road);
 void EndTheJob(Road& road);
 
-// The second process of ChangeTheStatus.
-int ReadAsAnotherProcess(const std::wstring& job);
-
 // The account that the FTP server of the demonstration knows.
 inline constexpr const wchar_t* kFtpUser = L"tester";
 inline constexpr const wchar_t* kFtpPassword = L"geheim secret";
