@@ -394,6 +394,11 @@ Report Reports(bool is_done, std::wstring_view text) {
   return ToUtf8(text);
 }
 
+std::wstring Stage::WorkPath(const std::wstring& name) const {
+  const Calm calm;
+  return path(name.empty() ? L"work" : L"work\\" + name);
+}
+
 std::vector<std::string> Stage::Names() const {
   std::vector<std::string> names;
   for (const auto& entry : fs::recursive_directory_iterator(temp_.native())) {

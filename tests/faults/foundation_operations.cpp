@@ -20,21 +20,14 @@ constexpr wchar_t kId[] = L"0123456789abcdef0123456789abcdef0123";
 
 void Nothing(Stage&) {}
 
-CString IniPath(Stage& stage) {
-  const Calm calm;
-  return stage.path(L"work\\some.ini");
-}
+CString IniPath(Stage& stage) { return stage.WorkPath(L"some.ini"); }
 
 void HoldIni(Stage& stage) {
   WriteNative(stage.native("work/some.ini"), "[Setting]\nText=a value of some length\nNumber=42\n");
 }
 
 Report FindNames(Stage& stage) {
-  CString directory;
-  {
-    const Calm calm;
-    directory = stage.path(L"work");
-  }
+  const CString directory = stage.WorkPath();
   CStringArray names;
   const bool is_done = GetFileList2(directory, L"*.INI", names) == 1;
   return Reports(is_done, is_done ? std::wstring_view(names.GetData()[0]) : L"");

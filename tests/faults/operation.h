@@ -23,6 +23,8 @@ class Stage : public ProductTest {
   using ProductTest::product_path;
   using ProductTest::WriteKeyFile;
 
+  // The operation's own folder, or a file in it; the call meets no fault.
+  std::wstring WorkPath(const std::wstring& name = L"") const;
   // Of what an operation leaves behind.
   std::vector<std::string> Names() const;
   const std::wstring& job() const { return job_; }

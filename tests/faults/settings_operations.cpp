@@ -110,11 +110,7 @@ void HoldSystemSettings(Stage& stage) {
 }
 
 Report LoadSystemSettings(Stage& stage) {
-  CString path;
-  {
-    const Calm calm;
-    path = stage.path(L"work\\system.csv");
-  }
+  const CString path = stage.WorkPath(L"system.csv");
   CSystemSetting setting(path.c_str(), CStdioFile::modeRead | CStdioFile::shareDenyNone);
   const bool is_done = setting.LoadFile() == 0;
   const Calm calm;
@@ -126,11 +122,7 @@ void HoldTexts(Stage& stage) {
 }
 
 Report LoadTexts(Stage& stage) {
-  CString path;
-  {
-    const Calm calm;
-    path = stage.path(L"work\\lang.dat");
-  }
+  const CString path = stage.WorkPath(L"lang.dat");
   CLangageManager manager;
   stage.Made();
   return Reports(manager.GetHashTbl(path.c_str()) == 1);

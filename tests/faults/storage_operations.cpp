@@ -14,21 +14,16 @@ void Nothing(Stage&) {}
 
 // ---- Cipher ----
 
-std::wstring File(Stage& stage, const wchar_t* name) {
-  const Calm calm;
-  return stage.path(std::wstring(L"work\\") + name);
-}
-
 void HoldTexts(Stage& stage) {
   CCrypto crypto;
-  ASSERT_EQ(crypto.CryptingStringWriter(L"old", File(stage, L"text")), 0);
+  ASSERT_EQ(crypto.CryptingStringWriter(L"old", stage.WorkPath(L"text")), 0);
   WriteNative(stage.native("work/plain"), std::string(0x100000 + 5, 'p'));
-  ASSERT_EQ(crypto.CryptFileMake(File(stage, L"plain"), File(stage, L"cipher")), 0);
+  ASSERT_EQ(crypto.CryptFileMake(stage.WorkPath(L"plain"), stage.WorkPath(L"cipher")), 0);
 }
 
 std::string DecipheredText(Stage& stage) {
   CString text;
-  if (CCrypto().CryptingStringReader(File(stage, L"text"), text) != 0) return "none";
+  if (CCrypto().CryptingStringReader(stage.WorkPath(L"text"), text) != 0) return "none";
   return ToUtf8(text);
 }
 
@@ -89,7 +84,7 @@ Pieces ViewDocument(Stage& stage) {
 }
 
 Report InsertIntoFile(Stage& stage) {
-  const std::wstring path = File(stage, L"plain.xml");
+  const std::wstring path = stage.WorkPath(L"plain.xml");
   CXml xml;
   const CString name = L"added", value = kText;
   stage.Made();
@@ -98,7 +93,7 @@ Report InsertIntoFile(Stage& stage) {
 
 // The same document from scratch.
 Report CreateFile(Stage& stage) {
-  const std::wstring path = File(stage, L"plain.xml");
+  const std::wstring path = stage.WorkPath(L"plain.xml");
   CXml xml;
   RowArray rows;
   CString made;
@@ -177,13 +172,13 @@ std::vector<Operation> StorageOperations() {
        nullptr, nullptr, 0, kFails},
       {"TextWrite", HoldTexts,
        [](Stage& stage) {
-         const std::wstring path = File(stage, L"text");
+         const std::wstring path = stage.WorkPath(L"text");
          return Reports(CCrypto().CryptingStringWriter(kText, path) == 0);
        },
        ViewText, nullptr, 0, kFails},
       {"TextRead", HoldTexts,
        [](Stage& stage) {
-         const std::wstring path = File(stage, L"text");
+         const std::wstring path = stage.WorkPath(L"text");
          CString text;
          const bool is_done = CCrypto().CryptingStringReader(path, text) == 0;
          return Reports(is_done, text);
@@ -191,13 +186,13 @@ std::vector<Operation> StorageOperations() {
        ViewText, nullptr, 0, kFails},
       {"FileEncipher", HoldTexts,
        [](Stage& stage) {
-         const std::wstring from = File(stage, L"plain"), to = File(stage, L"made");
+         const std::wstring from = stage.WorkPath(L"plain"), to = stage.WorkPath(L"made");
          return Reports(CCrypto().CryptFileMake(from, to) == 0);
        },
        ViewMade, nullptr, 0, kFails},
       {"FileDecipher", HoldTexts,
        [](Stage& stage) {
-         const std::wstring from = File(stage, L"cipher"), to = File(stage, L"made");
+         const std::wstring from = stage.WorkPath(L"cipher"), to = stage.WorkPath(L"made");
          return Reports(CCrypto().DecryptFileMake(from, to) == 0);
        },
        ViewMade, nullptr, 0, kFails},
