@@ -70,8 +70,10 @@ void FtpServer::StartSession(int control) {
   posix_spawn_file_actions_adddup2(&actions, control, STDIN_FILENO);
   posix_spawn_file_actions_adddup2(&actions, control, STDOUT_FILENO);
   pid_t session = 0;
+  // Not the test's own environment, which it may be changing.
+  char* const environment[] = {nullptr};
   if (posix_spawn(&session, kProgram, &actions, nullptr, const_cast<char* const*>(arguments),
-                  environ) == 0) {
+                  environment) == 0) {
     const std::lock_guard lock(mutex_);
     sessions_.push_back(session);
   }

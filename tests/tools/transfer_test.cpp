@@ -1,5 +1,6 @@
 // tqctl ftp, tqctl shared, tqctl fqdn, against real servers.
 #include <filesystem>
+#include <mutex>
 
 #include "support/dns_server.h"
 #include "support/ftp_server.h"
@@ -95,8 +96,10 @@ TEST_F(TransferTool, ThePasswordIsShownNowhere) {
 }
 
 TEST_F(TransferTool, TheSharedPrinterServerIsCalled) {
+  std::mutex mutex;
   std::vector<SharedPrinterServer::Request> requests;
   const SharedPrinterServer shared([&](const SharedPrinterServer::Request& request) {
+    const std::lock_guard lock(mutex);
     requests.push_back(request);
     return request.name != "refused";
   });
@@ -113,10 +116,13 @@ TEST_F(TransferTool, TheSharedPrinterServerIsCalled) {
   EXPECT_THAT(RunJson(to_server({"time"}))["time"].text, HasSubstr("20"));
   WriteNative(native("refused.xml"), "x");
   RunJson(to_server({"send", native("refused.xml"), "--retries", "1"}), 1);
-  ASSERT_EQ(requests.size(), 4u);
-  EXPECT_EQ(requests[0].name, "job");
-  EXPECT_EQ(requests[0].contents, "<a/>");
-  EXPECT_THAT(requests[1].contents, HasSubstr("<JobUser>山田</JobUser>"));
+  {
+    const std::lock_guard lock(mutex);
+    ASSERT_EQ(requests.size(), 4u);
+    EXPECT_EQ(requests[0].name, "job");
+    EXPECT_EQ(requests[0].contents, "<a/>");
+    EXPECT_THAT(requests[1].contents, HasSubstr("<JobUser>山田</JobUser>"));
+  }
 
   RunJson(to_server({"print", "a<b", "--user", "u", "--client", "c"}), 2);
   RunJson(to_server({"send", native("none.xml")}), 1);

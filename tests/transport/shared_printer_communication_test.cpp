@@ -465,13 +465,6 @@ TEST_F(SharedPrinterCommunicationTest, BodyOfATimeIsBounded) {
 
 // The connection ends, or nothing more comes, in the body or in the header.
 TEST_F(SharedPrinterCommunicationTest, TimeThatIsCutShort) {
-  bool stays = false;
-  std::string answer;
-  LoopbackServer server([&](Peer& peer, int) {
-    peer.Read(8);
-    peer.Write(answer);
-    if (stays) peer.Read(1);  // until the client has had enough
-  });
   const LogLine timeout = {
       5, 141128, kReceiveData, L"クライアント通信で受信タイムアウトが発生しました。", {}, 10060};
   const ScopedExchangeWaits waits(milliseconds(60'000), milliseconds(100));
@@ -488,8 +481,11 @@ TEST_F(SharedPrinterCommunicationTest, TimeThatIsCutShort) {
       {true, "CR0", false, {timeout, TimeText(L"CR0")}},
   };
   for (const auto& c : cases) {
-    stays = c.stays;
-    answer = c.answer;
+    LoopbackServer server([&](Peer& peer, int) {
+      peer.Read(8);
+      peer.Write(c.answer);
+      if (c.stays) peer.Read(1);  // until the client has had enough
+    });
     log_.Clear();
     EXPECT_EQ(ChannelTo(server).GetServerTime(L"") != CTime(), c.is_time) << c.answer;
     EXPECT_EQ(log_.lines(3), c.lines) << c.answer;
