@@ -83,6 +83,7 @@ class XmlDocument {
   XmlDocument(const XmlDocument&) = delete;
   XmlDocument& operator=(const XmlDocument&) = delete;
   XmlDocument(XmlDocument&&) noexcept;
+  XmlDocument& operator=(XmlDocument&&) = delete;
   ~XmlDocument();
 
   /// Replaces the document by a new one with a root element of that name. Throws XmlError for a

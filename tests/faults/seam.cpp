@@ -236,9 +236,10 @@ int __wrap_semtimedop(int id, sembuf* steps, size_t count, const timespec* timeo
   return error == 0 ? __real_semtimedop(id, steps, count, timeout) : FailWith(error, -1);
 }
 
-// All options take what fits a pointer.
-CURLcode __real_curl_easy_setopt(CURL* easy, CURLoption option, ...);
-CURLcode __wrap_curl_easy_setopt(CURL* easy, CURLoption option, ...) {
+// All options take what fits a pointer. Their numbers are ints here: an enumeration cannot stand in
+// front of arguments without a name.
+CURLcode __real_curl_easy_setopt(CURL* easy, int option, ...);
+CURLcode __wrap_curl_easy_setopt(CURL* easy, int option, ...) {
   va_list list;
   va_start(list, option);
   void* const value = va_arg(list, void*);
@@ -247,8 +248,8 @@ CURLcode __wrap_curl_easy_setopt(CURL* easy, CURLoption option, ...) {
   return __real_curl_easy_setopt(easy, option, value);
 }
 
-CURLcode __real_curl_easy_getinfo(CURL* easy, CURLINFO info, ...);
-CURLcode __wrap_curl_easy_getinfo(CURL* easy, CURLINFO info, ...) {
+CURLcode __real_curl_easy_getinfo(CURL* easy, int info, ...);
+CURLcode __wrap_curl_easy_getinfo(CURL* easy, int info, ...) {
   va_list list;
   va_start(list, info);
   void* const value = va_arg(list, void*);

@@ -32,7 +32,6 @@ namespace {
 
 using namespace testing;
 
-using ::testing::Contains;
 using ::testing::ElementsAre;
 using ::testing::IsEmpty;
 using Peer = EnableUsersAccessorPeer;

@@ -52,7 +52,7 @@ constexpr Reason kReasons[] = {
 
 }  // namespace
 
-Failure FailureWith(std::wstring what_happened, unsigned code) {
+Failure FailureWith(const std::wstring& what_happened, unsigned code) {
   const auto* const reason = std::ranges::find(kReasons, code, &Reason::code);
   if (reason == std::end(kReasons)) {
     return {what_happened + L": error " + std::to_wstring(code) + L".",

@@ -37,8 +37,7 @@ void DeclareLookup(CLI::App& command, LookupOptions& options) {
 
 // The list is loaded by GetInstance, which tells in a line of its own that there is none.
 std::vector<LogLine> Load(Context& context, const std::wstring& folder) {
-  std::vector<LogLine> lines =
-      LinesOf(context, [&] { CEnableUsersAccessor::GetInstance(folder.c_str()); });
+  std::vector<LogLine> lines = LinesOf(context, [&] { CEnableUsersAccessor::GetInstance(folder); });
   std::erase_if(lines, [](const LogLine& line) {
     return line.function != L"CEnableUsersAccessor::CEnableUsersAccessor" || line.level < 2;
   });
