@@ -14,7 +14,6 @@ namespace vk::tq::testing {
 namespace {
 
 using ::testing::ElementsAre;
-using ::testing::IsEmpty;
 using ::testing::StartsWith;
 
 // A machine whose DNS configuration the test chooses.
