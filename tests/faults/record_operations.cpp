@@ -58,6 +58,11 @@ void HoldJobInFile(Stage& stage) {
   ASSERT_EQ(job.WriteAll(1), 1);
 }
 
+void HoldJobInByte(Stage& stage) {
+  HoldJobInFile(stage);
+  WriteNative(stage.native("jobs/Job0001.dat"), "a");
+}
+
 void Nothing(Stage&) {}
 
 // The numbered files, what they hold, and the status file.
@@ -247,6 +252,7 @@ std::vector<Operation> RecordOperations() {
       {"JobReadAll", HoldJobInFile, OnJob<kReadAll, 5>, ViewJob, kJobLine},
       {"JobReadAllNumbered", HoldJob<96>, OnJob<kReadAll, 5>, ViewJob, kJobLine},
       {"JobReadStatus", HoldJobInFile, OnJob<kReadStatus, 5>, ViewJob, kJobLine},
+      {"JobReadStatusByte", HoldJobInByte, OnJob<kReadStatus, 5>, ViewJob, kJobLine},
       {"JobReadInformation", HoldJob<5>, OnJob<kReadInformation, 5>, ViewJob, kJobLine},
       {"JobIsExist", HoldJob<5>, OnJob<kIsExist, 5>, ViewJob, kJobLine},
       {"JobDelete", HoldJob<96>, OnJob<kDelete, 5>, ViewJob, kJobLine},
