@@ -1,4 +1,5 @@
 // tqctl job: each command is run as its users run it.
+#include <chrono>
 #include <filesystem>
 
 #include "tools/tool_test.h"
@@ -123,6 +124,10 @@ TEST_F(JobToolTest, TheListIsAligned) {
   RunJson({"job", "new", Base("見積"), "--field", "userid=か\u3099", "--field", "printername=\tq"});
   Run({"nemi", "set", native("A.xml"), "--field", "DocumentName=請求書"});
   std::filesystem::create_directory(Base("Folder.123"));
+  for (const char* file : {"A.000", "見積.000"}) {  // their age must not change meanwhile
+    const auto now = std::filesystem::file_time_type::clock::now();
+    std::filesystem::last_write_time(Base(file), now - std::chrono::minutes(150));
+  }
   const ToolResult list = Run({"job", "list", folder_ + "/", "--info", native("")});
   EXPECT_THAT(list.out, HasSubstr("JOB   STATUS  USER  DOCUMENT  PRINTER  AGE\n"
                                   "A     000     山田  請求書    p        "));
