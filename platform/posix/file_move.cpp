@@ -10,9 +10,13 @@
 #include <cerrno>
 #include <memory>
 #include <string>
+#include <string_view>
 #include <type_traits>
+#include <vector>
 
+#include "platform/error.h"
 #include "platform/file.h"
+#include "platform/path.h"
 #include "platform/posix/native.h"
 
 namespace vk::tq {
@@ -63,6 +67,30 @@ bool CopyContents(int source, int copy) {
   }
 }
 
+// Locks a file for its owner; the lock goes when the last process that has it open ends. Nobody
+// waits. Where the file system knows no such locks, no orphan is found either.
+bool TakeOwnership(int file) {
+  struct flock lock {};
+  lock.l_type = F_WRLCK;
+  lock.l_whence = SEEK_SET;
+  return RetryInterrupted([&] { return fcntl(file, F_OFD_SETLK, &lock); }) == 0;
+}
+
+// A hidden name goes on with the process and a count.
+constexpr std::string_view kHiddenName = ".move-";
+
+// Removes the hidden files that killed processes have left in a folder.
+void RemoveOrphans(const std::string& folder) {
+  const LastErrorKeeper keep;
+  const auto files = FindFiles(PathFromNative(folder), L".move-*");
+  for (const FoundFile& file : files.value_or(std::vector<FoundFile>())) {
+    if (file.name.find_first_not_of(L"0123456789-", kHiddenName.size()) != file.name.npos) continue;
+    const std::string name = folder + "/" + NameToNative(file.name);
+    const FileDescriptor fd(open(name.c_str(), O_RDWR | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK));
+    if (fd && TakeOwnership(fd.get())) unlink(name.c_str());
+  }
+}
+
 // A file in the making, for the calling user alone, in the folder of the name that it will get.
 // Where the file system can do that it has no name yet, and otherwise a hidden one.
 class HiddenFile {
@@ -78,11 +106,13 @@ class HiddenFile {
 
   bool Make() {
     fd_ = MakeUnnamedFile(target_, O_WRONLY, 0600);
-    if (fd_) return true;
-    return TakeHiddenName([&](const char* name) {
-      fd_.Reset(open(name, O_CREAT | O_EXCL | O_WRONLY | O_CLOEXEC | O_NOFOLLOW, 0600));
-      return static_cast<bool>(fd_);
-    });
+    const bool is_made =
+        fd_ || TakeHiddenName([&](const char* name) {
+          fd_.Reset(open(name, O_CREAT | O_EXCL | O_WRONLY | O_CLOEXEC | O_NOFOLLOW, 0600));
+          return static_cast<bool>(fd_);
+        });
+    if (is_made) TakeOwnership(fd_.get());
+    return is_made;
   }
 
   // Gives the file its name, in place of any other file.
@@ -102,10 +132,11 @@ class HiddenFile {
   // Tries names until one is free.
   template <class Take>
   bool TakeHiddenName(const Take& take) {
+    RemoveOrphans(ParentOf(target_));
     static std::atomic<unsigned> counter = 0;
     for (int attempt = 0; attempt < 100; ++attempt) {
-      std::string name = ParentOf(target_) + "/.move-" + std::to_string(getpid()) + "-" +
-                         std::to_string(counter++);
+      std::string name = ParentOf(target_) + "/" + std::string(kHiddenName) +
+                         std::to_string(getpid()) + "-" + std::to_string(counter++);
       if (take(name.c_str())) {
         name_ = std::move(name);  // which cannot fail and leave the file there
         return true;

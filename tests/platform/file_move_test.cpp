@@ -177,6 +177,21 @@ TEST_P(FileMoveTest, CopyThatCannotBeFinishedLeavesTheSourceAndTheOldTarget) {
   EXPECT_EQ("old", ReadNative(To()));
 }
 
+TEST_P(FileMoveTest, ACopyRemovesWhatAKilledOneHasLeft) {
+  if (!GetParam()) return;  // nothing is copied
+  for (const char* name : {".move-1-0", ".move-1-1", ".move-notes", "job.xml"}) {
+    WriteNative(To(name), name);
+  }
+  const int alive = open(To(".move-1-1").c_str(), O_RDWR | O_CLOEXEC);  // its owner goes on
+  struct flock lock {};
+  lock.l_type = F_WRLCK;
+  ASSERT_EQ(0, fcntl(alive, F_OFD_SETLK, &lock));
+  WriteNative(From(), "contents");
+  EXPECT_TRUE(Move());
+  EXPECT_THAT(Targets(), ElementsAre(".move-1-1", ".move-notes", "job.xml"));
+  close(alive);
+}
+
 TEST_P(FileMoveTest, SourceThatCannotGoIsNotCopied) {
   WriteNative(From(), "contents");
   chmod(home_.native().c_str(), 0755);
