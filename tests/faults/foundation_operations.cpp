@@ -20,6 +20,10 @@ constexpr wchar_t kId[] = L"0123456789abcdef0123456789abcdef0123";
 
 void Nothing(Stage&) {}
 
+// The leader of the session that this process came with may have ended, or lie outside of its
+// container. A process that leads a group, and cannot begin a session, has a shell that lives.
+void BeginSession(Stage&) { setsid(); }
+
 CString IniPath(Stage& stage) { return stage.WorkPath(L"some.ini"); }
 
 void HoldIni(Stage& stage) {
@@ -99,7 +103,7 @@ std::vector<Operation> FoundationOperations() {
          return Reports(CUtil::SetFileAccess(path, L"users", 0) == 1);
        },
        nullptr, kLine, 2},
-      {"LogonTime", Nothing,
+      {"LogonTime", BeginSession,
        [](Stage&) {
          const CString time = CUtil::GetLogonDateTimeFromLSA();
          return Reports(!time.empty());

@@ -5,6 +5,7 @@
 #include <sched.h>
 #include <sys/prctl.h>
 #include <sys/syscall.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <array>
@@ -221,11 +222,14 @@ TEST_P(KilledOwnerTest, LeavesTheLockToTheNext) {
   for (int round = 0; round < kKillsOfALock; ++round) {
     victim->start = kNever;
     victim->holds = false;
+    // Every second owner keeps what it has: a kill seldom meets a lock that is held for so short.
+    const bool keeps = round % 2 == 0;
     ChildProcess owner([&] {
       for (;;) {
         const HANDLE lock = Take(GetParam().mutex);
-        if (victim->start.load() == kNever) victim->start = steady_clock::now();
         victim->holds = lock != nullptr;
+        if (victim->start.load() == kNever) victim->start = steady_clock::now();
+        if (keeps) pause();
         for (int spin = 0; spin < 3000; ++spin) victim->holds.load();
         victim->holds = false;
         ReleaseManageFileMutex(lock);
@@ -246,7 +250,7 @@ TEST_P(KilledOwnerTest, LeavesTheLockToTheNext) {
   }
   std::printf("%s, seed %d: %d kills, %d of them while the lock was held\n", GetParam().name,
               Seed(), kKillsOfALock, held);
-  EXPECT_GT(held, 0);
+  EXPECT_GE(held, kKillsOfALock / 2);
 }
 
 INSTANTIATE_TEST_SUITE_P(Locks, KilledOwnerTest, ::testing::ValuesIn(kLocks),
