@@ -25,56 +25,45 @@ namespace {
 
 namespace fs = std::filesystem;
 
-constexpr Fault kFaults[] = {
-    {"open", Group::kOpen, EMFILE},
-    {"open", Group::kOpen, EIO},
-    {"open", Group::kOpen, EMFILE, Outcome::kMayFail, Reach::kFromThenOn},
-    {"read", Group::kRead, EIO},
-    {"read", Group::kRead, EINTR, Outcome::kGoesOn},
-    {"write", Group::kWrite, EIO},
-    {"write", Group::kWrite, ENOSPC},
-    {"write", Group::kWrite, EINTR, Outcome::kGoesOn},
-    {"short write", Group::kWrite, kHalf, Outcome::kGoesOn},
-    {"close", Group::kClose, EIO},
-    {"rename", Group::kRename, EACCES},
-    {"rename", Group::kRename, EIO},
-    {"unlink", Group::kRemove, EACCES},
-    {"mkdir", Group::kFolder, ENOSPC},
-    {"mkdir", Group::kFolder, EACCES},
-    {"directory read", Group::kDirectory, EIO},
-    {"reserve and cut", Group::kRoom, ENOSPC},
-    {"reserve and cut", Group::kRoom, EINTR, Outcome::kGoesOn},
-    {"reserve and cut", Group::kLength, EIO},
-    {"reserve and cut", Group::kLength, EINTR, Outcome::kGoesOn},
-    {"flush", Group::kFlush, EIO},
-    {"status", Group::kStatus, EIO},
-    {"status", Group::kStatus, ENOMEM},
-    {"rights", Group::kRights, EPERM},
-    {"rights", Group::kRights, ENOMEM},
-    {"rights", Group::kAccounts, EIO},
-    {"rights", Group::kAccounts, EINTR, Outcome::kGoesOn},
-    {"lock", Group::kLock, EACCES},
-    {"lock", Group::kLock, ENOMEM},
-    {"lock", Group::kLock, ENOSPC},
-    {"memory", Group::kMemory, ENOMEM},
-    {"memory", Group::kMemory, ENOMEM, Outcome::kMayFail, Reach::kFromThenOn},
-    {"memory", Group::kXml, ENOMEM},
-    {"memory", Group::kXmlMemory, ENOMEM},
-    {"socket call", Group::kSocket, ENOBUFS},
-    {"socket call", Group::kSocket, ECONNREFUSED},
-    {"socket call", Group::kTransfer, ECONNRESET},
-    {"socket call", Group::kTransfer, EINTR, Outcome::kGoesOn},
-    {"socket call", Group::kTransfer, kHalf, Outcome::kGoesOn},
-    {"socket call", Group::kDatagram, ENETUNREACH},
-    {"socket call", Group::kDatagram, EINTR, Outcome::kGoesOn},
-    {"socket call", Group::kPoll, ENOMEM},
-    {"socket call", Group::kPoll, EINTR, Outcome::kGoesOn},
-    {"resolver", Group::kResolver, EAI_AGAIN},
-    {"resolver", Group::kResolver, EAI_MEMORY},
-    {"machine", Group::kMachine, EINTR},
-    {"machine", Group::kText, ENOMEM},
-    {"cipher", Group::kCipher, ENOMEM},
-    {"ftp library", Group::kFtpLibrary, ENOMEM},
+// The errors with which calls of a group may make an operation fail, and those that must not
+// impress it. The first one may also last.
+struct Errors {
+  const char* kind;
+  Group group;
+  std::vector<int> failing;
+  std::vector<int> passing = {};
+  bool lasts = false;
+};
+using enum Group;
+const Errors kErrors[] = {
+    {"open", kOpen, {EMFILE, EIO}, {}, true},
+    {"read", kRead, {EIO}, {EINTR}},
+    {"write", kWrite, {EIO, ENOSPC}, {EINTR}},
+    {"short write", kWrite, {}, {kHalf}},
+    {"close", kClose, {EIO}},
+    {"rename", kRename, {EACCES, EIO}},
+    {"unlink", kRemove, {EACCES}},
+    {"mkdir", kFolder, {ENOSPC, EACCES}},
+    {"directory read", kDirectory, {EIO}},
+    {"reserve and cut", kRoom, {ENOSPC}, {EINTR}},
+    {"reserve and cut", kLength, {EIO}, {EINTR}},
+    {"flush", kFlush, {EIO}},
+    {"status", kStatus, {EIO, ENOMEM}},
+    {"rights", kRights, {EPERM, ENOMEM}},
+    {"rights", kAccounts, {EIO}, {EINTR}},
+    {"lock", kLock, {EACCES, ENOMEM, ENOSPC}},
+    {"memory", kMemory, {ENOMEM}, {}, true},
+    {"memory", kXml, {ENOMEM}},
+    {"memory", kXmlMemory, {ENOMEM}},
+    {"socket call", kSocket, {ENOBUFS, ECONNREFUSED}},
+    {"socket call", kTransfer, {ECONNRESET}, {EINTR, kHalf}},
+    {"socket call", kDatagram, {ENETUNREACH}, {EINTR}},
+    {"socket call", kPoll, {ENOMEM}, {EINTR}},
+    {"resolver", kResolver, {EAI_AGAIN, EAI_MEMORY}},
+    {"machine", kMachine, {EINTR}},
+    {"machine", kText, {ENOMEM}},
+    {"cipher", kCipher, {ENOMEM}},
+    {"ftp library", kFtpLibrary, {ENOMEM}},
 };
 
 // ---- Another process, which takes every lock ----
@@ -101,58 +90,30 @@ class Prober {
   }
 
   // The locks that another process cannot take at once, a bit for each.
-  int Held() {
-    unsigned char held = 0;
-    if (write(ends_[0], &held, 1) != 1 || read(ends_[0], &held, 1) != 1) return 0x100;
-    return held;
+  unsigned Held() {
+    unsigned held = 0;
+    const bool is_told = write(ends_[0], &held, sizeof held) == sizeof held &&
+                         read(ends_[0], &held, sizeof held) == sizeof held;
+    return is_told ? held : ~0U;
   }
 
  private:
   int Serve() {
     close(ends_[0]);  // so that this process ends with the other
-    unsigned char held = 0;
-    while (read(ends_[1], &held, 1) == 1) {
+    for (unsigned held = 0; read(ends_[1], &held, sizeof held) == sizeof held;) {
       held = 0;
       for (unsigned i = 0; i < std::size(kLocks); ++i) {
-        if (!Take(kLocks[i])) held |= static_cast<unsigned char>(1U << i);
+        const bool is_global = std::wstring_view(kLocks[i]).starts_with(L"Global");
+        if (ProbeMutex(kLocks[i], is_global) != WaitResult::kAcquired) held |= 1U << i;
       }
-      if (write(ends_[1], &held, 1) != 1) break;
+      if (write(ends_[1], &held, sizeof held) != sizeof held) break;
     }
     return 0;
-  }
-
-  static bool Take(const wchar_t* name) {
-    HANDLE mutex = CreateNamedMutex(nullptr, name);
-    if (mutex == nullptr) return false;
-    const bool is_free = WaitForNamedMutex(mutex, 0) == WaitResult::kAcquired;
-    ReleaseNamedMutex(mutex);
-    CloseNamedMutex(mutex);
-    return is_free;
   }
 
   int ends_[2];
   std::unique_ptr<ChildProcess> child_;
 };
-
-// ---- How many points there were ----
-
-std::map<std::string, int>& Points() {
-  static std::map<std::string, int> points;
-  return points;
-}
-
-class Summary : public ::testing::Environment {
- public:
-  void TearDown() override {
-    int all = 0;
-    for (const auto& [kind, count] : Points()) {
-      std::printf("%-16s %7d points\n", kind.c_str(), count);
-      all += count;
-    }
-    std::printf("%-16s %7d points\n", "all kinds", all);
-  }
-};
-[[maybe_unused]] const auto* const kSummary = ::testing::AddGlobalTestEnvironment(new Summary);
 
 int OpenDescriptors() {
   DIR* const folder = opendir("/proc/self/fd");
@@ -162,27 +123,38 @@ int OpenDescriptors() {
   return count;
 }
 
+// Keeps the lines, and no events.
+struct Sink : LogSink, EventSink {
+  explicit Sink(std::vector<LogLine>& to) : lines(to) {}
+  void Write(const LogRecord& record) override {
+    const Calm calm;
+    lines.push_back(
+        {record.level, record.number, std::wstring(record.function), std::wstring(record.message)});
+  }
+  void Write(unsigned long, std::wstring_view, bool) override {}
+  std::vector<LogLine>& lines;
+};
+
 // ---- The driver ----
 
 class FaultTest : public Stage, public ::testing::WithParamInterface<Operation> {
  protected:
   FaultTest() {
     setenv("TQ_LOG_FILE", native("work/log").c_str(), 1);
-    struct Sink : LogSink {
-      explicit Sink(std::vector<LogLine>& to) : lines(to) {}
-      void Write(const LogRecord& record) override {
-        const Calm calm;
-        lines.push_back({record.level, record.number, std::wstring(record.function),
-                         std::wstring(record.message)});
-      }
-      std::vector<LogLine>& lines;
-    };
-    InstallLogSink(std::make_shared<Sink>(lines_));
-    struct NoEvents : EventSink {
-      void Write(unsigned long, std::wstring_view, bool) override {}
-    };
-    InstallEventSink(std::make_shared<NoEvents>());
+    const auto sink = std::make_shared<Sink>(lines_);
+    InstallLogSink(sink);
+    InstallEventSink(sink);
     for (const wchar_t* lock : kLocks) identities_.push_back(IdentityOfMutex(lock));
+  }
+
+  // How many points there were.
+  static void TearDownTestSuite() {
+    int all = 0;
+    for (const auto& [kind, count] : points_) {
+      std::printf("%-16s %7d points\n", kind.c_str(), count);
+      all += count;
+    }
+    std::printf("%-16s %7d points\n", "all kinds", all);
   }
 
   struct Run {
@@ -195,7 +167,7 @@ class FaultTest : public Stage, public ::testing::WithParamInterface<Operation> 
   void Prepare() {
     is_made_ = false;
     Refresh();
-    operation_.prepare(*this);
+    if (operation_.prepare != nullptr) operation_.prepare(*this);
     for (const MutexIdentity& lock : identities_) {
       if (const MutexSet set = FindMutexSet(lock); set.id >= 0) RetireMutexSet(set.id);
     }
@@ -236,7 +208,8 @@ class FaultTest : public Stage, public ::testing::WithParamInterface<Operation> 
     if (operation_.serve != nullptr) usleep(50000);  // the server closes its own ends
     descriptors_ = OpenDescriptors();
     const std::vector<std::string> names = Names();
-    for (const std::string& name : operation_.also) names_.push_back(native("jobs/" + name));
+    for (const std::string& name : operation_.promise.also)
+      names_.push_back(native("jobs/" + name));
     names_.insert(names_.end(), names.begin(), names.end());
     new_view_ = View();
   }
@@ -250,47 +223,46 @@ class FaultTest : public Stage, public ::testing::WithParamInterface<Operation> 
       open = OpenDescriptors();
     }
     EXPECT_EQ(open, descriptors_);
-    EXPECT_EQ(prober_.Held(), 0) << "held locks, a bit for each";
+    EXPECT_EQ(prober_.Held(), 0U) << "held locks, a bit for each";
     CheckReport(fault, run);
     for (const std::string& name : Names()) {
       // What cannot be removed, or cannot be named for want of any memory, stays.
-      if (fault.group == Group::kRemove || IsWithoutMemory(fault)) break;
+      if (fault.group == kRemove || IsWithoutMemory(fault)) break;
       EXPECT_TRUE(std::ranges::count(names_, name) > 0) << name << " is left behind";
     }
     const std::vector<std::string> view = View();
     for (std::size_t i = 0; i < view.size(); ++i) {
       EXPECT_TRUE(view[i] == new_view_[i] || view[i] == old_view_[i] || IsAlsoAllowed(view[i]))
           << "piece " << i << " of the stored state is neither old nor new: " << view[i];
-      if (run.report && i < operation_.sure_pieces) {
+      if (run.report && i < operation_.promise.sure_pieces) {
         EXPECT_EQ(view[i], new_view_[i]);
       }
     }
   }
 
-  static bool IsWithoutMemory(const Fault& fault) {
-    return fault.group == Group::kMemory && fault.reach == Reach::kFromThenOn;
-  }
+  static bool IsWithoutMemory(const Fault& fault) { return fault.group == kMemory && fault.lasts; }
 
   bool IsAlsoAllowed(const std::string& text) const {
-    return std::ranges::count(operation_.also, text) > 0;
+    return std::ranges::count(operation_.promise.also, text) > 0;
   }
 
   void CheckReport(const Fault& fault, const Run& run) {
     if (!run.exception.empty()) {
       const bool is_allowed =
-          operation_.throws == Throws::kFailures ||
-          (run.is_for_memory && (!is_made_ || operation_.throws == Throws::kForMemory));
+          operation_.promise.throws == Throws::kFailures ||
+          (run.is_for_memory && (!is_made_ || operation_.promise.throws == Throws::kForMemory));
       EXPECT_TRUE(is_allowed) << "throws " << run.exception;
     } else if (run.report) {
       EXPECT_TRUE(run.report == report_ || IsAlsoAllowed(*run.report))
           << "reports a success with another value: " << *run.report;
-    } else if (operation_.line != nullptr) {
+    } else if (operation_.promise.line != nullptr) {
       const auto explains = [this](const LogLine& line) {
-        return line.level >= operation_.level && line.function.starts_with(operation_.line);
+        return line.level >= operation_.promise.level &&
+               line.function.starts_with(operation_.promise.line);
       };
       EXPECT_TRUE(std::ranges::any_of(lines_, explains)) << "fails without a line";
     }
-    if (fault.outcome == Outcome::kGoesOn) {
+    if (fault.goes_on) {
       EXPECT_EQ(run.report, report_) << run.exception;
     }
   }
@@ -324,23 +296,24 @@ class FaultTest : public Stage, public ::testing::WithParamInterface<Operation> 
   void Inject(const Fault& fault) {
     int failures = 0;
     // What stays away from a point on is tried at ever fewer points: each call was first before.
-    for (int n = 1;; n += fault.reach == Reach::kFromThenOn ? 1 + n / 8 : 1) {
+    for (int n = 1;; n += fault.lasts ? 1 + n / 8 : 1) {
       Prepare();
       const Run run = Perform(fault, n);
       if (run.failed == nullptr) return;
-      ++Points()[fault.kind];
+      ++points_[fault.kind];
       const int parts = PartCount();
       Check(fault, run);
       CheckRecovery(fault, n);
       if (PartCount() == parts) continue;
       ADD_FAILURE() << "The above: " << fault.kind << " " << n << ", " << run.failed << ", error "
-                    << fault.error << (fault.reach == Reach::kFromThenOn ? " from then on" : "");
+                    << fault.error << (fault.lasts ? " from then on" : "");
       if (++failures > 3) return;
     }
   }
 
-  static constexpr Fault kNoFault = {"none", Group::kOpen, 0};
+  static constexpr Fault kNoFault = {"none", kOpen, 0};
 
+  static inline std::map<std::string, int> points_;
   const Operation& operation_ = GetParam();
   std::vector<LogLine> lines_;
   Prober prober_;
@@ -362,14 +335,18 @@ TEST_P(FaultTest, IsSurvived) {
   for (const bool is_plain : {false, true}) {
     if (is_plain && operation_.serve != nullptr) break;
     SCOPED_TRACE(is_plain ? "on a plain file system" : "on an ordinary file system");
-    Enter({is_plain});
+    EnterPlainFileSystem(is_plain);
     // What cannot do its work there has nothing to lose.
     Prepare();
     if (is_plain && !Perform(kNoFault, 1).report) break;
     ASSERT_NO_FATAL_FAILURE(Rehearse());
-    for (const Fault& fault : kFaults) Inject(fault);
+    for (const auto& [kind, group, failing, passing, lasts] : kErrors) {
+      for (const int error : failing) Inject({kind, group, error});
+      for (const int error : passing) Inject({kind, group, error, true});
+      if (lasts) Inject({kind, group, failing[0], false, true});
+    }
   }
-  Enter({});
+  EnterPlainFileSystem(false);
 }
 
 std::vector<Operation> AllOperations() {

@@ -1,8 +1,5 @@
 // Utilities, locks and log calls.
-#include <fcntl.h>
 #include <unistd.h>
-
-#include <cwchar>
 
 #include "faults/operation.h"
 #include "foundation/file_lock.h"
@@ -13,12 +10,7 @@
 namespace vk::tq::testing {
 namespace {
 
-using Pieces = std::vector<std::string>;
-
 constexpr wchar_t kSection[] = L"Setting";
-constexpr wchar_t kId[] = L"0123456789abcdef0123456789abcdef0123";
-
-void Nothing(Stage&) {}
 
 // The leader of the session that this process came with may have ended, or lie outside of its
 // container. A process that leads a group, and cannot begin a session, has a shell that lives.
@@ -30,7 +22,65 @@ void HoldIni(Stage& stage) {
   WriteNative(stage.native("work/some.ini"), "[Setting]\nText=a value of some length\nNumber=42\n");
 }
 
-Report FindNames(Stage& stage) {
+Report SpecialFolder(Stage&) {
+  const CString folder = CUtil::GetSpecialFolderPath(26);
+  return Reports(!folder.empty(), folder.substr(folder.size() - 4));
+}
+
+Report ExePath(Stage&) { return Reports(true, CUtil::GetExePath()); }
+
+Report IniString(Stage& stage) {
+  return Reports(true, CUtil::GetIniString(kSection, L"Text", IniPath(stage)));
+}
+
+Report IniInt(Stage& stage) {
+  return Reports(true, std::to_wstring(CUtil::GetIniInt(kSection, L"Number", IniPath(stage), 7)));
+}
+
+Report ToUnicode(Stage&) {
+  return Reports(true, CUtil::ConvertToUnicode(932, "\x93\xFA\x96{ and ASCII"));
+}
+
+// Of the file, or of the folder that it lies in.
+template <bool kIsFile>
+Report SetAccess(Stage& stage) {
+  const CString path = kIsFile ? IniPath(stage) : CString(stage.WorkPath());
+  stage.Made();
+  return Reports(CUtil::SetFileAccess(path, L"users", kIsFile ? 1 : 0) == 1);
+}
+
+Report LogonTime(Stage&) { return Reports(!CUtil::GetLogonDateTimeFromLSA().empty()); }
+
+Report Pattern(Stage&) {
+  CString found, message;
+  int error = 0;
+  const CString text = L"job 4711 of 山田";
+  const bool is_done = CUtil::ExtractPatternString(text, L"[0-9]+", found, error, message) == 1;
+  return Reports(is_done, found);
+}
+
+void HoldDelimiter(Stage& stage) {
+  WriteNative(stage.native("registry.ini"),
+              "[SOFTWARE\\Wow6432Node\\ORV-INC\\Velkorandia\\Tessaloquin\\Option]\n"
+              "ImageLogIDDelimiter=#ID#\n");
+}
+
+Report ImageLogId(Stage&) {
+  wchar_t text[100] = L"0123456789abcdef0123456789abcdef0123#ID#rest";
+  wchar_t id[64];
+  const bool is_done = CUtil::SepareteImaglogID(text, id) == 1;
+  return Reports(is_done, id);
+}
+
+Report IpList(Stage&) {
+  CStringArray addresses;
+  const bool is_done = CUtil::GetIPList(addresses) == 1;
+  return Reports(is_done, addresses.IsEmpty() ? L"" : addresses.GetData()[0].c_str());
+}
+
+Report Version(Stage&) { return Reports(CUtil::IsWin8orLater(nullptr) == 1); }
+
+Report FileList(Stage& stage) {
   const CString directory = stage.WorkPath();
   CStringArray names;
   const bool is_done = GetFileList2(directory, L"*.INI", names) == 1;
@@ -46,6 +96,12 @@ Report TakeAndRelease(Stage&) {
 
 HANDLE TakeJobFiles() { return GetManageFileMutex(L"Global\\KITORA_QTL_JOB_MANAGE"); }
 
+Report WriteLogLine(Stage& stage) {
+  stage.Made();
+  AppendProgramLog(5, L"a line of some length");
+  return Reports(true);
+}
+
 // Where nothing is written of a line, the log says nothing of it either.
 Pieces ViewLog(Stage& stage) {
   const std::string log = stage.native("work/log");
@@ -57,110 +113,33 @@ Pieces ViewLog(Stage& stage) {
 
 std::vector<Operation> FoundationOperations() {
   constexpr Throws kMemory = Throws::kForMemory;
-  static constexpr wchar_t kLine[] = L"CUtil::";
-  const std::vector<std::string> empty = {""};
+  const Promise quiet = kNoLineButBadAlloc;
+  const Promise rights = {L"CUtil::", 2};
+  const Promise util = {L"CUtil::", 2, kMemory};
+  const Promise failure = {L"CUtil::", 5, kMemory};
   return {
-      {"SpecialFolder", Nothing,
-       [](Stage&) {
-         const CString folder = CUtil::GetSpecialFolderPath(26);
-         return Reports(!folder.empty(), folder.substr(folder.size() - 4));
-       },
-       nullptr, nullptr, 0, kMemory},
-      {"ExePath", Nothing, [](Stage&) { return Reports(true, CUtil::GetExePath()); }, nullptr,
-       nullptr, 0, kMemory, empty},
-      {"IniString", HoldIni,
-       [](Stage& stage) {
-         return Reports(true, CUtil::GetIniString(kSection, L"Text", IniPath(stage)));
-       },
-       nullptr, nullptr, 0, kMemory, empty},
-      {"IniInt",
-       HoldIni,
-       [](Stage& stage) {
-         const int number = CUtil::GetIniInt(kSection, L"Number", IniPath(stage), 7);
-         return Reports(true, number == 42 ? L"42" : L"7");
-       },
+      {"SpecialFolder", nullptr, SpecialFolder, quiet},
+      {"ExePath", nullptr, ExePath, quiet.Or("")},
+      {"IniString", HoldIni, IniString, quiet.Or("")},
+      {"IniInt", HoldIni, IniInt, quiet.Or("7")},
+      {"ToUnicode", nullptr, ToUnicode, quiet.Or("")},
+      {"FileAccess", HoldIni, SetAccess<true>, rights},
+      {"FolderAccess", HoldIni, SetAccess<false>, rights},
+      {"LogonTime", BeginSession, LogonTime, util},
+      {"Pattern", nullptr, Pattern, failure},
+      {"ImageLogId", HoldDelimiter, ImageLogId, util},
+      {"IpList", nullptr, IpList, util},
+      {"Version", nullptr, Version, failure},
+      {"FileList", HoldIni, FileList, {L"GetFileList2", 5, kMemory}},
+      {"JobFilesLock",
        nullptr,
+       TakeAndRelease<TakeJobFiles, ReleaseManageFileMutex>,
+       {L"GetManageFileMutex", 4, kMemory}},
+      {"WhiteListLock",
        nullptr,
-       0,
-       kMemory,
-       {"7"}},
-      {"ToUnicode", Nothing,
-       [](Stage&) {
-         return Reports(true, CUtil::ConvertToUnicode(932, "\x93\xFA\x96{ and ASCII"));
-       },
-       nullptr, nullptr, 0, kMemory, empty},
-      {"FileAccess", HoldIni,
-       [](Stage& stage) {
-         const CString path = IniPath(stage);
-         stage.Made();
-         return Reports(CUtil::SetFileAccess(path, L"users", 1) == 1);
-       },
-       nullptr, kLine, 2},
-      {"FolderAccess", HoldIni,
-       [](Stage& stage) {
-         const CString path = IniPath(stage).substr(0, IniPath(stage).rfind(L'\\'));
-         stage.Made();
-         return Reports(CUtil::SetFileAccess(path, L"users", 0) == 1);
-       },
-       nullptr, kLine, 2},
-      {"LogonTime", BeginSession,
-       [](Stage&) {
-         const CString time = CUtil::GetLogonDateTimeFromLSA();
-         return Reports(!time.empty());
-       },
-       nullptr, kLine, 2, kMemory},
-      {"Pattern", Nothing,
-       [](Stage&) {
-         CString found, message;
-         int error = 0;
-         const bool is_done = CUtil::ExtractPatternString(L"job 4711 of 山田", L"[0-9]+", found,
-                                                          error, message) == 1;
-         return Reports(is_done, found);
-       },
-       nullptr, kLine, 5, kMemory},
-      {"ImageLogId", Nothing,
-       [](Stage& stage) {
-         {
-           const Calm calm;
-           WriteNative(stage.native("registry.ini"),
-                       "[SOFTWARE\\Wow6432Node\\ORV-INC\\Velkorandia\\Tessaloquin\\Option]\n"
-                       "ImageLogIDDelimiter=#ID#\n");
-         }
-         wchar_t text[100], id[64];
-         std::wcscpy(text, kId);
-         std::wcscat(text, L"#ID#rest");
-         const bool is_done = CUtil::SepareteImaglogID(text, id) == 1;
-         return Reports(is_done, id);
-       },
-       nullptr, kLine, 2, kMemory},
-      {"IpList", Nothing,
-       [](Stage&) {
-         CStringArray addresses;
-         const bool is_done = CUtil::GetIPList(addresses) == 1;
-         return Reports(is_done, addresses.IsEmpty() ? L"" : addresses.GetData()[0].c_str());
-       },
-       nullptr, kLine, 2, kMemory},
-      {"Version", Nothing, [](Stage&) { return Reports(CUtil::IsWin8orLater(nullptr) == 1); },
-       nullptr, kLine, 5, kMemory},
-      {"FileList", HoldIni, FindNames, nullptr, L"GetFileList2", 5, kMemory},
-      {"JobFilesLock", Nothing, TakeAndRelease<TakeJobFiles, ReleaseManageFileMutex>, nullptr,
-       L"GetManageFileMutex", 4, kMemory},
-      {"WhiteListLock", Nothing,
-       TakeAndRelease<GetPrinterWhiteListMutex, ReleasePrinterWhiteListMutex>, nullptr,
-       L"GetPrinterWhiteListMutex", 5, kMemory},
-      {"LogLine",
-       Nothing,
-       [](Stage& stage) {
-         stage.Made();
-         AppendProgramLog(5, L"a line of some length");
-         return Reports(true);
-       },
-       ViewLog,
-       nullptr,
-       0,
-       Throws::kNothing,
-       {},
-       0},
+       TakeAndRelease<GetPrinterWhiteListMutex, ReleasePrinterWhiteListMutex>,
+       {L"GetPrinterWhiteListMutex", 5, kMemory}},
+      {"LogLine", nullptr, WriteLogLine, kNoLine.Sure(0), ViewLog},
   };
 }
 

@@ -59,13 +59,8 @@ enum class Throws : unsigned char {
   kFailures,   // any exception that its header names, std::bad_alloc among them
 };
 
-struct Operation {
-  const char* name;
-  void (*prepare)(Stage&);
-  Report (*run)(Stage&);
-  // What a fresh reader sees of the stored state, piece by piece: after a fault each is as it was
-  // before the operation, or as it is after one without a fault.
-  std::vector<std::string> (*view)(Stage&) = nullptr;
+// What a header promises of an operation that meets a fault.
+struct Promise {
   // How the function begins that the line of a failure names, and its lowest level. Null when the
   // header promises no line.
   const wchar_t* line = nullptr;
@@ -75,6 +70,23 @@ struct Operation {
   std::vector<std::string> also = {};
   // How many of the pieces a success promises.
   std::size_t sure_pieces = 100;
+
+  Promise Or(const char* allowed) const { return {line, level, throws, {allowed}, sure_pieces}; }
+  Promise Sure(std::size_t pieces) const { return {line, level, throws, also, pieces}; }
+};
+inline const Promise kNoLine;
+inline const Promise kNoLineButBadAlloc = {nullptr, 0, Throws::kForMemory};
+
+using Pieces = std::vector<std::string>;
+
+struct Operation {
+  const char* name;
+  void (*prepare)(Stage&);  // null when a fresh product folder is all that it needs
+  Report (*run)(Stage&);
+  Promise promise = {};
+  // What a fresh reader sees of the stored state, piece by piece: after a fault each is as it was
+  // before the operation, or as it is after one without a fault.
+  Pieces (*view)(Stage&) = nullptr;
   // Starts a server, and sets the port.
   std::shared_ptr<void> (*serve)(Stage&) = nullptr;
 };

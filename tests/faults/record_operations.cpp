@@ -1,5 +1,5 @@
 // The files of jobs and users.
-#include <filesystem>
+#include <functional>
 #include <string>
 #include <utility>
 
@@ -23,8 +23,6 @@ class EnableUsersAccessorPeer {
 namespace testing {
 namespace {
 
-using Pieces = std::vector<std::string>;
-
 // ---- Jobs ----
 
 void Fill(MANAGE_FILE& record, const wchar_t* text, int status) {
@@ -45,25 +43,23 @@ std::wstring TextOf(const MANAGE_FILE& record) {
 constexpr wchar_t kOldText[] = L"山田 <old>";
 constexpr wchar_t kNewText[] = L"the new record & more of it";
 
-template <int kStatus>
+using Job = CManageFileAccess;
+constexpr auto kWriteAll = [](Job& job) { return job.WriteAll(); };
+constexpr auto kWriteAllInFile = [](Job& job) { return job.WriteAll(1); };
+
+template <int kStatus, auto kWriteIt = kWriteAll>
 void HoldJob(Stage& stage) {
-  CManageFileAccess job(stage.job().c_str());
+  Job job(stage.job().c_str());
   Fill(job.GetManageData(), kOldText, kStatus);
-  ASSERT_EQ(job.WriteAll(), 1);
+  ASSERT_EQ(kWriteIt(job), 1);
 }
 
-void HoldJobInFile(Stage& stage) {
-  CManageFileAccess job(stage.job().c_str());
-  Fill(job.GetManageData(), kOldText, 97);
-  ASSERT_EQ(job.WriteAll(1), 1);
-}
+constexpr auto HoldJobInFile = HoldJob<97, kWriteAllInFile>;
 
 void HoldJobInByte(Stage& stage) {
   HoldJobInFile(stage);
   WriteNative(stage.native("jobs/Job0001.dat"), "a");
 }
-
-void Nothing(Stage&) {}
 
 // The numbered files, what they hold, and the status file.
 Pieces ViewJob(Stage& stage) {
@@ -73,36 +69,24 @@ Pieces ViewJob(Stage& stage) {
     (name.ends_with(".dat") ? status_file : numbered) += name;
   }
   if (!status_file.empty()) status_file = ReadNative(stage.native("jobs/Job0001.dat"));
-  CManageFileAccess job(stage.job().c_str());
+  Job job(stage.job().c_str());
   const bool is_read = job.ReadInformation() == 1;
   return {numbered, is_read ? ToUtf8(TextOf(job.GetManageData())) : "none", status_file};
 }
 
-// A change of status does not fail with its status file.
-constexpr std::size_t kNumberedFile = 2;
-
 // A job operation with a new object, whose record is the new one.
 template <auto kOperation, int kStatus>
 Report OnJob(Stage& stage) {
-  CManageFileAccess job(stage.job().c_str());
+  Job job(stage.job().c_str());
   Fill(job.GetManageData(), kNewText, kStatus);
   stage.Made();
-  const bool is_done = kOperation(job) == 1;
+  const bool is_done = std::invoke(kOperation, job) == 1;
   return Reports(is_done, TextOf(job.GetManageData()));
 }
 
-constexpr wchar_t kJobLine[] = L"CManageFileAccess::";
-constexpr auto kWriteAll = [](CManageFileAccess& job) { return job.WriteAll(); };
-constexpr auto kWriteAllInFile = [](CManageFileAccess& job) { return job.WriteAll(1); };
-constexpr auto kWriteStatus = [](CManageFileAccess& job) { return job.WriteStatus(); };
-constexpr auto kWriteInformation = [](CManageFileAccess& job) { return job.WriteInformation(); };
-constexpr auto kReadAll = [](CManageFileAccess& job) { return job.ReadAll(); };
-constexpr auto kReadStatus = [](CManageFileAccess& job) { return job.ReadStatus(); };
-constexpr auto kReadInformation = [](CManageFileAccess& job) { return job.ReadInformation(); };
-constexpr auto kIsExist = [](CManageFileAccess& job) { return job.IsExist(); };
-constexpr auto kDelete = [](CManageFileAccess& job) { return job.Delete(); };
-
 // ---- Print information ----
+
+using Info = CNemiPrintInfoFileAccess;
 
 std::wstring InfoPath(Stage& stage) { return stage.path(L"jobs\\info.xml"); }
 std::wstring MovedPath(Stage& stage) { return stage.path(L"work\\info.xml"); }
@@ -151,9 +135,8 @@ Report OnInfo(Stage& stage) {
   return Reports(is_done, info.GetNemiInfData().DocumentName);
 }
 
-using Info = CNemiPrintInfoFileAccess;
 using Path = std::wstring;
-constexpr wchar_t kInfoLine[] = L"CNemiPrintInfoFileAccess::";
+using Path = std::wstring;
 constexpr auto kReadInfo = [](Info& info, const Path&) { return info.ReadAll(); };
 constexpr auto kWriteInfo = [](Info& info, const Path&) { return info.WriteAll(); };
 constexpr auto kDeleteInfo = [](Info& info, const Path&) { return info.Delete(0); };
@@ -187,14 +170,12 @@ Report OnUser(Stage& stage) {
   return Reports(is_done, user.GetUserID());
 }
 
-constexpr auto kReadUser = [](auto& user) { return user.ReadAll(); };
-constexpr auto kWriteUser = [](auto& user) { return user.WriteAll(); };
-constexpr auto kDeleteUser = [](auto& user) { return user.Delete(); };
-constexpr auto kHasUser = [](auto& user) { return user.IsExist(); };
+constexpr auto kRead = [](auto& user) { return user.ReadAll(); };
+constexpr auto kWrite = [](auto& user) { return user.WriteAll(); };
+constexpr auto kDelete = [](auto& user) { return user.Delete(); };
+constexpr auto kHas = [](auto& user) { return user.IsExist(); };
 using User = CUserDataFileAccess;
-using SharedUser = CSharedUserDataFileAccess;
-constexpr wchar_t kUserLine[] = L"CUserDataFileAccess::";
-constexpr wchar_t kSharedLine[] = L"CSharedUserDataFileAccess::";
+using SharedPc = CSharedUserDataFileAccess;
 
 // ---- Lists ----
 
@@ -245,90 +226,61 @@ Report OfEnabledUsers(Stage& stage) {
   return Reports(types == 123, accounts[0] + L" " + accounts[1] + L" " + accounts[2]);
 }
 
+Report ReadWhiteList(Stage& stage) {
+  CWhiteListFileAccess list;
+  const bool is_done = list.Read(stage.config()) == 1;
+  return Reports(is_done, TextOf(list));
+}
+
+Report WriteWhiteList(Stage& stage) {
+  CWhiteListFileAccess list;
+  list.Add(L"3", kNewText);
+  return Reports(list.Write(stage.config()) == 1);
+}
+
 }  // namespace
 
 std::vector<Operation> RecordOperations() {
+  const Promise job = {L"CManageFileAccess::"};
+  const Promise info = {L"CNemiPrintInfoFileAccess::"};
+  const Promise user = {L"CUserDataFileAccess::"};
+  const Promise shared = {L"CSharedUserDataFileAccess::"};
+  const Promise enabled = {L"CEnableUsersAccessor::", 2, Throws::kForMemory};
+  const Promise white_list = {L"CWhiteListFileAccess::Read", 2, Throws::kForMemory};
+  // A change of status does not fail with its status file.
+  const Promise numbered = job.Sure(2);
   return {
-      {"JobReadAll", HoldJobInFile, OnJob<kReadAll, 5>, ViewJob, kJobLine},
-      {"JobReadAllNumbered", HoldJob<96>, OnJob<kReadAll, 5>, ViewJob, kJobLine},
-      {"JobReadStatus", HoldJobInFile, OnJob<kReadStatus, 5>, ViewJob, kJobLine},
-      {"JobReadStatusByte", HoldJobInByte, OnJob<kReadStatus, 5>, ViewJob, kJobLine},
-      {"JobReadInformation", HoldJob<5>, OnJob<kReadInformation, 5>, ViewJob, kJobLine},
-      {"JobIsExist", HoldJob<5>, OnJob<kIsExist, 5>, ViewJob, kJobLine},
-      {"JobDelete", HoldJob<96>, OnJob<kDelete, 5>, ViewJob, kJobLine},
-      {"JobWriteStatus",
-       HoldJob<5>,
-       OnJob<kWriteStatus, 96>,
-       ViewJob,
-       kJobLine,
-       4,
-       Throws::kNothing,
-       {},
-       kNumberedFile},
-      {"JobWriteInformation", HoldJob<5>, OnJob<kWriteInformation, 6>, ViewJob, kJobLine},
-      {"JobWriteAll",
-       HoldJob<5>,
-       OnJob<kWriteAll, 96>,
-       ViewJob,
-       kJobLine,
-       4,
-       Throws::kNothing,
-       {},
-       kNumberedFile},
-      {"JobWriteAllInFile",
-       HoldJob<5>,
-       OnJob<kWriteAllInFile, 97>,
-       ViewJob,
-       kJobLine,
-       4,
-       Throws::kNothing,
-       {},
-       kNumberedFile},
-      {"JobWriteAllNew",
-       Nothing,
-       OnJob<kWriteAll, 96>,
-       ViewJob,
-       kJobLine,
-       4,
-       Throws::kNothing,
-       {"Job0001.000"},
-       kNumberedFile},
-      {"InfoReadAll", HoldInfo, OnInfo<kReadInfo>, ViewInfo, kInfoLine},
-      {"InfoWriteAll", HoldInfo, OnInfo<kWriteInfo>, ViewInfo, kInfoLine},
-      {"InfoWriteAllNew", Nothing, OnInfo<kWriteInfo>, ViewInfo, kInfoLine},
-      {"InfoDelete", HoldInfo, OnInfo<kDeleteInfo>, ViewInfo, kInfoLine},
-      {"InfoMove", HoldInfoAndTarget, OnInfo<kMoveInfo>, ViewInfo, kInfoLine},
-      {"InfoIsExist", HoldInfo, OnInfo<kHasInfo>, ViewInfo, kInfoLine},
-      {"UserReadAll", HoldUser<User>, OnUser<User, kReadUser>, ViewUser<User>, kUserLine},
-      {"UserWriteAll", HoldUser<User>, OnUser<User, kWriteUser>, ViewUser<User>, kUserLine},
-      {"UserWriteAllNew", Nothing, OnUser<User, kWriteUser>, ViewUser<User>},
-      {"UserDelete", HoldUser<User>, OnUser<User, kDeleteUser>, ViewUser<User>, kUserLine},
-      {"UserIsExist", HoldUser<User>, OnUser<User, kHasUser>, ViewUser<User>},
-      {"SharedReadAll", HoldUser<SharedUser>, OnUser<SharedUser, kReadUser>, ViewUser<SharedUser>,
-       kSharedLine},
-      {"SharedWriteAll", HoldUser<SharedUser>, OnUser<SharedUser, kWriteUser>, ViewUser<SharedUser>,
-       kSharedLine},
-      {"SharedDelete", HoldUser<SharedUser>, OnUser<SharedUser, kDeleteUser>, ViewUser<SharedUser>,
-       kSharedLine},
-      {"SharedIsExist", HoldUser<SharedUser>, OnUser<SharedUser, kHasUser>, ViewUser<SharedUser>},
-      {"WhiteListRead", HoldWhiteList,
-       [](Stage& stage) {
-         CWhiteListFileAccess list;
-         const bool is_done = list.Read(stage.config()) == 1;
-         return Reports(is_done, TextOf(list));
-       },
-       ViewWhiteList, L"CWhiteListFileAccess::Read", 2, Throws::kForMemory},
-      {"WhiteListWrite", HoldWhiteList,
-       [](Stage& stage) {
-         CWhiteListFileAccess list;
-         list.Add(L"3", kNewText);
-         return Reports(list.Write(stage.config()) == 1);
-       },
-       ViewWhiteList, nullptr, 0, Throws::kForMemory},
-      {"EnabledUsers", HoldEnabledUsers, OfEnabledUsers, nullptr, L"CEnableUsersAccessor::", 2,
-       Throws::kForMemory},
-      {"EnabledUsersEnciphered", HoldEncipheredUsers, OfEnabledUsers, nullptr,
-       L"CEnableUsersAccessor::", 2, Throws::kForMemory},
+      {"JobReadAll", HoldJobInFile, OnJob<&Job::ReadAll, 5>, job, ViewJob},
+      {"JobReadAllNumbered", HoldJob<96>, OnJob<&Job::ReadAll, 5>, job, ViewJob},
+      {"JobReadStatus", HoldJobInFile, OnJob<&Job::ReadStatus, 5>, job, ViewJob},
+      {"JobReadStatusByte", HoldJobInByte, OnJob<&Job::ReadStatus, 5>, job, ViewJob},
+      {"JobReadInformation", HoldJob<5>, OnJob<&Job::ReadInformation, 5>, job, ViewJob},
+      {"JobIsExist", HoldJob<5>, OnJob<&Job::IsExist, 5>, job, ViewJob},
+      {"JobDelete", HoldJob<96>, OnJob<&Job::Delete, 5>, job, ViewJob},
+      {"JobWriteStatus", HoldJob<5>, OnJob<&Job::WriteStatus, 96>, numbered, ViewJob},
+      {"JobWriteInformation", HoldJob<5>, OnJob<&Job::WriteInformation, 6>, job, ViewJob},
+      {"JobWriteAll", HoldJob<5>, OnJob<kWriteAll, 96>, numbered, ViewJob},
+      {"JobWriteAllInFile", HoldJob<5>, OnJob<kWriteAllInFile, 97>, numbered, ViewJob},
+      {"JobWriteAllNew", nullptr, OnJob<kWriteAll, 96>, numbered.Or("Job0001.000"), ViewJob},
+      {"InfoReadAll", HoldInfo, OnInfo<kReadInfo>, info, ViewInfo},
+      {"InfoWriteAll", HoldInfo, OnInfo<kWriteInfo>, info, ViewInfo},
+      {"InfoWriteAllNew", nullptr, OnInfo<kWriteInfo>, info, ViewInfo},
+      {"InfoDelete", HoldInfo, OnInfo<kDeleteInfo>, info, ViewInfo},
+      {"InfoMove", HoldInfoAndTarget, OnInfo<kMoveInfo>, info, ViewInfo},
+      {"InfoIsExist", HoldInfo, OnInfo<kHasInfo>, info, ViewInfo},
+      {"UserReadAll", HoldUser<User>, OnUser<User, kRead>, user, ViewUser<User>},
+      {"UserWriteAll", HoldUser<User>, OnUser<User, kWrite>, user, ViewUser<User>},
+      {"UserWriteAllNew", nullptr, OnUser<User, kWrite>, kNoLine, ViewUser<User>},
+      {"UserDelete", HoldUser<User>, OnUser<User, kDelete>, user, ViewUser<User>},
+      {"UserIsExist", HoldUser<User>, OnUser<User, kHas>, kNoLine, ViewUser<User>},
+      {"SharedReadAll", HoldUser<SharedPc>, OnUser<SharedPc, kRead>, shared, ViewUser<SharedPc>},
+      {"SharedWriteAll", HoldUser<SharedPc>, OnUser<SharedPc, kWrite>, shared, ViewUser<SharedPc>},
+      {"SharedDelete", HoldUser<SharedPc>, OnUser<SharedPc, kDelete>, shared, ViewUser<SharedPc>},
+      {"SharedIsExist", HoldUser<SharedPc>, OnUser<SharedPc, kHas>, kNoLine, ViewUser<SharedPc>},
+      {"WhiteListRead", HoldWhiteList, ReadWhiteList, white_list, ViewWhiteList},
+      {"WhiteListWrite", HoldWhiteList, WriteWhiteList, kNoLineButBadAlloc, ViewWhiteList},
+      {"EnabledUsers", HoldEnabledUsers, OfEnabledUsers, enabled},
+      {"EnabledUsersEnciphered", HoldEncipheredUsers, OfEnabledUsers, enabled},
   };
 }
 

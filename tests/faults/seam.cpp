@@ -26,6 +26,7 @@
 #include <time.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cstdlib>
 #include <cstring>
 #include <new>
@@ -47,25 +48,17 @@ thread_local long live_blocks = 0;
 bool IsWatched() { return state.fault != nullptr && state.calm == 0; }
 
 // What a plain file system refuses.
-struct Refusal {
-  std::string_view symbol;
-  int error;
-};
-constexpr Refusal kPlainRefusals[] = {
-    {"renameat2", EINVAL},      {"fallocate", EOPNOTSUPP},    {"acl_get_file", EOPNOTSUPP},
-    {"acl_get_fd", EOPNOTSUPP}, {"acl_set_file", EOPNOTSUPP}, {"acl_set_fd", EOPNOTSUPP},
-};
+constexpr std::string_view kRefused[] = {"fallocate",  "acl_get_file", "acl_get_fd",
+                                         "acl_set_fd", "acl_set_file", "renameat2"};
 
 // The error with which a call has to fail now, or 0.
 int Due(Group group, const char* symbol) {
   if (!IsWatched()) return 0;
-  if (state.is_plain) {
-    for (const Refusal& refusal : kPlainRefusals) {
-      if (refusal.symbol == symbol) return refusal.error;
-    }
+  if (state.is_plain && std::ranges::count(kRefused, symbol) > 0) {
+    return group == Group::kRename ? EINVAL : EOPNOTSUPP;
   }
   if (group != state.fault->group) return 0;
-  if (--state.left > 0 || (state.left < 0 && state.fault->reach == Reach::kOnce)) return 0;
+  if (--state.left > 0 || (state.left < 0 && !state.fault->lasts)) return 0;
   if (state.left == 0) state.failed = symbol;
   return state.fault->error;
 }
@@ -107,7 +100,7 @@ void Free(void* block) {
 
 }  // namespace
 
-void Enter(const Surroundings& surroundings) { state.is_plain = surroundings.is_plain; }
+void EnterPlainFileSystem(bool is_plain) { state.is_plain = is_plain; }
 
 void Arm(const Fault& fault, int n) {
   state.failed = nullptr;

@@ -44,28 +44,19 @@ enum class Group : unsigned char {
 // In place of an error: the call does half of its work.
 inline constexpr int kHalf = -1;
 
-enum class Reach : unsigned char { kOnce, kFromThenOn };
-enum class Outcome : unsigned char {
-  kMayFail,
-  kGoesOn,  // the operation must not be impressed
-};
-
 // A way to fail; all rows of one kind are counted together.
 struct Fault {
   const char* kind;
   Group group;
   int error;
-  Outcome outcome = Outcome::kMayFail;
-  Reach reach = Reach::kOnce;
+  bool goes_on = false;  // the operation must not be impressed
+  bool lasts = false;    // from the n-th call on
 };
 
-// What the calling thread's next calls meet.
-struct Surroundings {
-  // A file system that knows neither files without a name, nor renaming without replacing, nor
-  // reserving, nor access lists, and whose folders lie in different file systems.
-  bool is_plain = false;
-};
-void Enter(const Surroundings& surroundings);
+// Whether the calling thread's next calls meet a file system that knows neither files without a
+// name, nor renaming without replacing, nor reserving, nor access lists, and whose folders lie in
+// different file systems.
+void EnterPlainFileSystem(bool is_plain);
 
 // From now on the calls of this thread are counted, and the n-th of the fault's group fails.
 void Arm(const Fault& fault, int n);

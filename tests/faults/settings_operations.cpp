@@ -1,6 +1,7 @@
 // The settings of the client and of the site, and the display texts.
 #include <algorithm>
-#include <cstdio>
+#include <functional>
+#include <type_traits>
 
 #include "faults/operation.h"
 #include "platform/path.h"
@@ -11,8 +12,6 @@
 
 namespace vk::tq::testing {
 namespace {
-
-using Pieces = std::vector<std::string>;
 
 void HoldClientIni(Stage& stage) {
   std::string text =
@@ -29,48 +28,37 @@ Pieces ViewInis(Stage& stage) {
           ReadNative(stage.product_native("PrintProcessor/config.ini"))};
 }
 
-// An operation of a settings object, which gives a text when it has read one.
+using Client = CClientSetting;
+
+// An operation of a settings object, which gives a text when it reads one and else 1.
 template <auto kOperation>
-Report OnClient(Stage& stage) {
-  CClientSetting setting;
-  return kOperation(setting, stage);
+Report OnClient(Stage&) {
+  Client setting;
+  if constexpr (std::is_same_v<std::invoke_result_t<decltype(kOperation), Client&>, CString>) {
+    return Reports(true, std::invoke(kOperation, setting));
+  } else {
+    return Reports(std::invoke(kOperation, setting) == 1);
+  }
 }
 
-constexpr auto kReadAddress = [](CClientSetting& setting, Stage&) {
-  return Reports(true, setting.ReadPrimPSIpAddr());
+constexpr auto kReadFlag = [](Client& it) { return std::to_wstring(it.ReadSvIpGetAutoFlg()); };
+constexpr auto kReadRetry = [](Client& it) { return std::to_wstring(it.ReadAddIconRetry()); };
+constexpr auto kWriteLonger = [](Client& it) { return it.WritePrimPSIpAddr(L"a longer address"); };
+constexpr auto kWriteShorter = [](Client& it) { return it.WritePrimPSIpAddr(L""); };
+constexpr auto kWriteClientIp = [](Client& it) { return it.WriteClientIP(L"10.1.1.1"); };
+constexpr auto kWriteNup = [](Client& it) { return it.WriteNupSetting(L"1,2,4"); };
+constexpr auto kWriteTimer = [](Client& it) { return it.WriteSpoolingJobSkipTimer(77); };
+constexpr auto kWriteTrays = [](Client& it) {
+  return it.WriteTrayData(3, L"new 1", 4, L"new 2", 0, L"new 3");
 };
-constexpr auto kReadFlag = [](CClientSetting& setting, Stage&) {
-  const int flag = setting.ReadSvIpGetAutoFlg();
-  return Reports(true, flag == 1 ? L"1" : L"0");
-};
-constexpr auto kReadRetry = [](CClientSetting& setting, Stage&) {
-  const int retry = setting.ReadAddIconRetry();
-  return Reports(true, retry == 5 ? L"5" : L"100");
-};
-constexpr auto kReadEmsDir = [](CClientSetting& setting, Stage&) {
+
+Report ReadEmsDir(Stage&) {
+  Client setting;
   CString directory;
   const bool is_done = setting.ReadEMSDir(directory) == 1;
   return Reports(is_done,
                  directory.substr(directory.size() - std::min<std::size_t>(3, directory.size())));
-};
-constexpr auto kWriteAddress = [](CClientSetting& setting, Stage&) {
-  return Reports(setting.WritePrimPSIpAddr(L"a longer address than it was") == 1);
-};
-constexpr auto kWriteShorter = [](CClientSetting& setting, Stage&) {
-  return Reports(setting.WritePrimPSIpAddr(L"") == 1);
-};
-constexpr auto kWriteClientIp = [](CClientSetting& setting, Stage&) {
-  return Reports(setting.WriteClientIP(L"10.1.1.1") == 1);
-};
-constexpr auto kWriteTrays = [](CClientSetting& setting, Stage&) {
-  return Reports(setting.WriteTrayData(3, L"new 1", 4, L"new 2", 0, L"new 3") == 1);
-};
-constexpr auto kWriteNup = [](CClientSetting& setting, Stage&) {
-  return Reports(setting.WriteNupSetting(L"1,2,4") == 1);
-};
-constexpr auto kWriteTimer = [](CClientSetting& setting, Stage&) {
-  return Reports(setting.WriteSpoolingJobSkipTimer(77) == 1);
-};
+}
 
 // All keys, with values that are good, and one folder that is missing.
 void HoldWholeClientIni(Stage& stage) {
@@ -131,56 +119,25 @@ Report LoadTexts(Stage& stage) {
 }  // namespace
 
 std::vector<Operation> SettingsOperations() {
-  constexpr Throws kMemory = Throws::kForMemory;
-  static constexpr wchar_t kLine[] = L"CClientSetting::";
-  // The results of those that have no way to tell of a failure.
-  const std::vector<std::string> empty = {""};
+  const Promise read = {L"CClientSetting::", 4, Throws::kForMemory};
+  const Promise written = {L"CClientSetting::", 5, Throws::kForMemory, {}, 0};
+  // Those that give a value have no way to tell of a failure.
+  const Promise quiet = kNoLineButBadAlloc;
+  constexpr auto kReadAddress = &Client::ReadPrimPSIpAddr;
   return {
-      {"ClientRead", HoldWholeClientIni, ReadWholeClientIni, ViewInis, kLine, 4, kMemory},
-      {"ClientReadAddress", HoldClientIni, OnClient<kReadAddress>, ViewInis, nullptr, 0, kMemory,
-       empty},
-      {"ClientReadFlag", HoldClientIni, OnClient<kReadFlag>, ViewInis, nullptr, 0, kMemory, {"0"}},
-      {"ClientReadRetry",
-       HoldClientIni,
-       OnClient<kReadRetry>,
-       ViewInis,
-       nullptr,
-       0,
-       kMemory,
-       {"100"}},
-      {"ClientReadEmsDir", HoldClientIni, OnClient<kReadEmsDir>, ViewInis, kLine, 4, kMemory},
-      {"ClientWriteAddress", HoldClientIni, OnClient<kWriteAddress>, ViewInis, nullptr, 0, kMemory},
-      {"ClientWriteShorter", HoldClientIni, OnClient<kWriteShorter>, ViewInis, nullptr, 0, kMemory},
-      {"ClientWriteClientIp",
-       HoldClientIni,
-       OnClient<kWriteClientIp>,
-       ViewInis,
-       nullptr,
-       0,
-       kMemory,
-       {},
-       0},
-      {"ClientWriteTrays",
-       HoldClientIni,
-       OnClient<kWriteTrays>,
-       ViewInis,
-       kLine,
-       5,
-       kMemory,
-       {},
-       0},
-      {"ClientWriteNup", HoldClientIni, OnClient<kWriteNup>, ViewInis, kLine, 5, kMemory, {}, 0},
-      {"ClientWriteTimer",
-       HoldClientIni,
-       OnClient<kWriteTimer>,
-       ViewInis,
-       kLine,
-       5,
-       kMemory,
-       {},
-       0},
-      {"SystemLoad", HoldSystemSettings, LoadSystemSettings, nullptr, nullptr, 0, kMemory},
-      {"Texts", HoldTexts, LoadTexts, nullptr, L"CLangageManager::", 3},
+      {"ClientRead", HoldWholeClientIni, ReadWholeClientIni, read, ViewInis},
+      {"ClientReadAddress", HoldClientIni, OnClient<kReadAddress>, quiet.Or(""), ViewInis},
+      {"ClientReadFlag", HoldClientIni, OnClient<kReadFlag>, quiet.Or("0"), ViewInis},
+      {"ClientReadRetry", HoldClientIni, OnClient<kReadRetry>, quiet.Or("100"), ViewInis},
+      {"ClientReadEmsDir", HoldClientIni, ReadEmsDir, read, ViewInis},
+      {"ClientWriteAddress", HoldClientIni, OnClient<kWriteLonger>, quiet, ViewInis},
+      {"ClientWriteShorter", HoldClientIni, OnClient<kWriteShorter>, quiet, ViewInis},
+      {"ClientWriteClientIp", HoldClientIni, OnClient<kWriteClientIp>, quiet.Sure(0), ViewInis},
+      {"ClientWriteTrays", HoldClientIni, OnClient<kWriteTrays>, written, ViewInis},
+      {"ClientWriteNup", HoldClientIni, OnClient<kWriteNup>, written, ViewInis},
+      {"ClientWriteTimer", HoldClientIni, OnClient<kWriteTimer>, written, ViewInis},
+      {"SystemLoad", HoldSystemSettings, LoadSystemSettings, quiet},
+      {"Texts", HoldTexts, LoadTexts, {L"CLangageManager::", 3}},
   };
 }
 

@@ -1,4 +1,6 @@
 // Cipher and XML.
+#include <type_traits>
+
 #include "faults/operation.h"
 #include "storage/crypto.h"
 #include "storage/xml.h"
@@ -6,11 +8,7 @@
 namespace vk::tq::testing {
 namespace {
 
-using Pieces = std::vector<std::string>;
-
 constexpr wchar_t kText[] = L"a text & <more> 山田";
-
-void Nothing(Stage&) {}
 
 // ---- Cipher ----
 
@@ -21,13 +19,11 @@ void HoldTexts(Stage& stage) {
   ASSERT_EQ(crypto.CryptFileMake(stage.WorkPath(L"plain"), stage.WorkPath(L"cipher")), 0);
 }
 
-std::string DecipheredText(Stage& stage) {
+Pieces ViewText(Stage& stage) {
   CString text;
-  if (CCrypto().CryptingStringReader(stage.WorkPath(L"text"), text) != 0) return "none";
-  return ToUtf8(text);
+  const bool is_read = CCrypto().CryptingStringReader(stage.WorkPath(L"text"), text) == 0;
+  return {is_read ? ToUtf8(text) : "none"};
 }
-
-Pieces ViewText(Stage& stage) { return {DecipheredText(stage)}; }
 
 // The destination is a new file.
 Pieces ViewMade(Stage& stage) {
@@ -35,12 +31,39 @@ Pieces ViewMade(Stage& stage) {
   return {ExistsNative(made) ? ToHex(ReadNative(made)) : "none"};
 }
 
+Report Hash(Stage&) { return Reports(true, CCrypto().ComputeHash(kText)); }
+
+Report CipherBytes(Stage&) {
+  CByteArray bytes;
+  CCrypto().EncryptByTripleDesToByteArray(kText, bytes);
+  return Reports(true, CCrypto().DecryptByTripleDESToByteArray(bytes));
+}
+
+Report WriteText(Stage& stage) {
+  const std::wstring path = stage.WorkPath(L"text");
+  return Reports(CCrypto().CryptingStringWriter(kText, path) == 0);
+}
+
+Report ReadText(Stage& stage) {
+  const std::wstring path = stage.WorkPath(L"text");
+  CString text;
+  const bool is_done = CCrypto().CryptingStringReader(path, text) == 0;
+  return Reports(is_done, text);
+}
+
+template <auto kMake>
+Report MakeFile(Stage& stage) {
+  const std::wstring from = stage.WorkPath(kMake == &CCrypto::CryptFileMake ? L"plain" : L"cipher");
+  const std::wstring to = stage.WorkPath(L"made");
+  return Reports((CCrypto().*kMake)(from, to) == 0);
+}
+
 // ---- XML ----
 
 constexpr wchar_t kDocument[] =
     L"<Velkorandia><QTL><a>1</a><b>2</b></QTL><QTL><a>3</a></QTL></Velkorandia>";
 
-CStringArray Names() {
+CStringArray TwoNames() {
   const Calm calm;
   CStringArray names;
   names.Add(L"a");
@@ -64,14 +87,18 @@ std::wstring Joined(const CMapStringToString& texts) {
 }
 
 // A reading operation, which gives what it puts into its last argument.
-template <class Values, auto kRead>
+template <class Names, class Values, int (CXml::*kRead)(const CString&, const Names&, Values&)>
 Report Select(Stage& stage) {
   CXml xml;
   const CString document = kDocument;
-  const CStringArray names = Names();
+  Names names;
+  if constexpr (std::is_same_v<Names, CString>)
+    names = L"a";
+  else
+    names = TwoNames();
   Values values;
   stage.Made();
-  const bool is_done = kRead(xml, document, names, values) == 0;
+  const bool is_done = (xml.*kRead)(document, names, values) == 0;
   return Reports(is_done, Joined(values));
 }
 
@@ -111,13 +138,12 @@ template <auto kChange>
 Report ChangeText(Stage& stage) {
   CXml xml;
   CString document = kDocument;
-  const CStringArray names = Names();
+  const CStringArray names = TwoNames();
   stage.Made();
   const bool is_done = kChange(xml, document, names) == 0;
   return Reports(is_done, document);
 }
 
-constexpr wchar_t kXmlLine[] = L"CXml::";
 constexpr auto kInsert = [](CXml& xml, CString& text, const CStringArray& names) {
   return xml.InsertXMLValueText(text, names, names);
 };
@@ -127,18 +153,6 @@ constexpr auto kUpdate = [](CXml& xml, CString& text, const CStringArray& names)
 constexpr auto kCreate = [](CXml& xml, CString& text, const CStringArray& names) {
   text = xml.CreateXmlString01(names, names);
   return text.empty() ? 1 : 0;
-};
-constexpr auto kSelectMap = [](CXml& xml, const CString& text, const CStringArray& names,
-                               CMapStringToString& values) {
-  return xml.SelectXMLStringValue(text, names, values);
-};
-constexpr auto kSelectFirst = [](CXml& xml, const CString& text, const CStringArray& names,
-                                 CMapStringToString& values) {
-  return xml.SelectFirstXMLStringValue(text, names, values);
-};
-constexpr auto kSelectAll = [](CXml& xml, const CString& text, const CStringArray& names,
-                               CStringArray& values) {
-  return xml.SelectXMLStringValue(text, names.GetData()[0], values);
 };
 
 Report SelectRows(Stage&) {
@@ -153,58 +167,27 @@ Report SelectRows(Stage&) {
 }  // namespace
 
 std::vector<Operation> StorageOperations() {
-  constexpr Throws kFails = Throws::kFailures;
+  const Promise cipher = {nullptr, 0, Throws::kFailures};
+  const Promise xml = {L"CXml::", 3};
+  const Promise rows = {L"CXml::", 3, Throws::kForMemory};
+  using Map = CMapStringToString;
+  constexpr auto kFirst = &CXml::SelectFirstXMLStringValue;
   return {
-      {"Hash",
-       Nothing,
-       [](Stage&) { return Reports(true, CCrypto().ComputeHash(kText)); },
-       nullptr,
-       nullptr,
-       0,
-       kFails,
-       {""}},
-      {"CipherBytes", Nothing,
-       [](Stage&) {
-         CByteArray bytes;
-         CCrypto().EncryptByTripleDesToByteArray(kText, bytes);
-         return Reports(true, CCrypto().DecryptByTripleDESToByteArray(bytes));
-       },
-       nullptr, nullptr, 0, kFails},
-      {"TextWrite", HoldTexts,
-       [](Stage& stage) {
-         const std::wstring path = stage.WorkPath(L"text");
-         return Reports(CCrypto().CryptingStringWriter(kText, path) == 0);
-       },
-       ViewText, nullptr, 0, kFails},
-      {"TextRead", HoldTexts,
-       [](Stage& stage) {
-         const std::wstring path = stage.WorkPath(L"text");
-         CString text;
-         const bool is_done = CCrypto().CryptingStringReader(path, text) == 0;
-         return Reports(is_done, text);
-       },
-       ViewText, nullptr, 0, kFails},
-      {"FileEncipher", HoldTexts,
-       [](Stage& stage) {
-         const std::wstring from = stage.WorkPath(L"plain"), to = stage.WorkPath(L"made");
-         return Reports(CCrypto().CryptFileMake(from, to) == 0);
-       },
-       ViewMade, nullptr, 0, kFails},
-      {"FileDecipher", HoldTexts,
-       [](Stage& stage) {
-         const std::wstring from = stage.WorkPath(L"cipher"), to = stage.WorkPath(L"made");
-         return Reports(CCrypto().DecryptFileMake(from, to) == 0);
-       },
-       ViewMade, nullptr, 0, kFails},
-      {"XmlSelectMap", Nothing, Select<CMapStringToString, kSelectMap>, nullptr, kXmlLine, 3},
-      {"XmlSelectFirst", Nothing, Select<CMapStringToString, kSelectFirst>, nullptr, kXmlLine, 3},
-      {"XmlSelectAll", Nothing, Select<CStringArray, kSelectAll>, nullptr, kXmlLine, 3},
-      {"XmlSelectRows", Nothing, SelectRows, nullptr, kXmlLine, 3, Throws::kForMemory},
-      {"XmlCreate", Nothing, ChangeText<kCreate>, nullptr, kXmlLine, 3},
-      {"XmlInsert", Nothing, ChangeText<kInsert>, nullptr, kXmlLine, 3},
-      {"XmlUpdate", Nothing, ChangeText<kUpdate>, nullptr, kXmlLine, 3},
-      {"XmlCreateFile", HoldDocument, CreateFile, ViewDocument, kXmlLine, 3, Throws::kForMemory},
-      {"XmlInsertFile", HoldDocument, InsertIntoFile, ViewDocument, kXmlLine, 3},
+      {"Hash", nullptr, Hash, cipher.Or("")},
+      {"CipherBytes", nullptr, CipherBytes, cipher},
+      {"TextWrite", HoldTexts, WriteText, cipher, ViewText},
+      {"TextRead", HoldTexts, ReadText, cipher, ViewText},
+      {"FileEncipher", HoldTexts, MakeFile<&CCrypto::CryptFileMake>, cipher, ViewMade},
+      {"FileDecipher", HoldTexts, MakeFile<&CCrypto::DecryptFileMake>, cipher, ViewMade},
+      {"XmlSelectMap", nullptr, Select<CStringArray, Map, &CXml::SelectXMLStringValue>, xml},
+      {"XmlSelectFirst", nullptr, Select<CStringArray, Map, kFirst>, xml},
+      {"XmlSelectAll", nullptr, Select<CString, CStringArray, &CXml::SelectXMLStringValue>, xml},
+      {"XmlSelectRows", nullptr, SelectRows, rows},
+      {"XmlCreate", nullptr, ChangeText<kCreate>, xml},
+      {"XmlInsert", nullptr, ChangeText<kInsert>, xml},
+      {"XmlUpdate", nullptr, ChangeText<kUpdate>, xml},
+      {"XmlCreateFile", HoldDocument, CreateFile, rows, ViewDocument},
+      {"XmlInsertFile", HoldDocument, InsertIntoFile, xml, ViewDocument},
   };
 }
 

@@ -12,14 +12,7 @@
 namespace vk::tq::testing {
 namespace {
 
-using Pieces = std::vector<std::string>;
-
 void HoldFile(Stage& stage) { WriteNative(stage.native("work/job.xml"), "contents of the file"); }
-
-CString WorkFolder(Stage& stage) {
-  const Calm calm;
-  return stage.path(L"work");
-}
 
 // ---- FTP ----
 
@@ -49,7 +42,7 @@ Pieces ViewFetched(Stage& stage) {
 // One work on a new connection.
 template <auto kWork>
 Report OverFtp(Stage& stage) {
-  const CString folder = WorkFolder(stage);
+  const CString folder = stage.WorkPath();
   CFtp ftp;
   stage.Made();
   const bool is_done = ftp.FtpConnect(L"127.0.0.1", L"user", L"password", 2000) == 1 &&
@@ -93,7 +86,7 @@ std::shared_ptr<void> ServePrinter(Stage& stage) {
 
 template <auto kWork>
 Report OverChannel(Stage& stage) {
-  const CString path = WorkFolder(stage) + L"\\job.xml";
+  const CString path = stage.WorkPath(L"job.xml");
   CSharedPrinterCommunication channel(L"localhost", stage.port, 1000, 1);
   stage.Made();
   return Reports(kWork(channel, path));
@@ -164,56 +157,18 @@ Report ListServers(Stage& stage) {
 }  // namespace
 
 std::vector<Operation> TransportOperations() {
-  static constexpr wchar_t kFtp[] = L"CFtp::";
-  static constexpr wchar_t kLink[] = L"CUtilLink::";
-  constexpr Throws kNone = Throws::kNothing;
+  const Promise ftp = {L"CFtp::", 3};
   return {
-      {"FtpPut", HoldFile, OverFtp<kPut>, nullptr, kFtp, 3, kNone, {}, 0, ServeFtp},
-      {"FtpPutAndVerify",
-       HoldFile,
-       OverFtp<kPutAndVerify>,
-       nullptr,
-       kFtp,
-       3,
-       kNone,
-       {},
-       0,
-       ServeFtp},
-      {"FtpGet", HoldFile, OverFtp<kGet>, ViewFetched, kFtp, 3, kNone, {}, 1, ServeFtp},
-      {"FtpFindSize", HoldFile, OverFtp<kFindSize>, nullptr, kFtp, 3, kNone, {}, 0, ServeFtp},
-      {"PrinterSend",
-       HoldFile,
-       OverChannel<kSend>,
-       nullptr,
-       nullptr,
-       0,
-       kNone,
-       {},
-       0,
-       ServePrinter},
-      {"PrinterPrintOut",
-       HoldFile,
-       OverChannel<kPrintOut>,
-       nullptr,
-       nullptr,
-       0,
-       kNone,
-       {},
-       0,
-       ServePrinter},
-      {"PrinterTime",
-       HoldFile,
-       OverChannel<kTime>,
-       nullptr,
-       nullptr,
-       0,
-       kNone,
-       {},
-       0,
-       ServePrinter},
-      {"NameFind", HoldFile, FindName, nullptr, nullptr, 0, kNone, {}, 0, ServeDns},
-      {"NameConform", HoldFile, ConformName, nullptr, nullptr, 0, kNone, {}, 0, ServeDns},
-      {"NameServers", HoldFile, ListServers, nullptr, kLink, 5},
+      {"FtpPut", HoldFile, OverFtp<kPut>, ftp, nullptr, ServeFtp},
+      {"FtpPutAndVerify", HoldFile, OverFtp<kPutAndVerify>, ftp, nullptr, ServeFtp},
+      {"FtpGet", HoldFile, OverFtp<kGet>, ftp, ViewFetched, ServeFtp},
+      {"FtpFindSize", HoldFile, OverFtp<kFindSize>, ftp, nullptr, ServeFtp},
+      {"PrinterSend", HoldFile, OverChannel<kSend>, kNoLine, nullptr, ServePrinter},
+      {"PrinterPrintOut", HoldFile, OverChannel<kPrintOut>, kNoLine, nullptr, ServePrinter},
+      {"PrinterTime", HoldFile, OverChannel<kTime>, kNoLine, nullptr, ServePrinter},
+      {"NameFind", HoldFile, FindName, kNoLine, nullptr, ServeDns},
+      {"NameConform", HoldFile, ConformName, kNoLine, nullptr, ServeDns},
+      {"NameServers", HoldFile, ListServers, {L"CUtilLink::", 5}},
   };
 }
 
