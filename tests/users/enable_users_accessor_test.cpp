@@ -2,7 +2,6 @@
 
 #include <fcntl.h>
 #include <sys/stat.h>
-#include <unistd.h>
 
 #include <chrono>
 #include <filesystem>
@@ -155,16 +154,13 @@ TEST_F(EnableUsersTest, TheFirstListThatKnowsTheUserDecides) {
       "[LogOnlyUsers]\r\nall=2\r\ntwo=\r\n"
       "[PcLogonQueryUsers]\r\nall=3\r\ntwo=3\r\nthree=3\r\n");
   const CEnableUsersAccessor& users = *CEnableUsersAccessor::GetInstance();
-  const std::tuple<const wchar_t*, int, const wchar_t*> kCases[] = {{L"All", 1, L"1"},
-                                                                    {L"Two", 2, L"TWO"},
-                                                                    {L"Three", 3, L"3"},
-                                                                    {L"four", 0, L""},
-                                                                    {L"", 0, L""}};
+  const std::tuple<CString, int, CString> kCases[] = {{L"All", 1, L"1"},
+                                                      {L"Two", 2, L"TWO"},
+                                                      {L"Three", 3, L"3"},
+                                                      {L"four", 0, L""},
+                                                      {L"", 0, L""}};
   for (const auto& [user, type, expected] : kCases) {
-    CString account = L"old";
-    EXPECT_EQ(users.GetEnableUserType(user, L"me", account), type) << ToUtf8(user);
-    EXPECT_EQ(account, expected) << ToUtf8(user);
-    CString same = user;
+    CString same = user;  // the call works on copies of its arguments
     EXPECT_EQ(users.GetEnableUserType(same, same, same), type) << ToUtf8(user);
     EXPECT_EQ(same, expected) << ToUtf8(user);
   }
@@ -200,21 +196,22 @@ TEST_F(EnableUsersTest, PlainLines) {
 std::string Utf16(std::wstring_view text) { return "\xFF\xFE" + *EncodeText(1200, text); }
 
 TEST_F(EnableUsersTest, MarksAndCodePages) {
-  const std::wstring lines = L"ｔａｎａｋａ=田中 太郎\r\n山田=ヤマダ～髙\r\nÄrzte=É\r\n";
   const std::wstring shift_jis = L"ｔａｎａｋａ=田中 太郎\r\n山田=ヤマダ～髙\r\n";
+  const std::wstring lines = shift_jis + L"Ärzte=É\r\n";
+  const auto knows = [](const CString& last) {
+    return Change(L"ＴａＮａＫａ") == L"田中 太郎" && Change(L"山田") == L"ヤマダ～髙" &&
+           Change(L"äRZTE") == last;
+  };
   for (const std::wstring& head : {std::wstring(), std::wstring(L"[ChangeUsers]\r\n")}) {
     for (const std::string& bytes :
          {ToUtf8(head + lines), "\xEF\xBB\xBF" + ToUtf8(head + lines), Utf16(head + lines)}) {
       WritePlain(bytes);
-      EXPECT_EQ(Change(L"ＴａＮａＫａ"), L"田中 太郎") << ToHex(bytes);
-      EXPECT_EQ(Change(L"山田"), L"ヤマダ～髙") << ToHex(bytes);
-      EXPECT_EQ(Change(L"äRZTE"), L"É") << ToHex(bytes);
+      EXPECT_TRUE(knows(L"É")) << ToHex(bytes);
       EXPECT_EQ(Size(), 3U);
     }
     const ScopedEnvironment code_page("TQ_ANSI_CODEPAGE", "932");
     WritePlain(*EncodeText(932, head + shift_jis));
-    EXPECT_EQ(Change(L"ＴＡＮＡＫＡ"), L"田中 太郎");
-    EXPECT_EQ(Change(L"山田"), L"ヤマダ～髙");
+    EXPECT_TRUE(knows(L"-"));
   }
 }
 
@@ -272,80 +269,40 @@ TEST_F(EnableUsersTest, UsersOfAnOlderListDoNotComeBack) {
   }
 }
 
-// Looks at the temporary files while a line is logged.
-class LookingSink : public LogSink {
- public:
-  explicit LookingSink(std::string folder) : folder_(std::move(folder)) {}
-  void Write(const LogRecord& record) override {
-    if (record.level >= 4) messages.emplace_back(record.message);
-    for (const std::string& name : ListNative(folder_)) {
-      struct stat info {};
-      EXPECT_EQ(stat((folder_ + "/" + name).c_str(), &info), 0);
-      EXPECT_EQ(info.st_mode & 07777, 0600U);
-      EXPECT_EQ(name.rfind("EnableUsers", 0), 0U);
-      ++files;
-    }
-  }
-  std::vector<CString> messages;
-  int files = 0;
-
- private:
-  std::string folder_;
-};
-
-TEST_F(EnableUsersTest, AListThatCannotBeDecipheredIsTriedAgain) {
-  WriteNative(list_native(".dat") + "/x", "");
-  const auto sink = std::make_shared<LookingSink>(native("temporary"));
-  InstallLogSink(sink);
-  const mode_t old_mask = umask(0);
-  for (int i = 0; i < 2; ++i) {
-    EXPECT_EQ(Peer::LastWrite(*CEnableUsersAccessor::GetInstance()), 0);
-    Peer::DropInstance();
-  }
-  umask(old_mask);
-  const CString line = L"許可ユーザリストファイルの復号化に失敗しました。[Errorcode=1]";
-  EXPECT_THAT(sink->messages, ElementsAre(line, line));
-  EXPECT_EQ(sink->files, 2);
-  EXPECT_THAT(TemporaryFiles(), IsEmpty());
-
-  // The list can be opened now, and its time is not that of a failure.
-  CEnableUsersAccessor::GetInstance();
-  std::filesystem::remove_all(list_native(".dat"));
-  WriteEnciphered("bob=acct\r\n");
-  EXPECT_EQ(Change(L"bob"), L"acct");
-}
-
-TEST_F(EnableUsersTest, AnExceptionLeavesAnEmptyListAndNoFile) {
-  WriteEnciphered("bob=acct\r\n");
-  WriteKeyFile(std::string(34, 'k'));
-  EXPECT_EQ(Change(L"bob"), L"-");
-  EXPECT_THAT(
-      log_.lines(3),
-      ElementsAre(LogLine{4, 0, kConstructor,
-                          L"許可ユーザリストファイルの読み込みで例外エラーが発生しました。"}));
-  EXPECT_EQ(Peer::LastWrite(*CEnableUsersAccessor::GetInstance()), 0);
-  EXPECT_THAT(TemporaryFiles(), IsEmpty());
-  WriteKeyFile();
-  EXPECT_EQ(Change(L"bob"), L"acct");
-}
-
 // ---- Loading and loading again ----
 
-TEST_F(EnableUsersTest, AListThatIsMissingOrCannotBeOpenedIsEmpty) {
-  CEnableUsersAccessor* first = CEnableUsersAccessor::GetInstance();
-  EXPECT_EQ(CEnableUsersAccessor::GetInstance(), first);
+TEST_F(EnableUsersTest, AListThatCannotBeReadIsEmptyAndTriedAgain) {
+  const auto fails = [&](int level, const CString& text) {
+    log_.Clear();
+    const CEnableUsersAccessor* users = CEnableUsersAccessor::GetInstance();
+    EXPECT_THAT(log_.lines(), ElementsAre(LogLine{level, 0, kConstructor, text}));
+    EXPECT_EQ(Peer::LastWrite(*users), 0);
+    EXPECT_EQ(Peer::Size(*users), 0U);
+    EXPECT_THAT(TemporaryFiles(), IsEmpty());
+  };
+  fails(2, L"許可ユーザリストファイルが存在しませんでした。ファイル名：" +
+               product_path(L"config/EnableUsers.ini"));
+
+  const auto is_folder = [&](const char* extension, const CString& text) {
+    Peer::DropInstance();
+    WriteNative(list_native(extension) + "/x", "");
+    fails(4, text);
+    std::filesystem::remove_all(list_native(extension));
+  };
+  is_folder(".ini", L"許可ユーザリストファイルのOpenに失敗しました。[Errorcode=5]");
+  WritePlain("bob=plain\r\n");
+  EXPECT_EQ(Change(L"bob"), L"plain");
+  is_folder(".dat", L"許可ユーザリストファイルの復号化に失敗しました。[Errorcode=1]");
+  WriteEnciphered("bob=enciphered\r\n");
+  EXPECT_EQ(Change(L"bob"), L"enciphered");
+
   Peer::DropInstance();
-  WriteNative(list_native(".ini") + "/x", "");
-  CEnableUsersAccessor::GetInstance();
-  EXPECT_THAT(log_.lines(),
-              ElementsAre(LogLine{2, 0, kConstructor,
-                                  L"許可ユーザリストファイルが存在しませんでした。ファイル名：" +
-                                      product_path(L"config/EnableUsers.ini")},
-                          LogLine{4, 0, kConstructor,
-                                  L"許可ユーザリストファイルのOpenに失敗しました。[Errorcode=5]"}));
-  std::filesystem::remove_all(list_native(".ini"));
-  WritePlain("bob=acct\r\n");
-  EXPECT_EQ(Change(L"bob"), L"acct");
+  WriteKeyFile(std::string(34, 'k'));
+  for (int i = 0; i < 2; ++i) {
+    fails(4, L"許可ユーザリストファイルの読み込みで例外エラーが発生しました。");
+  }
+  WriteKeyFile();
+  EXPECT_EQ(Change(L"bob"), L"enciphered");
 }
 
 TEST_F(EnableUsersTest, TheInstanceChangesWithTheTimeOfItsFileAlone) {
@@ -441,12 +398,12 @@ TEST_F(EnableUsersTest, AListThatIsBeingWrittenIsAwaited) {
 }
 
 TEST_F(EnableUsersTest, NoMixtureOfTwoListsIsRead) {
-  const std::string native = list_native(".ini");
   const auto replace = [&](char version) {
+    const std::string next = list_native(".new");
     std::string text;
     for (int i = 0; i < 2000; ++i) text += "u" + std::to_string(i) + "=" + version + "\r\n";
-    WriteNative(native + ".new", text);
-    std::filesystem::rename(native + ".new", native);
+    WriteNative(next, text);
+    std::filesystem::rename(next, list_native(".ini"));
   };
   replace('0');
   ChildProcess writer([&] {
@@ -461,8 +418,7 @@ TEST_F(EnableUsersTest, NoMixtureOfTwoListsIsRead) {
   while (std::chrono::steady_clock::now() < end) {
     const CEnableUsersAccessor& users = *CEnableUsersAccessor::GetInstance();
     if (Peer::LastWrite(users) == 0) continue;
-    CString first;
-    CString last;
+    CString first, last;
     ASSERT_EQ(users.GetTQLoginAccount(L"u0", L"me", first), 1);
     ASSERT_EQ(users.GetTQLoginAccount(L"u1999", L"me", last), 1);
     ASSERT_EQ(first, last);

@@ -1,6 +1,7 @@
-// What the two user data files have in common.
+// The two user data files: what they have in common, and what each has for itself.
 #include <fcntl.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <cerrno>
 #include <filesystem>
@@ -20,6 +21,7 @@ namespace {
 using namespace testing;
 
 using ::testing::ElementsAre;
+using ::testing::IsEmpty;
 
 constexpr const wchar_t* kOddText = L" <a> & \"b\" 'c' \u3000\r\n田中 太郎\n髙～①\r\t𠮷 ";
 
@@ -35,13 +37,6 @@ struct UserFile {
       L"<LastWindowsLogonDateTime>5</LastWindowsLogonDateTime>"
       L"<LastRegistUserTickCount>6</LastRegistUserTickCount>";
   static int IsFresh(const Access& access) { return access.IsExist(0); }
-  static void SetMore(Access& access) {
-    access.SetLastWindowsLogonDateTime(L"5");
-    access.SetLastRegistUserTickCount(L"6");
-  }
-  static CString More(Access& access) {
-    return access.GetLastWindowsLogonDateTime() + access.GetLastRegistUserTickCount();
-  }
 };
 
 struct SharedUserFile {
@@ -53,44 +48,37 @@ struct SharedUserFile {
   static constexpr bool kExpires = true;
   static constexpr const wchar_t* kMoreElements = L"";
   static int IsFresh(const Access& access) { return access.IsExist(); }
-  static void SetMore(Access&) {}
-  static CString More(Access&) { return L"56"; }
+};
+
+// A line that the class leaves. Each text begins alike.
+template <class Kind>
+LogLine Line(int number, const wchar_t* operation, const CString& text,
+             std::optional<int> code = {}, std::optional<CString> second = {}) {
+  const int level = number == 0 ? 2 : number == 130309 ? 4 : 5;
+  const CString function = Kind::kClass + (L"::" + CString(operation));
+  return {level, number, function, Kind::kText + text, second, code};
+}
+
+constexpr const wchar_t* kNoLock = L"ユーザ情報ファイルへのロックが取得できませんでした。";
+
+class UserFilesTest : public ProductTest {
+ protected:
+  UserFilesTest() { WriteKeyFile(); }
 };
 
 template <class Kind>
-class UserDataFileTest : public ProductTest {
+class UserDataFileTest : public UserFilesTest {
  protected:
   // An object whose path a test can take away.
   struct Access : Kind::Access {
     using Kind::Access::m_strFilePath;
   };
 
-  UserDataFileTest() { WriteKeyFile(); }
-
   CString file_path() const { return path(FromUtf8(Kind::kFile)); }
 
   void SetLastWrite(std::int64_t seconds) {
     const timespec times[] = {{seconds, 0}, {seconds, 999'999'999}};
     ASSERT_EQ(utimensat(AT_FDCWD, file_.c_str(), times, 0), 0);
-  }
-
-  // The lines at level 4 and above that the class is to have left.
-  struct Failure {
-    int number;
-    const wchar_t* operation;
-    const wchar_t* text;
-    std::optional<int> code = {};
-    std::optional<CString> second = {};
-  };
-  void ExpectFailures(const std::vector<Failure>& failures) {
-    std::vector<LogLine> lines;
-    for (const Failure& failure : failures) {
-      lines.push_back({failure.number == 130309 ? 4 : 5, failure.number,
-                       Kind::kClass + (L"::" + CString(failure.operation)),
-                       Kind::kText + CString(failure.text), failure.second, failure.code});
-    }
-    EXPECT_EQ(log_.lines(4), lines);
-    log_.Clear();
   }
 
   const std::string file_ = native(Kind::kFile);
@@ -105,7 +93,10 @@ TYPED_TEST(UserDataFileTest, ARecordComesBackAsItWas) {
   written.SetUserAccount(nullptr);
   written.SetPrintUserNo(L"3");
   written.SetUserGroupNo(L"4");
-  TypeParam::SetMore(written);
+  if constexpr (TypeParam::kMoreElements[0] != L'\0') {
+    written.SetLastWindowsLogonDateTime(L"5");
+    written.SetLastRegistUserTickCount(L"6");
+  }
   typename TestFixture::Access copy;
   copy.SetUserFileData(written.GetUserFileData());
   ASSERT_EQ(copy.WriteAll(), 1);
@@ -114,12 +105,8 @@ TYPED_TEST(UserDataFileTest, ARecordComesBackAsItWas) {
   typename TestFixture::Access read;
   ASSERT_EQ(read.ReadAll(), 1);
   EXPECT_EQ(read.GetUserID(), kOddText);
-  EXPECT_EQ(read.GetUserAccount(), L"");
-  EXPECT_EQ(read.GetPrintUserNo() + read.GetUserGroupNo(), L"34");
-  EXPECT_EQ(TypeParam::More(read), L"56");
-
-  written.SetUserID(L"a<b");
-  ASSERT_EQ(written.WriteAll(), 1);
+  read.SetUserID(L"a<b");
+  ASSERT_EQ(read.WriteAll(), 1);
   CString text;
   ASSERT_EQ(CCrypto().CryptingStringReader(this->file_path(), text), 0);
   EXPECT_EQ(text.substr(text.find(L'\n') + 1),
@@ -136,95 +123,75 @@ TYPED_TEST(UserDataFileTest, ARecordComesBackAsItWas) {
     ASSERT_EQ(read.ReadAll(), 1);
     EXPECT_EQ(read.GetUserID() + L"," + read.GetUserGroupNo(), CString(L",") + group);
   }
-  this->ExpectFailures({});
+  EXPECT_THAT(this->log_.lines(4), IsEmpty());
 }
 
 TYPED_TEST(UserDataFileTest, AFileThatIsMissingOrADirectory) {
   typename TestFixture::Access access;
   access.SetUserID(L"old");
-  EXPECT_EQ(access.IsExist(), 0);
-  EXPECT_EQ(access.ReadAll(), 0);
+  EXPECT_EQ(access.IsExist() + access.ReadAll(), 0);
   EXPECT_EQ(access.Delete(), 1);
-  this->ExpectFailures({{130311, L"ReadAll", L"ユーザ情報ファイルが存在しません。"}});
   std::filesystem::create_directories(this->file_ + "/x");
   EXPECT_EQ(access.ReadAll() + access.WriteAll() + access.Delete(), 0);
-  this->ExpectFailures(
-      {{130301, L"ReadAll", L"ユーザ情報の復号化に失敗しました。"},
-       {130302, L"WriteAll", L"ユーザ情報の暗号化に失敗しました。", {}, std::to_wstring(EACCES)},
-       {130309, L"Delete", L"ユーザ情報の削除処理で予期せぬエラーが発生しました。", 5}});
   EXPECT_EQ(access.GetUserID(), L"old");
   access.m_strFilePath.clear();
   EXPECT_EQ(access.ReadAll(), 0);
-  this->ExpectFailures({{130310, L"ReadAll", L"ユーザ情報ファイルへのパスが未設定です。"}});
-
   // A folder that cannot be made leaves no line.
   const std::string no_folder = this->native("file");
   WriteNative(no_folder, "");
   const ScopedEnvironment user("TQ_APPDATA", no_folder.c_str());
   const ScopedEnvironment common("TQ_COMMON_APPDATA", no_folder.c_str());
   EXPECT_EQ(typename TestFixture::Access().WriteAll(), 0);
-  this->ExpectFailures({});
+  EXPECT_THAT(
+      this->log_.lines(4),
+      ElementsAre(
+          Line<TypeParam>(130311, L"ReadAll", L"ユーザ情報ファイルが存在しません。"),
+          Line<TypeParam>(130301, L"ReadAll", L"ユーザ情報の復号化に失敗しました。"),
+          Line<TypeParam>(130302, L"WriteAll", L"ユーザ情報の暗号化に失敗しました。", {},
+                          std::to_wstring(EACCES)),
+          Line<TypeParam>(130309, L"Delete",
+                          L"ユーザ情報の削除処理で予期せぬエラーが発生しました。", 5),
+          Line<TypeParam>(130310, L"ReadAll", L"ユーザ情報ファイルへのパスが未設定です。")));
 }
 
-TYPED_TEST(UserDataFileTest, AGoodFileStaysWhenTheNextCannotBeMade) {
+TYPED_TEST(UserDataFileTest, AGoodFileAndARecordStayWhenAnOperationFails) {
   typename TestFixture::Access access;
   access.SetUserID(L"good");
   ASSERT_EQ(access.WriteAll(), 1);
   const std::string good = ReadNative(this->file_);
-
   access.SetUserID(L"no character of XML: \x01");
   EXPECT_EQ(access.WriteAll(), 0);
-  this->ExpectFailures({{130305, L"WriteAll", L"ユーザ情報の保存に失敗しました。"}});
-
-  this->WriteKeyFile(std::string(34, 'k'));
   access.SetUserID(L"new");
+  this->WriteKeyFile(std::string(34, 'k'));
   SetLastError(4711);
-  EXPECT_EQ(access.WriteAll(), 0);
-  EXPECT_EQ(access.ReadAll(), 0);
-  this->ExpectFailures(
-      {{130306, L"WriteAll", L"ユーザ情報の保存処理で予期せぬエラーが発生しました。", 4711},
-       {130308, L"ReadAll", L"ユーザ情報の読み込み処理で予期せぬエラーが発生しました。", 4711}});
+  EXPECT_EQ(access.WriteAll() + access.ReadAll(), 0);
+  {
+    const LockHolder holder(TypeParam::kLock);
+    const ScopedLockTimeout soon(30);
+    SetLastError(4711);  // a wait that ends without the lock sets none
+    EXPECT_EQ(access.ReadAll() + access.WriteAll() + access.Delete(), 0);
+    EXPECT_EQ(access.IsExist(), 1) << "takes no lock";
+  }
+  const LogLine locked = Line<TypeParam>(130304, L"GetMutex", kNoLock, 4711);
+  EXPECT_THAT(
+      this->log_.lines(4),
+      ElementsAre(
+          Line<TypeParam>(130305, L"WriteAll", L"ユーザ情報の保存に失敗しました。"),
+          Line<TypeParam>(130306, L"WriteAll",
+                          L"ユーザ情報の保存処理で予期せぬエラーが発生しました。", 4711),
+          Line<TypeParam>(130308, L"ReadAll",
+                          L"ユーザ情報の読み込み処理で予期せぬエラーが発生しました。", 4711),
+          locked, locked, locked));
   EXPECT_EQ(access.GetUserID(), L"new");
   EXPECT_EQ(ReadNative(this->file_), good);
-
   this->WriteKeyFile();
   EXPECT_EQ(access.ReadAll(), 1);
   EXPECT_EQ(access.GetUserID(), L"good");
 }
 
-TYPED_TEST(UserDataFileTest, AHeldLockKeepsTheFileAsItIs) {
-  typename TestFixture::Access access;
-  access.SetUserID(L"old");
-  ASSERT_EQ(access.WriteAll(), 1);
-  const std::string old = ReadNative(this->file_);
-  {
-    const LockHolder holder(TypeParam::kLock);
-    const ScopedLockTimeout soon(30);
-    access.SetUserID(L"new");
-    SetLastError(4711);  // a wait that ends without the lock sets none
-    EXPECT_EQ(access.ReadAll() + access.WriteAll() + access.Delete(), 0);
-    const typename TestFixture::Failure failure{
-        130304, L"GetMutex", L"ユーザ情報ファイルへのロックが取得できませんでした。", 4711};
-    this->ExpectFailures({failure, failure, failure});
-    EXPECT_EQ(access.GetUserID(), L"new");
-    EXPECT_EQ(ReadNative(this->file_), old);
-
-    // What needs no lock goes on.
-    EXPECT_EQ(access.IsExist(), 1);
-    std::filesystem::remove(this->file_);
-    EXPECT_EQ(access.Delete(), 1);
-  }
-  EXPECT_EQ(access.WriteAll(), 1);
-}
-
 TYPED_TEST(UserDataFileTest, TheTimeThatAFileIsFresh) {
-  struct Case {
-    const char* value;
-    int seconds;
-    std::vector<std::int64_t> fresh_ages;
-    std::vector<std::int64_t> stale_ages;
-  };
-  const Case kCases[] = {
+  using Ages = std::vector<std::int64_t>;
+  const std::tuple<const char*, int, Ages, Ages> kCases[] = {
       {nullptr, 10, {9, 10, 0, -1, -100'000, -8'000'000'000}, {11, 100'000}},
       {"3 seconds", 3, {3, -3}, {4}},
       {"0", 0, {0, -1}, {1}},
@@ -237,26 +204,23 @@ TYPED_TEST(UserDataFileTest, TheTimeThatAFileIsFresh) {
   };
   TestClock clock;
   const ScopedClock scope(clock);
-  for (const Case& c : kCases) {
-    if (c.value != nullptr) {
+  for (const auto& [value, seconds, fresh_ages, stale_ages] : kCases) {
+    if (value != nullptr) {
       WriteNative(this->product_native("config/Client.ini"),
-                  "[Setting]\r\nSharedTimeout=" + std::string(c.value) + "\r\n");
+                  "[Setting]\r\nSharedTimeout=" + std::string(value) + "\r\n");
     }
     this->log_.Clear();
     typename TestFixture::Access access;
-    EXPECT_THAT(
-        this->log_.lines(),
-        ElementsAre(LogLine{
-            2, 0, TypeParam::kClass + (L"::" + CString(TypeParam::kClass)),
-            TypeParam::kText + (L"ユーザデータ保持期間 " + std::to_wstring(c.seconds)) + L"秒"}));
+    const CString text = L"ユーザデータ保持期間 " + std::to_wstring(seconds) + L"秒";
+    EXPECT_THAT(this->log_.lines(), ElementsAre(Line<TypeParam>(0, TypeParam::kClass, text)));
     ASSERT_EQ(access.WriteAll(), 1);
     for (const bool is_fresh : {true, false}) {
-      for (const std::int64_t age : is_fresh ? c.fresh_ages : c.stale_ages) {
+      for (const std::int64_t age : is_fresh ? fresh_ages : stale_ages) {
         this->SetLastWrite(clock.Now() - age);
-        const bool exists = is_fresh || !TypeParam::kExpires;
-        EXPECT_EQ(TypeParam::IsFresh(access), is_fresh ? 1 : 0) << c.seconds << ", " << age;
-        EXPECT_EQ(access.IsExist(), exists ? 1 : 0) << c.seconds << ", " << age;
-        EXPECT_EQ(access.ReadAll(), exists ? 1 : 0) << c.seconds << ", " << age;
+        const int exists = is_fresh || !TypeParam::kExpires ? 1 : 0;
+        EXPECT_EQ(TypeParam::IsFresh(access), is_fresh ? 1 : 0) << seconds << ", " << age;
+        EXPECT_EQ(access.IsExist(), exists) << seconds << ", " << age;
+        EXPECT_EQ(access.ReadAll(), exists) << seconds << ", " << age;
       }
     }
   }
@@ -268,11 +232,58 @@ TYPED_TEST(UserDataFileTest, DeletingAStaleFile) {
   this->SetLastWrite(1000);
   EXPECT_EQ(access.Delete(), 1);
   EXPECT_EQ(ExistsNative(this->file_), TypeParam::kExpires);
-  // A write makes it fresh again.
   ASSERT_EQ(access.WriteAll(), 1);
-  EXPECT_EQ(access.IsExist(), 1);
+  EXPECT_EQ(access.IsExist(), 1) << "a write makes it fresh again";
   EXPECT_EQ(access.Delete(), 1);
   EXPECT_FALSE(ExistsNative(this->file_));
+  const LockHolder holder(TypeParam::kLock);
+  EXPECT_EQ(access.Delete(), 1) << "without a file it takes no lock";
+}
+
+TEST_F(UserFilesTest, Directories) {
+  CUserDataFileAccess access;
+  const CString product = L"\\ORV-INC\\Velkorandia\\Tessaloquin\\data\\";
+  access.SetServiceDataDirectry();
+  EXPECT_EQ(access.GetDataDirectry(), path(L"common") + product);
+  access.SetUserDataDirectry();
+  EXPECT_EQ(access.GetDataDirectry(), path(L"user") + product);
+  EXPECT_FALSE(ExistsNative(native("user")));
+
+  const CString slashes = FromUtf8(native("a/b"));
+  for (const CString& given : {path(L"a\\b"), path(L"a\\b\\"), slashes, slashes + L'/'}) {
+    access.SetDataDirectry(given.c_str());
+    EXPECT_EQ(access.GetDataDirectry(), path(L"a\\b\\"));
+  }
+  ASSERT_EQ(access.WriteAll(), 1);
+  EXPECT_EQ(ListNative(native("a/b")), std::vector<std::string>{"DATA.XML"});
+  for (const wchar_t* nothing : {static_cast<const wchar_t*>(nullptr), L""}) {
+    access.SetDataDirectry(nothing);
+    EXPECT_EQ(access.GetDataDirectry(), L"\\");
+  }
+}
+
+// The lock of the one file is open to every account, that of the other belongs to its maker.
+TEST_F(UserFilesTest, AccountsMeetOnTheOpenLockOnly) {
+  if (geteuid() != 0) GTEST_SKIP() << "needs a second account";
+  constexpr uid_t kNobody = 65534;
+  ASSERT_EQ(chmod(temp_.native().c_str(), 0777), 0);
+  CUserDataFileAccess user;
+  user.SetServiceDataDirectry();
+  ASSERT_EQ(user.WriteAll(), 1);
+  ASSERT_EQ(CSharedUserDataFileAccess().WriteAll(), 1);
+  HANDLE in_use = CUserDataFileAccess::GetMutex(nullptr, L"KITORA_QTL_SHARED_USER_DATA");
+  log_.Clear();
+  ChildProcess other([&] {
+    if (setgid(kNobody) != 0 || setuid(kNobody) != 0) return 1;
+    CUserDataFileAccess read;
+    read.SetServiceDataDirectry();
+    if (read.ReadAll() != 1 || !log_.lines(5).empty()) return 2;
+    if (CSharedUserDataFileAccess().ReadAll() != 0) return 3;
+    const LogLine line = Line<SharedUserFile>(130303, L"GetMutex", kNoLock, 5);
+    return log_.lines(5) == std::vector{line} ? 0 : 4;
+  });
+  EXPECT_EQ(other.Wait(), 0);
+  CUserDataFileAccess::RelMutex(in_use);
 }
 
 }  // namespace

@@ -17,11 +17,7 @@ int AskFirst(const CWhiteListFileAccess& list, const CString& first) {
 }
 
 TEST(WhiteListMatchTest, OneEntry) {
-  const struct {
-    const wchar_t* kind;
-    CStringArray listed;
-    CStringArray not_listed;
-  } kCases[] = {
+  const std::tuple<const wchar_t*, CStringArray, CStringArray> kCases[] = {
       // Kind 0: the whole first attribute, in any case.
       {L"0", {L"office ａ3", L" \t　Office Ａ3\r\n"}, {L"Office", L"Office Ａ33", L"", L" "}},
       // Kind 0 with a star: what it begins with, in this case.
@@ -46,13 +42,12 @@ TEST(WhiteListMatchTest, OneEntry) {
     list.Add(kind, name);
     return list.IsWhitePrinter(L"Office Ａ3", L"IP_10.0.0.7", L"2F 経理", L"Acme PCL6");
   };
-  for (const auto& c : kCases) {
-    for (int i = 0; i < c.listed.GetSize(); ++i) {
-      EXPECT_EQ(matches(c.kind, c.listed[i]), 1) << ToUtf8(c.kind) << " " << ToUtf8(c.listed[i]);
+  for (const auto& [kind, listed, not_listed] : kCases) {
+    for (const CString& name : listed) {
+      EXPECT_EQ(matches(kind, name), 1) << ToUtf8(kind) << " " << ToUtf8(name);
     }
-    for (int i = 0; i < c.not_listed.GetSize(); ++i) {
-      EXPECT_EQ(matches(c.kind, c.not_listed[i]), 0)
-          << ToUtf8(c.kind) << " " << ToUtf8(c.not_listed[i]);
+    for (const CString& name : not_listed) {
+      EXPECT_EQ(matches(kind, name), 0) << ToUtf8(kind) << " " << ToUtf8(name);
     }
   }
 }
@@ -70,11 +65,6 @@ TEST(WhiteListMatchTest, MatchAllListsEveryPrinterButTheSuitesOwn) {
 class WhiteListFileTest : public ProductTest {
  protected:
   WhiteListFileTest() { WriteKeyFile(); }
-
-  void WriteText(const CString& text) {
-    ASSERT_EQ(CCrypto().CryptingStringWriter(text, path(L"WhiteList.dat")), 0);
-  }
-  const std::string file_ = native("WhiteList.dat");
 };
 
 TEST_F(WhiteListFileTest, EntriesComeBackInOrder) {
@@ -102,11 +92,7 @@ TEST_F(WhiteListFileTest, EntriesComeBackInOrder) {
 }
 
 TEST_F(WhiteListFileTest, OddTexts) {
-  const struct {
-    const wchar_t* text;
-    CStringArray kinds;
-    CStringArray names;
-  } kCases[] = {
+  const std::tuple<const wchar_t*, CStringArray, CStringArray> kCases[] = {
       {L"", {}, {}},
       {L"0\rA\nB", {}, {}},
       {L"0\r\n", {L"0"}, {L""}},
@@ -114,55 +100,43 @@ TEST_F(WhiteListFileTest, OddTexts) {
       {L"\r\n\r\n", {L""}, {L""}},
       {L"0\r\nA\rB\nC\n\rD\r\r\n1\r\nE\n", {L"0", L"1"}, {L"A\rB\nC\n\rD\r", L"E\n"}},
   };
-  for (const auto& c : kCases) {
-    WriteText(c.text);
+  for (const auto& [text, kinds, names] : kCases) {
+    ASSERT_EQ(CCrypto().CryptingStringWriter(text, path(L"WhiteList.dat")), 0);
     CWhiteListFileAccess list;
     EXPECT_EQ(list.Read(temp_.path()), 1);
-    EXPECT_EQ(list.GetKinds(), c.kinds) << ToUtf8(c.text);
-    EXPECT_EQ(list.GetNames(), c.names) << ToUtf8(c.text);
+    EXPECT_EQ(list.GetKinds(), kinds) << ToUtf8(text);
+    EXPECT_EQ(list.GetNames(), names) << ToUtf8(text);
   }
 }
 
-TEST_F(WhiteListFileTest, ReadFailures) {
-  constexpr const wchar_t* kRead = L"CWhiteListFileAccess::Read";
-  CWhiteListFileAccess list;
-  EXPECT_EQ(list.Read(path(L"none")), 0);
-  WriteNative(native("folder/WhiteList.dat/x"), "");
-  EXPECT_EQ(list.Read(path(L"folder")), 0);
-  WriteText(L"0\r\nA\r\n");
-  WriteKeyFile(std::string(34, 'k'));
-  SetLastError(4711);
-  EXPECT_EQ(list.Read(temp_.path()), 0);
-  EXPECT_TRUE(list.GetNames().IsEmpty());
-  EXPECT_THAT(
-      log_.lines(),
-      ElementsAre(LogLine{2, 110800010, kRead, L"プリンタ除外ファイルが存在しません。"},
-                  LogLine{5, 110800020, kRead, L"プリンタ除外ファイルの復号化に失敗しました。"},
-                  LogLine{5,
-                          110800030,
-                          kRead,
-                          L"プリンタ除外ファイルの読み込み処理で予期せぬエラーが発生しました。",
-                          {},
-                          4711}));
-}
-
-TEST_F(WhiteListFileTest, WriteFailuresLoseNothing) {
+TEST_F(WhiteListFileTest, FailuresLoseNothing) {
   CWhiteListFileAccess list;
   list.Add(L"0", L"A");
   EXPECT_EQ(list.Write(path(L"none")), 0);
+  EXPECT_EQ(list.Read(path(L"none")), 0);
   EXPECT_FALSE(ExistsNative(native("none")));
+  WriteNative(native("folder/WhiteList.dat/x"), "");
+  EXPECT_EQ(list.Write(path(L"folder")), 0);
+  EXPECT_EQ(list.Read(path(L"folder")), 0);
 
   ASSERT_EQ(list.Write(temp_.path()), 1);
-  const std::string before = ReadNative(file_);
+  const std::string before = ReadNative(native("WhiteList.dat"));
   WriteKeyFile(std::string(34, 'k'));
+  SetLastError(4711);
   EXPECT_EQ(CWhiteListFileAccess().Write(temp_.path()), 0);
-  EXPECT_EQ(ReadNative(file_), before);
-  EXPECT_THAT(log_.lines(), IsEmpty());
-
-  WriteKeyFile();
-  ASSERT_EQ(CWhiteListFileAccess().Write(temp_.path()), 1);
-  ASSERT_EQ(list.Read(temp_.path()), 1);
-  EXPECT_EQ(list.GetNames(), CStringArray{L"A"}) << "an empty list adds nothing";
+  EXPECT_EQ(list.Read(temp_.path()), 0);
+  EXPECT_EQ(ReadNative(native("WhiteList.dat")), before);
+  EXPECT_EQ(list.GetNames(), CStringArray{L"A"});
+  const auto line = [](int level, int number, const wchar_t* text, std::optional<int> code = {}) {
+    return LogLine{level, number, L"CWhiteListFileAccess::Read", text, {}, code};
+  };
+  EXPECT_THAT(
+      log_.lines(),
+      ElementsAre(
+          line(2, 110800010, L"プリンタ除外ファイルが存在しません。"),
+          line(5, 110800020, L"プリンタ除外ファイルの復号化に失敗しました。"),
+          line(5, 110800030, L"プリンタ除外ファイルの読み込み処理で予期せぬエラーが発生しました。",
+               4711)));
 }
 
 // A reading that drops each line from the front of the text would outlast the test's time.
