@@ -10,11 +10,8 @@
 #include "platform/error.h"
 #include "support/test_support.h"
 
-namespace vk::tq {
+namespace vk::tq::testing {
 namespace {
-
-using testing::ChildProcess;
-using testing::TempFolder;
 
 constexpr uid_t kStranger = 54321;  // nobody's user number
 
@@ -34,7 +31,7 @@ class FileSecurityTest : public ::testing::Test {
   FileSecurityTest() {
     chmod(temp_.native().c_str(), 0755);
     EXPECT_EQ(LookUpAccount(L"users", users_), SecurityStep::kNone);
-    testing::WriteNative(file_, "");
+    WriteNative(file_, "");
     mkdir(folder_.c_str(), 0700);
   }
 
@@ -86,7 +83,7 @@ TEST_F(FileSecurityTest, AFolderHandsInheritableEntriesOn) {
                               ":rwx\nmask::rwx\nother::---\n"
                               "default:user::rwx\ndefault:group::r-x\ndefault:group:" +
                               group_ + ":rwx\ndefault:mask::rwx\ndefault:other::---\n\n");
-  testing::WriteNative(folder_ + "/new", "");
+  WriteNative(folder_ + "/new", "");
   EXPECT_THAT(OutputOf("getfacl -cpn " + folder_ + "/new"),
               ::testing::HasSubstr("group:" + group_ + ":rwx\t#effective:rw-"));
 }
@@ -166,4 +163,4 @@ TEST_F(FileSecurityTest, TheGroupReallyGetsIn) {
 }
 
 }  // namespace
-}  // namespace vk::tq
+}  // namespace vk::tq::testing

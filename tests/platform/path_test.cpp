@@ -21,7 +21,6 @@ TEST(PathTest, ToNative) {
       {L"", ""},
       {L"\\tmp\\a/b", "/tmp/a/b"},
       {L"a\\..\\b", "a/../b"},
-      {L"C:\\Dir\\日本.txt", "/v/c/Dir/日本.txt"},
       {L"z:", "/v/z"},
       {L"Z:file", "/v/z/file"},
       {L"c:\\dir\\", "/v/c/dir/"},
@@ -32,18 +31,17 @@ TEST(PathTest, ToNative) {
   for (const auto& [path, native] : cases) EXPECT_EQ(native, PathToNative(path));
   EXPECT_EQ("/a", PathToNative(std::wstring_view(L"\\a\0b", 4))) << "a path ends at a NUL";
   const ScopedEnvironment none("TQ_VOLUMES", nullptr);
-  EXPECT_EQ("/var/lib/tessaloquin/volumes/c/a", PathToNative(L"C:\\a"));
+  EXPECT_EQ("/var/lib/tessaloquin/volumes/c/日本.txt", PathToNative(L"C:\\日本.txt"));
 }
 
 TEST(PathTest, EveryNativeNameReadsBack) {
   std::string every_byte = "/";
   for (int byte = 1; byte < 256; ++byte) every_byte += static_cast<char>(byte);
   for (const std::string& native :
-       {std::string("/a/b"), every_byte, std::string("a\\b"), std::string("\xED\xA0\x80\xC3"),
+       {std::string("/a/日本"), every_byte, std::string("\xED\xA0\x80\xC3"),
         std::string("\xF0\x9F\x98\x80"), std::string("\xEF\xBF\xBD")}) {
     EXPECT_EQ(native, PathToNative(PathFromNative(native))) << ToHex(native);
   }
-  EXPECT_EQ(L"\\a\\日本", PathFromNative("/a/日本"));
 }
 
 TEST(PathTest, SpecialFolders) {
@@ -94,10 +92,9 @@ TEST(PathTest, TemporaryFilesArePrivateAndNew) {
   EXPECT_EQ(0, status.st_size);
   for (const std::wstring& prefix : {std::wstring(L"..\\..\\x/y"), std::wstring(L"日\0本", 3),
                                      std::wstring(300, L'長'), std::wstring()}) {
-    const std::string native = PathToNative(CreateTemporaryFile(prefix));
-    EXPECT_EQ(temp.native(), fs::path(native).parent_path()) << native;
-    EXPECT_TRUE(ExistsNative(native));
+    EXPECT_TRUE(ExistsNative(PathToNative(CreateTemporaryFile(prefix))));
   }
+  EXPECT_EQ(6U, ListNative(temp.native()).size()) << "none is elsewhere";
   const ScopedEnvironment missing("TMPDIR", temp.native("none").c_str());
   EXPECT_EQ(L"", CreateTemporaryFile(L"tq"));
   EXPECT_EQ(kErrorFileNotFound, GetLastError());

@@ -52,7 +52,6 @@ TEST_F(StdioFileTest, TheMarkTellsTheEncoding) {
   EXPECT_EQ(Lines("\xFF\xFE" + Utf16Le(L"a\n") + "b"), (Texts{L"a", L"\uFFFD"}));
   EXPECT_EQ(Lines("\xEF\xBB\xBF"), Texts{});
   EXPECT_EQ(Lines("\u30C8\xFF\n\u30EC"), (Texts{L"ト\uFFFD", L"レ"}));
-
   const ScopedEnvironment page("TQ_ANSI_CODEPAGE", "932");
   EXPECT_EQ(Lines("\x83\x67\x83\x8C\x83\x43\n\x95\x5C"), (Texts{L"トレイ", L"表"}));
   EXPECT_EQ(Lines("a\x83\nb\n"), (Texts{L"a\uFFFD", L"b"}));
@@ -61,7 +60,7 @@ TEST_F(StdioFileTest, TheMarkTellsTheEncoding) {
 // Lines and characters that lie across the boundaries of what is read at once.
 TEST_F(StdioFileTest, LongFilesAndLongLines) {
   const std::string ending = "\u30C8\u30EC\r\n";
-  for (const std::size_t size : {65530u, 65531u, 65534u, 65535u, 65536u, 65537u, 1000000u}) {
+  for (const std::size_t size : {65530u, 65534u, 65535u, 65536u, 1000000u}) {
     const std::string line(size, 'x');
     const std::wstring wide = std::wstring(size, L'x') + L"トレ";
     EXPECT_EQ(Lines(line + ending + line + ending), (Texts{wide, wide})) << size;

@@ -28,8 +28,6 @@ TEST(SystemInfoTest, LocalTimeFollowsTheDaylightSavingOfThatTime) {
   const std::tuple<const char*, std::int64_t, const char*> cases[] = {
       {"CET-1CEST,M3.5.0,M10.5.0/3", 1616893199, "2021-03-28 01:59:59"},
       {"CET-1CEST,M3.5.0,M10.5.0/3", 1616893200, "2021-03-28 03:00:00"},
-      {"CET-1CEST,M3.5.0,M10.5.0/3", 1635642000, "2021-10-31 02:00:00"},
-      {"JST-9", 1709218800, "2024-03-01 00:00:00"},
       {"JST-9", -1, "1970-01-01 08:59:59"}};
   for (const auto& [zone, time, text] : cases) {
     const ScopedEnvironment use_zone("TZ", zone);

@@ -9,27 +9,24 @@
 #include "support/loopback_server.h"
 #include "support/test_support.h"
 
-namespace vk::tq {
+namespace vk::tq::testing {
 namespace {
 
 using std::chrono::milliseconds;
 using std::chrono::steady_clock;
-using testing::Listener;
-using testing::LoopbackServer;
-using testing::Peer;
 
 constexpr std::uint32_t kLoopback = 0x7F000001;
 
 // A socket that is closed with its scope.
-struct Socket {
-  Socket() = default;
+struct Connection {
+  Connection() = default;
   // One that is connected.
-  explicit Socket(std::uint16_t port) {
+  explicit Connection(std::uint16_t port) {
     EXPECT_TRUE(ConnectTcp(number, kLoopback, port, milliseconds(5000))) << GetLastError();
   }
-  Socket(const Socket&) = delete;
-  Socket& operator=(const Socket&) = delete;
-  ~Socket() { CloseTcpSocket(number); }
+  Connection(const Connection&) = delete;
+  Connection& operator=(const Connection&) = delete;
+  ~Connection() { CloseTcpSocket(number); }
   const int number = OpenTcpSocket();
 };
 
@@ -51,7 +48,7 @@ TEST(TcpSocketTest, ConnectionCarriesBytesUntilThePeerCloses) {
   LoopbackServer server(
       [&](Peer& peer, int) { peer.Write(peer.Read(sent.size()) == sent ? "hello!" : ""); }, 4096);
   SetLastError(kErrorAccessDenied);
-  const Socket socket(server.port());
+  const Connection socket(server.port());
   EXPECT_NE(fcntl(socket.number, F_GETFD) & FD_CLOEXEC, 0);
   ASSERT_TRUE(SendTcp(socket.number, sent.data(), sent.size(), milliseconds(5000)));
   EXPECT_EQ(GetLastError(), kErrorAccessDenied) << "a success leaves the last error alone";
@@ -69,14 +66,14 @@ TEST(TcpSocketTest, ConnectionCarriesBytesUntilThePeerCloses) {
 TEST(TcpSocketTest, SendGivesUpOnAPeerThatTakesNothing) {
   const Listener server;
   const std::string sent(50'000'000, 'x');
-  const Socket socket(server.port());
+  const Connection socket(server.port());
   EXPECT_FALSE(SendTcp(socket.number, sent.data(), sent.size(), milliseconds(50)));
   EXPECT_EQ(GetLastError(), kErrorSocketTimeout);
 }
 
 TEST(TcpSocketTest, SendingToAPeerThatHasClosedIsAnErrorAndNoSignal) {
   LoopbackServer server([](Peer&, int) {});
-  const Socket socket(server.port());
+  const Connection socket(server.port());
   ASSERT_EQ(WaitForSocket(socket.number, SocketEvent::kReadable, milliseconds(5000)),
             SocketWait::kReady);
   // The first bytes go out, and are answered by a reset.
@@ -91,12 +88,12 @@ TEST(TcpSocketTest, SendingToAPeerThatHasClosedIsAnErrorAndNoSignal) {
 
 TEST(TcpSocketTest, RefusedConnectionIsToldByTheSend) {
   const Listener server(false, true);
-  const Socket socket;
+  const Connection socket;
   EXPECT_FALSE(ConnectTcp(socket.number, kLoopback, server.port(), milliseconds(5000)));
   EXPECT_EQ(GetLastError(), kErrorWouldBlock);
   EXPECT_FALSE(SendTcp(socket.number, "x", 1, milliseconds(5000)));
   EXPECT_EQ(GetLastError(), kErrorConnectionRefused);
-  const Socket broadcast;
+  const Connection broadcast;
   EXPECT_FALSE(ConnectTcp(broadcast.number, 0xFFFFFFFF, 9, milliseconds(100)));
   EXPECT_NE(GetLastError(), kErrorWouldBlock) << "an attempt that cannot begin";
 }
@@ -112,8 +109,8 @@ TEST(TcpSocketTest, WaitsLastTheirTime) {
   });
   const Listener server;
   listen(server.get(), 0);
-  const Socket first(server.port());  // fills the queue: nobody else is answered
-  const Socket second;
+  const Connection first(server.port());  // fills the queue: nobody else is answered
+  const Connection second;
   const auto start = steady_clock::now();
   EXPECT_FALSE(ConnectTcp(second.number, kLoopback, server.port(), milliseconds(200)));
   EXPECT_EQ(GetLastError(), kErrorWouldBlock);
@@ -129,7 +126,7 @@ TEST(TcpSocketTest, WaitsLastTheirTime) {
 
 TEST(TcpSocketTest, OperationsTellWhatIsWrong) {
   const Listener server;
-  const Socket socket(server.port());
+  const Connection socket(server.port());
   char byte = 0;
   EXPECT_FALSE(ReceiveTcp(socket.number, &byte, 1));
   EXPECT_EQ(GetLastError(), kErrorWouldBlock);
@@ -144,4 +141,4 @@ TEST(TcpSocketTest, OperationsTellWhatIsWrong) {
 }
 
 }  // namespace
-}  // namespace vk::tq
+}  // namespace vk::tq::testing
