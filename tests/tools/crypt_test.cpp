@@ -19,7 +19,7 @@ class CryptToolTest : public ToolTest {};
 TEST_F(CryptToolTest, AKeyFileIsMadeOnceForItsOwnerAlone) {
   const std::string key_file = product_native("config/data.dat");
   std::filesystem::remove_all(product_native());
-  EXPECT_EQ(RunJson({"crypt", "keygen"})["key_file"].text, key_file);
+  EXPECT_EQ(RunJson("crypt keygen")["key_file"].text, key_file);
   const std::string key = ReadNative(key_file);
   EXPECT_THAT(key, MatchesRegex("[-+A-Za-z0-9]+"));
   EXPECT_EQ(key.size(), 32U);
@@ -27,18 +27,17 @@ TEST_F(CryptToolTest, AKeyFileIsMadeOnceForItsOwnerAlone) {
   ASSERT_EQ(stat(key_file.c_str(), &status), 0);
   EXPECT_EQ(status.st_mode & 0777, 0600U);
 
-  EXPECT_THAT(RunJson({"crypt", "keygen"}, 1)["error"]["message"].text, HasSubstr("already"));
+  Fails("crypt keygen", "already");
   EXPECT_EQ(ReadNative(key_file), key);
   EXPECT_THAT(ListNative(product_native("config")), ElementsAre("data.dat"));
   RemoveKeyFile();
-  RunJson({"crypt", "keygen"});
+  RunJson("crypt keygen");
   EXPECT_NE(ReadNative(key_file), key);
 }
 
 TEST_F(CryptToolTest, ACheckJudgesTheKeyFile) {
-  const std::string text = native("text");
-  ASSERT_EQ(Run({"crypt", "text", text}, "ひみつ").status, 0);
-  EXPECT_EQ(RunJson({"crypt", "check", text})["deciphers"].text, "true");
+  ASSERT_EQ(Run("crypt text text", "ひみつ").status, 0);
+  EXPECT_EQ(RunJson("crypt check text")["deciphers"].text, "true");
   const struct {
     std::string key;
     int status;
@@ -52,93 +51,80 @@ TEST_F(CryptToolTest, ACheckJudgesTheKeyFile) {
   };
   for (const auto& one : cases) {
     WriteKeyFile(one.key);
-    const Json check = RunJson({"crypt", "check"}, one.status);
+    const Json check = RunJson("crypt check", one.status);
     EXPECT_THAT(check["verdict"].text, HasSubstr(one.verdict));
     EXPECT_EQ(check["length"].text, std::to_string(one.key.size()));
     EXPECT_EQ(check["good"].text, one.status == 0 ? "true" : "false");
   }
   WriteKeyFile("another");
-  EXPECT_EQ(RunJson({"crypt", "check", text}, 1)["deciphers"].text, "false");
+  EXPECT_EQ(RunJson("crypt check text", 1)["deciphers"].text, "false");
   RemoveKeyFile();
-  EXPECT_EQ(RunJson({"crypt", "check"}, 1)["exists"].text, "false");
-  EXPECT_THAT(Run({"crypt", "text", native("zeros")}, "x").error, HasSubstr("a key of zeros"));
+  EXPECT_EQ(RunJson("crypt check", 1)["exists"].text, "false");
+  EXPECT_THAT(Run("crypt text zeros", "x").error, HasSubstr("a key of zeros"));
 }
 
 TEST_F(CryptToolTest, TextsAndFilesGoThereAndBack) {
   const std::string text = "ひみつ\n\033[1m\"\\";
-  ASSERT_EQ(Run({"crypt", "text", native("t")}, text).status, 0);
-  EXPECT_EQ(Run({"crypt", "untext", native("t")}).out, text);
-  EXPECT_EQ(RunJson({"crypt", "untext", native("t")})["text"].text, text);
-  EXPECT_THAT(RunOnTerminal({"crypt", "untext", native("t")}).out, HasSubstr("\\x1b[1m"));
-  for (const char* no_text : {"\xFF", "a\0b"}) {
-    const std::string input(no_text, no_text[0] == 'a' ? 3 : 1);
-    EXPECT_EQ(Run({"crypt", "text", native("none")}, input).status, 1);
-  }
-  EXPECT_FALSE(ExistsNative(native("none")));
+  ASSERT_EQ(Run("crypt text t", text).status, 0);
+  EXPECT_EQ(Run("crypt untext t").out, text);
+  EXPECT_EQ(RunJson("crypt untext t")["text"].text, text);
+  EXPECT_THAT(RunOnTerminal("crypt untext t").out, HasSubstr("\\x1b[1m"));
+  EXPECT_EQ(Run("crypt text none", "\xFF").status, 1);
+  EXPECT_EQ(Run("crypt text none", std::string("a\0b", 3)).status, 1);
+  EXPECT_FALSE(ExistsNative("none"));
 
   WriteNative(native("plain"), std::string("data\0\xFF", 6));
-  EXPECT_EQ(RunJson({"crypt", "encrypt", native("plain"), native("c")})["bytes"].text, "16");
-  RunJson({"crypt", "decrypt", native("c"), native("back")});
-  EXPECT_EQ(ReadNative(native("back")), std::string("data\0\xFF", 6) + std::string(10, '\0'));
+  EXPECT_EQ(RunJson("crypt encrypt plain c")["bytes"].text, "16");
+  RunJson("crypt decrypt c back");
+  EXPECT_EQ(ReadNative("back"), std::string("data\0\xFF", 6) + std::string(10, '\0'));
 
-  const std::vector<std::string> again = {"crypt", "encrypt", native("plain"), native("back")};
-  EXPECT_THAT(RunJson(again, 1)["error"]["message"].text, HasSubstr("exists"));
-  EXPECT_EQ(Run({"crypt", "encrypt", native("plain"), native("back"), "--force"}).status, 0);
-  EXPECT_EQ(ReadNative(native("back")), ReadNative(native("c")));
-  EXPECT_THAT(
-      RunJson({"crypt", "encrypt", native("c"), native("./c"), "--force"}, 1)["error"]["message"]
-          .text,
-      HasSubstr("same file"));
-  EXPECT_THAT(RunJson({"crypt", "untext", native("missing")}, 1)["error"]["message"].text,
-              HasSubstr("No such file"));
+  Fails("crypt encrypt plain back", "exists");
+  EXPECT_EQ(Run("crypt encrypt plain back --force").status, 0);
+  EXPECT_EQ(ReadNative("back"), ReadNative("c"));
+  Fails("crypt encrypt c ./c --force", "same file");
+  Fails("crypt untext missing", "No such file");
 }
 
 TEST_F(CryptToolTest, APrintInformationFileIsSetShownMovedAndDeleted) {
-  const std::string file = native("J.tmp");
-  EXPECT_EQ(
-      RunJson({"nemi", "set", file, "--field", "NUpName=2in1", "--field", "Copies=1"})["new"].text,
-      "true");
-  EXPECT_EQ(RunJson({"nemi", "set", file, "--field", "Copies=2"})["new"].text, "false");
-  const Json shown = RunJson({"nemi", "show", file});
+  const std::string set = "nemi set J.tmp --field ";
+  EXPECT_EQ(RunJson(set + "NUpName=2in1 --field Copies=1")["new"].text, "true");
+  EXPECT_EQ(RunJson(set + "Copies=2")["new"].text, "false");
+  const Json shown = RunJson("nemi show J.tmp");
   EXPECT_EQ(shown["NUpName"].text, "2in1") << "the library does not read it";
   EXPECT_EQ(shown["Copies"].text, "2");
   EXPECT_EQ(shown.names.size(), 47U);
 
   WriteKeyFile("another");
-  RunJson({"nemi", "set", file, "--field", "Copies=3"}, 1);
+  RunJson(set + "Copies=3", 1);
   WriteKeyFile();
-  RunJson({"nemi", "move", file, native("no folder")}, 1);
-  std::filesystem::create_directory(native("to"));
-  RunJson({"nemi", "move", file, native("to")});
-  EXPECT_EQ(RunJson({"nemi", "show", native("to/J.xml")})["Copies"].text, "2");
-  RunJson({"nemi", "delete", native("to/J.xml")});
-  RunJson({"nemi", "delete", native("to/J.xml")}, 1);
-  RunJson({"nemi", "set", file, "--field", "FilePath=x"}, 2);
+  RunJson("nemi move J.tmp 'no folder'", 1);
+  std::filesystem::create_directory("to");
+  RunJson("nemi move J.tmp to");
+  EXPECT_EQ(RunJson("nemi show to/J.xml")["Copies"].text, "2");
+  RunJson("nemi delete to/J.xml");
+  RunJson("nemi delete to/J.xml", 1);
+  RunJson(set + "FilePath=x", 2);
 }
 
 TEST_F(CryptToolTest, ALockIsHeldUntilEnterOrASignal) {
-  const std::string name = "tqctl test " + std::to_string(getpid());
-  const auto state = [&] { return RunJson({"lock", "probe", name}).items.at(0)["state"].text; };
+  const std::string name = "'tqctl test " + std::to_string(getpid()) + "'";
+  const auto state = [&] { return RunJson("lock probe " + name).items.at(0)["state"].text; };
   EXPECT_EQ(state(), "free");
   for (const int signal : {0, SIGINT, SIGTERM}) {
-    RunningTool holder({"lock", "hold", name});
+    RunningTool holder("lock hold " + name);
     EXPECT_THAT(holder.ReadLine(), HasSubstr("Holding"));
     EXPECT_EQ(state(), "held");
-    if (signal == 0) {
-      holder.PressEnter();
-    } else {
-      holder.Send(signal);
-    }
+    signal == 0 ? holder.PressEnter() : holder.Send(signal);
     EXPECT_EQ(holder.Wait(), -signal);
     EXPECT_EQ(state(), "free") << "after signal " << signal;
   }
-  RunningTool holder({"lock", "hold", name, "--seconds", "60"});
+  RunningTool holder("lock hold " + name + " --seconds 60");
   holder.ReadLine();
   holder.Send(SIGKILL);
   holder.Wait();
   EXPECT_EQ(state(), "abandoned");
   EXPECT_EQ(state(), "free");
-  EXPECT_EQ(RunJson({"lock", "probe"}).items.size(), 5U);
+  EXPECT_EQ(RunJson("lock probe").items.size(), 5U);
 }
 
 }  // namespace

@@ -8,33 +8,30 @@
 #include <unistd.h>
 
 #include <cstdlib>
+#include <filesystem>
 #include <utility>
 
 namespace vk::tq::testing {
 namespace {
 
-// Becomes the tool.
-[[noreturn]] void Become(const std::vector<std::string>& arguments) {
-  std::vector<char*> argv = {const_cast<char*>("tqctl")};
-  for (const std::string& argument : arguments) argv.push_back(const_cast<char*>(argument.c_str()));
-  argv.push_back(nullptr);
-  execv(TQCTL, argv.data());
+const std::string kCommand = "exec " TQCTL " ";
+
+[[noreturn]] void Become(const std::string& line) {
+  execl("/bin/sh", "sh", "-c", (kCommand + line).c_str(), nullptr);
   _exit(127);
 }
+
+int ExitOf(int status) { return WIFEXITED(status) ? WEXITSTATUS(status) : -WTERMSIG(status); }
 
 int WaitFor(pid_t child) {
   int status = 0;
   waitpid(child, &status, 0);
-  return WIFEXITED(status) ? WEXITSTATUS(status) : -WTERMSIG(status);
-}
-
-void Redirect(const std::string& native, int flags, int to) {
-  dup2(open(native.c_str(), flags, 0600), to);
+  return ExitOf(status);
 }
 
 }  // namespace
 
-RunningTool::RunningTool(const std::vector<std::string>& arguments) {
+RunningTool::RunningTool(const std::string& line) {
   int input[2];
   int output[2];
   EXPECT_EQ(pipe2(input, O_CLOEXEC) + pipe2(output, O_CLOEXEC), 0);
@@ -42,7 +39,7 @@ RunningTool::RunningTool(const std::vector<std::string>& arguments) {
   if (child_ == 0) {
     dup2(input[0], STDIN_FILENO);
     dup2(output[1], STDOUT_FILENO);
-    Become(arguments);
+    Become(line);
   }
   close(input[0]);
   close(output[1]);
@@ -75,35 +72,36 @@ void RunningTool::Send(int signal) { kill(child_, signal); }
 
 int RunningTool::Wait() { return WaitFor(std::exchange(child_, 0)); }
 
-ToolResult ToolTest::Run(const std::vector<std::string>& arguments,
-                         const std::string& input) const {
+ToolTest::ToolTest() {
+  WriteKeyFile();
+  std::filesystem::current_path(temp_.native());
+}
+
+ToolResult ToolTest::Run(const std::string& line, const std::string& input) const {
   const TempFolder folder;
-  WriteNative(folder.native("in"), input);
-  const pid_t child = fork();
-  if (child == 0) {
-    Redirect(folder.native("in"), O_RDONLY, STDIN_FILENO);
-    Redirect(folder.native("out"), O_WRONLY | O_CREAT, STDOUT_FILENO);
-    Redirect(folder.native("error"), O_WRONLY | O_CREAT, STDERR_FILENO);
-    Become(arguments);
-  }
-  const int status = WaitFor(child);
-  return {status, ReadNative(folder.native("out")), ReadNative(folder.native("error"))};
+  const std::string at = folder.native();
+  WriteNative(at + "/in", input);
+  const std::string pipes = "<" + at + "/in >" + at + "/out 2>" + at + "/error ";
+  const int status = ExitOf(std::system((kCommand + pipes + line).c_str()));
+  return {status, ReadNative(at + "/out"), ReadNative(at + "/error")};
 }
 
-Json ToolTest::RunJson(std::vector<std::string> arguments, int status) const {
-  arguments.push_back("--json");
-  const ToolResult result = Run(arguments);
-  EXPECT_EQ(result.status, status) << result.out << result.error;
-  return result.json();
+Json ToolTest::RunJson(const std::string& line, int status) const {
+  const ToolResult result = Run(line + " --json");
+  EXPECT_EQ(result.status, status) << line << result.out << result.error;
+  return ParseJson(result.out);
 }
 
-ToolResult ToolTest::RunOnTerminal(const std::vector<std::string>& arguments,
-                                   const std::string& typed) const {
+void ToolTest::Fails(const std::string& line, const std::string& says, int status) const {
+  EXPECT_THAT(RunJson(line, status)["error"]["message"].text, ::testing::HasSubstr(says)) << line;
+}
+
+ToolResult ToolTest::RunOnTerminal(const std::string& line, const std::string& typed) const {
   int terminal = -1;
   const pid_t child = forkpty(&terminal, nullptr, nullptr, nullptr);
   if (child == 0) {
     setenv("TERM", "xterm", 1);
-    Become(arguments);
+    Become(line);
   }
   ToolResult result;
   std::string left = typed;

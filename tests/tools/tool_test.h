@@ -4,7 +4,6 @@
 #include <gmock/gmock.h>
 
 #include <string>
-#include <vector>
 
 #include "support/json.h"
 #include "support/test_support.h"
@@ -15,17 +14,12 @@ struct ToolResult {
   int status = 0;
   std::string out;
   std::string error;
-
-  // What was printed for machines: one document.
-  Json json() const { return ParseJson(out); }
-  // Of a failure with --json.
-  std::string message() const { return json()["error"]["message"].text; }
 };
 
 // A tool that runs on while the test does, and is killed when the object goes.
 class RunningTool {
  public:
-  explicit RunningTool(const std::vector<std::string>& arguments);
+  explicit RunningTool(const std::string& line);
   RunningTool(const RunningTool&) = delete;
   RunningTool& operator=(const RunningTool&) = delete;
   ~RunningTool();
@@ -44,17 +38,19 @@ class RunningTool {
   int output_ = -1;
 };
 
+// The working directory is the test's own folder. A command line is what follows "tqctl" in a shell.
 class ToolTest : public ProductTest {
  protected:
-  ToolTest() { WriteKeyFile(); }
+  ToolTest();
 
   // On pipes, with the text as standard input.
-  ToolResult Run(const std::vector<std::string>& arguments, const std::string& input = "") const;
+  ToolResult Run(const std::string& line, const std::string& input = "") const;
   // The same with --json; fails the test when the status is another one.
-  Json RunJson(std::vector<std::string> arguments, int status = 0) const;
+  Json RunJson(const std::string& line, int status = 0) const;
+  // The same for a failure, which must say so.
+  void Fails(const std::string& line, const std::string& says, int status = 1) const;
   // On a terminal, on which the text is typed when it is asked for; all that it shows is in `out`.
-  ToolResult RunOnTerminal(const std::vector<std::string>& arguments,
-                           const std::string& typed = "") const;
+  ToolResult RunOnTerminal(const std::string& line, const std::string& typed = "") const;
 };
 
 }  // namespace vk::tq::testing

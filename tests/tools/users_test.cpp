@@ -8,106 +8,89 @@ using ::testing::HasSubstr;
 using UsersTool = ToolTest;
 
 TEST_F(UsersTool, UserDataIsSetFieldByFieldInEachOfItsPlaces) {
-  const struct {
-    std::vector<std::string> option;
-    std::string file;
-  } places[] = {
-      {{}, native("user/ORV-INC/Velkorandia/Tessaloquin/data/DATA.XML")},
-      {{"--service"}, product_native("data/DATA.XML")},
-      {{"--shared"}, product_native("data/Shared.XML")},
+  const std::pair<std::string, std::string> places[] = {
+      {"", "user/ORV-INC/Velkorandia/Tessaloquin/data/DATA.XML"},
+      {"--service ", product_native("data/DATA.XML")},
+      {"--shared ", product_native("data/Shared.XML")},
   };
-  for (const auto& place : places) {
-    const std::vector<std::string>& option = place.option;
-    const std::string& file = place.file;
-    const auto with = [&](std::vector<std::string> arguments) {
-      arguments.insert(arguments.end(), option.begin(), option.end());
-      return arguments;
-    };
-    RunJson(with({"user", "show"}), 1);
-    RunJson(with({"user", "set", "--field", "UserID=山田", "--field", "PrintUserNo=1=2"}));
+  for (const auto& [option, file] : places) {
+    RunJson("user show " + option, 1);
+    RunJson("user set " + option + "--field UserID=山田 --field PrintUserNo=1=2");
     EXPECT_TRUE(ExistsNative(file)) << file;
-    RunJson(with({"user", "set", "--field", "PrintUserNo="}));
-    const Json data = RunJson(with({"user", "show"}));
+    RunJson("user set " + option + "--field PrintUserNo=");
+    const Json data = RunJson("user show " + option);
     EXPECT_EQ(data["UserID"].text, "山田");
     EXPECT_EQ(data["PrintUserNo"].text, "");
-    RunJson(with({"user", "set", "--field", "NoSuch=1"}), 2);
-    RunJson(with({"user", "set", "--field", "UserID"}), 2);
-    RunJson(with({"user", "set"}), 2);
-    EXPECT_EQ(RunJson(with({"user", "delete"}))["deleted"].text, "true");
-    EXPECT_EQ(RunJson(with({"user", "delete"}))["deleted"].text, "false");
+    for (const char* wrong : {"--field NoSuch=1", "--field UserID", ""}) {
+      RunJson("user set " + option + wrong, 2);
+    }
+    EXPECT_EQ(RunJson("user delete " + option)["deleted"].text, "true");
+    EXPECT_EQ(RunJson("user delete " + option)["deleted"].text, "false");
     EXPECT_FALSE(ExistsNative(file)) << file;
   }
-  RunJson({"user", "show", "--service", "--shared"}, 2);
+  RunJson("user show --service --shared", 2);
   // A shared PC's data has four fields and grows stale.
-  RunJson({"user", "set", "--shared", "--field", "LastRegistUserTickCount=1"}, 2);
-  RunJson({"user", "set", "--shared", "--field", "UserID=x"});
+  RunJson("user set --shared --field LastRegistUserTickCount=1", 2);
+  RunJson("user set --shared --field UserID=x");
   WriteNative(product_native("config/Client.ini"), "[Setting]\nSharedTimeout=-1\n");
-  RunJson({"user", "show", "--shared"}, 1);
+  RunJson("user show --shared", 1);
 }
 
 TEST_F(UsersTool, AListIsPackedAskedAndUnpacked) {
-  const std::string lookup_folder = product_native("config");
-  EXPECT_THAT(Run({"users", "lookup", "yamada"}).error, HasSubstr("There is no list"));
+  EXPECT_THAT(Run("users lookup yamada").error, HasSubstr("There is no list"));
   const std::string list = "[ChangeUsers]\nyamada=yamada.t\nsuzuki=\n[LogOnlyUsers]\n佐藤=log\n";
   WriteNative(native("list.ini"), list);
-  RunJson({"users", "pack", native("list.ini")});
-  RunJson({"users", "pack", native("list.ini")}, 1);
-  RunJson({"users", "pack", native("list.ini"), "-o", lookup_folder + "/EnableUsers.dat"});
+  RunJson("users pack list.ini");
+  RunJson("users pack list.ini", 1);
+  RunJson("users pack list.ini -o " + product_native("config/EnableUsers.dat"));
 
-  const struct {
-    std::vector<std::string> arguments;
-    std::string list;
-    std::string account;
-  } rows[] = {
-      {{"YAMADA"}, "ChangeUsers", "yamada.t"},
-      {{"suzuki"}, "ChangeUsers", ""},
-      {{"suzuki", "--login", "me"}, "ChangeUsers", "me"},
-      {{"佐藤"}, "LogOnlyUsers", "log"},
-      {{"nobody"}, "none", ""},
+  const std::pair<std::string, std::string> rows[] = {
+      {"YAMADA", "ChangeUsers yamada.t"},
+      {"suzuki", "ChangeUsers "},
+      {"suzuki --login me", "ChangeUsers me"},
+      {"佐藤", "LogOnlyUsers log"},
+      {"nobody", "none "},
   };
-  for (const auto& row : rows) {
-    std::vector<std::string> arguments = {"users", "lookup"};
-    arguments.insert(arguments.end(), row.arguments.begin(), row.arguments.end());
-    const Json answer = RunJson(arguments);
-    EXPECT_EQ(answer["list"].text, row.list) << row.arguments.front();
-    EXPECT_EQ(answer["account"].text, row.account) << row.arguments.front();
+  for (const auto& [who, found] : rows) {
+    const Json answer = RunJson("users lookup " + who);
+    EXPECT_EQ(answer["list"].text + " " + answer["account"].text, found) << who;
   }
 
   // What comes back ends where the list ended, in every encoding and length.
+  const std::string utf16(
+      "\xFF\xFE"
+      "a\0=\0b\0",
+      8);
   for (const std::string& text :
-       {list,
-        std::string("\xFF\xFE"
-                    "a\0=\0b\0",
-                    8),
-        std::string(), std::string(16, 'x'), std::string(0x100000, 'y')}) {
+       {list, utf16, std::string(), std::string(16, 'x'), std::string(0x100000, 'y')}) {
     WriteNative(native("a.ini"), text);
-    RunJson({"users", "pack", native("a.ini"), "--force"});
-    RunJson({"users", "unpack", native("a.dat"), "--output", native("b.ini"), "--force"});
-    EXPECT_EQ(ReadNative(native("b.ini")), text) << text.size();
+    RunJson("users pack a.ini --force");
+    RunJson("users unpack a.dat --output b.ini --force");
+    EXPECT_EQ(ReadNative("b.ini"), text) << text.size();
   }
-  RunJson({"users", "unpack", native("none.dat")}, 1);
+  RunJson("users unpack none.dat", 1);
   WriteKeyFile(std::string(34, 'x'));
-  EXPECT_THAT(Run({"users", "lookup", "yamada"}).error, HasSubstr("crypt check"));
-  RunJson({"users", "pack", native("list.ini"), "--force"}, 1);
+  EXPECT_THAT(Run("users lookup yamada").error, HasSubstr("crypt check"));
+  RunJson("users pack list.ini --force", 1);
 }
 
 TEST_F(UsersTool, PrintersAreAddedListedAndTested) {
-  EXPECT_TRUE(RunJson({"printers", "list"}).items.empty());
-  RunJson({"printers", "add", "0", "レシート*"});
-  RunJson({"printers", "add", "3", "Label"});
-  RunJson({"printers", "add", "4", "x"}, 2);
-  RunJson({"printers", "add", "0", "x", "--dir", native("none")}, 1);
-  const Json list = RunJson({"printers", "list"});
+  EXPECT_TRUE(RunJson("printers list").items.empty());
+  RunJson("printers add 0 'レシート*'");
+  RunJson("printers add 3 Label");
+  RunJson("printers add 4 x", 2);
+  RunJson("printers add 0 x --dir none", 1);
+  const Json list = RunJson("printers list");
   ASSERT_EQ(list.items.size(), 2u);
   EXPECT_EQ(list.items[0]["name"].text, "レシート*");
   EXPECT_EQ(list.items[1]["attribute"].text, "driver");
 
-  EXPECT_EQ(RunJson({"printers", "test", "レシート 1F"})["listed"].text, "true");
-  EXPECT_EQ(RunJson({"printers", "test", "2F"})["listed"].text, "false");
-  EXPECT_EQ(RunJson({"printers", "test", "Label"})["listed"].text, "false");
-  EXPECT_EQ(RunJson({"printers", "test", "2F", "--driver", "A Label 3"})["listed"].text, "true");
+  EXPECT_EQ(RunJson("printers test 'レシート 1F'")["listed"].text, "true");
+  EXPECT_EQ(RunJson("printers test 2F")["listed"].text, "false");
+  EXPECT_EQ(RunJson("printers test Label")["listed"].text, "false");
+  EXPECT_EQ(RunJson("printers test 2F --driver 'A Label 3'")["listed"].text, "true");
   WriteKeyFile(std::string(34, 'x'));
-  RunJson({"printers", "add", "1", "x"}, 1);
+  RunJson("printers add 1 x", 1);
 }
 
 }  // namespace
