@@ -58,6 +58,9 @@ std::wstring DefaultOf(const DirectoryKey& key) {
   return std::wstring(key.place == Place::kLocal ? folder : L"") + key.default_name;
 }
 
+constexpr const wchar_t* kMissing[] = {nullptr, L""};
+constexpr const wchar_t* kNoText[] = {nullptr, L"", L"\"  \""};
+
 class ClientSettingReadTest : public ProductTest {
  protected:
   ClientSettingReadTest() {
@@ -188,7 +191,7 @@ TEST_F(ClientSettingReadTest, RequiredTexts) {
       return text.form == Form::kEnciphered ? Enciphered(value) : L"\"" + value + L"\"";
     };
     before_.*text.member = L"kept";
-    for (const wchar_t* missing : {static_cast<const wchar_t*>(nullptr), L""}) {
+    for (const wchar_t* missing : kMissing) {
       Check(text.key, missing, text.member, L"kept", 0, {Line(4, text.missing, text.missing_text)},
             {{kEventError, text.missing_text}});
     }
@@ -224,7 +227,7 @@ TEST_F(ClientSettingReadTest, TheFtpAccount) {
 
 TEST_F(ClientSettingReadTest, OptionalTexts) {
   before_.ClientIPAddress = L"kept";
-  for (const wchar_t* text : {static_cast<const wchar_t*>(nullptr), L"", L"\"  \""}) {
+  for (const wchar_t* text : kNoText) {
     Check(L"P1Secondary", text, &C::P1Secondary, L"192.0.2.1");
     Check(L"ClientIPAddress", text, &C::ClientIPAddress, L"kept", 1,
           {Line(3, 120200580, L"クライアントIPアドレスが設定されていません。")});
@@ -248,9 +251,7 @@ TEST_F(ClientSettingReadTest, CardSystemCode) {
     Check(L"SharedPCCardSystemCode", text, &C::SharedPCCardSystemCode, code, result, lines);
   };
   before_.SharedPCCardSystemCode = L"FE00";
-  for (const wchar_t* text : {static_cast<const wchar_t*>(nullptr), L"", L"\"  \""}) {
-    check(text, L"", 1, {});
-  }
+  for (const wchar_t* text : kNoText) check(text, L"", 1, {});
   for (const auto& [text, code] : {std::pair{L"fe00", L"FE00"}, {L"\" 9aF \"", L"9AF"}}) {
     check(text, code, 1, {Line(2, 0, L"[カードシステムコード] 設定値:[" + CString(code) + L"]")});
   }
@@ -276,7 +277,7 @@ TEST_F(ClientSettingReadTest, DirectoriesThatFail) {
             {{key.traits.event_id, event}});
     };
     const wchar_t* const event = key.traits.missing_event;
-    for (const wchar_t* missing : {static_cast<const wchar_t*>(nullptr), L""}) {
+    for (const wchar_t* missing : kMissing) {
       check(missing, key.missing, key.missing_text, event ? event : key.missing_text);
     }
     const std::wstring bad = Bad(key.label, L"");
