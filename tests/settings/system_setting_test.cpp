@@ -168,9 +168,9 @@ TEST_F(SystemSettingTest, LoadFileLogsKeysAndSettings) {
   // The order of the table, but item 5 first and item 500 last; item 28 is missing.
   std::vector<Setting> settings = AllSettings();
   std::erase_if(settings, [](const Setting& setting) { return setting.item == 28; });
-  std::ranges::stable_partition(settings, [](const Setting& setting) { return setting.item == 5; });
-  std::ranges::stable_partition(settings,
-                                [](const Setting& setting) { return setting.item != 500; });
+  std::ranges::stable_sort(settings, {}, [](const Setting& setting) {
+    return setting.item == 5 ? 0 : setting.item == 500 ? 2 : 1;
+  });
   for (const Setting& setting : settings) {
     std::wstring text = L"システム設定[" + setting.label + L"]";
     const auto is_wide = [](wchar_t c) { return c >= 0x80; };
