@@ -44,6 +44,8 @@ constexpr steady_clock::time_point kNever{};
 // Another one in each run, unless --gtest_random_seed gives it.
 int Seed() { return ::testing::UnitTest::GetInstance()->random_seed(); }
 
+std::mt19937 Random() { return std::mt19937(static_cast<unsigned>(Seed())); }
+
 // The victims' operations last microseconds: a sleep would be too coarse.
 template <class Condition>
 void SpinUntil(const Condition& condition) {
@@ -87,30 +89,28 @@ class KilledWriterTest : public StoreTest, public ::testing::WithParamInterface<
   int Read() const { return GetParam().read(0); }
   bool Write(int version) const { return GetParam().write(0, version); }
 
-  void Prepare(int last) {
+  // A victim that is to write versions behind `last`, up to `count` of them, and then stays.
+  std::unique_ptr<ChildProcess> StartVictim(int last, int count) {
     victim_->start = kNever;
     victim_->begun = victim_->done = last;
-  }
-
-  // The victim: writes so many versions behind `last`. False when a write fails.
-  bool RunVictim(int last, int count) {
-    for (int version = last + 1; version <= last + count; ++version) {
-      victim_->begun = version;
-      if (version == last + 1) victim_->start = steady_clock::now();
-      if (!Write(version)) return false;
-      victim_->done = version;
-    }
-    victim_->end = steady_clock::now();
-    return true;
+    return std::make_unique<ChildProcess>([this, last, count] {
+      for (int version = last + 1; version <= last + count; ++version) {
+        victim_->begun = version;
+        if (version == last + 1) victim_->start = steady_clock::now();
+        if (!Write(version)) break;
+        victim_->done = version;
+      }
+      victim_->end = steady_clock::now();
+      if (count == kMostWrites) pause();
+      return victim_->done == last + count ? 0 : 1;
+    });
   }
 
   // How long a victim's writes take, the costs of a new process included; the median of nine.
   nanoseconds Measure(int& last) {
     std::array<nanoseconds, 9> times{};
     for (nanoseconds& time : times) {
-      Prepare(last);
-      ChildProcess child([&] { return RunVictim(last, kMeasuredWrites) ? 0 : 1; });
-      EXPECT_EQ(0, child.Wait());
+      EXPECT_EQ(0, StartVictim(last, kMeasuredWrites)->Wait());
       time = victim_->end.load() - victim_->start.load();
       last += kMeasuredWrites;
     }
@@ -127,32 +127,26 @@ TEST_P(KilledWriterTest, LeavesTheOldOrTheNew) {
     if (!ForgetRenameWithoutReplacing()) GTEST_SKIP() << "no system call can be filtered here";
   }
   SCOPED_TRACE(Seed());
-  std::mt19937 random(static_cast<unsigned>(Seed()));
+  std::mt19937 random = Random();
   int last = 1;
   ASSERT_TRUE(Write(last));
   const nanoseconds time = Measure(last);
   const std::vector<std::string> names = Names();
-  int inside = 0;
-  int kept = 0;
-  int abandoned = 0;
+  int inside = 0, kept = 0, abandoned = 0;
   // A build with sanitizers is slow to fork: it ends earlier, and says how many it was.
   const auto end = steady_clock::now() + std::chrono::seconds(10);
   int round = 0;
   for (; round < GetParam().kills && (round < 20 || steady_clock::now() < end); ++round) {
-    Prepare(last);
-    ChildProcess victim([&] {
-      RunVictim(last, kMostWrites);
-      pause();
-      return 0;
-    });
-    KillAfter(victim, *victim_, time * static_cast<int>(random() % 1000) / 1000);
+    const auto victim = StartVictim(last, kMostWrites);
+    KillAfter(*victim, *victim_, time * static_cast<int>(random() % 1000) / 1000);
 
     int failures = 0;
     const int seen = OnceMore([&] { return Read(); }, failures);
     ASSERT_GE(seen, victim_->done) << "round " << round;
     ASSERT_LE(seen, victim_->begun) << "round " << round;
-    inside += victim_->done < victim_->begun;
-    kept += victim_->done < victim_->begun && seen == victim_->done;
+    const bool is_inside = victim_->done < victim_->begun;
+    inside += is_inside;
+    kept += is_inside && seen == victim_->done;
     last = victim_->begun + 1;
     ASSERT_TRUE(OnceMore([&] { return Write(last); }, failures)) << "round " << round;
     ASSERT_EQ(last, Read()) << "round " << round;
@@ -216,7 +210,7 @@ TEST_P(KilledOwnerTest, LeavesTheLockToTheNext) {
     ASSERT_TRUE(FindStore(GetParam().store).write(0, 1));
   }
   SCOPED_TRACE(Seed());
-  std::mt19937 random(static_cast<unsigned>(Seed()));
+  std::mt19937 random = Random();
   Shared<Victim> victim;
   int held = 0;
   for (int round = 0; round < kKillsOfALock; ++round) {

@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <filesystem>
+#include <memory>
 #include <set>
 
 #include "foundation/file_lock.h"
@@ -31,6 +32,9 @@ constexpr int kOtherKeys = 60;
 // The native folders; ProductTest makes them anew for each test.
 std::string jobs_folder;
 std::string second_folder;
+
+// A caller's lock for a scope.
+using Lock = std::unique_ptr<void, HANDLE (*)(HANDLE)>;
 
 std::wstring InFolder(const std::string& folder, std::wstring_view name, int place) {
   return PathFromNative(folder) + L"\\" + std::wstring(name) + std::to_wstring(place);
@@ -77,7 +81,7 @@ bool WriteJob(int place, int version) {
 // A job has one numbered file. Two names of the same file are what a kill leaves where a rename
 // takes two steps.
 bool HasOneNumber(int place) {
-  const HANDLE lock = GetManageFileMutex(kJobLock);
+  const Lock lock(GetManageFileMutex(kJobLock), ReleaseManageFileMutex);
   const std::string prefix = "J" + std::to_string(place) + ".";
   std::set<ino_t> files;
   for (const std::string& name : ListNative(jobs_folder)) {
@@ -85,7 +89,6 @@ bool HasOneNumber(int place) {
     struct stat info {};
     if (stat((jobs_folder + "/" + name).c_str(), &info) == 0) files.insert(info.st_ino);
   }
-  ReleaseManageFileMutex(lock);
   return files.size() == 1;
 }
 
@@ -148,10 +151,10 @@ int ReadStatusFile(int place) {
   const CString message = file.GetString(L"Information", L"ErrorMessage", L"", 1024);
   // The status file may be a version behind, but its message and its status are of one.
   const int behind = message == Text(version) ? 0 : 1;
-  return message == Text(version - behind) && record.ManageStatus == 95 + (version - behind) % 4 &&
-                 file.GetInt(L"Setting", L"LogPrintTimeout", -1) == 30
-             ? version
-             : kTorn;
+  const bool is_whole = message == Text(version - behind) &&
+                        record.ManageStatus == 95 + (version - behind) % 4 &&
+                        file.GetInt(L"Setting", L"LogPrintTimeout", -1) == 30;
+  return is_whole ? version : kTorn;
 }
 
 // ---- A print information file ----
@@ -187,9 +190,9 @@ bool WriteInfoElsewhere(int place, int version) {
 
 int ReadInfoElsewhere(int place) {
   const int there = ReadInfoFrom(InFolder(second_folder, L"M", place) + L".xml", kLongInfo);
-  const std::string name = "/M" + std::to_string(place) + ".dat";
-  if (there == kTorn || !ExistsNative(jobs_folder + name)) return there;
-  return ReadInfoFrom(InFolder(jobs_folder, L"M", place) + L".dat", kLongInfo);
+  const std::wstring here = InFolder(jobs_folder, L"M", place) + L".dat";
+  if (there == kTorn || !ExistsNative(PathToNative(here))) return there;
+  return ReadInfoFrom(here, kLongInfo);
 }
 
 // ---- Users ----
@@ -209,44 +212,26 @@ int ReadUser(int) {
   Access user;
   user.SetServiceDataDirectry();
   if (user.ReadAll() != 1) return kNotRead;
-  return user.GetUserID() == user.GetUserGroupNo()
-             ? VersionOf(user.GetUserID(), user.GetUserAccount())
-             : kTorn;
+  const int version = VersionOf(user.GetUserID(), user.GetUserAccount());
+  return user.GetUserID() == user.GetUserGroupNo() ? version : kTorn;
 }
-
-// A caller's lock for a scope.
-class PrinterListLock {
- public:
-  PrinterListLock() = default;
-  PrinterListLock(const PrinterListLock&) = delete;
-  PrinterListLock& operator=(const PrinterListLock&) = delete;
-  ~PrinterListLock() { ReleasePrinterWhiteListMutex(handle_); }
-  bool is_held() const { return handle_ != nullptr; }
-
- private:
-  HANDLE handle_ = GetPrinterWhiteListMutex();
-};
 
 bool WritePrinters(int, int version) {
   CWhiteListFileAccess list;
   list.Add(Number(version), Text(version));
   for (int i = 0; i < version % 7; ++i) list.Add(L"2", Number(version));
-  const PrinterListLock lock;
-  return lock.is_held() && list.Write(PathFromNative(jobs_folder)) == 1;
+  const Lock lock(GetPrinterWhiteListMutex(), ReleasePrinterWhiteListMutex);
+  return lock && list.Write(PathFromNative(jobs_folder)) == 1;
 }
 
 int ReadPrinters(int) {
   CWhiteListFileAccess list;
-  const PrinterListLock lock;
-  if (!lock.is_held() || list.Read(PathFromNative(jobs_folder)) != 1) return kNotRead;
+  const Lock lock(GetPrinterWhiteListMutex(), ReleasePrinterWhiteListMutex);
+  if (!lock || list.Read(PathFromNative(jobs_folder)) != 1) return kNotRead;
   const CStringArray& names = list.GetNames();
-  if (names.GetSize() == 0) return kTorn;
-  const int version = VersionOf(list.GetKinds()[0], names[0]);
-  const auto size = static_cast<std::size_t>(names.GetSize());
-  if (version == kTorn || size != 1U + static_cast<unsigned>(version) % 7) return kTorn;
-  const bool are_whole = std::all_of(names.begin() + 1, names.end(),
-                                     [&](const CString& name) { return name == Number(version); });
-  return are_whole ? version : kTorn;
+  const int version = names.IsEmpty() ? kTorn : VersionOf(list.GetKinds()[0], names[0]);
+  const auto others = std::count(names.begin(), names.end(), Number(version));
+  return names.GetSize() == 1 + others && others == version % 7 ? version : kTorn;
 }
 
 // ---- INI files ----
@@ -254,19 +239,18 @@ int ReadPrinters(int) {
 std::vector<ProfileValue> OtherKeys() {
   std::vector<ProfileValue> keys;
   for (int i = 0; i < kOtherKeys; ++i) {
-    keys.push_back(
-        {i % 2 == 0 ? L"Setting" : L"Thread", L"Key" + Number(i), L"value " + Number(i)});
+    const wchar_t* const section = i % 2 == 0 ? L"Setting" : L"Thread";
+    keys.push_back({section, L"Key" + Number(i), L"value " + Number(i)});
   }
   return keys;
 }
 
 // Whether every key that nobody writes stands in the file, and nothing that is neither.
 bool HasOtherKeys(const Profile& file) {
-  if (file.SectionNames(1024).size() != 2) return false;
-  const std::vector<ProfileValue> keys = OtherKeys();
-  return std::all_of(keys.begin(), keys.end(), [&](const ProfileValue& key) {
+  const auto is_there = [&](const ProfileValue& key) {
     return file.GetString(key.section, key.key, L"", 64) == key.value;
-  });
+  };
+  return file.SectionNames(1024).size() == 2 && std::ranges::all_of(OtherKeys(), is_there);
 }
 
 bool WriteClientIni(int, int version) {
@@ -280,18 +264,16 @@ int ReadClientIni(int) {
 }
 
 bool WriteConfigIni(int, int version) {
-  return CClientSetting().WriteTrayData(3, Number(version), 0, Text(version), 5, Number(version)) ==
-         1;
+  const CString number = Number(version);
+  return CClientSetting().WriteTrayData(3, number, 0, Text(version), 5, number) == 1;
 }
 
 int ReadConfigIni(int) {
   const Profile file(ProductPath(L"\\PrintProcessor\\config.ini"));
   const auto name = [&](const wchar_t* key) { return file.GetString(L"Setting", key, L"", 1024); };
-  const CString number = name(L"NameTray1");
-  return number == name(L"NameTray3") && file.GetInt(L"Setting", L"UseTray3", 0) == 5 &&
-                 HasOtherKeys(file)
-             ? VersionOf(number, name(L"NameTray2"))
-             : kTorn;
+  const bool is_whole = name(L"NameTray1") == name(L"NameTray3") && HasOtherKeys(file) &&
+                        file.GetInt(L"Setting", L"UseTray3", 0) == 5;
+  return is_whole ? VersionOf(name(L"NameTray1"), name(L"NameTray2")) : kTorn;
 }
 
 constexpr int kPlainJob = 250;
@@ -329,13 +311,9 @@ void PrintTo(const Store& store, std::ostream* out) { *out << store.name; }
 StoreTest::StoreTest() {
   WriteKeyFile();
   jobs_folder = native("jobs");
-  second_folder = native("second");
   std::string other = "/dev/shm/tq.XXXXXX";
-  if (mkdtemp(other.data()) != nullptr) second_folder = other;
-  fs::create_directories(jobs_folder);
-  fs::create_directories(second_folder);
-  fs::create_directories(product_native("data"));
-  fs::create_directories(product_native("PrintProcessor"));
+  second_folder = mkdtemp(other.data()) != nullptr ? other : native("second");
+  for (const std::string& folder : Folders()) fs::create_directories(folder);
   WriteProfile(ProductPath(L"\\config\\Client.ini"), OtherKeys());
   WriteProfile(ProductPath(L"\\PrintProcessor\\config.ini"), OtherKeys());
 }
@@ -345,13 +323,15 @@ StoreTest::~StoreTest() {
   fs::remove_all(second_folder, ignored);
 }
 
+std::vector<std::string> StoreTest::Folders() const {
+  return {jobs_folder, second_folder, product_native("config"), product_native("data"),
+          product_native("PrintProcessor")};
+}
+
 std::vector<std::string> StoreTest::Names() const {
   std::vector<std::string> names;
-  for (const std::string& folder : {jobs_folder, second_folder, product_native("config"),
-                                    product_native("data"), product_native("PrintProcessor")}) {
-    const auto found = ListNative(folder);
-    names.insert(names.end(), found.begin(), found.end());
-  }
+  for (const std::string& folder : Folders())
+    std::ranges::move(ListNative(folder), std::back_inserter(names));
   return names;
 }
 

@@ -44,6 +44,9 @@ class StoreTest : public ProductTest {
 
   // Every name in these folders.
   std::vector<std::string> Names() const;
+
+ private:
+  std::vector<std::string> Folders() const;
 };
 
 }  // namespace vk::tq::testing
