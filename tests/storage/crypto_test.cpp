@@ -1,9 +1,6 @@
 #include "storage/crypto.h"
 
 #include <openssl/evp.h>
-#include <signal.h>
-#include <sys/resource.h>
-#include <unistd.h>
 
 #include <cerrno>
 #include <filesystem>
@@ -15,25 +12,13 @@
 
 namespace vk::tq {
 
-// Reaches the operations that callers do not see.
+// Reaches what callers do not see.
 class CryptoTestAccess {
  public:
   static std::string KeyBytes(CCrypto& crypto) {
     CByteArray key;
     crypto.GetBytesKey(key);
     return {key.begin(), key.end()};
-  }
-  static CByteArray Fit(const CByteArray& source, int length) {
-    CByteArray target;
-    target.SetSize(length);
-    CCrypto::ResizeBytesArray(source, target);
-    return target;
-  }
-  static int GetBytes(unsigned code_page, const CString& text, CByteArray& bytes) {
-    return CCrypto::GetBytes(code_page, text, bytes);
-  }
-  static CString GetString(unsigned code_page, const CByteArray& bytes) {
-    return CCrypto::GetString(code_page, bytes);
   }
 };
 
@@ -141,21 +126,19 @@ TEST_F(CryptoTest, GivesTheBytesThatWereComputedIndependently) {
 
 TEST_F(CryptoTest, HashesAsManyBytesAsTheTextHasCharacters) {
   const ScopedEnvironment japanese("TQ_ANSI_CODEPAGE", "932");
-  // The third is more than a staging buffer would hold.
   for (const auto& [text, bytes] : {std::pair<std::wstring, std::string>(L"abc", "abc"),
                                     {L"日本", "\x93\xFA"},
                                     {std::wstring(5000, L'x'), std::string(5000, 'x')}}) {
     EXPECT_EQ(ToUtf8(crypto_.ComputeHash(text)), UpperHexOfMd5(bytes));
   }
-  EXPECT_EQ(crypto_.ComputeHash(L""), L"");
   EXPECT_EQ(crypto_.ComputeHash(std::wstring(L"\0abc", 4)), L"");
 }
 
-TEST_F(CryptoTest, ReordersTheDigitsOfTheHash) {
+// Key files of plain ASCII are in storage.jsonl.
+TEST_F(CryptoTest, TakesTheKeyFileAsTextUpToItsNul) {
   const ScopedEnvironment japanese("TQ_ANSI_CODEPAGE", "932");
   const std::tuple<std::string, std::string, std::vector<std::size_t>> cases[] = {
-      {"12345", "12345", {0, 3, 1, 4, 2}},
-      {std::string("AB\0CD", 5), "AB", {0, 3, 1, 4, 2}},  // the text ends at the NUL
+      {std::string("AB\0CD", 5), "AB", {0, 3, 1, 4, 2}},
       {"\x93\xFA\x96\x7B", "\x93\xFA", {0, 2, 1, 3}}};
   for (const auto& [key_file, hashed, digits] : cases) {
     WriteKeyFile(key_file);
@@ -165,23 +148,8 @@ TEST_F(CryptoTest, ReordersTheDigitsOfTheHash) {
   }
   WriteKeyFile(std::string_view("\0", 1));
   EXPECT_EQ(CryptoTestAccess::KeyBytes(crypto_), std::string(1, '\0'));
-}
-
-TEST_F(CryptoTest, FitsKeyBytes) {
-  EXPECT_EQ(CryptoTestAccess::Fit(ToArray("abc"), 5), ToArray(std::string_view("abc\0\0", 5)));
-  EXPECT_EQ(CryptoTestAccess::Fit(ToArray("ABCDa"), 4), ToArray(" BCD"));
-  EXPECT_EQ(CryptoTestAccess::Fit(ToArray("ABCD"), 4), ToArray("ABCD"));
-}
-
-TEST_F(CryptoTest, HasZeroKeysWithoutAReadableKeyFile) {
-  RemoveKeyFile();
-  const std::string without = Encrypt("text");
   WriteKeyFile("");
-  EXPECT_EQ(Encrypt("text"), without);
-  RemoveKeyFile();
-  fs::create_directory(product_native("config/data.dat"));
-  EXPECT_EQ(Encrypt("text"), without);
-  EXPECT_EQ(Decrypt(without).substr(0, 4), "text");
+  EXPECT_EQ(CryptoTestAccess::KeyBytes(crypto_), "");
 }
 
 // 33 bytes are accepted: storage.jsonl.
@@ -233,36 +201,10 @@ TEST_F(CryptoTest, FillsACutCipherTextWithZeros) {
   EXPECT_EQ(rest, Decrypt(cut));
 }
 
-TEST_F(CryptoTest, MayWriteIntoItsInput) {
-  CByteArray bytes = ToArray("0123456789abcdefg");
-  crypto_.EncryptByTripleDesToByteArrayByte(bytes, bytes);
-  EXPECT_EQ(FromArray(bytes), Encrypt("0123456789abcdefg"));
-  crypto_.DecryptByTripleDESByte(bytes, bytes);
-  EXPECT_EQ(FromArray(bytes), "0123456789abcdefg" + std::string(15, '\0'));
-}
-
-TEST_F(CryptoTest, ConvertsTextsUpToTheirNul) {
-  CByteArray bytes = ToArray("old");
-  EXPECT_EQ(CryptoTestAccess::GetBytes(65001, L"", bytes), 0);
-  EXPECT_EQ(bytes, ToArray(std::string_view("\0", 1)));
-  EXPECT_EQ(CryptoTestAccess::GetBytes(65001, std::wstring(L"é\0x", 3), bytes), 0);
-  EXPECT_EQ(bytes, ToArray(std::string_view("\xC3\xA9\0", 3)));
-  EXPECT_EQ(CryptoTestAccess::GetBytes(12345, L"x", bytes), 1);
-  EXPECT_EQ(bytes.GetSize(), 0);
-  EXPECT_EQ(CryptoTestAccess::GetString(65001, {}), L"");
-  EXPECT_EQ(CryptoTestAccess::GetString(65001, ToArray(std::string_view("\xC3\xA9\0x", 4))), L"é");
-  EXPECT_EQ(CryptoTestAccess::GetString(65001, ToArray("abc")), L"abc");
-}
-
-TEST_F(CryptoTest, LongRunIsNotCutIntoChunksAndAFileIs) {
+TEST_F(CryptoTest, LongRunIsNotCutIntoChunks) {
   const std::string data(2 * kChunk, 'x');
   const std::string run = Encrypt(data);
   EXPECT_TRUE(Decrypt(run) == data);
-  WriteNative(native("data"), data);
-  ASSERT_EQ(crypto_.CryptFileMake(path(L"data"), path(L"file")), 0);
-  const std::string file = ReadNative(native("file"));
-  EXPECT_TRUE(file.substr(0, kChunk) == run.substr(0, kChunk));
-  EXPECT_TRUE(file.substr(kChunk) == run.substr(0, kChunk));
   EXPECT_FALSE(run.substr(kChunk) == run.substr(0, kChunk));
 }
 
@@ -274,22 +216,14 @@ TEST_F(CryptoTest, StringFormIsReadAsUtf8) {
   EXPECT_EQ(crypto_.EncryptByTripleDES(L"text"), FromUtf8(bytes.substr(0, bytes.find('\0'))));
   const std::string plain = Decrypt(std::string("0123456789abcdef\0", 17));
   EXPECT_EQ(crypto_.DecryptByTripleDES(L"0123456789abcdef"),
-            CryptoTestAccess::GetString(65001, ToArray(plain)));
+            FromUtf8(plain.substr(0, plain.find('\0'))));
 }
 
 // ---- Enciphered texts ----
 
-TEST_F(CryptoTest, TextOfEveryKindComesBack) {
-  std::wstring japanese;
-  while (japanese.size() < kChunk) japanese += L"日本語の文書①～髙\\ é\U0001F600\r\n\t<&>";
-  for (const CString& text : {CString(), FromUtf8(Varied(15)), FromUtf8(Varied(16)), japanese}) {
-    Write(text, "string");
-    EXPECT_TRUE(Read("string") == text) << text.size();
-    const std::uint64_t size = ToUtf8(text).size() + 1;
-    EXPECT_EQ(fs::file_size(native("string")), (size + 15) / 16 * 16);
-  }
+TEST_F(CryptoTest, WhatIsNoCharacterIsReplaced) {
   Write({L'a', 0xD800, L'b', 0x110000, L'\0', L'c'}, "string");
-  EXPECT_EQ(Read("string"), L"a\uFFFDb\uFFFD") << "what is no character, and behind the NUL";
+  EXPECT_EQ(Read("string"), L"a\uFFFDb\uFFFD") << "up to the NUL";
 }
 
 // A character may be cut at each of its bytes, and so may the NUL.
@@ -337,97 +271,37 @@ TEST_F(CryptoTest, ReaderStopsAtTheFirstNulOfTheWholeFile) {
 
 TEST_F(CryptoTest, FailuresOfFilesLeaveErrno) {
   Write(L"text", "string");
-  CString text = L"kept";
-  const auto read = [&](const CString& from, const CString&) {
-    return crypto_.CryptingStringReader(from, text);
-  };
-  const auto write = [&](const CString&, const CString& to) {
-    return crypto_.CryptingStringWriter(L"text", to);
-  };
-  const auto encrypt = [&](const CString& from, const CString& to) {
-    return crypto_.CryptFileMake(from, to);
-  };
-  const auto decrypt = [&](const CString& from, const CString& to) {
-    return crypto_.DecryptFileMake(from, to);
-  };
-  const std::function<int(const CString&, const CString&)> operations[] = {read, encrypt, decrypt,
-                                                                           write};
-  EXPECT_EQ(crypto_.m_nLastError, 0);
-  for (const auto& operation : operations) {
-    const bool reads = &operation != &operations[3];
-    const bool writes = &operation != &operations[0];
-    if (reads) {
-      EXPECT_EQ(operation(path(L"none"), path(L"target")), 1);
-      EXPECT_EQ(crypto_.m_nLastError, ENOENT);
-      EXPECT_EQ(operation(temp_.path(), path(L"target")), 1);
-      EXPECT_EQ(crypto_.m_nLastError, EACCES);
-    }
-    if (writes) {
-      EXPECT_EQ(operation(path(L"string"), path(L"none\\target")), 1);
-      EXPECT_EQ(crypto_.m_nLastError, ENOENT);
-      EXPECT_EQ(operation(path(L"string"), temp_.path()), 1);
-      EXPECT_EQ(crypto_.m_nLastError, EACCES);
-    }
-  }
-  EXPECT_FALSE(ExistsNative(native("target")));
-  EXPECT_EQ(text, L"kept");
-  Write(L"text", "string");
-  EXPECT_EQ(crypto_.m_nLastError, EACCES) << "a success does not reset it";
-  EXPECT_THAT(log_.lines(), ::testing::IsEmpty());
-}
-
-TEST_F(CryptoTest, FullDiskLeavesTheOldText) {
-  Write(L"old", "string");
-  const std::string big = Varied(kChunk);
-  WriteNative(native("big"), big);
-  ChildProcess child([&] {
-    signal(SIGXFSZ, SIG_IGN);
-    const rlimit limit{kChunk / 2, kChunk / 2};
-    setrlimit(RLIMIT_FSIZE, &limit);
-    if (crypto_.CryptingStringWriter(FromUtf8(big), path(L"string")) != 1) return 1;
-    if (crypto_.m_nLastError != EFBIG && crypto_.m_nLastError != ENOSPC) return 2;
-    if (crypto_.CryptFileMake(path(L"big"), path(L"string")) != 1) return 3;
-    return 0;
-  });
-  EXPECT_EQ(child.Wait(), 0);
-  EXPECT_EQ(fs::file_size(native("string")), 16u);
-  EXPECT_EQ(Read("string"), L"old");
-}
-
-// ---- Enciphered files ----
-
-TEST_F(CryptoTest, FilesOfEveryLengthComeBackWithTheirZeros) {
-  WriteNative(native("back"), Varied(3 * kChunk));
-  for (const auto& [length, size] : {std::pair(0, 0),
-                                     {1, 16},
-                                     {15, 16},
-                                     {16, 32},
-                                     {0xFFFFF, 0x100000},
-                                     {0x100000, 0x100000},
-                                     {0x100001, 0x100010},
-                                     {0x200011, 0x200020}}) {
-    std::string data = Varied(static_cast<std::size_t>(length));
-    WriteNative(native("data"), data);
-    ASSERT_EQ(crypto_.CryptFileMake(path(L"data"), path(L"file")), 0);
-    EXPECT_EQ(fs::file_size(native("file")), static_cast<std::size_t>(size));
-    ASSERT_EQ(crypto_.DecryptFileMake(path(L"file"), path(L"back")), 0);
-    data.resize(static_cast<std::size_t>(size));
-    EXPECT_TRUE(ReadNative(native("back")) == data) << length;
-  }
-}
-
-TEST_F(CryptoTest, RefusesTheSourceAsDestination) {
   WriteNative(native("data"), "source");
   fs::create_hard_link(native("data"), native("hard"));
   fs::create_symlink(native("data"), native("soft"));
-  for (const wchar_t* name : {L"data", L"hard", L"soft", L".\\data"}) {
-    for (const auto operation : {&CCrypto::CryptFileMake, &CCrypto::DecryptFileMake}) {
-      crypto_.m_nLastError = 0;
-      EXPECT_EQ((crypto_.*operation)(path(L"data"), path(name)), 1);
-      EXPECT_EQ(crypto_.m_nLastError, EINVAL);
+  const auto fails = [&](int error, int result) {
+    EXPECT_EQ(result, 1);
+    EXPECT_EQ(crypto_.m_nLastError, error);
+    crypto_.m_nLastError = 0;
+  };
+  const CString folder = temp_.path();
+  CString text = L"kept";
+  EXPECT_EQ(crypto_.m_nLastError, 0);
+  fails(ENOENT, crypto_.CryptingStringReader(path(L"none"), text));
+  fails(EACCES, crypto_.CryptingStringReader(folder, text));
+  fails(ENOENT, crypto_.CryptingStringWriter(L"text", path(L"none\\target")));
+  fails(EACCES, crypto_.CryptingStringWriter(L"text", folder));
+  for (const auto make : {&CCrypto::CryptFileMake, &CCrypto::DecryptFileMake}) {
+    fails(ENOENT, (crypto_.*make)(path(L"none"), path(L"target")));
+    fails(EACCES, (crypto_.*make)(folder, path(L"target")));
+    fails(ENOENT, (crypto_.*make)(path(L"string"), path(L"none\\target")));
+    fails(EACCES, (crypto_.*make)(path(L"string"), folder));
+    for (const wchar_t* source : {L"data", L"hard", L"soft", L".\\data"}) {
+      fails(EINVAL, (crypto_.*make)(path(L"data"), path(source)));
     }
   }
+  EXPECT_FALSE(ExistsNative(native("target")));
   EXPECT_EQ(ReadNative(native("data")), "source");
+  EXPECT_EQ(text, L"kept");
+  crypto_.m_nLastError = EACCES;
+  Write(L"text", "string");
+  EXPECT_EQ(crypto_.m_nLastError, EACCES) << "a success does not reset it";
+  EXPECT_THAT(log_.lines(), ::testing::IsEmpty());
 }
 
 }  // namespace
