@@ -7,15 +7,15 @@
 #include <thread>
 
 #include "platform/error.h"
-#include "support/test_support.h"
+#include "support/lock_holder.h"
 
 namespace vk::tq {
 namespace {
 
 using testing::ChildProcess;
 using ::testing::ElementsAre;
-using testing::Gate;
 using ::testing::IsEmpty;
+using testing::LockHolder;
 using testing::LogLine;
 using testing::ProductTest;
 
@@ -23,38 +23,10 @@ const std::wstring kJobs = L"Global\\KITORA_QTL_JOB_MANAGE";
 const std::wstring kWhiteList = L"Global\\KITORA_QTL_WHITELIST_DAT_FILE";
 const std::wstring kJobsLabel = L"管理ファイル(情報、ステータス)";
 
-// Another process that holds a mutex as long as the object lives.
-class Holder {
- public:
-  explicit Holder(const std::wstring& name)
-      : process_([&, name] {
-          if (GetManageFileMutex(name) == nullptr) return 1;
-          held_.Open();
-          pause();
-          return 0;
-        }) {
-    EXPECT_TRUE(held_.Wait());
-  }
-  // Ends it in the middle of its work.
-  void Kill() {
-    process_.Kill();
-    process_.Wait();
-  }
-
- private:
-  Gate held_;
-  ChildProcess process_;
-};
-
 // Whether another thread can have the mutex.
 bool IsFree(const std::wstring& name) {
   bool is_free = false;
-  std::thread([&] {
-    const ScopedLockTimeout no_wait(0);
-    HANDLE mutex = GetManageFileMutex(name);
-    is_free = mutex != nullptr;
-    ReleaseManageFileMutex(mutex);
-  }).join();
+  std::thread([&] { is_free = ProbeMutex(name, true) == WaitResult::kAcquired; }).join();
   return is_free;
 }
 
@@ -64,31 +36,13 @@ TEST_F(FileLockTest, ProgramsTakeAndGiveBack) {
   HANDLE jobs = GetManageFileMutex(kJobs);
   HANDLE again = GetManageFileMutex(kJobs);
   HANDLE list = GetPrinterWhiteListMutex();
-  log_.Clear();
   EXPECT_EQ(ReleaseManageFileMutex(again), nullptr);
-  EXPECT_FALSE(IsFree(kJobs));
-  EXPECT_FALSE(IsFree(kWhiteList));
-  log_.Clear();
+  EXPECT_FALSE(IsFree(kJobs) || IsFree(kWhiteList));
   EXPECT_EQ(ReleaseManageFileMutex(jobs), nullptr);
   EXPECT_EQ(ReleasePrinterWhiteListMutex(list), nullptr);
+  EXPECT_TRUE(IsFree(kJobs) && IsFree(kWhiteList));
   EXPECT_EQ(ReleaseManageFileMutex(nullptr), nullptr);
   EXPECT_EQ(ReleasePrinterWhiteListMutex(nullptr), nullptr);
-  EXPECT_THAT(log_.lines(), IsEmpty());
-  EXPECT_TRUE(IsFree(kJobs));
-  EXPECT_TRUE(IsFree(kWhiteList));
-}
-
-TEST_F(FileLockTest, AProbeTellsHowAMutexStands) {
-  for (const bool is_for_everybody : {true, false}) {
-    EXPECT_EQ(ProbeMutex(kJobs, is_for_everybody), WaitResult::kAcquired);
-    {
-      Holder holder(kJobs);
-      EXPECT_EQ(ProbeMutex(kJobs, is_for_everybody), WaitResult::kTimeout);
-      holder.Kill();
-    }
-    EXPECT_EQ(ProbeMutex(kJobs, is_for_everybody), WaitResult::kAbandoned);
-    EXPECT_EQ(ProbeMutex(kJobs, is_for_everybody), WaitResult::kAcquired);
-  }
   EXPECT_THAT(log_.lines(), IsEmpty());
 }
 
@@ -100,14 +54,14 @@ TEST_F(FileLockTest, ATimeOutIsLoggedUnderTheLabelOfTheName) {
       {L"任意の名前", kJobsLabel},
       {L"GLOBAL\\kitora_qtl_print_mltthread", L"ネミジョブ投入スレッド"}};
   for (const auto& [name, label] : cases) {
-    const Holder holder(name);
+    const LockHolder holder(name);
     SetLastError(77);
     EXPECT_EQ(GetManageFileMutex(name), nullptr);
     EXPECT_THAT(log_.lines(),
                 ElementsAre(LogLine{4, 100800531, L"GetManageFileMutex", label + timed_out}));
     log_.Clear();
   }
-  const Holder holder(kWhiteList);
+  const LockHolder holder(kWhiteList);
   SetLastError(77);
   EXPECT_EQ(GetPrinterWhiteListMutex(), nullptr);
   EXPECT_THAT(log_.lines(), ElementsAre(LogLine{5, 100800530, L"GetPrinterWhiteListMutex",
@@ -136,18 +90,6 @@ TEST_F(FileLockTest, AMutexThatCannotBeOpenedIsLogged) {
   CloseNamedMutex(list);
 }
 
-TEST_F(FileLockTest, ProgramsTakeAnAbandonedMutexOver) {
-  Holder(kJobs).Kill();
-  Holder(kWhiteList).Kill();
-  HANDLE jobs = GetManageFileMutex(kJobs);
-  EXPECT_NE(jobs, nullptr);
-  HANDLE list = GetPrinterWhiteListMutex();
-  EXPECT_NE(list, nullptr);
-  EXPECT_FALSE(IsFree(kJobs));
-  ReleaseManageFileMutex(jobs);
-  ReleasePrinterWhiteListMutex(list);
-}
-
 constexpr FileLock kPlain = {
     L"Global\\KITORA_QTL_JOB_MANAGE", L"C::GetMutex", 1, L"開く", 2, L"待つ", false};
 // What the file classes have from their base class.
@@ -156,49 +98,18 @@ class Operations : public LockOperations {
   using LockOperations::CreateNullDACL;
   using LockOperations::DestroyNullDACL;
   using LockOperations::ExceptionLine;
-  using LockOperations::RelMutex;
   using LockOperations::RunLocked;
 };
 
-TEST_F(FileLockTest, ClassesTakeAndGiveBack) {
+TEST_F(FileLockTest, AttributesAreMadeAndFreed) {
   SECURITY_ATTRIBUTES attributes;
   ASSERT_EQ(Operations::CreateNullDACL(&attributes), 1);
   EXPECT_EQ(attributes.bInheritHandle, 1);
-  HANDLE mutex = TakeFileLock(kPlain, &attributes);
-  ASSERT_NE(mutex, nullptr);
-  EXPECT_FALSE(IsFree(kJobs));
-  log_.Clear();
-  Operations::RelMutex(mutex);
-  EXPECT_TRUE(IsFree(kJobs));
   EXPECT_EQ(Operations::DestroyNullDACL(&attributes), 1);
   EXPECT_EQ(attributes.lpSecurityDescriptor, nullptr);
   EXPECT_EQ(Operations::DestroyNullDACL(&attributes), 0);
   EXPECT_EQ(Operations::DestroyNullDACL(nullptr), 0);
   EXPECT_EQ(Operations::CreateNullDACL(nullptr), 0);
-  EXPECT_THAT(log_.lines(), IsEmpty());
-}
-
-TEST_F(FileLockTest, ClassesFailAtATimeOut) {
-  const ScopedLockTimeout short_wait(10);
-  const Holder holder(kJobs);
-  SetLastError(77);
-  EXPECT_EQ(TakeFileLock(kPlain, nullptr), nullptr);
-  FileLock with_code = kPlain;
-  with_code.has_code = true;
-  EXPECT_EQ(TakeFileLock(with_code, nullptr), nullptr);
-  EXPECT_THAT(log_.lines(), ElementsAre(LogLine{5, 2, L"C::GetMutex", L"待つ"},
-                                        LogLine{5, 2, L"C::GetMutex", L"待つ", std::nullopt, 77}));
-}
-
-// The failure tells of the owner's end; the lock itself is sound again.
-TEST_F(FileLockTest, ClassesFailOnceWhenTheOwnerEnded) {
-  Holder(kJobs).Kill();
-  EXPECT_EQ(TakeFileLock(kPlain, nullptr), nullptr);
-  EXPECT_THAT(log_.lines(), ElementsAre(LogLine{5, 2, L"C::GetMutex", L"待つ"}));
-  EXPECT_TRUE(IsFree(kJobs));
-  HANDLE mutex = TakeFileLock(kPlain, nullptr);
-  EXPECT_NE(mutex, nullptr);
-  Operations::RelMutex(mutex);
 }
 
 TEST_F(FileLockTest, TheLockIsGivenBackOnEveryWayOut) {
@@ -206,26 +117,22 @@ TEST_F(FileLockTest, TheLockIsGivenBackOnEveryWayOut) {
     return TakeFileLock(kPlain, attributes);
   };
   const Operations::ExceptionLine line{4, 9, L"C::Work", L"例外"};
-  EXPECT_EQ(
-      Operations::RunLocked(take, -1, line, [](int& result) { result = IsFree(kJobs) ? 2 : 1; }),
-      1);
+  int result = Operations::RunLocked(take, -1, line, [](int& r) { r = IsFree(kJobs) ? 2 : 1; });
+  EXPECT_EQ(result, 1);
   EXPECT_TRUE(IsFree(kJobs));
-  log_.Clear();
   SetLastError(77);
-  EXPECT_EQ(Operations::RunLocked(take, -1, line,
-                                  [](int& result) {
-                                    result = 5;
-                                    throw std::runtime_error("x");
-                                  }),
-            5);
-  EXPECT_THAT(log_.lines(), ElementsAre(LogLine{4, 9, L"C::Work", L"例外", std::nullopt, 77}));
+  result = Operations::RunLocked(take, -1, line, [](int& r) {
+    r = 5;
+    throw std::runtime_error("x");
+  });
+  EXPECT_EQ(result, 5);
   EXPECT_TRUE(IsFree(kJobs));
 
   const ScopedLockTimeout short_wait(10);
-  const Holder holder(kJobs);
-  bool has_run = false;
-  EXPECT_EQ(Operations::RunLocked(take, -1, line, [&](int&) { has_run = true; }), -1);
-  EXPECT_FALSE(has_run);
+  const LockHolder holder(kJobs);
+  EXPECT_EQ(Operations::RunLocked(take, -1, line, [&](int& r) { r = 5; }), -1);
+  EXPECT_THAT(log_.lines(), ElementsAre(LogLine{4, 9, L"C::Work", L"例外", std::nullopt, 77},
+                                        LogLine{5, 2, L"C::GetMutex", L"待つ"}));
 }
 
 }  // namespace

@@ -12,7 +12,7 @@ namespace {
 using ::testing::ElementsAre;
 using ::testing::HasSubstr;
 
-TEST(LogTest, TheThreeFormsOfALine) {
+TEST(LogTest, LinesAndEventsKeepTheirForm) {
   const LogRecorder log;
   Log4cxxMgr::LogOutDetail(2, 7, L"C::F", 1, L"text");
   Log4cxxMgr::LogOutDetail(3, 0, L"C::F", 2, L"text", L"second");
@@ -20,10 +20,6 @@ TEST(LogTest, TheThreeFormsOfALine) {
   EXPECT_THAT(log.lines(), ElementsAre(LogLine{2, 7, L"C::F", L"text"},
                                        LogLine{3, 0, L"C::F", L"text", L"second"},
                                        LogLine{5, 8, L"C::F", L"text", {}, -4}));
-}
-
-TEST(LogTest, EventsKeepTheirKind) {
-  const LogRecorder log;
   CEventLogMgr::EventLogOut(kEventError, L"one");
   CEventLogMgr::EventLogOutShared(kEventWarning, L"two");
   EXPECT_THAT(log.events(),
@@ -44,7 +40,7 @@ struct Troublemaker : LogSink, EventSink {
   int calls = 0;
 };
 
-TEST(LogTest, ASinkNeverDisturbsTheCaller) {
+TEST(LogTest, ASinkNeverDisturbsTheCallerAndGetsItsLevels) {
   const auto sink = std::make_shared<Troublemaker>();
   InstallLogSink(sink);
   InstallEventSink(sink);
@@ -53,17 +49,12 @@ TEST(LogTest, ASinkNeverDisturbsTheCaller) {
   EXPECT_EQ(0, CEventLogMgr::EventLogOut(kEventError, L"text"));
   EXPECT_EQ(12U, GetLastError());
   EXPECT_EQ(2, sink->calls);
-  InstallLogSink(nullptr);
-  InstallEventSink(nullptr);
-}
-
-TEST(LogTest, LinesBelowTheLevelOfTheSinkAreLeftOut) {
-  const auto sink = std::make_shared<Troublemaker>();
   InstallLogSink(sink, 4);
   EXPECT_FALSE(Log4cxxMgr::IsKept(3));
-  Log4cxxMgr::LogOutDetail(3, 0, L"F", __LINE__, L"text");
-  EXPECT_EQ(0, sink->calls);
+  Log4cxxMgr::LogOutDetail(3, 0, L"F", __LINE__, L"below the level");
+  EXPECT_EQ(2, sink->calls);
   InstallLogSink(nullptr);
+  InstallEventSink(nullptr);
 }
 
 TEST(LogTest, SinksAreReplacedWhileOthersLog) {
