@@ -112,6 +112,15 @@ TEST_F(FileLockTest, AttributesAreMadeAndFreed) {
   EXPECT_EQ(Operations::CreateNullDACL(nullptr), 0);
 }
 
+// The failure tells of the owner's end; the lock itself is sound again.
+TEST_F(FileLockTest, ClassesFailOnceWhenTheOwnerEnded) {
+  ChildProcess owner([] { return GetManageFileMutex(kJobs) != nullptr ? 0 : 1; });
+  ASSERT_EQ(owner.Wait(), 0);
+  EXPECT_EQ(TakeFileLock(kPlain, nullptr), nullptr);
+  EXPECT_THAT(log_.lines(), ElementsAre(LogLine{5, 2, L"C::GetMutex", L"待つ"}));
+  EXPECT_TRUE(IsFree(kJobs));
+}
+
 TEST_F(FileLockTest, TheLockIsGivenBackOnEveryWayOut) {
   const auto take = [](const SECURITY_ATTRIBUTES* attributes) {
     return TakeFileLock(kPlain, attributes);
