@@ -112,10 +112,16 @@ TEST_F(FileLockTest, AttributesAreMadeAndFreed) {
   EXPECT_EQ(Operations::CreateNullDACL(nullptr), 0);
 }
 
-// The failure tells of the owner's end; the lock itself is sound again.
-TEST_F(FileLockTest, ClassesFailOnceWhenTheOwnerEnded) {
-  ChildProcess owner([] { return GetManageFileMutex(kJobs) != nullptr ? 0 : 1; });
+// The failure of a class tells of the owner's end; the lock itself is sound again.
+TEST_F(FileLockTest, ProgramsTakeAnAbandonedMutexOverAndClassesFailOnce) {
+  ChildProcess owner([] {
+    return GetManageFileMutex(kJobs) != nullptr && GetPrinterWhiteListMutex() != nullptr ? 0 : 1;
+  });
   ASSERT_EQ(owner.Wait(), 0);
+  HANDLE list = GetPrinterWhiteListMutex();
+  EXPECT_NE(list, nullptr);
+  ReleasePrinterWhiteListMutex(list);
+  EXPECT_TRUE(IsFree(kWhiteList));
   EXPECT_EQ(TakeFileLock(kPlain, nullptr), nullptr);
   EXPECT_THAT(log_.lines(), ElementsAre(LogLine{5, 2, L"C::GetMutex", L"待つ"}));
   EXPECT_TRUE(IsFree(kJobs));

@@ -209,10 +209,13 @@ TEST_F(CryptoTest, LongRunIsNotCutIntoChunks) {
 }
 
 // Cipher bytes are no text: the form is only that of the interface.
-TEST_F(CryptoTest, StringFormIsReadAsUtf8) {
+TEST_F(CryptoTest, ATextEndsAtItsNulAndItsStringFormIsReadAsUtf8) {
   CByteArray cipher;
   crypto_.EncryptByTripleDesToByteArray(L"text", cipher);
   const std::string bytes = FromArray(cipher);
+  EXPECT_EQ(bytes, Encrypt(std::string_view("text\0", 5)));
+  crypto_.EncryptByTripleDesToByteArray(std::wstring(L"text\0x", 6), cipher);
+  EXPECT_EQ(bytes, FromArray(cipher));
   EXPECT_EQ(crypto_.EncryptByTripleDES(L"text"), FromUtf8(bytes.substr(0, bytes.find('\0'))));
   const std::string plain = Decrypt(std::string("0123456789abcdef\0", 17));
   EXPECT_EQ(crypto_.DecryptByTripleDES(L"0123456789abcdef"),
