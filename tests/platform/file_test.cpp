@@ -51,6 +51,7 @@ TEST_F(FileTest, FailuresTellTheirError) {
   fs::create_directory(native("folder"));
   ASSERT_EQ(0, mkfifo(native("pipe").c_str(), 0600));
   fs::create_symlink("loop", native("loop"));
+  fs::create_symlink("file", native("link"));
   WriteNative(native("file"), "abc");
   const auto reads = [](const std::wstring& name) { return ReadFile(name).has_value(); };
   const auto writes = [](const std::wstring& name) { return WriteFileInPlace(name, "x", 1); };
@@ -65,7 +66,7 @@ TEST_F(FileTest, FailuresTellTheirError) {
                {reads, L"loop", 5},
                {reads, L"file", 0},
                {writes, L"none\\file", 3},
-               {writes, L"loop", 5},
+               {writes, L"link", 5},
                {tells, L"none", 2},
                {tells, L"none\\file", 3},
                {CreateFolder, L"a\\b", 3},
