@@ -4,16 +4,12 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include <filesystem>
-
 #include "platform/error.h"
 #include "platform/posix/native.h"
 #include "support/test_support.h"
 
 namespace vk::tq::testing {
 namespace {
-
-namespace fs = std::filesystem;
 
 TEST(PathTest, ToNative) {
   const ScopedEnvironment volumes("TQ_VOLUMES", "/v");

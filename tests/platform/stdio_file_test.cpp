@@ -1,7 +1,6 @@
 #include "platform/stdio_file.h"
 
 #include <sys/stat.h>
-#include <unistd.h>
 
 #include <filesystem>
 
