@@ -27,7 +27,7 @@ function(tq_tests name)
   tq_program_options(${target})
   target_link_libraries(${target} PRIVATE tq_test_support)
   gtest_discover_tests(${target} DISCOVERY_MODE PRE_TEST TEST_FILTER "-*Slow*"
-    PROPERTIES LABELS ${name} TIMEOUT 60)
+    PROPERTIES LABELS ${name} TIMEOUT 240)
   gtest_discover_tests(${target} DISCOVERY_MODE PRE_TEST TEST_FILTER "*Slow*" TEST_LIST ${target}_slow
-    PROPERTIES LABELS slow TIMEOUT 300)
+    PROPERTIES LABELS slow TIMEOUT 600)
 endfunction()

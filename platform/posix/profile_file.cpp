@@ -7,6 +7,8 @@
 #include <chrono>
 #include <thread>
 
+#include "platform/posix/spare_copy.h"
+
 namespace vk::tq::internal {
 namespace {
 
@@ -66,10 +68,21 @@ bool ReadAll(int file, std::string& bytes) {
     // Of a regular file, only its end gives less than was asked for.
     if (size < bytes.size()) {
       bytes.resize(size);
-      return true;
+      break;
     }
     bytes.resize(2 * size);
   }
+  if (const auto copy = FindSpareCopy(file, bytes.size())) {
+    bytes =
+        bytes.substr(static_cast<std::size_t>(copy->begin), static_cast<std::size_t>(copy->size));
+  }
+  bytes.resize(SizeWithoutCopy(bytes));
+  return true;
+}
+
+// Whether the kernel writes these bytes at this place whole, even when the process is killed.
+bool IsWithinPage(std::size_t begin, std::size_t size) {
+  return size == 0 || begin / kPageSize == (begin + size - 1) / kPageSize;
 }
 
 }  // namespace
@@ -105,7 +118,20 @@ bool ProfileFile::Open(const std::string& native) {
   do {
     if (!OpenOnce() || !Lock(file_.get(), F_WRLCK, kWriterWait)) return false;
   } while (!is_unnamed_ && !IsStillNamed());
-  return ReadAll(file_.get(), bytes_);
+  return ReadAll(file_.get(), bytes_) && Mend();
+}
+
+// Puts in its place what a writer had begun to put there when it was killed, and cuts off a copy
+// that has no end.
+bool ProfileFile::Mend() {
+  struct stat status {};
+  if (fstat(file_.get(), &status) != 0) return FailWithErrno();
+  const auto size = static_cast<std::uint64_t>(status.st_size);
+  if (size == bytes_.size()) return true;
+  if (const auto copy = FindSpareCopy(file_.get(), size)) {
+    return PutSpareCopyInPlace(file_.get(), *copy).has_value();
+  }
+  return ftruncate(file_.get(), static_cast<off_t>(bytes_.size())) == 0 || FailWithErrno();
 }
 
 bool ProfileFile::OpenOnce() {
@@ -147,47 +173,48 @@ bool ProfileFile::Reserve(std::size_t size) {
   return FailWithErrno();
 }
 
-bool ProfileFile::WriteAt(std::size_t offset, std::string_view bytes) {
-  while (!bytes.empty()) {
-    const ssize_t count = RetryInterrupted([&] {
-      return pwrite(file_.get(), bytes.data(), bytes.size(), static_cast<off_t>(offset));
-    });
-    if (count < 0) return FailWithErrno();
-    offset += static_cast<std::size_t>(count);
-    bytes.remove_prefix(static_cast<std::size_t>(count));
-  }
-  return true;
-}
-
 void ProfileFile::Restore(std::size_t offset) {
   const LastErrorKeeper keeper;
-  WriteAt(offset, std::string_view(bytes_).substr(offset));
+  WriteAt(file_.get(), bytes_.data() + offset, bytes_.size() - offset, offset);
   if (ftruncate(file_.get(), static_cast<off_t>(bytes_.size())) != 0) FailWithErrno();
 }
 
 bool ProfileFile::Replace(std::string_view bytes) {
   // Nothing to write still counts as a write: whoever watches the file sees its time move.
   if (bytes == bytes_) return futimens(file_.get(), nullptr) == 0 || FailWithErrno();
-  // What has not changed is not written. NULs cover what a shorter text leaves of the old one: if
-  // this process ends before the file is cut, they mean nothing to a reader.
+  // What has not changed is not written.
   const auto begin =
       static_cast<std::size_t>(std::ranges::mismatch(bytes, bytes_).in1 - bytes.begin());
-  std::string changed(bytes.substr(begin));
-  if (bytes.size() < bytes_.size()) changed.append(bytes_.size() - bytes.size(), '\0');
-  if (!Reserve(bytes.size()) || !WriteAt(begin, changed)) {
+  if (!WriteFrom(begin, bytes)) {
     Restore(begin);
     return false;
-  }
-  const auto cut = [&] { return ftruncate(file_.get(), static_cast<off_t>(bytes.size())); };
-  if (bytes.size() < bytes_.size() && RetryInterrupted(cut) != 0) {
-    Restore(begin);
-    return FailWithErrno();
   }
   if (is_unnamed_ && !NameFile(file_.get(), native_)) return FailWithErrno();
   is_new_ = is_unnamed_ = false;
   Unlock(file_.get());
   if (close(file_.Release()) != 0 && errno != EINTR) return FailWithErrno();
   return true;
+}
+
+bool ProfileFile::WriteFrom(std::size_t begin, std::string_view bytes) {
+  // NULs cover what a shorter text leaves of the old one: if this process ends before the file is
+  // cut, they mean nothing to a reader.
+  std::string changed(bytes.substr(begin));
+  if (bytes.size() < bytes_.size()) changed.append(bytes_.size() - bytes.size(), '\0');
+  if (!Reserve(bytes.size())) return false;
+  const bool has_copy = !IsWithinPage(begin, changed.size()) && MakeCopy(bytes);
+  if (!WriteAt(file_.get(), changed.data(), changed.size(), begin)) return false;
+  if (!has_copy && bytes.size() >= bytes_.size()) return true;
+  const auto cut = [&] { return ftruncate(file_.get(), static_cast<off_t>(bytes.size())); };
+  return RetryInterrupted(cut) == 0 || FailWithErrno();
+}
+
+// Where there is no room for a copy, the text is written without one.
+bool ProfileFile::MakeCopy(std::string_view bytes) {
+  if (is_new_ || is_unnamed_ || bytes.size() > kLongestSpareCopy) return false;
+  const LastErrorKeeper keeper;
+  const std::size_t end = std::max(bytes.size(), bytes_.size());
+  return AppendSpareCopy(file_.get(), end, bytes.data(), bytes.size());
 }
 
 }  // namespace vk::tq::internal

@@ -34,8 +34,10 @@ class ProfileFile {
  private:
   bool OpenOnce();
   bool IsStillNamed() const;
+  bool Mend();
   bool Reserve(std::size_t size);
-  bool WriteAt(std::size_t offset, std::string_view bytes);
+  bool WriteFrom(std::size_t begin, std::string_view bytes);
+  bool MakeCopy(std::string_view bytes);
   void Restore(std::size_t offset);
 
   std::string native_;

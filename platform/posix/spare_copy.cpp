@@ -12,13 +12,15 @@
 namespace vk::tq::internal {
 namespace {
 
-// What stands behind a copy. No record ends in these 16 bytes by chance.
+// No record ends in these 16 bytes by chance, and no text has them.
+constexpr char kMark[] = "\x9e\x1b\xd4\x77\x03\xc8\x5a\xe1\x6f\x20\xb9\x8d\x44\xf2\x31\xa6";
+constexpr std::size_t kMarkSize = sizeof kMark - 1;
+
+// What stands behind a copy.
 struct Trailer {
   std::uint64_t size;
-  unsigned char mark[16];
+  char mark[kMarkSize];
 };
-constexpr unsigned char kMark[16] = {0x9e, 0x1b, 0xd4, 0x77, 0x03, 0xc8, 0x5a, 0xe1,
-                                     0x6f, 0x20, 0xb9, 0x8d, 0x44, 0xf2, 0x31, 0xa6};
 static_assert(sizeof(Trailer) == 24);
 
 bool ReadAt(int file, void* data, std::size_t size, std::uint64_t offset) {
@@ -33,17 +35,25 @@ std::optional<SpareCopy> FindSpareCopy(int file, std::uint64_t file_size) {
   if (file_size <= kPageSize + sizeof trailer) return {};
   const std::uint64_t end = file_size - sizeof trailer;
   if (!ReadAt(file, &trailer, sizeof trailer, end)) return {};
-  const bool is_marked = std::memcmp(trailer.mark, kMark, sizeof kMark) == 0;
+  const bool is_marked = std::memcmp(trailer.mark, kMark, kMarkSize) == 0;
   // It lies behind its place: it is never put over itself.
-  if (!is_marked || trailer.size <= kPageSize || trailer.size > end / 2) return {};
+  if (!is_marked || trailer.size == 0 || trailer.size > end / 2) return {};
   return SpareCopy{end - trailer.size, trailer.size};
+}
+
+std::size_t SizeWithoutCopy(std::string_view bytes) {
+  return std::min(bytes.find(kMark, 0, kMarkSize), bytes.size());
 }
 
 bool AppendSpareCopy(int file, std::uint64_t file_size, const void* data, std::size_t size) {
   Trailer trailer{size, {}};
-  std::memcpy(trailer.mark, kMark, sizeof kMark);
-  const std::uint64_t begin = std::max<std::uint64_t>(file_size, size);
-  if (WriteAt(file, data, size, begin) && WriteAt(file, &trailer, sizeof trailer, begin + size)) {
+  std::memcpy(trailer.mark, kMark, kMarkSize);
+  // At a multiple of its size, the mark in front lies in one page.
+  const std::uint64_t end = std::max<std::uint64_t>(file_size, size);
+  const std::uint64_t mark = (end + kMarkSize - 1) / kMarkSize * kMarkSize;
+  const std::uint64_t begin = mark + kMarkSize;
+  if (WriteAt(file, kMark, kMarkSize, mark) && WriteAt(file, data, size, begin) &&
+      WriteAt(file, &trailer, sizeof trailer, begin + size)) {
     return true;
   }
   [[maybe_unused]] const int ignored = ftruncate(file, static_cast<off_t>(file_size));

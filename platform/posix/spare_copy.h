@@ -1,16 +1,18 @@
-// A second copy of a record, behind it in the same file, while it is written over.
+// A second copy of a record or an INI file, behind it in the same file, while it is written over.
 //
-// The kernel may stop a write between two memory pages when the process is killed: the record is
-// then half new, and nothing else would have either version. So a record of more than a page is
-// first written behind everything that is in the file, then in its place, and then the copy is cut
-// off. A copy that ends the file is whole, since its mark is written last; whoever opens the file
-// takes it for the file's contents. A reader that knows nothing of it sees what it would see
-// without: the old record up to its NUL, or what came of the new one.
+// The kernel may stop a write between two memory pages when the process is killed: the text is then
+// half new, and nothing else would have either version. So what lies in more than one page is first
+// written behind everything that is in the file, then in its place, and then the copy is cut off. A
+// mark stands in front of the copy and another behind it. A copy that ends the file is whole, since
+// that mark is written last; whoever opens the file takes it for the file's contents. One that has
+// no end is no part of them. A reader that knows nothing of copies sees what it would see without:
+// of a record the text up to its NUL, of an INI file the first of two keys of one name.
 #pragma once
 
 #include <cstddef>
 #include <cstdint>
 #include <optional>
+#include <string_view>
 
 namespace vk::tq::internal {
 
@@ -26,6 +28,10 @@ struct SpareCopy {
 
 // The copy that ends a file of this size; none is the rule.
 std::optional<SpareCopy> FindSpareCopy(int file, std::uint64_t file_size);
+
+// How many of these bytes of a file that ends in no copy are its contents: all, as a rule, or those
+// in front of a copy that has no end. Records need no such look, since they end at their NUL.
+std::size_t SizeWithoutCopy(std::string_view bytes);
 
 // Appends a copy behind a file's contents. False, with the last error set and nothing changed, when
 // it does not fit.

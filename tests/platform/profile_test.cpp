@@ -13,6 +13,8 @@
 #include <thread>
 
 #include "platform/error.h"
+#include "platform/posix/native.h"
+#include "platform/posix/spare_copy.h"
 #include "support/json.h"
 #include "support/test_support.h"
 
@@ -250,6 +252,32 @@ TEST_F(ProfileTest, AWriterWaitsAReaderNotForEver) {
   EXPECT_TRUE(Set(L"A", L"x", L"2"));
   EXPECT_TRUE(is_released);
   EXPECT_EQ(L"2", Get(L"A", L"x"));
+}
+
+// A writer of several memory pages that was killed leaves a second copy behind the text.
+TEST_F(ProfileTest, ACopyStandsForTheTextWhenItIsWhole) {
+  const std::string comment = std::string(5000, ';') + "\n";
+  const std::string old_text = "[A]\nx=1\n" + comment;
+  const std::string new_text = "[A]\nx=2\n";
+  const auto leave = [&](std::size_t cut) {
+    Write(old_text);
+    const FileDescriptor file(open(native_.c_str(), O_RDWR));
+    ASSERT_TRUE(
+        internal::AppendSpareCopy(file.get(), old_text.size(), new_text.data(), new_text.size()));
+    fs::resize_file(native_, fs::file_size(native_) - cut);
+  };
+  ASSERT_NO_FATAL_FAILURE(leave(0));
+  EXPECT_EQ(L"2", Get(L"A", L"x"));
+  EXPECT_EQ(1u, Profile(path_).SectionNames(kEnough).size());
+  EXPECT_TRUE(Set(L"A", L"x", L"2"));
+  EXPECT_EQ(new_text, Bytes());
+  for (const std::size_t cut : {1u, 24u, 30u}) {
+    ASSERT_NO_FATAL_FAILURE(leave(cut));
+    EXPECT_EQ(L"1", Get(L"A", L"x"));
+    EXPECT_EQ(1u, Profile(path_).SectionNames(kEnough).size());
+    EXPECT_TRUE(Set(L"A", L"y", L""));
+    EXPECT_EQ("[A]\nx=1\ny=\n" + comment, Bytes()) << cut;
+  }
 }
 
 TEST_F(ProfileTest, AFileThatIsReplacedMeanwhileIsOpenedAnew) {
