@@ -65,23 +65,23 @@ TEST_F(UtilTimeTest, ARegistrationEndsWithTheLogonOrItsTime) {
   for (const auto& [first, second, tick, days, expired] : cases) {
     EXPECT_EQ(expired, CUtil::isUserRegistExpired(first, second, tick, days)) << ToUtf8(first);
   }
-  const auto is_expired = [](const wchar_t* tick, int days) {
-    return CUtil::isUserRegistExpired(L"AbＣ", L"aBｃ", tick, days);
-  };
-  // The same logon: the counter decides, and what is no counter has expired.
-  for (const wchar_t* tick : {L"3567999999", L"12x", L"4000000000 ", L"0x10", L"4000000000.0", L" ",
-                              L"-", L"+-5", L"99999999999999999999999999", L""}) {
-    EXPECT_EQ(1, is_expired(tick, 5)) << ToUtf8(tick);
+  // The same logon: the counter decides, and what is no counter has expired. Without a limit only
+  // the greatest reading has. A sign is taken back modulo 2^32.
+  using Ticks = std::vector<const wchar_t*>;
+  const std::tuple<int, int, Ticks> same_logon[] = {
+      {5,
+       1,
+       {L"3567999999", L"12x", L"4000000000 ", L"0x10", L"4000000000.0", L" ", L"-", L"+-5",
+        L"99999999999999999999999999", L""}},
+      {5, 0, {L"4000000000", L" +4000000000", L"3568000000"}},
+      {0, 0, {L"x"}},
+      {-1, 1, {L"4294967295", L"-1", L"4294967296", L"-4294967296"}},
+      {-1, 0, {L"4294967294", L"-2", L""}}};
+  for (const auto& [days, expired, ticks] : same_logon) {
+    for (const wchar_t* tick : ticks) {
+      EXPECT_EQ(expired, CUtil::isUserRegistExpired(L"AbＣ", L"aBｃ", tick, days)) << ToUtf8(tick);
+    }
   }
-  for (const wchar_t* tick : {L"4000000000", L" +4000000000", L"3568000000"}) {
-    EXPECT_EQ(0, is_expired(tick, 5)) << ToUtf8(tick);
-  }
-  EXPECT_EQ(0, is_expired(L"x", 0));
-  // Without a limit only the greatest reading has. A sign is taken back modulo 2^32.
-  for (const wchar_t* tick : {L"4294967295", L"-1", L"4294967296", L"-4294967296"}) {
-    EXPECT_EQ(1, is_expired(tick, -1)) << ToUtf8(tick);
-  }
-  for (const wchar_t* tick : {L"4294967294", L"-2", L""}) EXPECT_EQ(0, is_expired(tick, -1));
 }
 
 class LogonMachine : public Machine {

@@ -2,6 +2,7 @@
 // something goes wrong.
 #include "jobs/manage_file_access.h"
 
+#include <cstring>
 #include <filesystem>
 
 #include "platform/file.h"
@@ -220,48 +221,39 @@ TEST_F(ManageFileAccessTest, ElementsAreReadAsTheyAre) {
 // ---- The status ----
 
 TEST_F(ManageFileAccessTest, TheStatusIsReadWhereverItLies) {
-  const std::string ini = "[Information]\r\nManageStatus=42\r\nPrinterIpAddress=10.0.0.1\r\n";
-  const struct {
-    const char* what;
-    std::string extension;
-    std::optional<std::string> dat;
-    std::optional<std::string> dat2;
-    int status;
-    int result = 1;
-    const wchar_t* address = L"";
-  } kCases[] = {
-      {"the extension wins", "097", "5", {}, 97},
-      {"a letter extension", "ab7", {}, {}, 0},
-      {"one byte", "099", "\xC8", ini, 200},
-      {"the INI form", "099", ini, "[Information]\r\nManageStatus=7\r\n", 42},
-      {"an empty file", "099", "", {}, 99, 0},
-      {"no key", "099", "xx", {}, 99, 0},
-      {"a key of -1", "099", "[Information]\nManageStatus=-1\n", {}, 99, 0},
-      {"the second file", "099", {}, ini, 42, 1, L"10.0.0.1"},
-      {"the second file without a key", "099", {}, "[Information]\n", 1},
-      {"neither", "099", {}, {}, 99},
-  };
-  const LogLine no_status =
-      Line(5, 120600310, L"ReadManageFileStatusINI",
-           L"管理ファイル１(ステータス)の管理ステータスの取得に失敗しました。", Base(L"B.dat"));
-  for (const auto& test : kCases) {
-    SCOPED_TRACE(test.what);
+  const char* const ini = "[Information]\r\nManageStatus=42\r\nPrinterIpAddress=10.0.0.1\r\n";
+  // The extension, the status file and the second one; the status, the result and the address.
+  const std::tuple<const char*, const char*, const char*, int, int, const wchar_t*> kCases[] = {
+      {"097", "5", nullptr, 97, 1, L""},
+      {"ab7", nullptr, nullptr, 0, 1, L""},
+      {"099", "\xC8", ini, 200, 1, L""},
+      {"099", ini, "[Information]\r\nManageStatus=7\r\n", 42, 1, L""},
+      {"099", "", nullptr, 99, 0, L""},
+      {"099", "xx", nullptr, 99, 0, L""},
+      {"099", "[Information]\nManageStatus=-1\n", nullptr, 99, 0, L""},
+      {"099", nullptr, ini, 42, 1, L"10.0.0.1"},
+      {"099", nullptr, "[Information]\n", 1, 1, L""},
+      {"099", nullptr, nullptr, 99, 1, L""}};
+  for (const auto& [extension, dat, dat2, status, result, address] : kCases) {
+    SCOPED_TRACE(std::string(extension) + " " + (dat != nullptr ? dat : "no status file"));
     fs::remove_all(native("jobs"));
-    Put("B." + test.extension);
-    if (test.dat) Put("B.dat", *test.dat);
-    if (test.dat2) Put("B.dat2", *test.dat2);
+    Put(std::string("B.") + extension);
+    if (dat != nullptr) Put("B.dat", dat);
+    if (dat2 != nullptr) Put("B.dat2", dat2);
     CManageFileAccess job = Job();
-    job.GetInfoFileName() = Base(FromUtf8("B." + test.extension));
+    job.GetInfoFileName() = Base(L"B." + FromUtf8(extension));
     log_.Clear();
-    EXPECT_EQ(test.result, job.ReadStatus());
-    EXPECT_EQ(test.status, job.GetManageData().ManageStatus);
-    EXPECT_EQ(test.address, job.GetManageData().PrinterIpAddress);
-    if (test.result == 1) continue;
-    EXPECT_EQ((Lines{Line(2, 0, L"ReadManageFileStatus",
-                          L"管理ファイル１(ステータス) ファイルサイズ：" +
-                              std::to_wstring(test.dat->size())),
-                     no_status}),
-              log_.lines());
+    EXPECT_EQ(result, job.ReadStatus());
+    EXPECT_EQ(status, job.GetManageData().ManageStatus);
+    EXPECT_EQ(address, job.GetManageData().PrinterIpAddress);
+    if (result == 1) continue;
+    EXPECT_EQ(
+        (Lines{Line(2, 0, L"ReadManageFileStatus",
+                    Format(L"管理ファイル１(ステータス) ファイルサイズ：%d", std::strlen(dat))),
+               Line(5, 120600310, L"ReadManageFileStatusINI",
+                    L"管理ファイル１(ステータス)の管理ステータスの取得に失敗しました。",
+                    Base(L"B.dat"))}),
+        log_.lines());
   }
 
   // A directory in the file's place. The information is read all the same.
