@@ -438,10 +438,10 @@ TEST_F(ManageFileAccessTest, WithoutTheLockNothingIsDone) {
   const ScopedLockTimeout shorter(50);
   CManageFileAccess job = Job(L"B", 6);
   const Lines lines = {Line(5, 120600210, L"GetMutex", L"管理ファイルのロックに失敗しました。")};
-  using Job = CManageFileAccess;
-  for (const auto operation : std::initializer_list<int (Job::*)()>{
-           &Job::ReadStatus, &Job::WriteStatus, &Job::ReadAll, &Job::ReadInformation,
-           &Job::WriteInformation, &Job::WriteAll, &Job::Delete}) {
+  using Access = CManageFileAccess;
+  for (const auto operation : std::initializer_list<int (Access::*)()>{
+           &Access::ReadStatus, &Access::WriteStatus, &Access::ReadAll, &Access::ReadInformation,
+           &Access::WriteInformation, &Access::WriteAll, &Access::Delete}) {
     Expect(0, lines, (job.*operation)());
   }
   Expect(1, {}, job.IsExist());

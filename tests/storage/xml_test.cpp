@@ -1,7 +1,5 @@
 #include "storage/xml.h"
 
-#include <functional>
-
 #include "platform/error.h"
 #include "platform/text.h"
 #include "platform/xml_document.h"
