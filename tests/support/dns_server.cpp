@@ -1,16 +1,12 @@
 #include "support/dns_server.h"
 
-#include <arpa/inet.h>
 #include <fcntl.h>
 #include <netinet/in.h>
 #include <poll.h>
-#include <signal.h>
-#include <spawn.h>
 #include <sys/socket.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
-#include <chrono>
+#include <algorithm>
 #include <sstream>
 #include <stdexcept>
 
@@ -19,48 +15,24 @@ namespace {
 
 constexpr const char* kProgram = "/usr/sbin/unbound";
 
-sockaddr_in AddressOf(const std::string& address, std::uint16_t port) {
-  sockaddr_in result{};
-  result.sin_family = AF_INET;
-  result.sin_port = htons(port);
-  inet_pton(AF_INET, address.c_str(), &result.sin_addr);
-  return result;
-}
-
-Socket Bound(int type, const std::string& address, std::uint16_t port) {
-  Socket bound(socket(AF_INET, type | SOCK_CLOEXEC, 0));
-  const int on = 1;
-  if (type == SOCK_STREAM) setsockopt(bound.get(), SOL_SOCKET, SO_REUSEADDR, &on, sizeof on);
-  const sockaddr_in wanted = AddressOf(address, port);
-  if (bind(bound.get(), reinterpret_cast<const sockaddr*>(&wanted), sizeof wanted) != 0) {
-    return Socket();
-  }
-  return bound;
-}
-
-std::uint16_t PortOf(const Socket& bound) {
+// For datagrams to that port of 127.0.0.1; none when somebody has it.
+Descriptor BindUdp(std::uint16_t port) {
+  Descriptor udp(socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0));
   sockaddr_in address{};
-  socklen_t size = sizeof address;
-  getsockname(bound.get(), reinterpret_cast<sockaddr*>(&address), &size);
-  return ntohs(address.sin_port);
+  address.sin_family = AF_INET;
+  address.sin_port = htons(port);
+  address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+  const bool is_bound =
+      bind(udp.get(), reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0;
+  return is_bound ? std::move(udp) : Descriptor();
 }
 
-// Takes one port for both protocols.
-void BindBoth(const std::string& address, Socket& udp, Socket& tcp) {
-  for (int attempt = 0; attempt < 20; ++attempt) {
-    tcp = Bound(SOCK_STREAM, address, 0);
-    udp = Bound(SOCK_DGRAM, address, PortOf(tcp));
-    if (udp) return;
+// One that is free for both protocols.
+std::uint16_t FreePort() {
+  for (;;) {
+    const Listener tcp;
+    if (BindUdp(tcp.port())) return tcp.port();
   }
-  throw std::runtime_error("no port for a DNS server");
-}
-
-bool IsListening(const std::string& address, std::uint16_t port) {
-  const Socket probe(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
-  const sockaddr_in peer = AddressOf(address, port);
-  // A socket that happens to have this port can connect to itself.
-  return connect(probe.get(), reinterpret_cast<const sockaddr*>(&peer), sizeof peer) == 0 &&
-         PortOf(probe) != port;
 }
 
 std::string Number16(std::size_t number) {
@@ -85,16 +57,10 @@ std::string Configuration(const std::string& folder, const std::string& address,
 }  // namespace
 
 DnsServer::DnsServer(const std::vector<std::string>& zones, const std::vector<std::string>& records,
-                     const std::string& address, std::uint16_t port)
-    : address_(address), port_(port) {
+                     const std::string& address, std::uint16_t port) {
   // Between the choice of a port and the start somebody else may take it.
   for (int attempt = 0; attempt < 5; ++attempt) {
-    if (port == 0) {
-      Socket udp;
-      Socket tcp;
-      BindBoth(address, udp, tcp);
-      port_ = PortOf(udp);
-    }
+    port_ = port != 0 ? port : FreePort();
     WriteNative(folder_.native("unbound.conf"),
                 Configuration(folder_.native(), address, port_, zones, records));
     if (Start()) return;
@@ -102,51 +68,35 @@ DnsServer::DnsServer(const std::vector<std::string>& zones, const std::vector<st
   throw std::runtime_error("unbound does not start: " + ReadNative(folder_.native("output")));
 }
 
-DnsServer::~DnsServer() { Stop(); }
-
 bool DnsServer::Start() {
   const std::string configuration = folder_.native("unbound.conf");
-  const char* arguments[] = {kProgram, "-d", "-c", configuration.c_str(), nullptr};
-  posix_spawn_file_actions_t actions;
-  posix_spawn_file_actions_init(&actions);
-  posix_spawn_file_actions_addopen(&actions, STDERR_FILENO, folder_.native("output").c_str(),
-                                   O_WRONLY | O_CREAT | O_TRUNC, 0600);
-  const int error = posix_spawn(&process_, kProgram, &actions, nullptr,
-                                const_cast<char* const*>(arguments), environ);
-  posix_spawn_file_actions_destroy(&actions);
-  if (error != 0) throw std::runtime_error("no unbound");
-  const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(20);
-  while (std::chrono::steady_clock::now() < deadline) {
-    if (IsListening(address_, port_)) return true;
-    if (waitpid(process_, nullptr, WNOHANG) == process_) {
-      process_ = -1;
-      return false;
-    }
+  const std::string output = folder_.native("output");
+  WriteNative(output, "");
+  process_.emplace([&] {
+    dup2(open(output.c_str(), O_WRONLY), STDERR_FILENO);
+    return execl(kProgram, kProgram, "-d", "-c", configuration.c_str(), nullptr);
+  });
+  for (int i = 0; i < 4000; ++i) {
+    const std::string said = ReadNative(output);
+    if (said.find("start of service") != std::string::npos) return true;
+    if (said.find("fatal error") != std::string::npos) break;
     usleep(5000);
   }
   Stop();
   return false;
 }
 
-void DnsServer::Stop() {
-  if (process_ < 0) return;
-  kill(process_, SIGKILL);
-  waitpid(process_, nullptr, 0);
-  process_ = -1;
-}
-
-DnsPeer::DnsPeer(Answer answer, const std::string& address) : answer_(std::move(answer)) {
-  BindBoth(address, udp_, tcp_);
-  port_ = PortOf(udp_);
-  if (listen(tcp_.get(), 8) != 0) throw std::runtime_error("no DNS peer");
+DnsPeer::DnsPeer(Answer answer) : answer_(std::move(answer)) {
+  while (!udp_) {
+    tcp_.emplace([this](const Peer& client, int) { ServeTcp(client); });
+    udp_ = BindUdp(port());
+  }
   udp_thread_ = std::thread([this] { ServeUdp(); });
-  tcp_thread_ = std::thread([this] { ServeTcp(); });
 }
 
 DnsPeer::~DnsPeer() {
   stop_.Raise();
   udp_thread_.join();
-  tcp_thread_.join();
 }
 
 void DnsPeer::ServeUdp() {
@@ -166,25 +116,16 @@ void DnsPeer::ServeUdp() {
   }
 }
 
-void DnsPeer::ServeTcp() {
-  while (stop_.Wait(tcp_.get(), POLLIN)) {
-    const Socket client(accept4(tcp_.get(), nullptr, nullptr, SOCK_CLOEXEC));
-    if (!stop_.Wait(client.get(), POLLIN)) return;
-    // The questions of these tests are short; a client may send them in two pieces.
-    char buffer[1024];
-    ssize_t count = recv(client.get(), buffer, sizeof buffer, 0);
-    if (count < 2) continue;
-    if (count < 2 + buffer[1]) count += recv(client.get(), buffer + count, sizeof buffer - 512, 0);
-    ++questions_;
-    const auto messages =
-        answer_({buffer + 2, static_cast<std::size_t>(count) - 2}, /*is_tcp=*/true);
-    for (const std::string& message : messages) {
-      const std::string framed = Number16(message.size()) + message;
-      send(client.get(), framed.data(), framed.size(), MSG_NOSIGNAL);
-    }
-    // Silence is kept until the client gives up.
-    if (messages.empty()) stop_.Wait(client.get(), POLLIN);
-  }
+void DnsPeer::ServeTcp(const Peer& client) {
+  // The questions of these tests are short.
+  const std::string length = client.Read(2);
+  if (length.size() < 2) return;
+  const std::string question = client.Read(static_cast<unsigned char>(length.back()));
+  ++questions_;
+  const auto messages = answer_(question, /*is_tcp=*/true);
+  for (const std::string& message : messages) client.Write(Number16(message.size()) + message);
+  // Silence is kept until the client gives up.
+  if (messages.empty()) client.Take(1);
 }
 
 std::string PackName(std::string_view name) {

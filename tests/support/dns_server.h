@@ -1,17 +1,16 @@
 // DNS servers for tests: a real one, and one that answers as the test says.
 #pragma once
 
-#include <sys/types.h>
-
 #include <atomic>
 #include <cstdint>
 #include <functional>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <thread>
 #include <vector>
 
-#include "support/loopback.h"
+#include "support/loopback_server.h"
 #include "support/test_support.h"
 
 namespace vk::tq::testing {
@@ -24,21 +23,17 @@ class DnsServer {
   // "1.2.0.192.in-addr.arpa. PTR printer.example.". Port 0 lets the server choose a free one.
   DnsServer(const std::vector<std::string>& zones, const std::vector<std::string>& records,
             const std::string& address = "127.0.0.1", std::uint16_t port = 0);
-  DnsServer(const DnsServer&) = delete;
-  DnsServer& operator=(const DnsServer&) = delete;
-  ~DnsServer();
 
   std::uint16_t port() const { return port_; }
   // From now on nobody answers.
-  void Stop();
+  void Stop() { process_.reset(); }
 
  private:
   bool Start();
 
   TempFolder folder_;
-  std::string address_;
-  std::uint16_t port_;
-  pid_t process_ = -1;
+  std::uint16_t port_ = 0;
+  std::optional<ChildProcess> process_;
 };
 
 // Answers questions over UDP and TCP on one port of a loopback address.
@@ -47,26 +42,22 @@ class DnsPeer {
   // Gives the messages that a question is answered with, in order; none leaves it unanswered.
   using Answer = std::function<std::vector<std::string>(const std::string& question, bool is_tcp)>;
 
-  explicit DnsPeer(Answer answer, const std::string& address = "127.0.0.1");
-  DnsPeer(const DnsPeer&) = delete;
-  DnsPeer& operator=(const DnsPeer&) = delete;
+  explicit DnsPeer(Answer answer);
   ~DnsPeer();
 
-  std::uint16_t port() const { return port_; }
+  std::uint16_t port() const { return tcp_->port(); }
   int questions() const { return questions_; }
 
  private:
   void ServeUdp();
-  void ServeTcp();
+  void ServeTcp(const Peer& client);
 
   Answer answer_;
-  Socket udp_;
-  Socket tcp_;
-  std::uint16_t port_ = 0;
   std::atomic<int> questions_ = 0;
+  Descriptor udp_;
+  std::optional<LoopbackServer> tcp_;  // on the same port
   StopSignal stop_;
   std::thread udp_thread_;
-  std::thread tcp_thread_;
 };
 
 // A name as it is packed in a message: "a.b" is 1 a 1 b 0.

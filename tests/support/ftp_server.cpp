@@ -2,9 +2,6 @@
 
 #include <grp.h>
 #include <pwd.h>
-#include <signal.h>
-#include <spawn.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -23,17 +20,9 @@ std::string GroupName() { return getgrgid(getgid())->gr_name; }
 
 }  // namespace
 
-FtpServer::FtpServer() {
+FtpServer::FtpServer() : server_([this](const Peer& control, int) { StartSession(control); }) {
   std::filesystem::create_directory(home());
   WriteConfiguration();
-  thread_ = std::thread([this] { Serve(); });
-}
-
-FtpServer::~FtpServer() {
-  stop_.Raise();
-  thread_.join();
-  for (const pid_t session : sessions_) kill(session, SIGKILL);
-  for (const pid_t session : sessions_) waitpid(session, nullptr, 0);
 }
 
 std::string FtpServer::home(std::string_view name) const {
@@ -58,32 +47,22 @@ void FtpServer::WriteConfiguration() const {
   WriteNative(folder_.native("proftpd.conf"), text.str());
 }
 
-void FtpServer::Serve() {
-  while (const Socket control = listener_.Accept(stop_)) StartSession(control.get());
-}
-
-void FtpServer::StartSession(int control) {
+void FtpServer::StartSession(const Peer& control) {
   const std::string configuration = folder_.native("proftpd.conf");
-  const char* arguments[] = {kProgram, "-c", configuration.c_str(), nullptr};
-  posix_spawn_file_actions_t actions;
-  posix_spawn_file_actions_init(&actions);
-  posix_spawn_file_actions_adddup2(&actions, control, STDIN_FILENO);
-  posix_spawn_file_actions_adddup2(&actions, control, STDOUT_FILENO);
-  pid_t session = 0;
-  // Not the test's own environment, which it may be changing.
-  char* const environment[] = {nullptr};
-  if (posix_spawn(&session, kProgram, &actions, nullptr, const_cast<char* const*>(arguments),
-                  environment) == 0) {
-    const std::lock_guard lock(mutex_);
-    sessions_.push_back(session);
-  }
-  posix_spawn_file_actions_destroy(&actions);
+  const std::lock_guard lock(mutex_);
+  sessions_.emplace_back([&] {
+    // Not the test's own environment, which it may be changing.
+    char* const environment[] = {nullptr};
+    dup2(control.get(), STDIN_FILENO);
+    dup2(control.get(), STDOUT_FILENO);
+    return execle(kProgram, kProgram, "-c", configuration.c_str(), nullptr, environment);
+  });
 }
 
 std::vector<std::string> FtpServer::Dialogue() {
   {
     const std::lock_guard lock(mutex_);
-    for (const pid_t session : sessions_) waitpid(session, nullptr, 0);
+    for (ChildProcess& session : sessions_) session.Wait();
     sessions_.clear();
   }
   std::vector<std::string> lines;

@@ -1,16 +1,14 @@
 // A real FTP server for tests.
 #pragma once
 
-#include <sys/types.h>
-
 #include <cstdint>
+#include <list>
 #include <mutex>
 #include <string>
 #include <string_view>
-#include <thread>
 #include <vector>
 
-#include "support/loopback.h"
+#include "support/loopback_server.h"
 #include "support/test_support.h"
 
 namespace vk::tq::testing {
@@ -24,11 +22,8 @@ class FtpServer {
   static constexpr const wchar_t* kPassword = L"geheim secret";
 
   FtpServer();
-  FtpServer(const FtpServer&) = delete;
-  FtpServer& operator=(const FtpServer&) = delete;
-  ~FtpServer();
 
-  std::uint16_t port() const { return listener_.port(); }
+  std::uint16_t port() const { return server_.port(); }
   // The native path of a file on the server.
   std::string home(std::string_view name = {}) const;
 
@@ -39,15 +34,12 @@ class FtpServer {
 
  private:
   void WriteConfiguration() const;
-  void Serve();
-  void StartSession(int control);
+  void StartSession(const Peer& control);
 
   TempFolder folder_;
-  Listener listener_;
-  StopSignal stop_;
   std::mutex mutex_;
-  std::vector<pid_t> sessions_;
-  std::thread thread_;
+  std::list<ChildProcess> sessions_;
+  LoopbackServer server_;
 };
 
 }  // namespace vk::tq::testing

@@ -40,10 +40,10 @@ class Reader {
   }
 
  private:
+  // What comes next, behind blanks.
   char Peek() {
     rest_.remove_prefix(std::min(rest_.find_first_not_of(" \t\r"), rest_.size()));
-    if (rest_.empty()) throw std::runtime_error("JSON ends early");
-    return rest_.front();
+    return rest_.empty() ? '\0' : rest_.front();
   }
 
   char Take() {
@@ -89,28 +89,22 @@ class Reader {
   std::string_view rest_;
 };
 
-const Json* Find(const Json& object, std::string_view name) {
-  const auto found = std::find(object.names.begin(), object.names.end(), name);
-  if (found == object.names.end()) return nullptr;
-  return &object.items[static_cast<std::size_t>(found - object.names.begin())];
-}
-
 }  // namespace
 
-bool Json::Has(std::string_view name) const { return Find(*this, name) != nullptr; }
+bool Json::Has(std::string_view name) const {
+  return std::ranges::find(names, name) != names.end();
+}
 
 const Json& Json::operator[](std::string_view name) const {
-  const Json* const found = Find(*this, name);
-  if (found == nullptr) throw std::out_of_range(std::string(name));
-  return *found;
+  const auto found = std::ranges::find(names, name);
+  if (found == names.end()) throw std::out_of_range(std::string(name));
+  return items[static_cast<std::size_t>(found - names.begin())];
 }
 
 Json ParseJson(std::string_view text) {
   Reader reader(text);
   Json value = reader.ReadValue();
-  if (reader.rest() != "\n" && !reader.rest().empty()) {
-    throw std::runtime_error("more than one JSON value");
-  }
+  if (reader.rest() != "\n" && !reader.rest().empty()) throw std::runtime_error("more than JSON");
   return value;
 }
 

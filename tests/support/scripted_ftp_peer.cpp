@@ -1,78 +1,44 @@
 #include "support/scripted_ftp_peer.h"
 
-#include <poll.h>
-#include <sys/socket.h>
-
 #include <algorithm>
 
 namespace vk::tq::testing {
 
-ScriptedFtpPeer::ScriptedFtpPeer(bool is_ipv6) : is_ipv6_(is_ipv6), listener_(is_ipv6) {
-  AddDefaults();
-  thread_ = std::thread([this] {
-    while (Socket control = listener_.Accept(stop_)) {
-      {
-        const std::lock_guard lock(mutex_);
-        ++connections_;
-      }
-      Session(*this, std::move(control)).Run();
-    }
-  });
-}
-
-ScriptedFtpPeer::~ScriptedFtpPeer() {
-  stop_.Raise();
-  thread_.join();
-}
-
-void ScriptedFtpPeer::On(const std::string& verb, const std::string& reply) {
-  On(verb, [reply](Session& session, const std::string&) {
-    session.Reply(reply);
-    return true;
-  });
-}
-
-void ScriptedFtpPeer::AddDefaults() {
-  On("", "220 ready");
-  On("USER", "331 password?");
-  On("PASS", "230 welcome");
-  On("PWD", "257 \"/\"");
-  On("TYPE", "200 as you like");
-  On("CWD", "250 there");
-  On("RNFR", "350 to what?");
-  On("RNTO", "250 renamed");
-  On("DELE", "250 deleted");
+ScriptedFtpPeer::ScriptedFtpPeer(bool is_ipv6)
+    : is_ipv6_(is_ipv6),
+      server_([this](Peer& control, int) { Session(*this, control).Run(); }, 0, is_ipv6) {
+  static constexpr std::pair<const char*, const char*> kReplies[] = {
+      {"", "220 ready"},        {"USER", "331 password?"}, {"PASS", "230 welcome"},
+      {"PWD", "257 \"/\""},     {"CWD", "250 there"},      {"TYPE", "200 as you like"},
+      {"RNFR", "350 to what?"}, {"RNTO", "250 renamed"},   {"DELE", "250 deleted"},
+  };
+  for (const auto& [verb, reply] : kReplies) On(verb, reply);
   On("QUIT", [](Session& session, const std::string&) {
     session.Reply("221 bye");
     return false;
   });
   On("PASV", [](Session& session, const std::string&) {
     const std::uint16_t port = session.OpenPassive();
-    session.Reply("227 Entering Passive Mode (127,0,0,1," + std::to_string(port / 256) + "," +
-                  std::to_string(port % 256) + ").");
-    return true;
+    return session.Reply("227 Entering Passive Mode (127,0,0,1," + std::to_string(port / 256) +
+                         "," + std::to_string(port % 256) + ").");
   });
   On("EPSV", [](Session& session, const std::string&) {
-    session.Reply("229 Extended (|||" + std::to_string(session.OpenPassive()) + "|)");
-    return true;
+    return session.Reply("229 Extended (|||" + std::to_string(session.OpenPassive()) + "|)");
   });
   On("STOR", [this](Session& session, const std::string& name) {
     session.Reply("150 go on");
     files_[name] = session.TakeData();
-    session.Reply("226 stored");
-    return true;
+    return session.Reply("226 stored");
   });
-  On("RETR", [this](Session& session, const std::string& name) {
-    session.Reply("150 here it comes");
-    session.SendData(files_[name]);
-    session.CloseData();
-    session.Reply("226 that was it");
-    return true;
-  });
+  On("RETR",
+     [this](Session& session, const std::string& name) { return session.Give(files_[name]); });
   On("SIZE", [this](Session& session, const std::string& name) {
-    session.Reply("213 " + std::to_string(files_[name].size()));
-    return true;
+    return session.Reply("213 " + std::to_string(files_[name].size()));
   });
+}
+
+void ScriptedFtpPeer::On(const std::string& verb, const std::string& reply) {
+  On(verb, [reply](Session& session, const std::string&) { return session.Reply(reply); });
 }
 
 std::vector<std::string> ScriptedFtpPeer::commands() const {
@@ -84,11 +50,6 @@ int ScriptedFtpPeer::count(std::string_view verb) const {
   const std::vector<std::string> all = commands();
   return static_cast<int>(std::ranges::count_if(
       all, [&](const std::string& line) { return line.substr(0, line.find(' ')) == verb; }));
-}
-
-int ScriptedFtpPeer::connections() const {
-  const std::lock_guard lock(mutex_);
-  return connections_;
 }
 
 void ScriptedFtpPeer::Session::Run() {
@@ -108,35 +69,15 @@ void ScriptedFtpPeer::Session::Run() {
   }
 }
 
-std::optional<std::string> ScriptedFtpPeer::Session::TakePiece(int fd, std::size_t size) const {
-  if (!peer_.stop_.Wait(fd, POLLIN)) return {};
-  std::string piece(size, '\0');
-  const ssize_t got = recv(fd, piece.data(), piece.size(), 0);
-  if (got <= 0) return {};
-  piece.resize(static_cast<std::size_t>(got));
-  return piece;
-}
-
 std::optional<std::string> ScriptedFtpPeer::Session::TakeLine() {
-  for (;;) {
-    const std::size_t end = unread_.find("\r\n");
-    if (end != std::string::npos) {
-      std::string line = unread_.substr(0, end);
-      unread_.erase(0, end + 2);
-      return line;
-    }
-    const std::optional<std::string> piece = TakePiece(control_.get(), 4096);
-    if (!piece) return {};
-    unread_ += *piece;
+  std::string line;
+  while (!line.ends_with("\r\n")) {
+    const std::string next = control_.Take(1);
+    if (next.empty()) return {};
+    line += next;
   }
-}
-
-void ScriptedFtpPeer::Session::Reply(std::string_view text) {
-  ReplyRaw(std::string(text) + "\r\n");
-}
-
-bool ScriptedFtpPeer::Session::ReplyRaw(std::string_view bytes) {
-  return send(control_.get(), bytes.data(), bytes.size(), MSG_NOSIGNAL) >= 0;
+  line.resize(line.size() - 2);
+  return line;
 }
 
 std::uint16_t ScriptedFtpPeer::Session::OpenPassive() {
@@ -145,44 +86,39 @@ std::uint16_t ScriptedFtpPeer::Session::OpenPassive() {
 }
 
 bool ScriptedFtpPeer::Session::Connected() {
-  if (!data_ && passive_) data_ = passive_->Accept(peer_.stop_);
-  return static_cast<bool>(data_);
+  if (data_ || !passive_) return data_.has_value();
+  if (Descriptor socket = passive_->Accept(control_.stop())) {
+    data_.emplace(std::move(socket), control_.stop());
+  }
+  return data_.has_value();
 }
 
 void ScriptedFtpPeer::Session::SendData(std::string_view bytes) {
-  if (!Connected()) return;
-  while (!bytes.empty() && peer_.stop_.Wait(data_.get(), POLLOUT)) {
-    const ssize_t sent = send(data_.get(), bytes.data(), bytes.size(), MSG_NOSIGNAL | MSG_DONTWAIT);
-    if (sent < 0) return;
-    bytes.remove_prefix(static_cast<std::size_t>(sent));
-  }
+  if (Connected()) data_->Write(bytes);
 }
 
 std::string ScriptedFtpPeer::Session::TakeData() {
-  std::string all;
-  if (!Connected()) return all;
-  while (const std::optional<std::string> piece = TakePiece(data_.get(), 64 * 1024)) all += *piece;
+  const std::string all = Connected() ? data_->Read(std::string::npos) : "";
   CloseData();
   return all;
 }
 
 void ScriptedFtpPeer::Session::TakeSomeData(std::size_t size) {
-  if (Connected()) TakePiece(data_.get(), size);
-}
-
-void ScriptedFtpPeer::Session::ResetAtClose(const Socket& socket) {
-  const linger at_once{1, 0};
-  setsockopt(socket.get(), SOL_SOCKET, SO_LINGER, &at_once, sizeof at_once);
+  if (Connected()) data_->Take(size);
 }
 
 void ScriptedFtpPeer::Session::CutData() {
-  if (!Connected()) return;
-  ResetAtClose(data_);
+  if (Connected()) data_->ResetOnClose();
   CloseData();
 }
 
-void ScriptedFtpPeer::Session::CutControl() { ResetAtClose(control_); }
+void ScriptedFtpPeer::Session::AwaitDataReset() const { data_->stop().Wait(data_->get(), 0); }
 
-void ScriptedFtpPeer::Session::AwaitDataReset() const { peer_.stop_.Wait(data_.get(), 0); }
+bool ScriptedFtpPeer::Session::Give(std::string_view bytes) {
+  Reply("150 here it comes");
+  SendData(bytes);
+  CloseData();
+  return Reply("226 that was it");
+}
 
 }  // namespace vk::tq::testing

@@ -1,7 +1,6 @@
 // An FTP server that does what a test tells it to, for what a real one does not do on demand.
 #pragma once
 
-#include <cstddef>
 #include <cstdint>
 #include <functional>
 #include <map>
@@ -9,10 +8,10 @@
 #include <optional>
 #include <string>
 #include <string_view>
-#include <thread>
+#include <utility>
 #include <vector>
 
-#include "support/loopback.h"
+#include "support/loopback_server.h"
 
 namespace vk::tq::testing {
 
@@ -23,13 +22,15 @@ class ScriptedFtpPeer {
   // A control connection, as an answer sees it.
   class Session {
    public:
-    Session(ScriptedFtpPeer& peer, Socket control) : peer_(peer), control_(std::move(control)) {}
+    Session(ScriptedFtpPeer& peer, Peer& control) : peer_(peer), control_(control) {}
 
-    void Reply(std::string_view text);  // CR LF is added
-    // False when the client is gone.
-    bool ReplyRaw(std::string_view bytes);
+    // CR LF is added. False when the client is gone.
+    bool Reply(std::string_view text) { return ReplyRaw(std::string(text) + "\r\n"); }
+    bool ReplyRaw(std::string_view bytes) { return control_.Write(bytes); }
     // Takes no more notice of the client, but keeps the connections, until the test is over.
-    void Stall() const { peer_.stop_.Wait(); }
+    void Stall() const { control_.stop().Wait(); }
+    // The client sees a reset when the answer gives false.
+    void CutControl() { control_.ResetOnClose(); }
 
     std::uint16_t OpenPassive();
     // The data connection; each is used once.
@@ -37,34 +38,29 @@ class ScriptedFtpPeer {
     std::string TakeData();
     void TakeSomeData(std::size_t size);
     void CutData();               // the client sees a reset
-    void CutControl();            // the same, when the answer gives false
     void AwaitDataReset() const;  // by the client
-    void CloseData() { data_ = Socket(); }
+    void CloseData() { data_.reset(); }
+    // A whole download with its replies.
+    bool Give(std::string_view bytes);
 
    private:
     friend class ScriptedFtpPeer;
     void Run();
     std::optional<std::string> TakeLine();
     bool Connected();
-    static void ResetAtClose(const Socket& socket);
-    std::optional<std::string> TakePiece(int fd, std::size_t size) const;
 
     ScriptedFtpPeer& peer_;
-    Socket control_;
-    std::string unread_;
+    Peer& control_;
     std::optional<Listener> passive_;
-    Socket data_;
+    std::optional<Peer> data_;
   };
 
   // Answers a command; false closes the control connection.
   using Answer = std::function<bool(Session& session, const std::string& argument)>;
 
   explicit ScriptedFtpPeer(bool is_ipv6 = false);
-  ScriptedFtpPeer(const ScriptedFtpPeer&) = delete;
-  ScriptedFtpPeer& operator=(const ScriptedFtpPeer&) = delete;
-  ~ScriptedFtpPeer();
 
-  std::uint16_t port() const { return listener_.port(); }
+  std::uint16_t port() const { return server_.port(); }
 
   // Replaces the answer to a command; the verb "" stands for the greeting. To be called before the
   // client connects.
@@ -75,21 +71,16 @@ class ScriptedFtpPeer {
   std::vector<std::string> commands() const;
   // How often a command came.
   int count(std::string_view verb) const;
-  int connections() const;
+  int connections() const { return server_.connections(); }
   std::string& file(const std::string& name) { return files_[name]; }
 
  private:
-  void AddDefaults();
-
-  bool is_ipv6_;
-  Listener listener_;
-  StopSignal stop_;
+  const bool is_ipv6_;
   std::map<std::string, Answer> answers_;
   std::map<std::string, std::string> files_;
   mutable std::mutex mutex_;
   std::vector<std::string> commands_;
-  int connections_ = 0;
-  std::thread thread_;
+  LoopbackServer server_;
 };
 
 }  // namespace vk::tq::testing

@@ -3,6 +3,7 @@
 #include <fcntl.h>
 #include <poll.h>
 #include <signal.h>
+#include <sys/eventfd.h>
 #include <sys/resource.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -59,7 +60,7 @@ std::vector<std::string> ListNative(const std::string& native) {
   for (const auto& entry : fs::directory_iterator(native)) {
     names.push_back(entry.path().filename().string());
   }
-  std::sort(names.begin(), names.end());
+  std::ranges::sort(names);
   return names;
 }
 
@@ -98,37 +99,27 @@ void PrintTo(const Event& event, std::ostream* out) {
        << (event.is_shared ? ", shared}" : "}");
 }
 
-struct LogRecorder::Store {
+struct LogRecorder::Store : LogSink, EventSink {
+  void Write(const LogRecord& record) override {
+    const std::lock_guard lock(mutex);
+    std::optional<std::wstring> second;
+    if (record.second) second.emplace(*record.second);
+    lines.push_back({record.level, record.number, std::wstring(record.function),
+                     std::wstring(record.message), second, record.code});
+  }
+  void Write(unsigned long id, std::wstring_view message, bool is_shared) override {
+    const std::lock_guard lock(mutex);
+    events.push_back({id, std::wstring(message), is_shared});
+  }
+
   std::mutex mutex;
   std::vector<LogLine> lines;
   std::vector<Event> events;
 };
 
 LogRecorder::LogRecorder() : store_(std::make_shared<Store>()) {
-  struct Lines : LogSink {
-    explicit Lines(std::shared_ptr<Store> to) : store(std::move(to)) {}
-    void Write(const LogRecord& record) override {
-      const std::lock_guard lock(store->mutex);
-      LogLine& line = store->lines.emplace_back();
-      line.level = record.level;
-      line.number = record.number;
-      line.function = record.function;
-      line.message = record.message;
-      if (record.second) line.second.emplace(*record.second);
-      line.code = record.code;
-    }
-    std::shared_ptr<Store> store;
-  };
-  struct Events : EventSink {
-    explicit Events(std::shared_ptr<Store> to) : store(std::move(to)) {}
-    void Write(unsigned long id, std::wstring_view message, bool is_shared) override {
-      const std::lock_guard lock(store->mutex);
-      store->events.push_back({id, std::wstring(message), is_shared});
-    }
-    std::shared_ptr<Store> store;
-  };
-  InstallLogSink(std::make_shared<Lines>(store_));
-  InstallEventSink(std::make_shared<Events>(store_));
+  InstallLogSink(store_);
+  InstallEventSink(store_);
 }
 
 LogRecorder::~LogRecorder() {
@@ -158,24 +149,13 @@ void LogRecorder::Clear() {
   store_->events.clear();
 }
 
-namespace {
-
-// Points the library's folders into a temporary folder, before anything else of the test runs.
-void UseFolders(const TempFolder& temp) {
-  const auto set = [](const char* name, const std::string& value) {
-    setenv(name, value.c_str(), 1);
-  };
-  set("TQ_COMMON_APPDATA", temp.native("common"));
-  set("TQ_APPDATA", temp.native("user"));
-  set("TQ_VOLUMES", temp.native("volumes"));
-  set("TQ_REGISTRY", temp.native("registry.ini"));
-  set("TQ_ANSI_CODEPAGE", "65001");
-}
-
-}  // namespace
-
 ProductTest::ProductTest() {
-  UseFolders(temp_);
+  const std::pair<const char*, std::string> kEnvironment[] = {
+      {"TQ_COMMON_APPDATA", native("common")}, {"TQ_APPDATA", native("user")},
+      {"TQ_VOLUMES", native("volumes")},       {"TQ_REGISTRY", native("registry.ini")},
+      {"TQ_ANSI_CODEPAGE", "65001"},
+  };
+  for (const auto& [name, value] : kEnvironment) setenv(name, value.c_str(), 1);
   fs::create_directories(product_native("config"));
 }
 
@@ -197,22 +177,18 @@ void ProductTest::WriteKeyFile(std::string_view contents) {
 
 void ProductTest::RemoveKeyFile() { fs::remove(product_native("config/data.dat")); }
 
+namespace {
+void SetEnvironment(const std::string& name, const char* value) {
+  value != nullptr ? setenv(name.c_str(), value, 1) : unsetenv(name.c_str());
+}
+}  // namespace
+
 ScopedEnvironment::ScopedEnvironment(const char* name, const char* value) : name_(name) {
   if (const char* old = getenv(name)) old_ = old;
-  if (value != nullptr) {
-    setenv(name, value, 1);
-  } else {
-    unsetenv(name);
-  }
+  SetEnvironment(name_, value);
 }
 
-ScopedEnvironment::~ScopedEnvironment() {
-  if (old_) {
-    setenv(name_.c_str(), old_->c_str(), 1);
-  } else {
-    unsetenv(name_.c_str());
-  }
-}
+ScopedEnvironment::~ScopedEnvironment() { SetEnvironment(name_, old_ ? old_->c_str() : nullptr); }
 
 bool HasOwnProcess() {
   const ::testing::UnitTest& program = *::testing::UnitTest::GetInstance();
@@ -227,23 +203,18 @@ bool HasOwnProcess() {
   return false;
 }
 
-Gate::Gate() {
-  if (pipe2(ends_, O_CLOEXEC) != 0) throw std::runtime_error("no pipe");
-}
-
-Gate::~Gate() {
-  close(ends_[0]);
-  close(ends_[1]);
+Gate::Gate() : event_(eventfd(0, EFD_CLOEXEC | EFD_SEMAPHORE)) {
+  if (!event_) throw std::runtime_error("no event");
 }
 
 void Gate::Open() {
-  if (write(ends_[1], "x", 1) != 1) ADD_FAILURE() << "a gate does not open";
+  if (eventfd_write(event_.get(), 1) != 0) ADD_FAILURE() << "a gate does not open";
 }
 
 bool Gate::Wait(int milliseconds) {
-  pollfd wait{ends_[0], POLLIN, 0};
-  char byte = 0;
-  return poll(&wait, 1, milliseconds) == 1 && read(ends_[0], &byte, 1) == 1;
+  pollfd wait{event_.get(), POLLIN, 0};
+  eventfd_t count = 0;
+  return poll(&wait, 1, milliseconds) == 1 && eventfd_read(event_.get(), &count) == 0;
 }
 
 ChildProcess::ChildProcess(const std::function<int()>& work) : pid_(fork()) {

@@ -18,6 +18,7 @@
 
 #include "foundation/log.h"
 #include "platform/posix/mutex_set.h"
+#include "support/loopback.h"
 
 namespace vk::tq::testing {
 
@@ -135,15 +136,12 @@ bool HasOwnProcess();
 class Gate {
  public:
   Gate();
-  Gate(const Gate&) = delete;
-  Gate& operator=(const Gate&) = delete;
-  ~Gate();
   void Open();
   // False when nothing came in time.
   bool Wait(int milliseconds = 20000);
 
  private:
-  int ends_[2];
+  Descriptor event_;
 };
 
 // A record that this process and those that it forks share.
