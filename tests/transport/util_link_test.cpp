@@ -71,18 +71,13 @@ class UtilLinkTest : public ProductTest {
   std::optional<ScopedServicePort> port_;
 };
 
-// Answers every question with one name, and counts.
-DnsPeer::Answer Always(const std::string& host) {
-  return [host](const std::string& question, bool) {
-    return std::vector{
-        Reply{.records = {PackRecord(kAskedName, kPtr, PackName(host))}}.To(question)};
-  };
+// Answers every question alike.
+DnsPeer::Answer Always(const Reply& reply) {
+  return [reply](const std::string& question, bool) { return std::vector{reply.To(question)}; };
 }
 
-DnsPeer::Answer Refusing(int code) {
-  return [code](const std::string& question, bool) {
-    return std::vector{Reply{.code = code}.To(question)};
-  };
+DnsPeer::Answer AlwaysNamed(const std::string& host) {
+  return Always({.records = {PackRecord(kAskedName, kPtr, PackName(host))}});
 }
 
 TEST_F(UtilLinkTest, AnAddressBecomesItsNameAndStaysInTheCacheForItsLife) {
@@ -121,7 +116,7 @@ TEST_F(UtilLinkTest, AnAddressBecomesItsNameAndStaysInTheCacheForItsLife) {
 }
 
 TEST_F(UtilLinkTest, TheRulesOfTheCache) {
-  DnsPeer peer(Always("na@me"));
+  DnsPeer peer(AlwaysNamed("na@me"));
   UsePort(peer.port());
   const struct {
     const wchar_t* cache;
@@ -180,7 +175,7 @@ TEST_F(UtilLinkTest, AHostNameIsUsedAsItIs) {
 }
 
 TEST_F(UtilLinkTest, FailedTriesLeaveTheAddressAsTheName) {
-  DnsPeer peer(Refusing(3));
+  DnsPeer peer(Always({.code = 3}));
   UsePort(peer.port());
   cache_ = L"192.0.2.1@old";
   EXPECT_EQ(0, Conform(L"192.0.2.1", 3));
@@ -202,7 +197,7 @@ TEST_F(UtilLinkTest, FailedTriesLeaveTheAddressAsTheName) {
 }
 
 TEST_F(UtilLinkTest, TheSecondServerIsAskedWhenTheFirstFails) {
-  DnsPeer first(Refusing(5));
+  DnsPeer first(Always({.code = 5}));
   UsePort(first.port());
   const DnsServer second({"2.0.192.in-addr.arpa."}, {"1.2.0.192.in-addr.arpa. PTR b.example."},
                          "127.0.0.2", first.port());
@@ -229,19 +224,16 @@ TEST_F(UtilLinkTest, TheSecondServerIsAskedWhenTheFirstFails) {
 }
 
 TEST_F(UtilLinkTest, TheFirstRecordOfTheAnswerCounts) {
-  DnsPeer peer([](const std::string& question, bool) {
-    const std::string alias = PackName("alias.example");
-    return std::vector{Reply{.records = {PackRecord(kAskedName, kCname, alias),
-                                         PackRecord(alias, kPtr, PackName("printer.example"))}}
-                           .To(question)};
-  });
+  const std::string alias = PackName("alias.example");
+  DnsPeer peer(Always({.records = {PackRecord(kAskedName, kCname, alias),
+                                   PackRecord(alias, kPtr, PackName("printer.example"))}}));
   UsePort(peer.port());
   EXPECT_EQ(0, CUtilLink::GetFQDN(L"192.0.2.1", "127.0.0.1", name_));
   EXPECT_EQ(L"alias.example", name_);
 }
 
 TEST_F(UtilLinkTest, WhatCannotBeAskedIsNotAsked) {
-  DnsPeer peer(Always("x"));
+  DnsPeer peer(AlwaysNamed("x"));
   UsePort(peer.port());
   EXPECT_EQ(13, CUtilLink::GetFQDN(L"", "127.0.0.1", name_));
   EXPECT_EQ(L"old", name_);
@@ -260,7 +252,7 @@ TEST_F(UtilLinkTest, WhatCannotBeAskedIsNotAsked) {
 
 TEST_F(UtilLinkTest, WithoutAConfigurationTheMachinesOwnServersAreAsked) {
   // One empty server counts like none, and so does a configuration that cannot be had.
-  DnsPeer peer(Always("own.example"));
+  DnsPeer peer(AlwaysNamed("own.example"));
   UsePort(peer.port());
   machine_.servers = {""};
   EXPECT_EQ(0, CUtilLink::GetFQDN(L"192.0.2.1", name_));
