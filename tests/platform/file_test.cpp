@@ -1,8 +1,10 @@
 #include "platform/file.h"
 
 #include <fcntl.h>
+#include <sys/resource.h>
 #include <sys/stat.h>
 
+#include <csignal>
 #include <filesystem>
 #include <functional>
 
@@ -162,6 +164,23 @@ TEST_F(FileTest, ContentsOfManyPagesAreTheOldOrTheNew) {
       }
     }
   }
+}
+
+TEST_F(FileTest, AFullDiskShowsBeforeTheOldContentsAreTouched) {
+  WriteNative(native("file"), "old");
+  ChildProcess child([&] {
+    std::signal(SIGXFSZ, SIG_IGN);
+    const rlimit limit{4096, 4096};
+    if (setrlimit(RLIMIT_FSIZE, &limit) != 0) return 98;
+    const std::string large(10'000, 'x');
+    for (const wchar_t* name : {L"file", L"new"}) {
+      if (WriteFileInPlace(path(name), large.data(), large.size())) return 1;
+    }
+    return static_cast<int>(GetLastError());
+  });
+  EXPECT_EQ(static_cast<int>(kErrorFileTooLarge), child.Wait());
+  EXPECT_EQ("old", ReadNative(native("file")));
+  EXPECT_THAT(All(), ElementsAre("file"));
 }
 
 TEST_F(FileTest, RenameReplacesNothing) {

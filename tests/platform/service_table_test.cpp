@@ -21,6 +21,7 @@ TEST(ServiceTable, TakesPortsFromTheEnvironmentOnce) {
       // A bad word changes nothing and keeps no other from counting.
       {"ftp=2121, dns=5353", 21, 5353},
       {"ftp=0 dns=65536", 21, 53},
+      {"ftp=-1 dns=+5", 21, 53},
       {"ftp=99999999999999999999 dns=", 21, 53},
       {"FTP=2121 =5 ftpd=7 dns=5353x", 21, 53},
   };
