@@ -111,14 +111,14 @@ TEST_F(CryptToolTest, ALockIsHeldUntilEnterOrASignal) {
   const auto state = [&] { return RunJson("lock probe " + name).items.at(0)["state"].text; };
   EXPECT_EQ(state(), "free");
   for (const int signal : {0, SIGINT, SIGTERM}) {
-    RunningTool holder("lock hold " + name);
+    Terminal holder("lock hold " + name);
     EXPECT_THAT(holder.ReadLine(), HasSubstr("Holding"));
     EXPECT_EQ(state(), "held");
-    signal == 0 ? holder.PressEnter() : holder.Send(signal);
+    signal == 0 ? holder.Type("\n") : holder.Send(signal);
     EXPECT_EQ(holder.Wait(), -signal);
     EXPECT_EQ(state(), "free") << "after signal " << signal;
   }
-  RunningTool holder("lock hold " + name + " --seconds 60");
+  Terminal holder("lock hold " + name + " --seconds 60");
   holder.ReadLine();
   holder.Send(SIGKILL);
   holder.Wait();

@@ -134,7 +134,7 @@ TEST_F(JobToolTest, TheListIsAligned) {
 
 TEST_F(JobToolTest, AWatchFollowsWhatOtherProcessesDo) {
   RunJson("job new jobs/Old");
-  RunningTool watch("job list jobs --watch --json");
+  Terminal watch("job list jobs --watch --json | cat");  // each line is there at once
   const auto next = [&] {
     const Json change = ParseJson(watch.ReadLine());
     const std::string status = change.Has("status") ? change["status"].text : "-";
@@ -149,7 +149,7 @@ TEST_F(JobToolTest, AWatchFollowsWhatOtherProcessesDo) {
   EXPECT_EQ(next(), "written J 7");
   RunJson("job delete jobs/J");
   EXPECT_EQ(next(), "gone J -");
-  watch.Send(SIGINT);
+  watch.Type("\x03");
   EXPECT_EQ(watch.Wait(), -SIGINT);
 }
 

@@ -7,8 +7,10 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cstdlib>
 #include <filesystem>
+#include <iterator>
 #include <utility>
 
 namespace vk::tq::testing {
@@ -16,61 +18,68 @@ namespace {
 
 const std::string kCommand = "exec " TQCTL " ";
 
-[[noreturn]] void Become(const std::string& line) {
-  execl("/bin/sh", "sh", "-c", (kCommand + line).c_str(), nullptr);
-  _exit(127);
-}
-
 int ExitOf(int status) { return WIFEXITED(status) ? WEXITSTATUS(status) : -WTERMSIG(status); }
-
-int WaitFor(pid_t child) {
-  int status = 0;
-  waitpid(child, &status, 0);
-  return ExitOf(status);
-}
 
 }  // namespace
 
-RunningTool::RunningTool(const std::string& line) {
-  int input[2];
-  int output[2];
-  EXPECT_EQ(pipe2(input, O_CLOEXEC) + pipe2(output, O_CLOEXEC), 0);
-  child_ = fork();
+Terminal::Terminal(const std::function<void()>& become, std::string answer)
+    : answer_(std::move(answer)) {
+  child_ = forkpty(&terminal_, nullptr, nullptr, nullptr);
   if (child_ == 0) {
-    dup2(input[0], STDIN_FILENO);
-    dup2(output[1], STDOUT_FILENO);
-    Become(line);
+    become();
+    _exit(127);
   }
-  close(input[0]);
-  close(output[1]);
-  input_ = input[1];
-  output_ = output[0];
+  fcntl(terminal_, F_SETFD, FD_CLOEXEC);  // or the next program would keep this one from its end
 }
 
-RunningTool::~RunningTool() {
-  close(input_);
-  close(output_);
-  if (child_ <= 0) return;
-  Send(SIGKILL);
-  Wait();
+Terminal::Terminal(const std::string& line, std::string answer)
+    : Terminal(
+          [&line] {
+            setenv("TERM", "xterm", 1);
+            execl("/bin/sh", "sh", "-c", (kCommand + line).c_str(), nullptr);
+          },
+          std::move(answer)) {}
+
+Terminal::~Terminal() {
+  close(terminal_);
+  if (child_ > 0) Wait();
 }
 
-std::string RunningTool::ReadLine() {
-  constexpr int kPatience = 20000;
-  std::string line;
-  pollfd ready = {output_, POLLIN, 0};
-  for (char c = 0; poll(&ready, 1, kPatience) == 1 && read(output_, &c, 1) == 1;) {
-    if (c == '\n') break;
-    line += c;
+bool Terminal::Read() {
+  pollfd ready = {terminal_, POLLIN, 0};
+  char buffer[4096];
+  const ssize_t got = poll(&ready, 1, 20000) == 1 ? read(terminal_, buffer, sizeof buffer) : 0;
+  if (got <= 0) return false;
+  std::remove_copy(buffer, buffer + got, std::back_inserter(shown_), '\r');
+  const std::string last = shown_.substr(shown_.rfind('\n') + 1);
+  if (last.starts_with("Password of") && Shows(": ")) Type(answer_);
+  return true;
+}
+
+std::string Terminal::ReadLine() {
+  while (shown_.find('\n', read_to_) == std::string::npos && Read()) {
   }
-  return line;
+  const std::size_t begin = read_to_;
+  read_to_ = shown_.find('\n', begin) + 1;
+  return shown_.substr(begin, read_to_ - begin);
 }
 
-void RunningTool::PressEnter() { EXPECT_EQ(write(input_, "\n", 1), 1); }
+bool Terminal::Shows(const std::string& prompt) const {
+  return shown_.size() > typed_at_ && shown_.ends_with(prompt);
+}
 
-void RunningTool::Send(int signal) { kill(child_, signal); }
+void Terminal::Type(const std::string& text) {
+  EXPECT_EQ(write(terminal_, text.data(), text.size()), static_cast<ssize_t>(text.size()));
+  typed_at_ = shown_.size();
+}
 
-int RunningTool::Wait() { return WaitFor(std::exchange(child_, 0)); }
+void Terminal::Send(int signal) { kill(child_, signal); }
+
+int Terminal::Wait() {
+  int status = 0;
+  waitpid(std::exchange(child_, 0), &status, 0);
+  return ExitOf(status);
+}
 
 ToolTest::ToolTest() {
   WriteKeyFile();
@@ -96,25 +105,11 @@ void ToolTest::Fails(const std::string& line, const std::string& says, int statu
   EXPECT_THAT(RunJson(line, status)["error"]["message"].text, ::testing::HasSubstr(says)) << line;
 }
 
-ToolResult ToolTest::RunOnTerminal(const std::string& line, const std::string& typed) const {
-  int terminal = -1;
-  const pid_t child = forkpty(&terminal, nullptr, nullptr, nullptr);
-  if (child == 0) {
-    setenv("TERM", "xterm", 1);
-    Become(line);
+ToolResult ToolTest::RunOnTerminal(const std::string& line, const std::string& answer) const {
+  Terminal terminal(line, answer);
+  while (terminal.Read()) {
   }
-  ToolResult result;
-  std::string left = typed;
-  char buffer[4096];
-  for (ssize_t got = 0; (got = read(terminal, buffer, sizeof buffer)) > 0;) {
-    result.out.append(buffer, static_cast<std::size_t>(got));
-    if (!result.out.ends_with(": ")) continue;
-    EXPECT_EQ(write(terminal, left.data(), left.size()), static_cast<ssize_t>(left.size()));
-    left.clear();
-  }
-  close(terminal);
-  result.status = WaitFor(child);
-  return result;
+  return {terminal.Wait(), terminal.shown(), ""};
 }
 
 }  // namespace vk::tq::testing

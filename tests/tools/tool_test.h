@@ -3,6 +3,7 @@
 
 #include <gmock/gmock.h>
 
+#include <functional>
 #include <string>
 
 #include "support/json.h"
@@ -16,26 +17,37 @@ struct ToolResult {
   std::string error;
 };
 
-// A tool that runs on while the test does, and is killed when the object goes.
-class RunningTool {
+// A program on a terminal of its own, hung up on when the object goes. What is typed there is
+// echoed, as people see it.
+class Terminal {
  public:
-  explicit RunningTool(const std::string& line);
-  RunningTool(const RunningTool&) = delete;
-  RunningTool& operator=(const RunningTool&) = delete;
-  ~RunningTool();
+  // The function becomes the program. The answer is typed when the program asks for a password.
+  explicit Terminal(const std::function<void()>& become, std::string answer = "");
+  // The tool, whose command line this is.
+  explicit Terminal(const std::string& line, std::string answer = "");
+  Terminal(const Terminal&) = delete;
+  Terminal& operator=(const Terminal&) = delete;
+  ~Terminal();
 
-  // The next line of standard output; empty when none comes in time.
+  // Takes more of what is shown; false at its end, and when nothing comes in time.
+  bool Read();
+  // All that was shown, and its next line.
+  const std::string& shown() const { return shown_; }
   std::string ReadLine();
-  // Types a line end.
-  void PressEnter();
+  // Whether something new was shown since the last typing, with that at its end.
+  bool Shows(const std::string& prompt) const;
+  void Type(const std::string& text);
   void Send(int signal);
   // The exit status, or minus the signal that ended it.
   int Wait();
 
  private:
   pid_t child_;
-  int input_ = -1;
-  int output_ = -1;
+  int terminal_ = -1;
+  std::string answer_;
+  std::string shown_;
+  std::size_t typed_at_ = 0;
+  std::size_t read_to_ = 0;
 };
 
 // The working directory is the test's own folder. A command line is what follows "tqctl" in a shell.
@@ -49,8 +61,8 @@ class ToolTest : public ProductTest {
   Json RunJson(const std::string& line, int status = 0) const;
   // The same for a failure, which must say so.
   void Fails(const std::string& line, const std::string& says, int status = 1) const;
-  // On a terminal, on which the text is typed when it is asked for; all that it shows is in `out`.
-  ToolResult RunOnTerminal(const std::string& line, const std::string& typed = "") const;
+  // On a terminal; all that it shows is in `out`.
+  ToolResult RunOnTerminal(const std::string& line, const std::string& answer = "") const;
 };
 
 }  // namespace vk::tq::testing
