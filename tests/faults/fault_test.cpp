@@ -149,12 +149,7 @@ class FaultTest : public Stage, public ::testing::WithParamInterface<Operation> 
 
   // How many points there were.
   static void TearDownTestSuite() {
-    int all = 0;
-    for (const auto& [kind, count] : points_) {
-      std::printf("%-16s %7d points\n", kind.c_str(), count);
-      all += count;
-    }
-    std::printf("%-16s %7d points\n", "all kinds", all);
+    for (const auto& [kind, count] : points_) std::printf("%-16s %7d points\n", kind, count);
   }
 
   struct Run {
@@ -189,9 +184,7 @@ class FaultTest : public Stage, public ::testing::WithParamInterface<Operation> 
     return run;
   }
 
-  std::vector<std::string> View() {
-    return operation_.view != nullptr ? operation_.view(*this) : std::vector<std::string>();
-  }
+  Pieces View() { return operation_.view != nullptr ? operation_.view(*this) : Pieces(); }
 
   // Learns what the operation does without a fault. Caches are filled when it is over.
   void Rehearse() {
@@ -208,8 +201,7 @@ class FaultTest : public Stage, public ::testing::WithParamInterface<Operation> 
     if (operation_.serve != nullptr) usleep(50000);  // the server closes its own ends
     descriptors_ = OpenDescriptors();
     const std::vector<std::string> names = Names();
-    for (const std::string& name : operation_.promise.also)
-      names_.push_back(native("jobs/" + name));
+    for (const std::string& name : promise_.also) names_.push_back(native("jobs/" + name));
     names_.insert(names_.end(), names.begin(), names.end());
     new_view_ = View();
   }
@@ -230,11 +222,11 @@ class FaultTest : public Stage, public ::testing::WithParamInterface<Operation> 
       if (fault.group == kRemove || IsWithoutMemory(fault)) break;
       EXPECT_TRUE(std::ranges::count(names_, name) > 0) << name << " is left behind";
     }
-    const std::vector<std::string> view = View();
+    const Pieces view = View();
     for (std::size_t i = 0; i < view.size(); ++i) {
       EXPECT_TRUE(view[i] == new_view_[i] || view[i] == old_view_[i] || IsAlsoAllowed(view[i]))
           << "piece " << i << " of the stored state is neither old nor new: " << view[i];
-      if (run.report && i < operation_.promise.sure_pieces) {
+      if (run.report && i < promise_.sure_pieces) {
         EXPECT_EQ(view[i], new_view_[i]);
       }
     }
@@ -243,22 +235,21 @@ class FaultTest : public Stage, public ::testing::WithParamInterface<Operation> 
   static bool IsWithoutMemory(const Fault& fault) { return fault.group == kMemory && fault.lasts; }
 
   bool IsAlsoAllowed(const std::string& text) const {
-    return std::ranges::count(operation_.promise.also, text) > 0;
+    return std::ranges::count(promise_.also, text) > 0;
   }
 
   void CheckReport(const Fault& fault, const Run& run) {
     if (!run.exception.empty()) {
       const bool is_allowed =
-          operation_.promise.throws == Throws::kFailures ||
-          (run.is_for_memory && (!is_made_ || operation_.promise.throws == Throws::kForMemory));
+          promise_.throws == Throws::kFailures ||
+          (run.is_for_memory && (!is_made_ || promise_.throws == Throws::kForMemory));
       EXPECT_TRUE(is_allowed) << "throws " << run.exception;
     } else if (run.report) {
       EXPECT_TRUE(run.report == report_ || IsAlsoAllowed(*run.report))
           << "reports a success with another value: " << *run.report;
-    } else if (operation_.promise.line != nullptr) {
+    } else if (promise_.line != nullptr) {
       const auto explains = [this](const LogLine& line) {
-        return line.level >= operation_.promise.level &&
-               line.function.starts_with(operation_.promise.line);
+        return line.level >= promise_.level && line.function.starts_with(promise_.line);
       };
       EXPECT_TRUE(std::ranges::any_of(lines_, explains)) << "fails without a line";
     }
@@ -301,6 +292,7 @@ class FaultTest : public Stage, public ::testing::WithParamInterface<Operation> 
       const Run run = Perform(fault, n);
       if (run.failed == nullptr) return;
       ++points_[fault.kind];
+      ++points_["all kinds"];
       const int parts = PartCount();
       Check(fault, run);
       CheckRecovery(fault, n);
@@ -313,8 +305,9 @@ class FaultTest : public Stage, public ::testing::WithParamInterface<Operation> 
 
   static constexpr Fault kNoFault = {"none", kOpen, 0};
 
-  static inline std::map<std::string, int> points_;
+  static inline std::map<const char*, int, std::less<std::string_view>> points_;
   const Operation& operation_ = GetParam();
+  const Promise& promise_ = operation_.promise;
   std::vector<LogLine> lines_;
   Prober prober_;
   std::vector<MutexIdentity> identities_;

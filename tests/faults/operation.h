@@ -27,13 +27,13 @@ class Stage : public ProductTest {
   std::wstring WorkPath(const std::wstring& name = L"") const;
   // Of what an operation leaves behind.
   std::vector<std::string> Names() const;
-  const std::wstring& job() const { return job_; }
-  const std::wstring& config() const { return config_; }
 
   // From here on an operation that is said to throw nothing may not throw for want of memory either.
   // In front of it stand the making of its object and of its arguments.
   void Made() { is_made_ = true; }
 
+  const std::wstring job = path(L"jobs\\Job0001");
+  const std::wstring config = product_path(L"config");
   std::uint16_t port = 0;  // where the operation's server listens
 
  protected:
@@ -42,8 +42,6 @@ class Stage : public ProductTest {
   bool is_made_ = false;
 
  private:
-  const std::wstring job_ = path(L"jobs\\Job0001");
-  const std::wstring config_ = product_path(L"config");
   const ScopedEnvironment temporary_{"TMPDIR", native("tmp").c_str()};
 };
 

@@ -49,7 +49,7 @@ constexpr auto kWriteAllInFile = [](Job& job) { return job.WriteAll(1); };
 
 template <int kStatus, auto kWriteIt = kWriteAll>
 void HoldJob(Stage& stage) {
-  Job job(stage.job().c_str());
+  Job job(stage.job.c_str());
   Fill(job.GetManageData(), kOldText, kStatus);
   ASSERT_EQ(kWriteIt(job), 1);
 }
@@ -69,7 +69,7 @@ Pieces ViewJob(Stage& stage) {
     (name.ends_with(".dat") ? status_file : numbered) += name;
   }
   if (!status_file.empty()) status_file = ReadNative(stage.native("jobs/Job0001.dat"));
-  Job job(stage.job().c_str());
+  Job job(stage.job.c_str());
   const bool is_read = job.ReadInformation() == 1;
   return {numbered, is_read ? ToUtf8(TextOf(job.GetManageData())) : "none", status_file};
 }
@@ -77,7 +77,7 @@ Pieces ViewJob(Stage& stage) {
 // A job operation with a new object, whose record is the new one.
 template <auto kOperation, int kStatus>
 Report OnJob(Stage& stage) {
-  Job job(stage.job().c_str());
+  Job job(stage.job.c_str());
   Fill(job.GetManageData(), kNewText, kStatus);
   stage.Made();
   const bool is_done = std::invoke(kOperation, job) == 1;
@@ -192,12 +192,12 @@ void HoldWhiteList(Stage& stage) {
   CWhiteListFileAccess list;
   list.Add(L"0", kOldText);
   list.Add(L"1", L"another");
-  ASSERT_EQ(list.Write(stage.config()), 1);
+  ASSERT_EQ(list.Write(stage.config), 1);
 }
 
 Pieces ViewWhiteList(Stage& stage) {
   CWhiteListFileAccess list;
-  return {list.Read(stage.config()) == 1 ? ToUtf8(TextOf(list)) : "none"};
+  return {list.Read(stage.config) == 1 ? ToUtf8(TextOf(list)) : "none"};
 }
 
 void HoldEnabledUsers(Stage& stage) {
@@ -208,14 +208,14 @@ void HoldEnabledUsers(Stage& stage) {
 
 void HoldEncipheredUsers(Stage& stage) {
   HoldEnabledUsers(stage);
-  ASSERT_EQ(CCrypto().CryptFileMake(stage.config() + L"\\EnableUsers.ini",
-                                    stage.config() + L"\\EnableUsers.dat"),
+  ASSERT_EQ(CCrypto().CryptFileMake(stage.config + L"\\EnableUsers.ini",
+                                    stage.config + L"\\EnableUsers.dat"),
             0);
 }
 
 Report OfEnabledUsers(Stage& stage) {
   CString accounts[3];
-  const CEnableUsersAccessor& users = *CEnableUsersAccessor::GetInstance(stage.config());
+  const CEnableUsersAccessor& users = *CEnableUsersAccessor::GetInstance(stage.config);
   int types = 0;
   const wchar_t* const names[] = {L"JOB", L"log", L"any"};
   for (int i = 0; i < 3; ++i) {
@@ -228,14 +228,14 @@ Report OfEnabledUsers(Stage& stage) {
 
 Report ReadWhiteList(Stage& stage) {
   CWhiteListFileAccess list;
-  const bool is_done = list.Read(stage.config()) == 1;
+  const bool is_done = list.Read(stage.config) == 1;
   return Reports(is_done, TextOf(list));
 }
 
 Report WriteWhiteList(Stage& stage) {
   CWhiteListFileAccess list;
   list.Add(L"3", kNewText);
-  return Reports(list.Write(stage.config()) == 1);
+  return Reports(list.Write(stage.config) == 1);
 }
 
 }  // namespace

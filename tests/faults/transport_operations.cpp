@@ -3,8 +3,8 @@
 #include "platform/service_table.h"
 #include "platform/system_info.h"
 #include "support/dns_server.h"
-#include "support/loopback_server.h"
 #include "support/scripted_ftp_peer.h"
+#include "support/shared_printer_server.h"
 #include "transport/ftp.h"
 #include "transport/shared_printer_communication.h"
 #include "transport/util_link.h"
@@ -51,14 +51,10 @@ Report OverFtp(Stage& stage) {
   return Reports(is_done);
 }
 
-constexpr auto kPut = [](CFtp& ftp, const wchar_t* folder) {
-  return ftp.FtpPut(folder, L"job.xml");
-};
-constexpr auto kPutAndVerify = [](CFtp& ftp, const wchar_t* folder) {
-  return ftp.FtpPutAndVerify(folder, L"job.xml", 1);
-};
-constexpr auto kGet = [](CFtp& ftp, const wchar_t* folder) {
-  return ftp.FtpGet(folder, L"remote.dat");
+constexpr auto kPut = [](CFtp& ftp, const wchar_t* at) { return ftp.FtpPut(at, L"job.xml"); };
+constexpr auto kGet = [](CFtp& ftp, const wchar_t* at) { return ftp.FtpGet(at, L"remote.dat"); };
+constexpr auto kPutAndVerify = [](CFtp& ftp, const wchar_t* at) {
+  return ftp.FtpPutAndVerify(at, L"job.xml", 1);
 };
 constexpr auto kFindSize = [](CFtp& ftp, const wchar_t*) {
   return ftp.FtpChangeCurrentDirectory(L"there") == 1 &&
@@ -68,18 +64,8 @@ constexpr auto kFindSize = [](CFtp& ftp, const wchar_t*) {
 // ---- Shared printer ----
 
 std::shared_ptr<void> ServePrinter(Stage& stage) {
-  auto server = std::make_shared<LoopbackServer>([](Peer& peer, int) {
-    const std::string head = peer.Read(8);
-    if (head.size() < 8) return;
-    if (!head.starts_with("CS02"))
-      peer.Read(static_cast<unsigned char>(head[7]) + 256U * static_cast<unsigned char>(head[6]));
-    const std::string time = "2026/1/2 3:04:05";
-    if (head.starts_with("CS01")) peer.Write("CR010");
-    if (head.starts_with("CS02")) {
-      peer.Write("CR02" + std::string(3, '\0') + static_cast<char>(time.size()) + time);
-    }
-    if (head.starts_with("CS06")) peer.Write("CR060");
-  });
+  const auto accept = [](const SharedPrinterServer::Request&) { return true; };
+  auto server = std::make_shared<SharedPrinterServer>(accept);
   stage.port = server->port();
   return server;
 }
