@@ -3,6 +3,7 @@
 #include <fcntl.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <csignal>
 #include <filesystem>
@@ -181,6 +182,18 @@ TEST_F(FileTest, AFullDiskShowsBeforeTheOldContentsAreTouched) {
   EXPECT_EQ(static_cast<int>(kErrorFileTooLarge), child.Wait());
   EXPECT_EQ("old", ReadNative(native("file")));
   EXPECT_THAT(All(), ElementsAre("file"));
+}
+
+TEST_F(FileTest, AReadFollowsLinksOfTheCallerAlone) {
+  WriteNative(native("secret"), "precious");
+  fs::create_symlink("secret", native("own"));
+  fs::create_symlink("own", native("twice"));
+  EXPECT_TRUE(ReadFile(path(L"twice")));
+  if (getuid() != 0) GTEST_SKIP() << "another user's link takes root to make";
+  fs::create_symlink("secret", native("planted"));
+  ASSERT_EQ(0, lchown(native("planted").c_str(), 65534, 65534));
+  EXPECT_FALSE(ReadFile(path(L"planted")));
+  EXPECT_EQ(5U, GetLastError());
 }
 
 TEST_F(FileTest, RenameReplacesNothing) {
