@@ -43,7 +43,8 @@ class Reader {
   // What comes next, behind blanks.
   char Peek() {
     rest_.remove_prefix(std::min(rest_.find_first_not_of(" \t\r"), rest_.size()));
-    return rest_.empty() ? '\0' : rest_.front();
+    if (rest_.empty()) throw std::runtime_error("JSON ends early");
+    return rest_.front();
   }
 
   char Take() {
