@@ -1,8 +1,5 @@
 #include "transport/ftp.h"
 
-#include <sys/stat.h>
-#include <unistd.h>
-
 #include <chrono>
 #include <filesystem>
 #include <functional>
@@ -211,14 +208,12 @@ TEST_F(FtpTest, ReportsFailuresAndCloses) {
 TEST_F(FtpTest, ADownloadKeepsTheRightsOfTheFileAndFollowsNoLink) {
   WriteNative(server_.home("a"), "new");
   WriteNative(native("in/a"), "old");
-  ASSERT_EQ(chmod(native("in/a").c_str(), 0640), 0);
+  std::filesystem::permissions(native("in/a"), std::filesystem::perms(0640));
   WriteNative(native("elsewhere"), "planted");
   Connect();
   EXPECT_EQ(ftp_.FtpGet(in_.c_str(), L"a"), 1);
   EXPECT_EQ(ReadNative(native("in/a")), "new");
-  struct stat info {};
-  ASSERT_EQ(stat(native("in/a").c_str(), &info), 0);
-  EXPECT_EQ(info.st_mode & 07777, 0640U);
+  EXPECT_EQ(std::filesystem::status(native("in/a")).permissions(), std::filesystem::perms(0640));
 
   std::filesystem::remove(native("in/a"));
   std::filesystem::create_symlink(native("elsewhere"), native("in/a"));
@@ -301,7 +296,9 @@ TEST_F(ScriptedFtpTest, RepeatsARefusedRename) {
   peer_.On("RNFR", [](Session&, const std::string&) { return false; });
   UsePort(peer_.port());
   Connect();
+  clock_.pauses.clear();
   EXPECT_EQ(Put(L"j.xml"), 0);
+  EXPECT_THAT(clock_.pauses, ElementsAre(25, 25)) << "one in front of the only try, one behind";
   EXPECT_EQ(last_line().code, 12030);
   EXPECT_EQ(peer_.commands().back(), "RNFR j.xm_");
   EXPECT_EQ(peer_.count("RNFR"), 1);
