@@ -88,8 +88,11 @@ Report OnJob(Stage& stage) {
 
 using Info = CNemiPrintInfoFileAccess;
 
-std::wstring InfoPath(Stage& stage) { return stage.path(L"jobs\\info.xml"); }
-std::wstring MovedPath(Stage& stage) { return stage.path(L"work\\info.xml"); }
+std::wstring InfoPath(Stage& stage) {
+  const Calm calm;
+  return stage.path(L"jobs\\info.xml");
+}
+std::wstring MovedPath(Stage& stage) { return stage.WorkPath(L"info.xml"); }
 
 void WriteInfo(const std::wstring& path, const wchar_t* text) {
   CNemiPrintInfoFileAccess info(path.c_str());
@@ -119,13 +122,8 @@ Pieces ViewInfo(Stage& stage) {
 
 template <auto kOperation>
 Report OnInfo(Stage& stage) {
-  std::wstring path, target;
-  {
-    const Calm calm;
-    path = InfoPath(stage);
-    target = stage.path(L"work");
-  }
-  CNemiPrintInfoFileAccess info(path.c_str());
+  const std::wstring target = stage.WorkPath();
+  CNemiPrintInfoFileAccess info(InfoPath(stage).c_str());
   {
     const Calm calm;
     info.GetNemiInfData().DocumentName = kNewText;

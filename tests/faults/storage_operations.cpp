@@ -1,4 +1,5 @@
 // Cipher and XML.
+#include <map>
 #include <type_traits>
 
 #include "faults/operation.h"
@@ -40,14 +41,12 @@ Report CipherBytes(Stage&) {
 }
 
 Report WriteText(Stage& stage) {
-  const std::wstring path = stage.WorkPath(L"text");
-  return Reports(CCrypto().CryptingStringWriter(kText, path) == 0);
+  return Reports(CCrypto().CryptingStringWriter(kText, stage.WorkPath(L"text")) == 0);
 }
 
 Report ReadText(Stage& stage) {
-  const std::wstring path = stage.WorkPath(L"text");
   CString text;
-  const bool is_done = CCrypto().CryptingStringReader(path, text) == 0;
+  const bool is_done = CCrypto().CryptingStringReader(stage.WorkPath(L"text"), text) == 0;
   return Reports(is_done, text);
 }
 
@@ -65,10 +64,7 @@ constexpr wchar_t kDocument[] =
 
 CStringArray TwoNames() {
   const Calm calm;
-  CStringArray names;
-  names.Add(L"a");
-  names.Add(L"b");
-  return names;
+  return {L"a", L"b"};
 }
 
 std::wstring Joined(const CStringArray& texts) {
@@ -80,7 +76,7 @@ std::wstring Joined(const CStringArray& texts) {
 
 std::wstring Joined(const CMapStringToString& texts) {
   const Calm calm;
-  std::map<std::wstring, std::wstring> sorted(texts.begin(), texts.end());
+  const std::map sorted(texts.begin(), texts.end());
   std::wstring joined;
   for (const auto& [name, text] : sorted) joined += name + L"=" + text + L";";
   return joined;
