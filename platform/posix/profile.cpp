@@ -7,7 +7,6 @@
 #include "platform/path.h"
 #include "platform/posix/profile_file.h"
 #include "platform/posix/profile_text.h"
-#include "platform/posix/spare_copy.h"
 #include "platform/text.h"
 
 namespace vk::tq {
@@ -114,7 +113,6 @@ std::vector<std::wstring> Profile::KeyNames(std::wstring_view section, std::size
 }
 
 std::optional<std::wstring> DecodeProfile(std::string_view bytes) {
-  bytes = bytes.substr(0, internal::SizeWithoutCopy(bytes));
   const internal::ProfileForm form = internal::FormOf(bytes);
   bytes.remove_prefix(form.mark_size);
   bytes.remove_suffix(bytes.size() % form.unit_size);  // half a code unit, as the editor has it

@@ -12,8 +12,9 @@
 namespace vk::tq::internal {
 namespace {
 
-// No record ends in these 16 bytes by chance, and no text has them.
-constexpr char kMark[] = "\x9e\x1b\xd4\x77\x03\xc8\x5a\xe1\x6f\x20\xb9\x8d\x44\xf2\x31\xa6";
+// No record ends in these 16 bytes by chance, and no text of a settings file can hold them: they are
+// ill-formed in UTF-8, UTF-16 (high surrogates without low ones) and code page 932.
+constexpr char kMark[] = "\x9e\x1b\xd4\x77\x03\xc8\xd8\xd8\xd8\xd8\xb9\x8d\x44\xf2\x31\xa6";
 constexpr std::size_t kMarkSize = sizeof kMark - 1;
 
 // What stands behind a copy.

@@ -15,6 +15,7 @@
 #include "platform/error.h"
 #include "platform/posix/native.h"
 #include "platform/posix/spare_copy.h"
+#include "platform/text.h"
 #include "support/json.h"
 #include "support/test_support.h"
 
@@ -277,6 +278,29 @@ TEST_F(ProfileTest, ACopyStandsForTheTextWhenItIsWhole) {
     EXPECT_EQ(1u, Profile(path_).SectionNames(kEnough).size());
     EXPECT_TRUE(Set(L"A", L"y", L""));
     EXPECT_EQ("[A]\nx=1\ny=\n" + comment, Bytes()) << cut;
+  }
+}
+
+TEST_F(ProfileTest, NoValueCanBeTheMarkOfACopy) {
+  Write("");
+  const FileDescriptor file(open(native_.c_str(), O_RDWR));
+  ASSERT_TRUE(internal::AppendSpareCopy(file.get(), 0, "", 0));
+  const std::string mark = Bytes().substr(0, 16);
+  std::wstring units = L"'";
+  for (const std::size_t begin : {0U, 1U}) {
+    for (std::size_t i = begin; i + 1 < mark.size(); i += 2) {
+      units += static_cast<wchar_t>(static_cast<unsigned char>(mark[i]) |
+                                    static_cast<unsigned char>(mark[i + 1]) << 8);
+    }
+  }
+  const std::wstring characters = DecodeText(932, mark).value_or(L"");
+  for (const std::string_view form : {std::string_view("\xFF\xFE"), std::string_view()}) {
+    for (const std::wstring& value : {units, characters}) {
+      const ScopedEnvironment code_page("TQ_ANSI_CODEPAGE", "932");
+      Changed(form, L"A", L"y", L"1");
+      EXPECT_TRUE(WriteProfile(path_, {{L"A", L"x", value}, {L"A", L"z", L"2"}}));
+      EXPECT_EQ(L"2", Get(L"A", L"z"));
+    }
   }
 }
 
