@@ -70,28 +70,32 @@ TEST_F(ProfileTest, AnswersAsRecorded) {
   for (std::size_t row = 0; row < rows.size(); ++row) {
     SCOPED_TRACE("row " + std::to_string(row));
     const auto wide = [](const Json& json, std::string_view name) {
-      return FromUtf8(json[name].text);
+      return FromUtf8(TextOf(json.at(name)));
     };
-    Write(FromHex(rows[row]["file"].text));
+    Write(FromHex(TextOf(rows[row].at("file"))));
     const Profile profile(path_);
-    for (const Json& get : rows[row]["get"].items) {
+    for (const Json& get : rows[row].at("get")) {
       const std::wstring section = wide(get, "section");
       const std::wstring key = wide(get, "key");
-      const auto size = static_cast<std::size_t>(get["size"].ToInt());
+      const auto size = static_cast<std::size_t>(get.at("size").get<int>());
       const std::wstring value = profile.GetString(section, key, L"<def>", size);
-      EXPECT_EQ(get["value"].text, ToUtf8(value)) << ToUtf8(section + L" " + key);
-      EXPECT_EQ(get["len"].ToInt(), static_cast<int>(value.size()));
-      EXPECT_EQ(get["int"].ToInt(), profile.GetInt(section, key, -3));
+      EXPECT_EQ(TextOf(get.at("value")), ToUtf8(value)) << ToUtf8(section + L" " + key);
+      EXPECT_EQ(get.at("len").get<int>(), static_cast<int>(value.size()));
+      EXPECT_EQ(get.at("int").get<int>(), profile.GetInt(section, key, -3));
     }
-    EXPECT_EQ(RecordedList(rows[row]["sections"].text), LineByLine(profile.SectionNames(kEnough)));
+    EXPECT_EQ(RecordedList(TextOf(rows[row].at("sections"))),
+              LineByLine(profile.SectionNames(kEnough)));
     const std::wstring keys_of = wide(rows[row], "keys_of");
-    EXPECT_EQ(RecordedList(rows[row]["keys"].text), LineByLine(profile.KeyNames(keys_of, kEnough)));
-    EXPECT_EQ(RecordedList(rows[row]["keys_12"].text), LineByLine(profile.KeyNames(keys_of, 12)));
-    for (const Json& set : rows[row]["set"].items) {
+    EXPECT_EQ(RecordedList(TextOf(rows[row].at("keys"))),
+              LineByLine(profile.KeyNames(keys_of, kEnough)));
+    EXPECT_EQ(RecordedList(TextOf(rows[row].at("keys_12"))),
+              LineByLine(profile.KeyNames(keys_of, 12)));
+    for (const Json& set : rows[row].at("set")) {
       const std::wstring section = wide(set, "section");
       const std::wstring key = wide(set, "key");
-      EXPECT_EQ(set["ok"].ToInt() == 1, Set(section, key, wide(set, "value")));
-      EXPECT_EQ(set["reads_back"].text, ToUtf8(Get(section, key))) << ToUtf8(section + L" " + key);
+      EXPECT_EQ(set.at("ok").get<int>() == 1, Set(section, key, wide(set, "value")));
+      EXPECT_EQ(TextOf(set.at("reads_back")), ToUtf8(Get(section, key)))
+          << ToUtf8(section + L" " + key);
     }
   }
 }

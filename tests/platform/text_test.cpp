@@ -221,14 +221,14 @@ TEST(TextTest, SplitsPathsAsRecorded) {
   const auto rows = ReadJsonLines(TQ_TEST_DATA "/paths.jsonl");
   ASSERT_EQ(150U, rows.size());
   for (const Json& row : rows) {
-    SCOPED_TRACE(row["path"].text);
-    const std::wstring path = FromUtf8(row["path"].text);
+    SCOPED_TRACE(TextOf(row.at("path")));
+    const std::wstring path = FromUtf8(TextOf(row.at("path")));
     const auto [drive, directory, name, extension] = SplitPath(path);
     const bool fits = std::max({directory.size(), name.size(), extension.size()}) <= 255;
-    EXPECT_EQ(row["fits"].ToInt() == 1, fits);
+    EXPECT_EQ(row.at("fits").get<int>() == 1, fits);
     const auto point = static_cast<int>(drive.size() + directory.size() + name.size());
-    EXPECT_EQ(row["ext_pos"].ToInt(), extension.empty() || !fits ? -1 : point);
-    EXPECT_EQ(row["path_find_extension"].text, ToUtf8(FindExtension(path)));
+    EXPECT_EQ(row.at("ext_pos").get<int>(), extension.empty() || !fits ? -1 : point);
+    EXPECT_EQ(TextOf(row.at("path_find_extension")), ToUtf8(FindExtension(path)));
   }
 }
 

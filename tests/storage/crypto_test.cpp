@@ -88,17 +88,18 @@ class CryptoTest : public ProductTest {
 
 TEST_F(CryptoTest, GivesTheBytesThatWereComputedIndependently) {
   for (const Json& row : ReadJsonLines(TQ_TEST_DATA "/storage.jsonl")) {
-    if (row["key_file"].is_null()) {
+    if (row.at("key_file").is_null()) {
       RemoveKeyFile();
     } else {
-      WriteKeyFile(row["key_file"].text);
+      WriteKeyFile(TextOf(row.at("key_file")));
     }
-    const bool is_long = row.Has("repeat");
-    const CString text = is_long ? FromUtf8(Varied(static_cast<std::size_t>(row["length"].ToInt())))
-                                 : FromUtf8(row["text"].text);
+    const bool is_long = row.contains("repeat");
+    const CString text =
+        is_long ? FromUtf8(Varied(static_cast<std::size_t>(row.at("length").get<int>())))
+                : FromUtf8(TextOf(row.at("text")));
     Write(text, "string");
     EXPECT_EQ(Read("string"), text);
-    const std::string data = is_long ? ToUtf8(text) : FromHex(row["data"].text);
+    const std::string data = is_long ? ToUtf8(text) : FromHex(TextOf(row.at("data")));
     WriteNative(native("data"), data);
     ASSERT_EQ(crypto_.CryptFileMake(path(L"data"), path(L"file")), 0);
     ASSERT_EQ(crypto_.DecryptFileMake(path(L"file"), path(L"back")), 0);
@@ -108,16 +109,16 @@ TEST_F(CryptoTest, GivesTheBytesThatWereComputedIndependently) {
     EXPECT_TRUE(ReadNative(native("back")) == back);
 
     if (is_long) {
-      EXPECT_EQ(HexOfSha256(ReadNative(native("string"))), row["string_file_sha256"].text);
-      EXPECT_EQ(HexOfSha256(file), row["source_file_sha256"].text);
+      EXPECT_EQ(HexOfSha256(ReadNative(native("string"))), TextOf(row.at("string_file_sha256")));
+      EXPECT_EQ(HexOfSha256(file), TextOf(row.at("source_file_sha256")));
       continue;
     }
-    EXPECT_EQ(ToHex(CryptoTestAccess::KeyBytes(crypto_)), row["key_bytes"].text);
-    EXPECT_EQ(ToHex(ReadNative(native("string"))), row["string_file"].text);
-    EXPECT_EQ(ToHex(file), row["source_file"].text);
+    EXPECT_EQ(ToHex(CryptoTestAccess::KeyBytes(crypto_)), TextOf(row.at("key_bytes")));
+    EXPECT_EQ(ToHex(ReadNative(native("string"))), TextOf(row.at("string_file")));
+    EXPECT_EQ(ToHex(file), TextOf(row.at("source_file")));
     CByteArray cipher;
     crypto_.EncryptByTripleDesToByteArray(text, cipher);
-    EXPECT_EQ(ToHex(FromArray(cipher)), row["text_to_bytes"].text);
+    EXPECT_EQ(ToHex(FromArray(cipher)), TextOf(row.at("text_to_bytes")));
     EXPECT_EQ(crypto_.DecryptByTripleDESToByteArray(cipher), text);
   }
 }

@@ -1,31 +1,28 @@
-// Reads JSON (RFC 8259): the recorded facts in tests/data, files with one value in each line, and
-// what programs print.
+// JSON: the recorded facts in tests/data, files with one value in each line, and what programs print.
 #pragma once
 
+#include <fstream>
+#include <nlohmann/json.hpp>
+#include <stdexcept>
 #include <string>
-#include <string_view>
 #include <vector>
 
 namespace vk::tq::testing {
 
-struct Json {
-  // Of a string its contents as UTF-8, of a number or a literal its characters.
-  std::string text;
-  // The elements of an array, or the members of an object, whose names stand in the same order.
-  std::vector<Json> items;
-  std::vector<std::string> names;
+// Its `at` and `parse` throw for what is not there and for what is no JSON.
+using Json = nlohmann::json;
 
-  bool is_null() const { return text == "null"; }
-  bool Has(std::string_view name) const;
-  // The member of that name; throws std::out_of_range without one.
-  const Json& operator[](std::string_view name) const;
-  int ToInt() const { return std::stoi(text); }
-};
+// Of a string its contents, of anything else its characters.
+inline std::string TextOf(const Json& value) {
+  return value.is_string() ? value.get<std::string>() : value.dump();
+}
 
-// Throws std::runtime_error for a text that is no JSON value with nothing but a line end behind it.
-Json ParseJson(std::string_view text);
-
-// Throws std::runtime_error for a file that cannot be read or is no such file.
-std::vector<Json> ReadJsonLines(const std::string& native);
+inline std::vector<Json> ReadJsonLines(const std::string& native) {
+  std::ifstream in(native);
+  std::vector<Json> values;
+  for (std::string line; std::getline(in, line);) values.push_back(Json::parse(line));
+  if (values.empty()) throw std::runtime_error("nothing in " + native);
+  return values;
+}
 
 }  // namespace vk::tq::testing

@@ -19,7 +19,7 @@ class CryptToolTest : public ToolTest {};
 TEST_F(CryptToolTest, AKeyFileIsMadeOnceForItsOwnerAlone) {
   const std::string key_file = product_native("config/data.dat");
   std::filesystem::remove_all(product_native());
-  EXPECT_EQ(RunJson("crypt keygen")["key_file"].text, key_file);
+  EXPECT_EQ(TextOf(RunJson("crypt keygen").at("key_file")), key_file);
   const std::string key = ReadNative(key_file);
   EXPECT_THAT(key, MatchesRegex("[-+A-Za-z0-9]+"));
   EXPECT_EQ(key.size(), 32U);
@@ -37,7 +37,7 @@ TEST_F(CryptToolTest, AKeyFileIsMadeOnceForItsOwnerAlone) {
 
 TEST_F(CryptToolTest, ACheckJudgesTheKeyFile) {
   ASSERT_EQ(Run("crypt text text", "ひみつ").status, 0);
-  EXPECT_EQ(RunJson("crypt check text")["deciphers"].text, "true");
+  EXPECT_EQ(TextOf(RunJson("crypt check text").at("deciphers")), "true");
   const struct {
     std::string key;
     int status;
@@ -52,14 +52,14 @@ TEST_F(CryptToolTest, ACheckJudgesTheKeyFile) {
   for (const auto& one : cases) {
     WriteKeyFile(one.key);
     const Json check = RunJson("crypt check", one.status);
-    EXPECT_THAT(check["verdict"].text, HasSubstr(one.verdict));
-    EXPECT_EQ(check["length"].text, std::to_string(one.key.size()));
-    EXPECT_EQ(check["good"].text, one.status == 0 ? "true" : "false");
+    EXPECT_THAT(TextOf(check.at("verdict")), HasSubstr(one.verdict));
+    EXPECT_EQ(TextOf(check.at("length")), std::to_string(one.key.size()));
+    EXPECT_EQ(TextOf(check.at("good")), one.status == 0 ? "true" : "false");
   }
   WriteKeyFile("another");
-  EXPECT_EQ(RunJson("crypt check text", 1)["deciphers"].text, "false");
+  EXPECT_EQ(TextOf(RunJson("crypt check text", 1).at("deciphers")), "false");
   RemoveKeyFile();
-  EXPECT_EQ(RunJson("crypt check", 1)["exists"].text, "false");
+  EXPECT_EQ(TextOf(RunJson("crypt check", 1).at("exists")), "false");
   EXPECT_THAT(Run("crypt text zeros", "x").error, HasSubstr("a key of zeros"));
 }
 
@@ -67,14 +67,14 @@ TEST_F(CryptToolTest, TextsAndFilesGoThereAndBack) {
   const std::string text = "ひみつ\n\033[1m\"\\";
   ASSERT_EQ(Run("crypt text t", text).status, 0);
   EXPECT_EQ(Run("crypt untext t").out, text);
-  EXPECT_EQ(RunJson("crypt untext t")["text"].text, text);
+  EXPECT_EQ(TextOf(RunJson("crypt untext t").at("text")), text);
   EXPECT_THAT(RunOnTerminal("crypt untext t").out, HasSubstr("\\x1b[1m"));
   EXPECT_EQ(Run("crypt text none", "\xFF").status, 1);
   EXPECT_EQ(Run("crypt text none", std::string("a\0b", 3)).status, 1);
   EXPECT_FALSE(ExistsNative("none"));
 
   WriteNative(native("plain"), std::string("data\0\xFF", 6));
-  EXPECT_EQ(RunJson("crypt encrypt plain c")["bytes"].text, "16");
+  EXPECT_EQ(TextOf(RunJson("crypt encrypt plain c").at("bytes")), "16");
   RunJson("crypt decrypt c back");
   EXPECT_EQ(ReadNative("back"), std::string("data\0\xFF", 6) + std::string(10, '\0'));
 
@@ -87,12 +87,12 @@ TEST_F(CryptToolTest, TextsAndFilesGoThereAndBack) {
 
 TEST_F(CryptToolTest, APrintInformationFileIsSetShownMovedAndDeleted) {
   const std::string set = "nemi set J.tmp --field ";
-  EXPECT_EQ(RunJson(set + "NUpName=2in1 --field Copies=1")["new"].text, "true");
-  EXPECT_EQ(RunJson(set + "Copies=2")["new"].text, "false");
+  EXPECT_EQ(TextOf(RunJson(set + "NUpName=2in1 --field Copies=1").at("new")), "true");
+  EXPECT_EQ(TextOf(RunJson(set + "Copies=2").at("new")), "false");
   const Json shown = RunJson("nemi show J.tmp");
-  EXPECT_EQ(shown["NUpName"].text, "2in1") << "the library does not read it";
-  EXPECT_EQ(shown["Copies"].text, "2");
-  EXPECT_EQ(shown.names.size(), 47U);
+  EXPECT_EQ(TextOf(shown.at("NUpName")), "2in1") << "the library does not read it";
+  EXPECT_EQ(TextOf(shown.at("Copies")), "2");
+  EXPECT_EQ(shown.size(), 47U);
 
   WriteKeyFile("another");
   RunJson(set + "Copies=3", 1);
@@ -100,7 +100,7 @@ TEST_F(CryptToolTest, APrintInformationFileIsSetShownMovedAndDeleted) {
   RunJson("nemi move J.tmp 'no folder'", 1);
   std::filesystem::create_directory("to");
   RunJson("nemi move J.tmp to");
-  EXPECT_EQ(RunJson("nemi show to/J.xml")["Copies"].text, "2");
+  EXPECT_EQ(TextOf(RunJson("nemi show to/J.xml").at("Copies")), "2");
   RunJson("nemi delete to/J.xml");
   RunJson("nemi delete to/J.xml", 1);
   RunJson(set + "FilePath=x", 2);
@@ -108,7 +108,7 @@ TEST_F(CryptToolTest, APrintInformationFileIsSetShownMovedAndDeleted) {
 
 TEST_F(CryptToolTest, ALockIsHeldUntilEnterOrASignal) {
   const std::string name = "'tqctl test " + std::to_string(getpid()) + "'";
-  const auto state = [&] { return RunJson("lock probe " + name).items.at(0)["state"].text; };
+  const auto state = [&] { return TextOf(RunJson("lock probe " + name).at(0).at("state")); };
   EXPECT_EQ(state(), "free");
   for (const int signal : {0, SIGINT, SIGTERM}) {
     Terminal holder("lock hold " + name);
@@ -124,7 +124,7 @@ TEST_F(CryptToolTest, ALockIsHeldUntilEnterOrASignal) {
   holder.Wait();
   EXPECT_EQ(state(), "abandoned");
   EXPECT_EQ(state(), "free");
-  EXPECT_EQ(RunJson("lock probe").items.size(), 5U);
+  EXPECT_EQ(RunJson("lock probe").size(), 5U);
 }
 
 }  // namespace

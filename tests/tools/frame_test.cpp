@@ -78,7 +78,7 @@ TEST_F(FrameTest, WrongUsageIsToldFromFailure) {
     EXPECT_EQ(result.status, 2);
     EXPECT_THAT(result.error,
                 AllOf(HasSubstr("--help"), HasSubstr(word.substr(word.rfind(' ') + 1))));
-    EXPECT_EQ(RunJson(word, 2)["error"].names.size(), 2U);
+    EXPECT_EQ(RunJson(word, 2).at("error").size(), 2U);
   }
 }
 

@@ -21,16 +21,16 @@ class JobToolTest : public ToolTest {
 
 TEST_F(JobToolTest, AJobIsMadeChangedShownAndDeleted) {
   const std::string fields = "--field userid=山田 --field comment=a=b --field spoolsize=-7";
-  EXPECT_EQ(RunJson("job new jobs/J1.xyz --status 5 " + fields)["file"].text, "jobs/J1.005");
+  EXPECT_EQ(TextOf(RunJson("job new jobs/J1.xyz --status 5 " + fields).at("file")), "jobs/J1.005");
   RunJson("job set jobs/J1 --field 'printername=2F 複合機' --field userid=");
   const Json job = Show("J1.005");
-  EXPECT_EQ(job["status"].text, "5");
-  EXPECT_EQ(job["userid"].text, "");
-  EXPECT_EQ(job["comment"].text, "a=b");
-  EXPECT_EQ(job["spoolsize"].text, "-7");
-  EXPECT_EQ(job["printername"].text, "2F 複合機");
-  EXPECT_FALSE(job.Has("ErrorMessage")) << "there is no status file yet";
-  EXPECT_EQ(RunJson("job delete jobs/J1")["deleted"].text, "jobs/J1");
+  EXPECT_EQ(TextOf(job.at("status")), "5");
+  EXPECT_EQ(TextOf(job.at("userid")), "");
+  EXPECT_EQ(TextOf(job.at("comment")), "a=b");
+  EXPECT_EQ(TextOf(job.at("spoolsize")), "-7");
+  EXPECT_EQ(TextOf(job.at("printername")), "2F 複合機");
+  EXPECT_FALSE(job.contains("ErrorMessage")) << "there is no status file yet";
+  EXPECT_EQ(TextOf(RunJson("job delete jobs/J1").at("deleted")), "jobs/J1");
   EXPECT_THAT(ListNative("jobs"), ElementsAre());
 }
 
@@ -50,7 +50,7 @@ TEST_F(JobToolTest, AChangeOfStatusKeepsTheStatusFilesKeys) {
   std::filesystem::rename("jobs/J.096", "jobs/J.099");
   RunJson("job set jobs/J --field comment=d");
   EXPECT_THAT(ListNative("jobs"), ElementsAre("J.099", "J.dat"));
-  EXPECT_EQ(Show("J")["status"].text, "96");
+  EXPECT_EQ(TextOf(Show("J").at("status")), "96");
 
   // What can be read of a message is its beginning.
   RunJson("job set jobs/J --field ErrorMessage=" + std::string(300, 'x'));
@@ -71,7 +71,7 @@ TEST_F(JobToolTest, WhatCannotBeDecipheredIsNotLost) {
   WriteKeyFile(std::string(34, 'k'));
   Fails("job new jobs/K", "longer than 33 bytes");
   WriteKeyFile();
-  EXPECT_EQ(Show("J")["userid"].text, "u");
+  EXPECT_EQ(TextOf(Show("J").at("userid")), "u");
 }
 
 TEST_F(JobToolTest, FailuresAndWrongUsage) {
@@ -136,9 +136,9 @@ TEST_F(JobToolTest, AWatchFollowsWhatOtherProcessesDo) {
   RunJson("job new jobs/Old");
   Terminal watch("job list jobs --watch --json | cat");  // each line is there at once
   const auto next = [&] {
-    const Json change = ParseJson(watch.ReadLine());
-    const std::string status = change.Has("status") ? change["status"].text : "-";
-    return change["change"].text + " " + change["job"].text + " " + status;
+    const Json change = Json::parse(watch.ReadLine());
+    const std::string status = change.contains("status") ? TextOf(change.at("status")) : "-";
+    return TextOf(change.at("change")) + " " + TextOf(change.at("job")) + " " + status;
   };
   EXPECT_EQ(next(), "new Old 0");
   RunJson("job new jobs/J --status 99");

@@ -58,12 +58,13 @@ TEST_F(SettingsTool, CheckJoinsEachKeyWithWhatTheLibrarySays) {
        "Data\\ORV-INC\\Velkorandia\\Tessaloquin\\LomuInf failure 120200600 120200230"},
   };
   const Json checked = RunJson("settings check --transfer", 1);
-  EXPECT_EQ(checked["exists"].text, "true");
-  EXPECT_EQ(checked["settings"].items.size(), 55u);
+  EXPECT_EQ(TextOf(checked.at("exists")), "true");
+  EXPECT_EQ(checked.at("settings").size(), 55u);
   std::map<std::string, std::string> rows;
-  for (const Json& row : checked["settings"].items) {
-    std::string& says = rows[row["key"].text] = row["value"].text + " " + row["state"].text;
-    for (const Json& line : row["lines"].items) says += " " + line["number"].text;
+  for (const Json& row : checked.at("settings")) {
+    std::string& says = rows[TextOf(row.at("key"))] =
+        TextOf(row.at("value")) + " " + TextOf(row.at("state"));
+    for (const Json& line : row.at("lines")) says += " " + TextOf(line.at("number"));
   }
   for (const auto& [key, says] : expected) EXPECT_EQ(rows[key], says) << key;
 
@@ -103,7 +104,7 @@ TEST_F(SettingsTool, SetWritesTheKeysThatHaveWritersAndTellsWhatStands) {
   for (const auto& row : rows) {
     const Json result = RunJson("settings set " + row.key + " '" + row.value + "'", row.status);
     if (row.status == 0) {
-      EXPECT_EQ(result["value"].text, row.value);
+      EXPECT_EQ(TextOf(result.at("value")), row.value);
     }
   }
   EXPECT_THAT(ReadNative(product_native("config/Client.ini")), HasSubstr("192.0.2.1"));
@@ -140,8 +141,8 @@ TEST_F(SettingsTool, AccountAsksWithoutEchoAndPrintsLinesOfClientIni) {
 TEST_F(SettingsTool, SystemShowsEveryItemBesideItsDefault) {
   WriteNative(native("site.csv"), "13,10\r\n59,3,\"両面,白黒\"\r\n66,,\"1,2\"\r\n");
   std::map<std::string, std::string> values;
-  for (const Json& row : RunJson("system show site.csv").items) {
-    values[row["name"].text] = row["value"].text + "|" + row["default"].text;
+  for (const Json& row : RunJson("system show site.csv")) {
+    values[TextOf(row.at("name"))] = TextOf(row.at("value")) + "|" + TextOf(row.at("default"));
   }
   EXPECT_EQ(values.size(), 44u);
   EXPECT_EQ(values["EmsUpdateCycle"], "10|5");

@@ -98,11 +98,12 @@ ToolResult ToolTest::Run(const std::string& line, const std::string& input) cons
 Json ToolTest::RunJson(const std::string& line, int status) const {
   const ToolResult result = Run(line + " --json");
   EXPECT_EQ(result.status, status) << line << result.out << result.error;
-  return ParseJson(result.out);
+  return Json::parse(result.out);
 }
 
 void ToolTest::Fails(const std::string& line, const std::string& says, int status) const {
-  EXPECT_THAT(RunJson(line, status)["error"]["message"].text, ::testing::HasSubstr(says)) << line;
+  EXPECT_THAT(TextOf(RunJson(line, status).at("error").at("message")), ::testing::HasSubstr(says))
+      << line;
 }
 
 ToolResult ToolTest::RunOnTerminal(const std::string& line, const std::string& answer) const {

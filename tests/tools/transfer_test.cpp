@@ -38,8 +38,8 @@ TEST_F(TransferTool, FilesGoAndComeWithTheAccountOfClientIni) {
   WriteNative(product_native("config/Client.ini"), "[Setting]\nP1=127.0.0.1\n" + account.out);
 
   const Json sent = RunJson("ftp put job.xml big.dat");
-  EXPECT_EQ(sent["files"].items.size(), 2u);
-  EXPECT_EQ(sent["server"].text, "127.0.0.1");
+  EXPECT_EQ(sent.at("files").size(), 2u);
+  EXPECT_EQ(TextOf(sent.at("server")), "127.0.0.1");
   EXPECT_EQ(ReadNative(server_.home("job.xml")), "<a/>");
   RunJson("ftp put job.xml --verify 2");
   RunJson("ftp verify job.xml big.dat");
@@ -102,7 +102,7 @@ TEST_F(TransferTool, TheSharedPrinterServerIsCalled) {
   };
   call("send job.xml");
   call("print Job1 --user 山田 --client PC-1");
-  EXPECT_THAT(call("time")["time"].text, HasSubstr("20"));
+  EXPECT_THAT(TextOf(call("time").at("time")), HasSubstr("20"));
   WriteNative(native("refused.xml"), "x");
   call("send refused.xml --retries 1", 1);
   {
@@ -126,8 +126,9 @@ TEST_F(TransferTool, ANameComesFromDns) {
   const auto ask = [&](const std::string& address, const std::string& server, int status) {
     return RunJson("fqdn " + address + " --server " + server, status);
   };
-  EXPECT_EQ(ask("192.0.2.1", "127.0.0.1", 0)["name"].text, "printer.example");
-  EXPECT_THAT(ask("192.0.2.2", "127.0.0.1", 1)["error"]["message"].text, HasSubstr("no such name"));
+  EXPECT_EQ(TextOf(ask("192.0.2.1", "127.0.0.1", 0).at("name")), "printer.example");
+  EXPECT_THAT(TextOf(ask("192.0.2.2", "127.0.0.1", 1).at("error").at("message")),
+              HasSubstr("no such name"));
   ask("printer", "127.0.0.1", 2);
   ask("192.0.2.1", "printer", 2);
 }

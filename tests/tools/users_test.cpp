@@ -19,13 +19,13 @@ TEST_F(UsersTool, UserDataIsSetFieldByFieldInEachOfItsPlaces) {
     EXPECT_TRUE(ExistsNative(file)) << file;
     RunJson("user set " + option + "--field PrintUserNo=");
     const Json data = RunJson("user show " + option);
-    EXPECT_EQ(data["UserID"].text, "山田");
-    EXPECT_EQ(data["PrintUserNo"].text, "");
+    EXPECT_EQ(TextOf(data.at("UserID")), "山田");
+    EXPECT_EQ(TextOf(data.at("PrintUserNo")), "");
     for (const char* wrong : {"--field NoSuch=1", "--field UserID", ""}) {
       RunJson("user set " + option + wrong, 2);
     }
-    EXPECT_EQ(RunJson("user delete " + option)["deleted"].text, "true");
-    EXPECT_EQ(RunJson("user delete " + option)["deleted"].text, "false");
+    EXPECT_EQ(TextOf(RunJson("user delete " + option).at("deleted")), "true");
+    EXPECT_EQ(TextOf(RunJson("user delete " + option).at("deleted")), "false");
     EXPECT_FALSE(ExistsNative(file)) << file;
   }
   RunJson("user show --service --shared", 2);
@@ -53,7 +53,7 @@ TEST_F(UsersTool, AListIsPackedAskedAndUnpacked) {
   };
   for (const auto& [who, found] : rows) {
     const Json answer = RunJson("users lookup " + who);
-    EXPECT_EQ(answer["list"].text + " " + answer["account"].text, found) << who;
+    EXPECT_EQ(TextOf(answer.at("list")) + " " + TextOf(answer.at("account")), found) << who;
   }
 
   // What comes back ends where the list ended, in every encoding and length.
@@ -75,20 +75,20 @@ TEST_F(UsersTool, AListIsPackedAskedAndUnpacked) {
 }
 
 TEST_F(UsersTool, PrintersAreAddedListedAndTested) {
-  EXPECT_TRUE(RunJson("printers list").items.empty());
+  EXPECT_TRUE(RunJson("printers list").empty());
   RunJson("printers add 0 'レシート*'");
   RunJson("printers add 3 Label");
   RunJson("printers add 4 x", 2);
   RunJson("printers add 0 x --dir none", 1);
   const Json list = RunJson("printers list");
-  ASSERT_EQ(list.items.size(), 2u);
-  EXPECT_EQ(list.items[0]["name"].text, "レシート*");
-  EXPECT_EQ(list.items[1]["attribute"].text, "driver");
+  ASSERT_EQ(list.size(), 2u);
+  EXPECT_EQ(TextOf(list[0].at("name")), "レシート*");
+  EXPECT_EQ(TextOf(list[1].at("attribute")), "driver");
 
-  EXPECT_EQ(RunJson("printers test 'レシート 1F'")["listed"].text, "true");
-  EXPECT_EQ(RunJson("printers test 2F")["listed"].text, "false");
-  EXPECT_EQ(RunJson("printers test Label")["listed"].text, "false");
-  EXPECT_EQ(RunJson("printers test 2F --driver 'A Label 3'")["listed"].text, "true");
+  EXPECT_EQ(TextOf(RunJson("printers test 'レシート 1F'").at("listed")), "true");
+  EXPECT_EQ(TextOf(RunJson("printers test 2F").at("listed")), "false");
+  EXPECT_EQ(TextOf(RunJson("printers test Label").at("listed")), "false");
+  EXPECT_EQ(TextOf(RunJson("printers test 2F --driver 'A Label 3'").at("listed")), "true");
   WriteKeyFile(std::string(34, 'x'));
   RunJson("printers add 1 x", 1);
 }
