@@ -73,7 +73,6 @@ class TQ_EXPORT CSharedPrinterCommunication : public CObject {
   CTime GetServerTime(const CString& unused);
 
  private:
-  friend class SharedPrinterCommunicationTest;
   class Exchange;
 
   unsigned long Connect();
