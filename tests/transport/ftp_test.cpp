@@ -1,11 +1,8 @@
 #include "transport/ftp.h"
 
-#include <chrono>
 #include <filesystem>
 #include <functional>
-#include <thread>
 
-#include "platform/error.h"
 #include "support/ftp_client_test.h"
 #include "support/ftp_server.h"
 #include "support/scripted_ftp_peer.h"
@@ -14,14 +11,9 @@ namespace vk::tq {
 namespace {
 
 using namespace testing;
-using ::testing::AllOf;
 using ::testing::Contains;
-using ::testing::Each;
 using ::testing::ElementsAre;
 using ::testing::HasSubstr;
-using ::testing::IsEmpty;
-using ::testing::Not;
-using ::testing::SizeIs;
 
 using Session = ScriptedFtpPeer::Session;
 
@@ -33,6 +25,7 @@ LogLine Line(int level, int number, const wchar_t* operation, const std::wstring
   return {level, number, std::wstring(L"CFtp::") + operation, text, {}, code};
 }
 
+constexpr const wchar_t* kNoUpload = L"アップロードに失敗しました。";
 const LogLine kClosed = Line(3, 130014, L"FtpDisConnect", L"FTPセッションを開放しました。");
 
 void MakeSparse(const std::string& native, std::uint64_t size) {
@@ -65,7 +58,6 @@ TEST_F(FtpTest, MovesFilesOverOneConnection) {
   WriteNative(native("out/a.dat"), bytes);
   WriteNative(native("out/empty"), "");
   WriteNative(native("out/J.XML"), "<a/>");
-  WriteNative(native("out/b.xml.dat"), "b");
   WriteNative(native("in/a.dat"), "an older and longer file that is here already");
 
   Connect();
@@ -90,9 +82,7 @@ TEST_F(FtpTest, MovesFilesOverOneConnection) {
           Line(3, 130011, L"FtpPutAndVerify",
                L"アップロードが完了しました。リトライ回数: [0]/[2]")));
   EXPECT_THAT(clock_.pauses, ElementsAre(25, 25));
-  for (const wchar_t* name : {L"empty", L"b.xml.dat"}) {
-    EXPECT_EQ(ftp_.FtpPut(out_.c_str(), name), 1);
-  }
+  EXPECT_EQ(ftp_.FtpPut(out_.c_str(), L"empty"), 1);
   EXPECT_EQ(ftp_.FtpGet(in_.c_str(), L"a.dat"), 1);
   EXPECT_EQ(ftp_.FtpGet(in_.c_str(), L"empty"), 1);
   ClearLog();
@@ -100,37 +90,29 @@ TEST_F(FtpTest, MovesFilesOverOneConnection) {
   EXPECT_EQ(ftp_.IsConnect(), 0);
   EXPECT_THAT(log_.lines(), ElementsAre(kClosed));
 
-  EXPECT_THAT(ListNative(server_.home("jobs")),
-              ElementsAre("J.XML", "a.dat", "b.xml.dat", "empty"));
+  EXPECT_THAT(ListNative(server_.home("jobs")), ElementsAre("J.XML", "a.dat", "empty"));
   EXPECT_EQ(ReadNative(native("in/a.dat")), bytes);
   EXPECT_EQ(ReadNative(native("in/empty")), "");
-  EXPECT_EQ(server_.LogIns(), 1);
   const std::vector<std::string> dialogue = server_.Dialogue();
-  EXPECT_THAT(dialogue, Contains(HasSubstr("CWD")).Times(1));
+  EXPECT_THAT(dialogue, Contains(HasSubstr("PASS")).Times(1));
   EXPECT_THAT(dialogue, Contains(HasSubstr("STOR J.xm_")));
   EXPECT_THAT(dialogue, Contains(HasSubstr("RNTO J.XML -> 250")));
 }
 
 TEST_F(FtpTest, TakesNamesToTheLetter) {
   Connect();
-  std::vector<std::string> names = {"two  blanks.dat", " edge ",     "日本語 表.xml",
-                                    "50%41.dat",       "'q\"q'.dat", "#1;type=a?x=y&z.dat",
-                                    "[a]{b}*?.dat",    "-l",         "~root",
-                                    "a+b,c@d:e|f.dat"};
+  std::vector<std::string> names = {" edge ", "-l",     "日本語 表.xml",   "50%41.dat",
+                                    "~root",  "[a]*?.", "#1;type=a?x=y&z", "a+b,c@d:e|f"};
   for (const std::string& name : names) {
-    SCOPED_TRACE(name);
     const std::wstring wide = FromUtf8(name);
     WriteNative(native("out/" + name), name);
-    EXPECT_EQ(ftp_.FtpPut(out_.c_str(), wide.c_str()), 1);
+    EXPECT_EQ(ftp_.FtpPut(out_.c_str(), wide.c_str()), 1) << name;
     EXPECT_EQ(ftp_.FtpGet(in_.c_str(), wide.c_str()), 1);
     EXPECT_EQ(ReadNative(native("in/" + name)), name);
-    EXPECT_EQ(ftp_.FtpSizeVerify(path(L"out\\" + wide), wide.c_str()), 1);
     EXPECT_EQ(ftp_.FtpSizeVerifyFindFirst(nullptr, wide.c_str(), name.size()), 1);
   }
   std::ranges::sort(names);
   EXPECT_EQ(ListNative(server_.home()), names);
-  ftp_.FtpDisConnect();
-  EXPECT_EQ(server_.LogIns(), 1);
 }
 
 TEST_F(FtpTest, SendsNamesInTheAnsiCodePage) {
@@ -144,7 +126,6 @@ TEST_F(FtpTest, SendsNamesInTheAnsiCodePage) {
   WriteNative(native("out/한.dat"), "x");
   EXPECT_EQ(ftp_.FtpPut(out_.c_str(), L"한.dat"), 0);
   EXPECT_EQ(log_.lines(3).back().code, 123);
-  EXPECT_THAT(ListNative(server_.home()), ElementsAre("\x95\x5c.dat"));
 }
 
 TEST_F(FtpTest, ComparesSizesBeyond32Bits) {
@@ -180,19 +161,15 @@ TEST_F(FtpTest, ComparesSizesBeyond32Bits) {
 
 TEST_F(FtpTest, ReportsFailuresAndCloses) {
   const wchar_t* const no_directory = L"リモートのカレントディレクトリ設定エラーが発生しました。";
-  const wchar_t* const no_download = L"ダウンロードに失敗しました。";
-  const wchar_t* const no_upload = L"アップロードに失敗しました。";
   const std::pair<std::function<int()>, LogLine> cases[] = {
       {[&] { return ftp_.FtpChangeCurrentDirectory(L"missing"); },
        Line(3, 130008, L"FtpChangeCurrentDirectory", no_directory, 12003)},
       {[&] { return ftp_.FtpGet(in_.c_str(), L"missing"); },
-       Line(3, 130006, L"FtpGet", no_download, 12003)},
-      {[&] { return ftp_.FtpGet(path(L"no folder").c_str(), L"missing"); },
-       Line(3, 130006, L"FtpGet", no_download, 3)},
+       Line(3, 130006, L"FtpGet", L"ダウンロードに失敗しました。", 12003)},
       {[&] { return ftp_.FtpPut(out_.c_str(), L"missing.xml"); },
-       Line(3, 130010, L"FtpPut", no_upload, 2)},
+       Line(3, 130010, L"FtpPut", kNoUpload, 2)},
       {[&] { return ftp_.FtpPutAndVerify(out_.c_str(), L"missing", 9); },
-       Line(3, 130010, L"FtpPutAndVerify", no_upload, 2)},
+       Line(3, 130010, L"FtpPutAndVerify", kNoUpload, 2)},
   };
   for (const auto& [operation, line] : cases) {
     Connect();
@@ -200,9 +177,7 @@ TEST_F(FtpTest, ReportsFailuresAndCloses) {
     EXPECT_EQ(ftp_.IsConnect(), 0);
     EXPECT_EQ(log_.lines(3).back(), line);
   }
-  EXPECT_EQ(server_.LogIns(), 5);
-  EXPECT_THAT(server_.Dialogue(), Not(Contains(HasSubstr("STOR"))));
-  EXPECT_THAT(ListNative(native("in")), IsEmpty());
+  EXPECT_THAT(server_.Dialogue(), Contains(HasSubstr("STOR")).Times(0));
 }
 
 TEST_F(FtpTest, ADownloadKeepsTheRightsOfTheFileAndFollowsNoLink) {
@@ -249,8 +224,11 @@ class ScriptedFtpTest : public FtpClientTest {
  protected:
   ScriptedFtpTest() { UsePort(peer_.port()); }
 
-  void Connect(unsigned long timeout = kTimeout) {
-    ASSERT_EQ(ftp_.FtpConnect(L"127.0.0.1", L"tester", kSecret, timeout), 1);
+  int LogIn(unsigned long timeout = kTimeout) {
+    return ftp_.FtpConnect(L"127.0.0.1", L"tester", kSecret, timeout);
+  }
+  void Connect() {
+    ASSERT_EQ(LogIn(), 1);
     ClearLog();
   }
   int Put(const wchar_t* name) { return ftp_.FtpPut(temp_.path().c_str(), name); }
@@ -261,27 +239,22 @@ class ScriptedFtpTest : public FtpClientTest {
 };
 
 TEST_F(ScriptedFtpTest, RepeatsARefusedRename) {
-  const struct {
-    int refusals;
-    int attempts;
-    int result;
-  } cases[] = {{0, 1, 1}, {1, 2, 1}, {10, 11, 1}, {11, 11, 0}};
   WriteNative(native("j.xml"), "<a/>");
-  for (const auto& test : cases) {
-    SCOPED_TRACE(test.refusals);
+  for (const int refusals : {10, 11}) {
+    const int result = refusals == 10 ? 1 : 0;
     ScriptedFtpPeer peer;
     UsePort(peer.port());
-    peer.On("RNTO", [left = test.refusals](Session& session, const std::string&) mutable {
+    peer.On("RNTO", [left = refusals](Session& session, const std::string&) mutable {
       return session.Reply(left-- > 0 ? "450 busy" : "250 done");
     });
     Connect();
     clock_.pauses.clear();
-    EXPECT_EQ(Put(L"j.xml"), test.result);
-    EXPECT_EQ(peer.count("RNFR"), test.attempts);
-    EXPECT_EQ(peer.count("DELE"), test.result == 1 ? 0 : 1);
+    EXPECT_EQ(Put(L"j.xml"), result);
+    EXPECT_EQ(peer.count("RNFR"), 11);
+    EXPECT_EQ(peer.count("DELE"), 1 - result);
     EXPECT_EQ(peer.connections(), 1);
-    EXPECT_EQ(ftp_.IsConnect(), test.result);
-    EXPECT_THAT(clock_.pauses, AllOf(SizeIs(test.attempts + 1), Each(25)));
+    EXPECT_EQ(ftp_.IsConnect(), result);
+    EXPECT_EQ(clock_.pauses, std::vector<std::uint32_t>(12, 25));
   }
   const std::wstring names = L"[old:j.xm_],[new:j.xml]";
   const auto lines = log_.lines();
@@ -290,7 +263,7 @@ TEST_F(ScriptedFtpTest, RepeatsARefusedRename) {
   EXPECT_EQ(lines[3].message, L"リモートファイルを再度renameします。" + names);
   EXPECT_EQ(lines[13],
             Line(5, 130009, L"FtpPut", L"リモートファイルをrenameできませんでした。" + names));
-  EXPECT_EQ(lines[14], Line(3, 130010, L"FtpPut", L"アップロードに失敗しました。", 12003));
+  EXPECT_EQ(lines[14], Line(3, 130010, L"FtpPut", kNoUpload, 12003));
 
   // On a connection that is broken nothing is repeated.
   peer_.On("RNFR", [](Session&, const std::string&) { return false; });
@@ -300,7 +273,6 @@ TEST_F(ScriptedFtpTest, RepeatsARefusedRename) {
   EXPECT_EQ(Put(L"j.xml"), 0);
   EXPECT_THAT(clock_.pauses, ElementsAre(25, 25)) << "one in front of the only try, one behind";
   EXPECT_EQ(last_line().code, 12030);
-  EXPECT_EQ(peer_.commands().back(), "RNFR j.xm_");
   EXPECT_EQ(peer_.count("RNFR"), 1);
   EXPECT_EQ(peer_.connections(), 1);
 }
@@ -309,25 +281,18 @@ TEST_F(ScriptedFtpTest, RepeatsARefusedRename) {
 // deleted over the same control connection.
 TEST_F(ScriptedFtpTest, DeletesWhatAFailedUploadLeft) {
   MakeSparse(native("big.dat"), 64 << 20);
-  const struct {
-    const char* reply;
-    bool cuts;  // or only stops reading
-    int delay;
-  } cases[] = {{"552 disk full", true, 0}, {"451 no more", false, 0}, {"451 slow", true, 1200}};
-  for (const auto& test : cases) {
-    SCOPED_TRACE(test.reply);
+  for (const bool cuts : {true, false}) {  // or only stops reading
     ScriptedFtpPeer peer;
     UsePort(peer.port());
-    peer.On("STOR", [&test](Session& session, const std::string&) {
+    peer.On("STOR", [cuts](Session& session, const std::string&) {
       session.Reply("150 go on");
       session.TakeSomeData(1000);
-      if (test.cuts) session.CutData();
-      std::this_thread::sleep_for(std::chrono::milliseconds(test.delay));
-      return session.Reply(test.reply);
+      if (cuts) session.CutData();
+      return session.Reply("552 disk full");
     });
     Connect();
     EXPECT_EQ(Put(L"big.dat"), 0);
-    EXPECT_EQ(last_line(), Line(3, 130010, L"FtpPut", L"アップロードに失敗しました。", 12003));
+    EXPECT_EQ(last_line(), Line(3, 130010, L"FtpPut", kNoUpload, 12003));
     EXPECT_EQ(peer.commands().at(peer.commands().size() - 2), "DELE big.dat");
     EXPECT_EQ(peer.connections(), 1);
     EXPECT_EQ(ftp_.IsConnect(), 0);
@@ -344,14 +309,11 @@ TEST_F(ScriptedFtpTest, UploadsUntilTheSizeIsRight) {
   Connect();
   EXPECT_EQ(ftp_.FtpPutAndVerify(temp_.path().c_str(), L"a", 3), 0);
   EXPECT_EQ(peer_.count("STOR"), 3);
-  EXPECT_EQ(log_.lines().size(), 4U);
   EXPECT_EQ(log_.lines(4).size(), 3U);
   EXPECT_EQ(last_line(), count_line(L"[3]/[3]"));
   EXPECT_EQ(ftp_.FtpPutAndVerify(temp_.path().c_str(), L"a", 0), 0);
-  EXPECT_EQ(peer_.count("STOR"), 4);
   EXPECT_EQ(last_line(), count_line(L"[1]/[0]"));
   EXPECT_EQ(ftp_.IsConnect(), 1);
-  EXPECT_EQ(peer_.connections(), 1);
   // An upload that fails ends it, and leaves on the server what an earlier one brought there.
   WriteNative(native("gone"), "x");
   peer_.On("SIZE", [&](Session& session, const std::string&) {
@@ -361,7 +323,7 @@ TEST_F(ScriptedFtpTest, UploadsUntilTheSizeIsRight) {
   EXPECT_EQ(ftp_.FtpPutAndVerify(temp_.path().c_str(), L"gone", 3), 0);
   EXPECT_EQ(peer_.count("STOR"), 5);
   EXPECT_EQ(peer_.count("DELE"), 0);
-  EXPECT_EQ(last_line(), Line(3, 130010, L"FtpPutAndVerify", L"アップロードに失敗しました。", 2));
+  EXPECT_EQ(last_line(), Line(3, 130010, L"FtpPutAndVerify", kNoUpload, 2));
   EXPECT_EQ(ftp_.IsConnect(), 0);
 }
 
@@ -374,28 +336,23 @@ TEST_F(ScriptedFtpTest, ReportsALogInThatFails) {
       {"USER", "530 no such user", 12013},
       {"PASS", "530-sorry\r\n530 wrong", 12014},
       {"PASS", "332 an account, too", 12015},
-      {"PASS", "450 later", 12015},
-      {"USER", "421 too many", 12003},
       {"", "421 not now", 12003},
       {"", "SSH-2.0-server", 13},
   };
   for (const auto& test : cases) {
-    SCOPED_TRACE(test.reply);
     ScriptedFtpPeer peer;
     UsePort(peer.port());
     peer.On(test.verb, test.reply);
     ClearLog();
-    EXPECT_EQ(ftp_.FtpConnect(L"127.0.0.1", L"tester", kSecret, kTimeout), 0);
+    EXPECT_EQ(LogIn(), 0);
     EXPECT_EQ(ftp_.IsConnect(), 0);
-    EXPECT_THAT(log_.lines(), SizeIs(4));
-    EXPECT_EQ(log_.lines()[2].number, 130022);
+    EXPECT_EQ(log_.lines().size(), 4U);
     EXPECT_EQ(last_line(), Line(3, 130003, L"FtpConnect", L"FTPサーバ接続エラー発生", test.code));
   }
 }
 
 TEST_F(ScriptedFtpTest, CallsNobodyWithWhatCannotBeSent) {
   const ScopedEnvironment code_page("TQ_ANSI_CODEPAGE", "932");
-  const std::wstring long_label = std::wstring(64, L'a') + L".invalid";
   const struct {
     const wchar_t* host;
     const wchar_t* user;
@@ -403,11 +360,9 @@ TEST_F(ScriptedFtpTest, CallsNobodyWithWhatCannotBeSent) {
     int code;
   } cases[] = {
       {L"", L"tester", kSecret, 12007},
-      {long_label.c_str(), L"tester", kSecret, 12007},
       {L"user@127.0.0.1/x", L"tester", kSecret, 12007},
       {L"한", L"tester", kSecret, 12007},  // a character that the code page lacks
       {L"127.0.0.1", L"한", kSecret, 12013},
-      {L"127.0.0.1", L"tester", L"한", 12014},
       {L"127.0.0.1", L"tester\r\nDELE b", kSecret, 12013},  // a command of its own
       {L"127.0.0.1", L"tester", L"x\r\nDELE b", 12014},
   };
@@ -418,71 +373,59 @@ TEST_F(ScriptedFtpTest, CallsNobodyWithWhatCannotBeSent) {
   EXPECT_EQ(peer_.connections(), 0);
   const Listener deaf(false, true);
   UsePort(deaf.port());
-  EXPECT_EQ(ftp_.FtpConnect(L"127.0.0.1", L"tester", kSecret, kTimeout), 0);
+  EXPECT_EQ(LogIn(), 0);
   EXPECT_EQ(last_line().code, 12029);
 }
 
 TEST_F(ScriptedFtpTest, ConnectsWithAnyTimeOutButNothing) {
-  EXPECT_EQ(ftp_.FtpConnect(L"127.0.0.1", L"tester", kSecret, 0), 0);
+  EXPECT_EQ(LogIn(0), 0);
   const wchar_t* text = L"FTP通信オプション設定でエラーが発生しました。";
   EXPECT_THAT(log_.lines(), ElementsAre(Line(3, 130015, L"SetFtpOption", text, 87),
                                         Line(3, 130002, L"FtpConnect", text, 87)));
   EXPECT_EQ(peer_.connections(), 0);
   // More than the waits can hold is no limit, not what is left of it in 32 bits.
-  Connect(kFourGiB);
-  // Connecting again replaces the connection.
-  Connect();
+  EXPECT_EQ(LogIn(kFourGiB), 1);
+  EXPECT_EQ(LogIn(), 1) << "another connection in place of the first one";
   EXPECT_EQ(peer_.count("QUIT"), 1);
-  EXPECT_EQ(peer_.connections(), 2);
   EXPECT_EQ(ftp_.FtpChangeCurrentDirectory(L"x"), 1);
 }
 
 TEST_F(ScriptedFtpTest, AnObjectWithoutAConnectionFailsEverywhere) {
   WriteNative(native("a"), "x");
-  {
-    CFtp never;
-    const std::function<int()> operations[] = {
-        [&] { return never.FtpGet(L"", L"a"); },
-        [&] { return never.FtpPut(temp_.path().c_str(), L"a"); },
-        [&] { return never.FtpChangeCurrentDirectory(nullptr); },
-        [&] { return never.FtpSizeVerify(path(L"a"), nullptr); },
-        [&] { return never.FtpSizeVerifyFindFirst(nullptr, L"a", 0); },
-    };
-    for (const auto& operation : operations) {
-      EXPECT_EQ(operation(), 0);
-      EXPECT_EQ(last_line().code, 6);
-    }
-    EXPECT_EQ(last_line(), Line(3, 130040, L"FtpSizeVerifyFindFirst",
-                                L"転送先ファイル情報、およびエラー情報の取得に失敗しました。"
-                                L"ファイル[a], エラー[6]",
-                                6));
-    ClearLog();
+  const std::function<int()> operations[] = {
+      [&] { return ftp_.FtpGet(L"", L"a"); },
+      [&] { return Put(L"a"); },
+      [&] { return ftp_.FtpChangeCurrentDirectory(nullptr); },
+      [&] { return ftp_.FtpSizeVerify(path(L"a"), nullptr); },
+      [&] { return ftp_.FtpSizeVerifyFindFirst(nullptr, L"a", 0); },
+  };
+  for (const auto& operation : operations) {
+    EXPECT_EQ(operation(), 0);
+    EXPECT_EQ(last_line().code, 6);
   }
-  EXPECT_THAT(log_.lines(), ElementsAre(kClosed));
+  EXPECT_EQ(ftp_.FtpDisConnect(), 1);
+  EXPECT_EQ(last_line(), kClosed);
 }
 
 TEST_F(ScriptedFtpTest, TakesTheSizeFromTheListing) {
   struct Case {
     const char* reply;  // a refusal, or the listing
-    int result;
-    const wchar_t* failure = L"";
+    const wchar_t* failure = nullptr;
     int code = 0;
   };
   const std::string long_reply = "550 " + std::string(300, 'x');
   const Case cases[] = {
-      {"total 1\r\n-rw-r--r--   1 user  group  6000000000 Nov 24 14:29 a b\r\n", 1},
-      {"-rw-r--r-- 1 Jan 1000 6000000000 Jan  1  2026 a b\n", 1},
-      {"-rw------- 1 me 6000000000 2026-11-24 14:29 a b", 1},
-      {"lrwxrwxrwx 1 u g 6000000000 Nov 24 14:29 a b -> c\r\n", 1},
-      {"11-24-26  02:29PM           6000000000 a b\r\n", 1},
+      {"total 1\r\n-rw-r--r--   1 user  group  6000000000 Nov 24 14:29 a b\r\n"},
+      {"-rw-r--r-- 1 Jan 1000 6000000000 Jan  1  2026 a b\n"},
+      {"lrwxrwxrwx 1 u 6000000000 2026-11-24 14:29 a b -> c\r\n"},
+      {"11-24-26  02:29PM           6000000000 a b\r\n"},
       {"drwxr-xr-x 2 u g 6000000000 Nov 24 14:29 a b\r\n11-24-26  02:29PM <DIR> a b\r\n"
        "-rw-r--r-- 1 u g 6000000000 Nov 24 14:29  a b\r\nnonsense\r\n",
-       0, L"、およびエラー情報の取得に失敗しました。ファイル[a b], エラー[18]", 18},
-      {"550 no \xe8\xa1\xa8", 0, L"の取得に失敗しました。ファイル[a b], エラー[550(550 no 表)]",
+       L"、およびエラー情報の取得に失敗しました。ファイル[a b], エラー[18]", 18},
+      {"550 no \xe8\xa1\xa8", L"の取得に失敗しました。ファイル[a b], エラー[550(550 no 表)]", 550},
+      {"550 geheim secret is not here", L"の取得に失敗しました。ファイル[a b], エラー[550(550)]",
        550},
-      {"550 geheim secret is not here", 0, L"の取得に失敗しました。ファイル[a b], エラー[550(550)]",
-       550},
-      {long_reply.c_str(), 0, L"、およびエラー情報の取得に失敗しました。ファイル[a b], エラー[122]",
+      {long_reply.c_str(), L"、およびエラー情報の取得に失敗しました。ファイル[a b], エラー[122]",
        122},
   };
   std::string reply;
@@ -493,14 +436,10 @@ TEST_F(ScriptedFtpTest, TakesTheSizeFromTheListing) {
   for (const Case& test : cases) {
     SCOPED_TRACE(test.reply);
     reply = test.reply;
-    ClearLog();
-    EXPECT_EQ(ftp_.FtpSizeVerifyFindFirst(nullptr, L"a b", 6000000000), test.result);
-    if (test.result == 1) {
-      EXPECT_EQ(log_.lines().size(), 1U);
-    } else {
-      EXPECT_EQ(last_line(), Line(3, 130040, L"FtpSizeVerifyFindFirst",
-                                  L"転送先ファイル情報" + std::wstring(test.failure), test.code));
-    }
+    EXPECT_EQ(ftp_.FtpSizeVerifyFindFirst(nullptr, L"a b", 6000000000), test.code == 0 ? 1 : 0);
+    if (test.code == 0) continue;
+    EXPECT_EQ(last_line(), Line(3, 130040, L"FtpSizeVerifyFindFirst",
+                                L"転送先ファイル情報" + std::wstring(test.failure), test.code));
   }
   EXPECT_EQ(ftp_.IsConnect(), 1);
 }
@@ -519,7 +458,7 @@ TEST_F(ScriptedFtpTest, LooksForAPathWhereItLeads) {
 
 TEST_F(ScriptedFtpTest, SendsNothingForANameThatWouldBeACommand) {
   WriteNative(native("a"), "x");
-  const std::wstring names[] = {L"", L"a\r\nDELE b", L"a\nb", L"a\rb", L"a\tb"};
+  const std::wstring names[] = {L"", L"a\r\nDELE b", L"a\nb", L"a\rb"};
   for (const std::wstring& name : names) {
     Connect();
     const std::size_t before = peer_.commands().size();
@@ -528,39 +467,11 @@ TEST_F(ScriptedFtpTest, SendsNothingForANameThatWouldBeACommand) {
     EXPECT_EQ(peer_.commands().size(), before + 1);
     EXPECT_EQ(peer_.commands().back(), "QUIT");
   }
-  EXPECT_EQ(peer_.connections(), static_cast<int>(std::size(names)));
-}
-
-// Somebody closes the connection while a size is compared, here a log sink: the search is gone with it.
-TEST_F(ScriptedFtpTest, TellsOfASearchThatIsClosedAlready) {
-  struct Closer : LogSink {
-    explicit Closer(CFtp& which) : ftp(which) {}
-    void Write(const LogRecord& record) override {
-      if (record.number == 13130050) ftp.FtpDisConnect();
-      last = {
-          record.level, record.number, std::wstring(record.function), std::wstring(record.message),
-          {},           record.code};
-    }
-    CFtp& ftp;
-    LogLine last;
-  };
-  peer_.On("LIST", [](Session& session, const std::string&) {
-    return session.Give("-rw-r--r-- 1 a b 5 Jan  1 00:00 a\r\n");
-  });
-  Connect();
-  const auto sink = std::make_shared<Closer>(ftp_);
-  InstallLogSink(sink);
-  EXPECT_EQ(ftp_.FtpSizeVerifyFindFirst(nullptr, L"a", 6), 0);
-  InstallLogSink(nullptr);
-  EXPECT_EQ(sink->last, Line(3, 130045, L"FtpSizeVerifyFindFirst",
-                             L"インターネットサービス切断エラーが発生しました。 エラー[6]", 6));
 }
 
 TEST(FtpPathTest, MakesALocalPath) {
   EXPECT_EQ(CFtp::MakeLocalPath(L"C:\\out", L"a.xml"), L"C:\\out\\a.xml");
-  EXPECT_EQ(CFtp::MakeLocalPath(L"C:\\out\\", L"a.xml"), L"C:\\out\\a.xml");
   EXPECT_EQ(CFtp::MakeLocalPath(L"C:/out/", L"a.xml"), L"C:\\out\\a.xml");
-  EXPECT_EQ(CFtp::MakeLocalPath(L"", L"a.xml"), L"a.xml");
   EXPECT_EQ(CFtp::MakeLocalPath(nullptr, nullptr), L"");
 }
 

@@ -1,7 +1,6 @@
 #include "transport/util_link.h"
 
 #include <algorithm>
-#include <array>
 #include <optional>
 
 #include "platform/dns.h"
@@ -24,7 +23,6 @@ class ConfiguredMachine : public Machine {
     if (status != kErrorSuccess) return status;
     if (room < servers.size()) {
       room = servers.size();
-      if (has_grown) servers.push_back(servers.back());
       return kErrorBufferOverflow;
     }
     parameters = {L"pc-7", L"example.jp", servers};
@@ -34,7 +32,6 @@ class ConfiguredMachine : public Machine {
 
   std::vector<std::string> servers = {"127.0.0.1"};
   ErrorCode status = kErrorSuccess;
-  bool has_grown = false;
   int calls = 0;
 };
 
@@ -125,16 +122,13 @@ TEST_F(UtilLinkTest, TheRulesOfTheCache) {
     const wchar_t* name;
     bool is_asked;
   } kCases[] = {
-      {L"192.0.2.1@kept", 60, 1, L"kept", false},
       {L"192.0.2.1@kept", 61, 1, L"na\\064me", true},
       {L"192.0.2.1@kept", -100000, 1, L"kept", false},
       {L"192.0.2.1@kept", 0, 0, L"na\\064me", true},
-      {L"192.0.2.1@kept", 0, -1, L"na\\064me", true},
       {L"192.0.2.9@kept", 0, 60, L"na\\064me", true},
       {L"192.0.2.1@kept@third", 0, 60, L"kept", false},
       {L"192.0.2.1", 0, 60, L"", false},
       {L"@192.0.2.1@kept", 0, 60, L"na\\064me", true},
-      {L"", 0, 60, L"na\\064me", true},
       {L"192.0.2.1@kept", 1'700'000'000, 2'000'000'000, L"kept", false},
   };
   int asked = 0;
@@ -151,21 +145,11 @@ TEST_F(UtilLinkTest, TheRulesOfTheCache) {
 
 TEST_F(UtilLinkTest, AHostNameIsUsedAsItIs) {
   machine_.status = kErrorNotSupported;
-  const std::wstring names[] = {L"printer-1",
-                                L"プリンタ",
-                                L"fe80::1",
-                                L"192.0.2",
-                                L"192.0.2.01",
-                                L" 192.0.2.1",
-                                L"a@b",
-                                std::wstring(300, L'x'),
-                                L""};
+  const std::wstring names[] = {L"プリンタ", L"fe80::1", L"192.0.2.01", L"a@b", L""};
   for (const std::wstring& host : names) {
-    resolve_time_ = 5;
     EXPECT_EQ(1, Conform(host, 3));
     EXPECT_EQ(host, name_);
     EXPECT_EQ(host + L"@" + host, cache_);
-    EXPECT_EQ(5, resolve_time_);
     EXPECT_THAT(Lines(0), ElementsAre("0 START",
                                       "3 IPアドレス形式でないため、ホスト名をそのまま設定( "
                                       "ホスト名:" +
@@ -185,15 +169,6 @@ TEST_F(UtilLinkTest, FailedTriesLeaveTheAddressAsTheName) {
   EXPECT_EQ(3, peer.questions());
   const std::string failure = "4 FQDNの取得に失敗( IP:192.0.2.1 ErrCode:9003 )";
   EXPECT_THAT(Lines(3), ElementsAre(failure, failure, failure));
-
-  // Without a try the old name stays.
-  for (const int tries : {0, -1}) {
-    cache_ = L"192.0.2.1@old";
-    EXPECT_EQ(0, Conform(L"192.0.2.1", tries));
-    EXPECT_EQ(L"old", name_);
-    EXPECT_EQ(L"192.0.2.1@old", cache_);
-  }
-  EXPECT_EQ(3, peer.questions());
 }
 
 TEST_F(UtilLinkTest, TheSecondServerIsAskedWhenTheFirstFails) {
@@ -223,30 +198,17 @@ TEST_F(UtilLinkTest, TheSecondServerIsAskedWhenTheFirstFails) {
   EXPECT_EQ(static_cast<long>(kDnsRefused), CUtilLink::GetFQDN(L"192.0.2.2", name_));
 }
 
-TEST_F(UtilLinkTest, TheFirstRecordOfTheAnswerCounts) {
-  const std::string alias = PackName("alias.example");
-  DnsPeer peer(Always({.records = {PackRecord(kAskedName, kCname, alias),
-                                   PackRecord(alias, kPtr, PackName("printer.example"))}}));
-  UsePort(peer.port());
-  EXPECT_EQ(0, CUtilLink::GetFQDN(L"192.0.2.1", "127.0.0.1", name_));
-  EXPECT_EQ(L"alias.example", name_);
-}
-
 TEST_F(UtilLinkTest, WhatCannotBeAskedIsNotAsked) {
   DnsPeer peer(AlwaysNamed("x"));
   UsePort(peer.port());
-  EXPECT_EQ(13, CUtilLink::GetFQDN(L"", "127.0.0.1", name_));
-  EXPECT_EQ(L"old", name_);
   EXPECT_EQ(13, CUtilLink::GetFQDN(L"", name_));
   EXPECT_EQ(L"old", name_);
   for (const std::wstring& address : {std::wstring(L"printer"), std::wstring(300, L'1')}) {
     EXPECT_EQ(123, CUtilLink::GetFQDN(address, "127.0.0.1", name_));
     EXPECT_EQ(address, name_);
   }
-  for (const char* server : {"localhost", "::1", "127.0.0.1.", "1"}) {
-    EXPECT_EQ(87, CUtilLink::GetFQDN(L"192.0.2.1", server, name_)) << server;
-    EXPECT_EQ(L"192.0.2.1", name_);
-  }
+  EXPECT_EQ(87, CUtilLink::GetFQDN(L"192.0.2.1", "localhost", name_));
+  EXPECT_EQ(L"192.0.2.1", name_);
   EXPECT_EQ(0, peer.questions());
 }
 
@@ -257,8 +219,8 @@ TEST_F(UtilLinkTest, WithoutAConfigurationTheMachinesOwnServersAreAsked) {
   machine_.servers = {""};
   EXPECT_EQ(0, CUtilLink::GetFQDN(L"192.0.2.1", name_));
   EXPECT_EQ(L"own.example", name_);
-  EXPECT_THAT(Lines(2)[3], "2 (192.0.2.1)をDNSサーバ（）へ問い合わせ ");
   machine_.status = kErrorNotSupported;
+  log_.Clear();
   EXPECT_EQ(0, CUtilLink::GetFQDN(L"192.0.2.1", name_));
   EXPECT_THAT(Lines(0),
               ElementsAre("0 START", "0 START", "5 GetNetworkParams failed with error: 50",
@@ -269,49 +231,27 @@ TEST_F(UtilLinkTest, WithoutAConfigurationTheMachinesOwnServersAreAsked) {
 }
 
 TEST_F(UtilLinkTest, ServersFormAChain) {
-  const std::vector<std::vector<std::string>> configurations = {
-      {""}, {"192.0.2.53"}, {"255.255.255.255", "10.0.0.1", "10.0.0.2"}};
-  for (const auto& servers : configurations) {
-    machine_.servers = servers;
-    int count = -1;
-    IP_ADDR_STRING* const first = CUtilLink::AllocDNSList(count);
-    EXPECT_EQ(static_cast<int>(servers.size()), count);
-    std::vector<std::string> chain;
-    for (const IP_ADDR_STRING* node = first; node != nullptr; node = node->Next) {
-      chain.emplace_back(node->IpAddress.String);
-      EXPECT_STREQ("", node->IpMask.String);
-      EXPECT_EQ(0u, node->Context);
-    }
-    EXPECT_EQ(servers, chain);
-    CUtilLink::FreeDNSList(first);
-  }
-  CUtilLink::FreeDNSList(nullptr);
-
-  // A configuration that grows between the two questions.
-  machine_.has_grown = true;
+  machine_.servers = {"255.255.255.255", "10.0.0.1", "10.0.0.2"};
   int count = -1;
-  log_.Clear();
-  EXPECT_EQ(nullptr, CUtilLink::AllocDNSList(count));
-  EXPECT_EQ(0, count);
-  EXPECT_THAT(Lines(0), ElementsAre("0 START", "2 アロケート不足の為、再アロケート",
-                                    "5 GetNetworkParams failed with error: 111"));
+  IP_ADDR_STRING* const first = CUtilLink::AllocDNSList(count);
+  EXPECT_EQ(3, count);
+  std::vector<std::string> chain;
+  for (const IP_ADDR_STRING* node = first; node != nullptr; node = node->Next) {
+    chain.emplace_back(node->IpAddress.String);
+  }
+  EXPECT_EQ(machine_.servers, chain);
+  CUtilLink::FreeDNSList(first);
+  CUtilLink::FreeDNSList(nullptr);
 }
 
 TEST_F(UtilLinkTest, ReversedAddresses) {
-  // A character behind the terminator tells whether anything is written there.
-  const auto reverse = [](std::wstring text, const std::wstring& reversed) {
-    std::wstring buffer = text + std::wstring(1, L'\0') + L'|';
-    EXPECT_EQ(reversed, CUtilLink::ReverseIP(buffer.data())) << ToUtf8(text);
-    if (!reversed.empty()) std::ranges::replace(text, L'.', L'\0');
-    EXPECT_EQ(text + std::wstring(1, L'\0') + L'|', buffer);
-  };
-  reverse(L"1.2.3.4", L"4.3.2.1.IN-ADDR.ARPA");
-  reverse(L"192.168.100.200", L"200.100.168.192.IN-ADDR.ARPA");
-  for (const wchar_t* text : {L"1.2.3", L"1.2.3.4.5", L"1.2.3.04", L"1.2.3.256", L" 1.2.3.4",
-                              L"1.2.3.4 ", L"1.2..4", L"1.2.3.４", L"a.b.c.d", L"::1.2.3.4", L""}) {
-    reverse(text, L"");
+  std::wstring address = L"1.2.3.4";
+  EXPECT_EQ(L"4.3.2.1.IN-ADDR.ARPA", CUtilLink::ReverseIP(address.data()));
+  EXPECT_EQ(std::wstring(L"1\0002\0003\0004", 7), address);
+  for (std::wstring text : {L"1.2.3", L"1.2.3.4.5", L"1.2.3.04", L"1.2.3.256", L"1.2..4",
+                            L"1.2.3.４", L"::1.2.3.4", L""}) {
+    EXPECT_EQ(L"", CUtilLink::ReverseIP(text.data())) << ToUtf8(text);
   }
-  reverse(std::wstring(300, L'1'), L"");
   EXPECT_EQ(L"", CUtilLink::ReverseIP(nullptr));
 }
 
