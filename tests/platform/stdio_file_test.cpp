@@ -1,10 +1,5 @@
 #include "platform/stdio_file.h"
 
-#include <sys/stat.h>
-
-#include <filesystem>
-
-#include "platform/error.h"
 #include "platform/text.h"
 #include "support/test_support.h"
 
@@ -38,7 +33,6 @@ std::string Utf16Le(std::wstring_view text) { return *EncodeText(kCodePageUtf16L
 TEST_F(StdioFileTest, LinesEndAtALineFeed) {
   EXPECT_EQ(Lines(""), Texts{});
   EXPECT_EQ(Lines("a\nb"), (Texts{L"a", L"b"}));
-  EXPECT_EQ(Lines("a\r\n\r\nb\r\n"), (Texts{L"a", L"", L"b"}));
   EXPECT_EQ(Lines("a\rb\r\r\nc\r"), (Texts{L"a\rb\r", L"c"}));
   EXPECT_EQ(Lines("a\0b\n\0"s), (Texts{{L'a', 0, L'b'}, {L'\0'}}));
 }
@@ -49,7 +43,6 @@ TEST_F(StdioFileTest, TheMarkTellsTheEncoding) {
   EXPECT_EQ(Lines("\xFF\xFE" + Utf16Le(L"ト\u0A30\u300A𠮷\r\nレ\n")),
             (Texts{L"ト\u0A30\u300A𠮷", L"レ"}));
   EXPECT_EQ(Lines("\xFF\xFE" + Utf16Le(L"a\n") + "b"), (Texts{L"a", L"\uFFFD"}));
-  EXPECT_EQ(Lines("\xEF\xBB\xBF"), Texts{});
   EXPECT_EQ(Lines("\u30C8\xFF\n\u30EC"), (Texts{L"ト\uFFFD", L"レ"}));
   const ScopedEnvironment page("TQ_ANSI_CODEPAGE", "932");
   EXPECT_EQ(Lines("\x83\x67\x83\x8C\x83\x43\n\x95\x5C"), (Texts{L"トレイ", L"表"}));
@@ -65,29 +58,6 @@ TEST_F(StdioFileTest, LongFilesAndLongLines) {
     EXPECT_EQ(Lines(line + ending + line + ending), (Texts{wide, wide})) << size;
     EXPECT_EQ(Lines("\xFF\xFE" + Utf16Le(wide + L"\r\n" + wide)), (Texts{wide, wide})) << size;
   }
-}
-
-TEST_F(StdioFileTest, OpenFails) {
-  ASSERT_EQ(mkfifo(native("pipe").c_str(), 0600), 0);
-  WriteNative(native("target"), "old");
-  std::filesystem::create_symlink(native("target"), native("link"));
-  constexpr unsigned kCreate = CStdioFile::modeWrite | CStdioFile::modeCreate;
-  const std::tuple<const wchar_t*, unsigned, ErrorCode> cases[] = {
-      {L"missing", CStdioFile::modeRead, kErrorFileNotFound},
-      {L"missing", CStdioFile::modeWrite, kErrorFileNotFound},
-      {L"no\\f", kCreate, kErrorPathNotFound},
-      {L".", CStdioFile::modeRead, kErrorAccessDenied},
-      {L"f", CStdioFile::modeWrite | CStdioFile::modeReadWrite, kErrorInvalidParameter},
-      {L"pipe", CStdioFile::modeRead, kErrorAccessDenied},
-      {L"link", kCreate, kErrorAccessDenied}};
-  for (const auto& [name, flags, error] : cases) {
-    CStdioFile file;
-    CString line;
-    EXPECT_FALSE(file.Open(path(name).c_str(), flags)) << ToUtf8(name);
-    EXPECT_EQ(error, GetLastError()) << ToUtf8(name);
-    EXPECT_FALSE(file.ReadString(line));
-  }
-  EXPECT_EQ(ReadNative(native("target")), "old");
 }
 
 TEST_F(StdioFileTest, WritesBehindTheEndInTheFormOfTheFile) {
