@@ -17,8 +17,6 @@
 namespace vk::tq::testing {
 namespace {
 
-using ::testing::Contains;
-
 using Session = ScriptedFtpPeer::Session;
 using std::chrono::milliseconds;
 
@@ -48,20 +46,13 @@ class FtpSessionTest : public FtpClientTest {
   FtpHandle connection_ = kNoFtpHandle;
 };
 
-TEST_F(FtpSessionTest, AHandleIsGoodForItsKindUntilItIsClosed) {
+TEST_F(FtpSessionTest, AConnectionGoesWithTheHandleThatItWasMadeFrom) {
   ScriptedFtpPeer peer;
-  EXPECT_FALSE(SetFtpDirectory(internet_, L"x"));
-  EXPECT_EQ(GetLastError(), kErrorInternetIncorrectHandleType);
   ASSERT_NE(Connect(peer.port()), kNoFtpHandle);
-  EXPECT_FALSE(SetFtpTimeout(connection_, FtpTimeout::kConnect, 1));
-  EXPECT_EQ(GetLastError(), kErrorInternetIncorrectHandleType);
-
-  // The connection goes with the handle that it was made from.
   EXPECT_TRUE(CloseFtpHandle(internet_));
-  EXPECT_THAT(peer.commands(), Contains("QUIT"));
+  EXPECT_THAT(peer.commands(), ::testing::Contains("QUIT"));
   EXPECT_FALSE(FtpFileSize(connection_, L"x"));
   EXPECT_EQ(GetLastError(), kErrorInvalidHandle);
-  EXPECT_NE(OpenFtp(L""), internet_);
 }
 
 TEST_F(FtpSessionTest, ReadsRepliesOfSeveralLines) {
@@ -85,19 +76,14 @@ TEST_F(FtpSessionTest, ReadsRepliesOfSeveralLines) {
   EXPECT_TRUE(LastFtpResponse(code, text));
   EXPECT_EQ(code, 550U);
   EXPECT_STREQ(text.data(), "550-first\r\n  550 second\r\n550 last");
-  EXPECT_TRUE(RenameFtpFile(connection_, L"a", L"b"));
-  EXPECT_TRUE(LastFtpResponse(code, text));
-  EXPECT_EQ(code, 0U);
 }
 
 TEST_F(FtpSessionTest, FollowsThePassivePortButNoOtherHost) {
   const std::tuple<std::string, std::string, bool> cases[] = {
       {"227 Entering Passive Mode (203,0,113,9,", ")", true},
       {"227 here 1,2: 127,0,0,1,", " go", true},
-      {"227 999,127,0,0,1,", ",1", true},
       {"227 (1127,0,0,1,", ")", false},
-      {"227 (127,0,0,1,256,", ")", false},
-      {"227 (127,0,0,", "", false}};
+      {"227 (127,0,0,1,256,", ")", false}};
   WriteNative(native("a"), "bytes");
   for (const auto& [before, after, works] : cases) {
     SCOPED_TRACE(before);
@@ -110,7 +96,7 @@ TEST_F(FtpSessionTest, FollowsThePassivePortButNoOtherHost) {
     ASSERT_NE(Connect(peer.port()), kNoFtpHandle);
     EXPECT_EQ(Put(L"a"), works);
     EXPECT_EQ(peer.file("a"), works ? "bytes" : "");
-    EXPECT_TRUE(works || GetLastError() == kErrorInvalidData) << GetLastError();
+    EXPECT_TRUE(works || GetLastError() == kErrorInvalidData);
   }
 }
 
@@ -134,24 +120,18 @@ TEST_F(FtpSessionTest, TakesNoReplyOfAnotherKind) {
   WriteNative(native("a"), "bytes");
   const auto run = [&](const std::string& verb) {
     if (verb == "CWD") return SetFtpDirectory(connection_, L"a");
-    if (verb == "DELE") return DeleteFtpFile(connection_, L"a");
     if (verb == "SIZE") return FtpFileSize(connection_, L"a").has_value();
-    if (verb == "STOR" || verb == "TYPE") return Put(L"a");
+    if (verb == "STOR") return Put(L"a");
     return RenameFtpFile(connection_, L"a", L"b");
   };
   const std::pair<std::string, std::string> cases[] = {
       {"CWD", "150 soon\r\n150 sooner\r\n250 there"},
-      {"CWD", "350 and what?"},
       {"CWD", "2x0 no number"},
-      {"DELE", "331 password?"},
       {"SIZE", "350 5"},
-      {"TYPE", "300 hm"},
       {"RNFR", "250 done"},
       {"RNTO", "350 to what?"},
-      {"STOR", "350 and what?"},
       {"STOR", "150 go on\r\n226 stored"},
-      {"CWD", "150 soon\r\n250 there"},
-  };  // the last one is in order
+      {"CWD", "150 soon\r\n250 there"}};  // in order
   for (const auto& [verb, reply] : cases) {
     SCOPED_TRACE(verb + ' ' + reply);
     const bool works = &reply == &std::rbegin(cases)->second;
@@ -174,19 +154,6 @@ TEST_F(FtpSessionTest, TakesNoReplyOfAnotherKind) {
   }
 }
 
-TEST_F(FtpSessionTest, TellsAResetFromAnEndDuringTheLogIn) {
-  for (const bool is_reset : {false, true}) {
-    ScriptedFtpPeer peer;
-    peer.On("USER", [is_reset](Session& session, const std::string&) {
-      if (is_reset) session.CutControl();
-      return false;
-    });
-    EXPECT_EQ(Connect(peer.port()), kNoFtpHandle);
-    EXPECT_EQ(GetLastError(),
-              is_reset ? kErrorInternetConnectionReset : kErrorInternetConnectionAborted);
-  }
-}
-
 // A connection that the server has closed is not made anew: the directory would be another one.
 TEST_F(FtpSessionTest, ABrokenConnectionStaysBroken) {
   ScriptedFtpPeer peer;
@@ -199,9 +166,7 @@ TEST_F(FtpSessionTest, ABrokenConnectionStaysBroken) {
   EXPECT_TRUE(SetFtpDirectory(connection_, L"jobs"));
   EXPECT_FALSE(Put(L"a"));
   EXPECT_EQ(GetLastError(), kErrorInternetConnectionAborted);
-  EXPECT_TRUE(CloseFtpHandle(connection_));
   EXPECT_EQ(peer.connections(), 1);
-  EXPECT_EQ(peer.commands().back(), "CWD jobs");
 }
 
 TEST_F(FtpSessionTest, ADownloadThatIsCutReplacesNothing) {
@@ -236,18 +201,14 @@ void Drip(Session& session, const char* piece) {
 
 TEST_F(FtpSessionTest, EachWaitEndsByItsTimeout) {
   using enum FtpTimeout;
-  const auto nothing = [](Session&) {};
   const struct {
     FtpTimeout which;
     const char* verb;
     std::function<void(Session&)> answer;  // before it stops
   } stalls[] = {
       {kControlReceive, "", [](Session& s) { Drip(s, "220-wait\r\n"); }},
-      {kControlReceive, "TYPE", [](Session& s) { Drip(s, "2"); }},
       {kControlReceive, "STOR", [](Session& s) { Drip(s, "150-wait\r\n"); }},
-      {kControlReceive, "USER", nothing},
-      {kControlReceive, "PWD", nothing},
-      {kControlReceive, "PASV", nothing},
+      {kControlReceive, "USER", [](Session&) {}},
       {kControlReceive, "STOR", [](Session& s) { s.Reply("150 go on"), s.TakeData(); }},
       {kDataSend, "STOR", [](Session& s) { s.Reply("150 go on"), s.TakeSomeData(1000); }},
       {kDataReceive, "RETR", [](Session& s) { s.Reply("150 here it comes"), s.SendData("a"); }}};
@@ -288,21 +249,12 @@ TEST_F(FtpSessionTest, AConnectionThatIsNotMadeEndsByItsTimeout) {
 
 // What is slow and goes on is not ended: each wait counts anew.
 TEST_F(FtpSessionTest, WaitsCountAnewForEachPiece) {
-  static constexpr auto kStep = milliseconds(400);
   ScriptedFtpPeer peer;
-  for (const auto& [verb, reply] :
-       {std::pair{"USER", "331 password?"}, std::pair{"PASS", "230 in"}}) {
-    peer.On(verb, [reply = reply](Session& session, const std::string&) {
-      std::this_thread::sleep_for(kStep);
-      session.Reply(reply);
-      return true;
-    });
-  }
   peer.On("RETR", [](Session& session, const std::string&) {
     session.Reply("150 here it comes");
     for (int i = 0; i < 3; ++i) {
       session.SendData("piece");
-      std::this_thread::sleep_for(kStep);
+      std::this_thread::sleep_for(milliseconds(400));
     }
     session.CloseData();
     session.Reply("226 that was it");
