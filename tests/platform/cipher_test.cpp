@@ -13,16 +13,6 @@ std::vector<unsigned char> Bytes(std::string_view hex) {
   return {bytes.begin(), bytes.end()};
 }
 
-std::string Hex(std::span<const unsigned char> bytes) {
-  return ToHex(std::string(bytes.begin(), bytes.end()));
-}
-
-TEST(CipherTest, Md5) {
-  const std::string text = "abc";
-  EXPECT_EQ("900150983cd24fb0d6963f7d28e17f72",
-            Hex(*Md5({reinterpret_cast<const unsigned char*>(text.data()), text.size()})));
-}
-
 // NIST SP 800-38A, F.2.5 and F.2.6.
 TEST(CipherTest, AesCbcOfEachRunStartsFromTheInitialBlock) {
   const auto key = Bytes("603deb1015ca71be2b73aef0857d77811f352c073b6108d72d9810a30914dff4");
@@ -33,8 +23,7 @@ TEST(CipherTest, AesCbcOfEachRunStartsFromTheInitialBlock) {
     return AesCbc(direction, std::span<const unsigned char, kAesKeySize>(key),
                   std::span<const unsigned char, kAesBlockSize>(initial));
   };
-  AesCbc moved = make(CipherDirection::kEncrypt);
-  AesCbc encrypt = std::move(moved);
+  AesCbc encrypt = make(CipherDirection::kEncrypt);
   AesCbc decrypt = make(CipherDirection::kDecrypt);
   for (int run = 0; run < 2; ++run) {
     std::vector<unsigned char> bytes = plain;
@@ -43,7 +32,6 @@ TEST(CipherTest, AesCbcOfEachRunStartsFromTheInitialBlock) {
     decrypt.Run(cipher, bytes.data());
     EXPECT_EQ(plain, bytes);
   }
-  encrypt.Run({}, nullptr);
   std::vector<unsigned char> odd(17);
   EXPECT_THROW(encrypt.Run(odd, odd.data()), std::invalid_argument);
 }

@@ -73,20 +73,6 @@ TEST_F(LogOutputTest, LongLinesOfManyWritersDoNotMix) {
   }
 }
 
-TEST_F(LogOutputTest, AChildOfALoggingProcessGoesOn) {
-  Log([] {
-    AppendProgramLog(2, L"parent");
-    ChildProcess child([] {
-      AppendProgramLog(2, std::to_wstring(gettid()));
-      return 0;
-    });
-    child.Wait();
-  });
-  ASSERT_EQ(2U, Lines().size());
-  const std::string thread = Lines()[1].substr(Lines()[1].rfind(' ') + 1);
-  EXPECT_THAT(Lines()[1], HasSubstr(" " + thread + ":" + thread + " "));
-}
-
 TEST_F(LogOutputTest, ALogThatWasMovedAwayBeginsAnew) {
   Log([&] {
     AppendProgramLog(2, L"old");
@@ -114,16 +100,6 @@ TEST_F(LogOutputTest, WhatSomebodyPlantedIsLeftAlone) {
     fs::remove(native_);
   }
   EXPECT_EQ("", ReadNative(victim));
-}
-
-TEST_F(LogOutputTest, WithoutAFileThereIsNoLog) {
-  const ScopedEnvironment none("TQ_LOG_FILE", nullptr);
-  const ScopedEnvironment level("TQ_LOG_LEVEL", "4x");
-  Log([] {
-    AppendProgramLog(5, L"text");
-    EXPECT_FALSE(HasProgramLog());
-    EXPECT_EQ(2, ProgramLogLevel());
-  });
 }
 
 // libc copies each entry to the standard error output on demand, and drops those whose priority is

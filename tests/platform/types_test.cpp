@@ -12,10 +12,6 @@ TEST(TypesTest, AnIndexOutsideAnArrayThrows) {
     EXPECT_THROW(bytes[index], CInvalidArgException);
     EXPECT_THROW(bytes.SetAt(index, 0), CInvalidArgException);
   }
-  EXPECT_THROW(bytes.SetSize(-1), CInvalidArgException);
-  EXPECT_THROW(CStringArray().GetAt(0), CInvalidArgException);
-  bytes.SetSize(4);
-  EXPECT_EQ((CByteArray{1, 2, 0, 0}), bytes);
 }
 
 TEST(SecureMemoryTest, ATextIsWipedWithItsUnusedCapacity) {
