@@ -14,17 +14,25 @@ namespace {
 constexpr std::size_t kLongestPiece = std::size_t{1} << 30;
 
 void Require(bool is_done) {
-  if (!is_done) throw std::runtime_error("AES-256-CBC is not available");
+  if (!is_done) throw std::runtime_error("AES-256-CBC or MD5 is not available");
 }
 
-// Looked up once: each look-up searches the providers.
+template <class Algorithm>
+const Algorithm* Available(Algorithm* algorithm) {
+  Require(algorithm != nullptr);
+  return algorithm;
+}
+
+// Looked up once, since each look-up searches the providers. One that fails may have lacked memory:
+// as it throws, the next call looks again.
 const EVP_MD* Md5Algorithm() {
-  static const EVP_MD* const algorithm = EVP_MD_fetch(nullptr, "MD5", nullptr);
+  static const EVP_MD* const algorithm = Available(EVP_MD_fetch(nullptr, "MD5", nullptr));
   return algorithm;
 }
 
 const EVP_CIPHER* AesAlgorithm() {
-  static const EVP_CIPHER* const algorithm = EVP_CIPHER_fetch(nullptr, "AES-256-CBC", nullptr);
+  static const EVP_CIPHER* const algorithm =
+      Available(EVP_CIPHER_fetch(nullptr, "AES-256-CBC", nullptr));
   return algorithm;
 }
 
@@ -32,9 +40,10 @@ const EVP_CIPHER* AesAlgorithm() {
 
 std::optional<Md5Digest> Md5(std::span<const unsigned char> data) {
   Md5Digest digest{};
-  const EVP_MD* const algorithm = Md5Algorithm();
-  if (algorithm == nullptr ||
-      EVP_Digest(data.data(), data.size(), digest.data(), nullptr, algorithm, nullptr) != 1) {
+  try {
+    Require(EVP_Digest(data.data(), data.size(), digest.data(), nullptr, Md5Algorithm(), nullptr) ==
+            1);
+  } catch (const std::runtime_error&) {
     return {};
   }
   return digest;
@@ -58,7 +67,7 @@ AesCbc::AesCbc(CipherDirection direction, std::span<const unsigned char, kAesKey
     : impl_(std::make_unique<Impl>()) {
   std::ranges::copy(initial, impl_->initial.begin());
   EVP_CIPHER_CTX* const context = impl_->context.get();
-  Require(context != nullptr && AesAlgorithm() != nullptr);
+  Require(context != nullptr);
   Require(EVP_CipherInit_ex2(context, AesAlgorithm(), key.data(), initial.data(),
                              direction == CipherDirection::kEncrypt ? 1 : 0, nullptr) == 1);
   Require(EVP_CIPHER_CTX_set_padding(context, 0) == 1);

@@ -7,6 +7,7 @@
 #include <cerrno>
 #include <climits>
 #include <new>
+#include <stdexcept>
 #include <string>
 #include <utility>
 
@@ -33,9 +34,15 @@ struct MultiDeleter {
 };
 using Url = std::unique_ptr<CURLU, UrlDeleter>;
 
-bool StartCurl() {
-  static const CURLcode started = curl_global_init(CURL_GLOBAL_DEFAULT);
-  return started == CURLE_OK;
+bool StartCurl() try {
+  // One that fails may have lacked memory: as it throws, the next call starts anew.
+  static const bool is_started = [] {
+    if (curl_global_init(CURL_GLOBAL_DEFAULT) != CURLE_OK) throw std::runtime_error("libcurl");
+    return true;
+  }();
+  return is_started;
+} catch (const std::runtime_error&) {
+  return false;
 }
 
 // ftp://host:port/ ; null when the host's name cannot be one.

@@ -13,6 +13,7 @@
 #include <chrono>
 #include <filesystem>
 #include <memory>
+#include <new>
 #include <string>
 
 #include "platform/error.h"
@@ -93,10 +94,10 @@ spdlog::logger* ProgramLog() {
     if (!path) return static_cast<spdlog::logger*>(nullptr);
     // The program may change its folder later.
     auto sink = std::make_shared<AppendingSink>(std::filesystem::absolute(*path).string());
-    auto* made = new spdlog::logger("vk.tq.commonlib", std::move(sink));
+    auto made = std::make_unique<spdlog::logger>("vk.tq.commonlib", std::move(sink));
     made->set_level(spdlog::level::trace);
     made->set_error_handler([](const std::string&) {});
-    return made;
+    return made.release();
   }();
   return logger;
 }
@@ -141,12 +142,14 @@ int SyslogPriority(unsigned long event_id) {
 
 }  // namespace
 
-int ProgramLogLevel() noexcept {
+int ProgramLogLevel() noexcept try {
   static const int level = [] {
     const std::string text = EnvironmentOverride("TQ_LOG_LEVEL").value_or(std::string());
     return WholeNumber<int>(text).value_or(kDefaultLevel);
   }();
   return level;
+} catch (const std::bad_alloc&) {
+  return kDefaultLevel;
 }
 
 bool HasProgramLog() noexcept {

@@ -30,7 +30,8 @@ StackRange StackOfThread() noexcept {
 }  // namespace
 
 std::size_t RemainingStack() noexcept {
-  thread_local const StackRange range = StackOfThread();
+  thread_local StackRange range;
+  if (range.end == 0) range = StackOfThread();  // it may have lacked a descriptor before
   const auto here = reinterpret_cast<std::uintptr_t>(__builtin_frame_address(0));
   return here > range.begin && here < range.end ? here - range.begin : 0;
 }

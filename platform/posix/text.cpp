@@ -8,6 +8,8 @@
 #include <wctype.h>
 
 #include <algorithm>
+#include <atomic>
+#include <cerrno>
 #include <limits>
 
 #include "platform/error.h"
@@ -37,10 +39,18 @@ class Locale {
   locale_t handle_;
 };
 
-// It is never freed: other static objects may still compare texts when the program ends.
-locale_t UnicodeLocale() {
-  const locale_t unicode = newlocale(LC_CTYPE_MASK, "C.UTF-8", nullptr);
-  return unicode != nullptr ? unicode : newlocale(LC_CTYPE_MASK, "C", nullptr);
+// The one that is kept is never freed: other static objects may still compare texts when the program
+// ends. Where there is none for want of memory, the next call tries again.
+locale_t UnicodeLocale() noexcept {
+  static std::atomic<locale_t> kept = nullptr;
+  if (const locale_t known = kept.load(std::memory_order_acquire)) return known;
+  locale_t made = newlocale(LC_CTYPE_MASK, "C.UTF-8", nullptr);
+  const bool is_final = made != nullptr || errno == ENOENT;
+  if (made == nullptr) made = newlocale(LC_CTYPE_MASK, "C", nullptr);  // libc has it ready
+  locale_t other = nullptr;
+  if (!is_final || kept.compare_exchange_strong(other, made)) return made;
+  freelocale(made);
+  return other;
 }
 
 // The property White_Space of Unicode.
@@ -118,8 +128,7 @@ std::uint32_t ToUpperAscii(wchar_t c) {
 }  // namespace
 
 wchar_t ToUpperByTable(wchar_t c) noexcept {
-  static const locale_t locale = UnicodeLocale();
-  return static_cast<wchar_t>(towupper_l(static_cast<wint_t>(c), locale));
+  return static_cast<wchar_t>(towupper_l(static_cast<wint_t>(c), UnicodeLocale()));
 }
 
 unsigned AnsiCodePage() {
