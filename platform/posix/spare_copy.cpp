@@ -49,8 +49,9 @@ std::size_t SizeWithoutCopy(std::string_view bytes) {
 bool AppendSpareCopy(int file, std::uint64_t file_size, const void* data, std::size_t size) {
   Trailer trailer{size, {}};
   std::memcpy(trailer.mark, kMark, kMarkSize);
-  // At a multiple of its size, the mark in front lies in one page.
-  const std::uint64_t end = std::max<std::uint64_t>(file_size, size);
+  // At a multiple of its size, the mark in front lies in one page. Where the file ends with it, the
+  // zeros before it are a size, too: nobody takes the end of the text for one.
+  const std::uint64_t end = std::max<std::uint64_t>(file_size, size) + sizeof trailer.size;
   const std::uint64_t mark = (end + kMarkSize - 1) / kMarkSize * kMarkSize;
   const std::uint64_t begin = mark + kMarkSize;
   if (WriteAt(file, kMark, kMarkSize, mark) && WriteAt(file, data, size, begin) &&
