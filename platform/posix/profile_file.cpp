@@ -175,7 +175,8 @@ bool ProfileFile::Reserve(std::size_t size) {
 
 void ProfileFile::Restore(std::size_t offset) {
   const LastErrorKeeper keeper;
-  WriteAt(file_.get(), bytes_.data() + offset, bytes_.size() - offset, offset);
+  // If the disk does not take the old bytes either, a copy of the new ones may be all that is whole.
+  if (!WriteAt(file_.get(), bytes_.data() + offset, bytes_.size() - offset, offset)) return;
   if (ftruncate(file_.get(), static_cast<off_t>(bytes_.size())) != 0) FailWithErrno();
 }
 
