@@ -79,7 +79,9 @@ TEST_F(UsersTool, PrintersAreAddedListedAndTested) {
   RunJson("printers add 0 'レシート*'");
   RunJson("printers add 3 Label");
   RunJson("printers add 4 x", 2);
+  RunJson("printers add 1 ''", 2);
   RunJson("printers add 0 x --dir none", 1);
+  RunJson("printers list --dir none", 1);
   const Json list = RunJson("printers list");
   ASSERT_EQ(list.size(), 2u);
   EXPECT_EQ(TextOf(list[0].at("name")), "レシート*");

@@ -42,8 +42,11 @@ void DeclareList(CLI::App& command, ListOptions& options) {
   AddText(command, "--dir", options.folder, "The folder of the list, if not the product's own");
 }
 
-// A list that is missing is an empty one.
+// A list that is missing is an empty one. A folder that is missing is a mistake.
 void Read(const std::wstring& folder, CWhiteListFileAccess& list) {
+  if (!std::filesystem::is_directory(vk::tq::PathToNative(folder))) {
+    throw Failure(L"There is no folder " + QuotedPath(folder) + L".", L"Look at the path.");
+  }
   const bool is_there = std::filesystem::exists(vk::tq::PathToNative(folder + L"\\WhiteList.dat"));
   if (!is_there || list.Read(folder) == 1) return;
   throw Failure(L"The list in " + QuotedPath(folder) + L" cannot be read.",
@@ -89,6 +92,9 @@ void DeclareAdd(CLI::App& command, AddOptions& options) {
 }
 
 void AddPrinter(Context& context, const AddOptions& options) {
+  if (options.name.empty()) {
+    throw UsageError(L"NAME is empty: as a part of a name it would stand for every printer.");
+  }
   if (options.name.find(L"\r\n") != std::wstring::npos) {
     throw UsageError(L"A name is one line.");
   }
