@@ -68,6 +68,7 @@ TEST_F(JobToolTest, WhatCannotBeDecipheredIsNotLost) {
   const ToolResult list = Run("job list jobs");
   EXPECT_EQ(list.status, 1);
   EXPECT_THAT(list.error, HasSubstr("\"J\" cannot be deciphered"));
+  EXPECT_EQ(Run("job show jobs/J").status, 1);
   WriteKeyFile(std::string(34, 'k'));
   Fails("job new jobs/K", "longer than 33 bytes");
   WriteKeyFile();
@@ -87,6 +88,7 @@ TEST_F(JobToolTest, FailuresAndWrongUsage) {
       {"job set jobs/None --status 1", 1, "There is no job"},
       {"job new 'no folder/J'", 1, "cannot be written"},
       {"job list 'no folder'", 1, "cannot be searched"},
+      {"job list ''", 2, "FOLDER is empty"},
       {"job set jobs/J", 2, "nothing to set"},
       {"job set jobs/J --status 1000", 2, "range"},
       {"job set jobs/J --field none=1", 2, "tavocopyerr"},

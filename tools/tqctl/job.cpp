@@ -155,6 +155,7 @@ void ShowJob(Context& context, const JobOptions& options) {
   if (read.has_status_file) ForEachStatusFileField(record, add);
   if (!record.PrinterIpAddress.empty()) add(L"PrinterIpAddress", record.PrinterIpAddress);
   context.out.Show(fields);
+  if (!read.is_deciphered) context.status = kFailed;
 }
 
 // ---- job new, job set ----

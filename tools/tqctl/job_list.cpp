@@ -155,6 +155,7 @@ void ShowChanges(Context& context, const ListOptions& options, const Jobs& befor
 }
 
 void ListJobs(Context& context, const ListOptions& options) {
+  if (options.folder.empty()) throw UsageError(L"FOLDER is empty.");
   Jobs jobs = FindJobs(options.folder);
   if (options.is_watching && context.out.is_json()) {
     ShowChanges(context, options, {}, jobs);
