@@ -102,8 +102,8 @@ Json ToolTest::RunJson(const std::string& line, int status) const {
 }
 
 void ToolTest::Fails(const std::string& line, const std::string& says, int status) const {
-  EXPECT_THAT(TextOf(RunJson(line, status).at("error").at("message")), ::testing::HasSubstr(says))
-      << line;
+  const std::string message = RunJson(line, status).at("error").at("message");
+  EXPECT_THAT(message, ::testing::HasSubstr(says)) << line;
 }
 
 ToolResult ToolTest::RunOnTerminal(const std::string& line, const std::string& answer) const {
