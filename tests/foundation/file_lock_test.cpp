@@ -42,18 +42,15 @@ TEST_F(FileLockTest, ProgramsTakeAndGiveBack) {
   EXPECT_EQ(ReleasePrinterWhiteListMutex(list), nullptr);
   EXPECT_TRUE(IsFree(kJobs) && IsFree(kWhiteList));
   EXPECT_EQ(ReleaseManageFileMutex(nullptr), nullptr);
-  EXPECT_EQ(ReleasePrinterWhiteListMutex(nullptr), nullptr);
   EXPECT_THAT(log_.lines(), IsEmpty());
 }
 
 TEST_F(FileLockTest, ATimeOutIsLoggedUnderTheLabelOfTheName) {
   const ScopedLockTimeout short_wait(10);
   const std::wstring timed_out = L"の排他処理に失敗しました。(タイムアウト) [77]";
-  const std::pair<std::wstring, std::wstring> cases[] = {
-      {kJobs, kJobsLabel},
-      {L"任意の名前", kJobsLabel},
-      {L"GLOBAL\\kitora_qtl_print_mltthread", L"ネミジョブ投入スレッド"}};
-  for (const auto& [name, label] : cases) {
+  for (const auto& [name, label] :
+       {std::pair{kJobs, kJobsLabel},
+        {L"GLOBAL\\kitora_qtl_print_mltthread", L"ネミジョブ投入スレッド"}}) {
     const LockHolder holder(name);
     SetLastError(77);
     EXPECT_EQ(GetManageFileMutex(name), nullptr);
@@ -95,22 +92,9 @@ constexpr FileLock kPlain = {
 // What the file classes have from their base class.
 class Operations : public LockOperations {
  public:
-  using LockOperations::CreateNullDACL;
-  using LockOperations::DestroyNullDACL;
   using LockOperations::ExceptionLine;
   using LockOperations::RunLocked;
 };
-
-TEST_F(FileLockTest, AttributesAreMadeAndFreed) {
-  SECURITY_ATTRIBUTES attributes;
-  ASSERT_EQ(Operations::CreateNullDACL(&attributes), 1);
-  EXPECT_EQ(attributes.bInheritHandle, 1);
-  EXPECT_EQ(Operations::DestroyNullDACL(&attributes), 1);
-  EXPECT_EQ(attributes.lpSecurityDescriptor, nullptr);
-  EXPECT_EQ(Operations::DestroyNullDACL(&attributes), 0);
-  EXPECT_EQ(Operations::DestroyNullDACL(nullptr), 0);
-  EXPECT_EQ(Operations::CreateNullDACL(nullptr), 0);
-}
 
 // The failure of a class tells of the owner's end; the lock itself is sound again.
 TEST_F(FileLockTest, ProgramsTakeAnAbandonedMutexOverAndClassesFailOnce) {
@@ -132,15 +116,15 @@ TEST_F(FileLockTest, TheLockIsGivenBackOnEveryWayOut) {
     return TakeFileLock(kPlain, attributes);
   };
   const Operations::ExceptionLine line{4, 9, L"C::Work", L"例外"};
-  int result = Operations::RunLocked(take, -1, line, [](int& r) { r = IsFree(kJobs) ? 2 : 1; });
-  EXPECT_EQ(result, 1);
+  EXPECT_EQ(Operations::RunLocked(take, -1, line, [](int& r) { r = IsFree(kJobs) ? 2 : 1; }), 1);
   EXPECT_TRUE(IsFree(kJobs));
   SetLastError(77);
-  result = Operations::RunLocked(take, -1, line, [](int& r) {
-    r = 5;
-    throw std::runtime_error("x");
-  });
-  EXPECT_EQ(result, 5);
+  EXPECT_EQ(Operations::RunLocked(take, -1, line,
+                                  [](int& r) {
+                                    r = 5;
+                                    throw std::runtime_error("x");
+                                  }),
+            5);
   EXPECT_TRUE(IsFree(kJobs));
 
   const ScopedLockTimeout short_wait(10);

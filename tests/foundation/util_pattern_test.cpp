@@ -22,9 +22,8 @@ class UtilPatternTest : public ProductTest {
     WriteNative(native("registry.ini"), "[" + key + "]\r\nImageLogIDDelimiter = " + value + "\r\n");
   }
 
-  CString result_ = L"old";
+  CString result_, message_ = L"old";
   int error_ = 77;
-  CString message_ = L"old";
 };
 
 std::wstring Repeat(std::wstring_view text, int count) {
@@ -36,15 +35,11 @@ std::wstring Repeat(std::wstring_view text, int count) {
 TEST_F(UtilPatternTest, TheFirstMatchIsExtracted) {
   const std::tuple<const wchar_t*, const wchar_t*, const wchar_t*> cases[] = {
       {L"abc123def456", L"[0-9]+", L"123"},
-      {L"abc", L"\\d+", L""},
       {L"Abc", L"abc", L""},
       {L"見積書_2024.pdf", L"_(\\d{4})\\.", L"_2024."},
-      {L"aXbXc", L"a.*?X", L"aX"},
       {L"a\nb", L"^b", L""},
       {L"xaby", L"a|ab", L"a"},
-      {L"one two", L"\\btwo\\b", L"two"},
       {L"abab", L"(ab)\\1", L"abab"},
-      {L"foobar", L"foo(?=bar)", L"foo"},
       {L"日本", L"\\w", L""}};
   for (const auto& [source, pattern, found] : cases) {
     EXPECT_EQ(1, Extract(source, pattern)) << ToUtf8(pattern);
@@ -59,34 +54,25 @@ TEST_F(UtilPatternTest, TheFirstMatchIsExtracted) {
   EXPECT_EQ(L"1", text);
 }
 
-TEST_F(UtilPatternTest, AnEmptyPatternIsAnErrorOfItsOwn) {
-  for (const std::wstring& pattern : {std::wstring(), std::wstring(1, L'\0') + L"a"}) {
-    EXPECT_EQ(0, Extract(L"source", pattern));
-    EXPECT_EQ(L"source", result_);
-    EXPECT_EQ(CUtil::ERR_REGEX_EMPTY, error_);
-    EXPECT_EQ(L"", message_);
-  }
-  EXPECT_THAT(log_.lines(), IsEmpty());
-}
-
 TEST_F(UtilPatternTest, ABadPatternGivesTheEnginesCode) {
   using namespace std::regex_constants;
-  const std::pair<const wchar_t*, error_type> kCases[] = {
-      {L"[", error_brack},    {L"(", error_paren},         {L"a)", error_paren},
-      {L"\\", error_escape},  {L"a{3,2}", error_badbrace}, {L"[b-a]", error_range},
-      {L"\\1", error_backref}};
-  for (const auto& [pattern, code] : kCases) {
+  for (const auto& [pattern, code] :
+       {std::pair{L"[", error_brack}, {L"a{3,2}", error_badbrace}, {L"\\1", error_backref}}) {
     log_.Clear();
     EXPECT_EQ(0, Extract(L"source", pattern)) << ToUtf8(pattern);
     EXPECT_EQ(L"source", result_);
     EXPECT_EQ(static_cast<int>(code), error_) << ToUtf8(pattern);
-    EXPECT_NE(L"", message_);
     const LogLine line{5, 0, L"CUtil::ExtractPatternString",
                        L"文字列から正規表現パターンに一致した文字列を抽出する際にエラーが発生しま"
                        L"した。(" +
                            std::to_wstring(error_) + L": " + message_ + L")"};
     EXPECT_THAT(log_.lines(), ElementsAre(line));
   }
+  log_.Clear();
+  EXPECT_EQ(0, Extract(L"source", std::wstring(L"\0a", 2)));
+  EXPECT_EQ(L"source", result_);
+  EXPECT_EQ(CUtil::ERR_REGEX_EMPTY, error_);
+  EXPECT_THAT(log_.lines(), IsEmpty());
 }
 
 // What would otherwise exhaust the stack, the memory or the day.
@@ -98,12 +84,9 @@ TEST_F(UtilPatternTest, AHeavySearchIsStopped) {
       {L"aaaa", L"(?:(?:(?:(?:a*)*)*)*)*b", error_complexity},
       {L"", L"(?:|){40}x", error_complexity},
       {long_text, L"^(a|b)*x", error_stack},
-      {long_text, L"(.*)x", error_stack},
       {L"a", Repeat(L"(", 100'000) + Repeat(L")", 100'000), error_space},
       {L"a", L"(((a{100}){100}){100}){100}", error_space},
-      {L"a", L"a{99999999999999999999}", error_space},
       {L"a", L"(?:|[\\]({](?:|){9}){300}", error_space},
-      {L"a", L"(?:|\\c(\\c[){400}", error_space},
       {L"a", L"(?:|[[:alpha:]]){400}", error_space}};
   for (const auto& [source, pattern, code] : cases) {
     EXPECT_EQ(0, Extract(source, pattern));
@@ -112,19 +95,8 @@ TEST_F(UtilPatternTest, AHeavySearchIsStopped) {
   }
 }
 
-// Runs a function on a thread with a stack of a quarter of a megabyte.
-void RunOnSmallStack(void* (*work)(void*)) {
-  pthread_attr_t attributes;
-  pthread_attr_init(&attributes);
-  pthread_attr_setstacksize(&attributes, 256 * 1024);
-  pthread_t thread{};
-  ASSERT_EQ(0, pthread_create(&thread, &attributes, work, nullptr));
-  pthread_join(thread, nullptr);
-  pthread_attr_destroy(&attributes);
-}
-
 TEST_F(UtilPatternTest, ASmallStackIsRespected) {
-  RunOnSmallStack([](void*) -> void* {
+  const auto search = [](void*) -> void* {
     const std::wstring text(10'000, L'a');
     CString result;
     int error = 0;
@@ -139,7 +111,14 @@ TEST_F(UtilPatternTest, ASmallStackIsRespected) {
                                              result, error));
     EXPECT_EQ(L"192.168.0.1", result);
     return nullptr;
-  });
+  };
+  pthread_attr_t attributes;
+  pthread_attr_init(&attributes);
+  pthread_attr_setstacksize(&attributes, 256 * 1024);
+  pthread_t thread{};
+  ASSERT_EQ(0, pthread_create(&thread, &attributes, search, nullptr));
+  pthread_join(thread, nullptr);
+  pthread_attr_destroy(&attributes);
 }
 
 class OtherProcessor : public Machine {
@@ -157,9 +136,7 @@ TEST_F(UtilPatternTest, TheDelimiterComesFromTheRegistry) {
   const ScopedMachine use_machine(processor);
   const std::tuple<const char*, std::string, int, std::wstring> cases[] = {
       {kKeyOfX64, "#ID#", kArchitectureX64, L"#ID#"},
-      {kKey, "#ID#", kArchitectureX64, L""},
       {kKey, "＃区切＃", 12, L"＃区切＃"},
-      {kKeyOfX64, "#ID#", 0, L""},
       {kKeyOfX64, std::string(200, 'x'), kArchitectureX64, std::wstring(63, L'x')}};
   for (const auto& [key, value, number, delimiter] : cases) {
     processor.number = static_cast<std::uint16_t>(number);
@@ -169,7 +146,6 @@ TEST_F(UtilPatternTest, TheDelimiterComesFromTheRegistry) {
     EXPECT_EQ(delimiter.empty() ? L"#SI#" : delimiter, buffer.c_str());
     EXPECT_EQ(L"||", buffer.substr(64));
   }
-  EXPECT_EQ(0, CUtil::GetImageLogIDDelimiter(nullptr));
 }
 
 TEST_F(UtilPatternTest, AnImageLogIdIsCutOut) {
@@ -177,15 +153,11 @@ TEST_F(UtilPatternTest, AnImageLogIdIsCutOut) {
   const ScopedMachine use_machine(processor);
   WriteRegistry(kKeyOfX64, "#SI#");
   const std::wstring id = L"0123456789abcdef0123456789ABCDEFwxyz";
-  ASSERT_EQ(36u, id.size());
   const std::tuple<std::wstring, int, std::wstring> cases[] = {
       {L"x" + id + L"#SI#rest", 1, L"xrest"},
-      {id + L"#SI#", 1, L""},
-      {id.substr(1) + L"#SI#rest", 0, id.substr(1) + L"#SI#rest"},
       {L"見積" + id + L"#SI#" + id + L"#SI#", 1, L"見積" + id + L"#SI#"},
       // The first delimiter counts, even where it stands too early.
-      {L"#SI#" + id + L"#SI#", 0, L"#SI#" + id + L"#SI#"},
-      {L"", 0, L""}};
+      {L"#SI#" + id + L"#SI#", 0, L"#SI#" + id + L"#SI#"}};
   for (const auto& [whole, result, left] : cases) {
     std::wstring text = whole;
     std::wstring buffer(38, L'|');
@@ -193,13 +165,11 @@ TEST_F(UtilPatternTest, AnImageLogIdIsCutOut) {
     EXPECT_EQ(left, text.c_str());
     EXPECT_EQ(result == 1 ? id + std::wstring(1, L'\0') + L'|' : std::wstring(38, L'|'), buffer);
   }
-  std::wstring text = id + L"#SI#";
-  EXPECT_EQ(0, CUtil::SepareteImaglogID(nullptr, text.data()));
-  EXPECT_EQ(0, CUtil::SepareteImaglogID(text.data(), nullptr));
   EXPECT_THAT(log_.lines(), IsEmpty());
 
   // Without the registry value the function is off.
   WriteNative(native("registry.ini"), "");
+  std::wstring text = id + L"#SI#";
   std::wstring buffer(37, L'|');
   EXPECT_EQ(0, CUtil::SepareteImaglogID(text.data(), buffer.data()));
   EXPECT_EQ(id + L"#SI#", text);
