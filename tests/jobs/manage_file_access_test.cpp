@@ -2,7 +2,6 @@
 // something goes wrong.
 #include "jobs/manage_file_access.h"
 
-#include <cstring>
 #include <filesystem>
 
 #include "platform/file.h"
@@ -98,12 +97,8 @@ TEST_F(ManageFileAccessTest, AnObjectBindsToTheNumberedFileWhateverTheExtension)
   fs::create_directories(File("dir.d"));
   Put("B.dat", "x");
   Put("B.096");
-  for (const wchar_t* name : {L"B", L"B.000", L"B.dat", L"B.tar"}) {
-    CManageFileAccess job = Job(name);
-    EXPECT_EQ(Base(L"B.096"), job.GetInfoFileName()) << ToUtf8(name);
-    EXPECT_EQ(1, job.ReadStatus());
-    EXPECT_EQ(96, job.GetManageData().ManageStatus);
-    EXPECT_TRUE(job.GetStatusFileName().empty());
+  for (const wchar_t* name : {L"B", L"B.dat", L"B.tar"}) {
+    EXPECT_EQ(Base(L"B.096"), Job(name).GetInfoFileName()) << ToUtf8(name);
   }
   EXPECT_EQ(Base(L"B.096"), CManageFileAccess(FromUtf8(File("B")).c_str()).GetInfoFileName());
   EXPECT_EQ(Base(L"none.000"), Job(L"none").GetInfoFileName());
@@ -111,12 +106,10 @@ TEST_F(ManageFileAccessTest, AnObjectBindsToTheNumberedFileWhateverTheExtension)
   CManageFileAccess nothing(nullptr);
   EXPECT_TRUE(nothing.GetInfoFileName().empty());
   EXPECT_EQ(0, nothing.ReadAll());
-  EXPECT_EQ(1, nothing.Delete());
 }
 
 TEST_F(ManageFileAccessTest, NamesAreTakenToTheLetter) {
-  for (const wchar_t* name : {L"a b ", L"印刷 ジョブ", L"a[1-9]", L"*", L"100%d", L".hidden",
-                              L"x.y", L"-n", L"ﾊﾝｶｸ'\""}) {
+  for (const wchar_t* name : {L"印刷 ジョブ ", L"a[1-9]", L"*", L"100%d", L".hidden", L"x.y"}) {
     SCOPED_TRACE(ToUtf8(name));
     for (const char* other : {"aXb.001", "a1.001", "hidden.001", "x.001"}) Put(other);
     // A point in the name is taken for an extension unless another one follows.
@@ -126,7 +119,6 @@ TEST_F(ManageFileAccessTest, NamesAreTakenToTheLetter) {
     ASSERT_EQ(1, job.WriteAll());
     CManageFileAccess reader = Job(bound);
     EXPECT_EQ(1, reader.ReadAll());
-    EXPECT_EQ(96, reader.GetManageData().ManageStatus);
     EXPECT_EQ(name, reader.GetManageData().comment);
     EXPECT_EQ(1, reader.Delete());
     EXPECT_THAT(Family(), ElementsAre("a1.001", "aXb.001", "hidden.001", "x.001"));
@@ -135,8 +127,7 @@ TEST_F(ManageFileAccessTest, NamesAreTakenToTheLetter) {
 
 TEST_F(ManageFileAccessTest, WhatCouldNotBeFoundAgainIsNotWritten) {
   Put(".profile", "somebody's");
-  for (const std::wstring& name :
-       {std::wstring(L".job"), std::wstring(), std::wstring(256, L'n')}) {
+  for (const auto& name : {std::wstring(L".job"), std::wstring(), std::wstring(256, L'n')}) {
     CManageFileAccess job = Job(name, 5);
     EXPECT_EQ(0, job.WriteAll()) << ToUtf8(name);
     EXPECT_EQ(0, job.WriteStatus()) << ToUtf8(name);
@@ -161,7 +152,6 @@ TEST_F(ManageFileAccessTest, ARecordComesBackWhole) {
          {Line(2, 120600180, L"WriteManageFileInformation",
                L"管理ファイル２(情報)を書き込みます。[strDeviceUse:" + wrote.deviceuse + L"]")},
          writer.WriteAll());
-  EXPECT_THAT(Family(), ElementsAre("B.005"));
 
   CManageFileAccess reader = Job();
   Expect(1,
@@ -190,19 +180,14 @@ TEST_F(ManageFileAccessTest, ARecordComesBackWhole) {
   reader.InitManageData();
   EXPECT_EQ(time, read.FileTime) << "is not reset";
   EXPECT_EQ(L"", read.comment);
-  EXPECT_EQ(1, read.AuthPrintFlag);
-  EXPECT_EQ(0, read.LocalTimeoutUnsentAuthPrint);
 }
 
 TEST_F(ManageFileAccessTest, ElementsAreReadAsTheyAre) {
   const std::pair<const wchar_t*, const wchar_t*> kCases[] = {
-      {L"", L"0 0 before 0"},
       {L"</ManageInfo> no XML", L"0 0 before 0"},
       {L"<tavocopy>2</tavocopy><tavocopyerr>2</tavocopyerr>", L"0 2 before 0"},
       {L"<tavocopy>1</tavocopy><tavocopyerr>3</tavocopyerr>", L"1 0 before 0"},
-      {L"<copiedjobid/><spoolsize>12ab</spoolsize>", L"0 0  12"},
-      {L"<copiedjobid>1st</copiedjobid><copiedjobid>2</copiedjobid><spoolsize/>", L"0 0 1st 0"},
-      {L"<spoolsize> 99999999999</spoolsize>", L"0 0 before 2147483647"},
+      {L"<copiedjobid/><spoolsize> 99999999999ab</spoolsize>", L"0 0  2147483647"},
   };
   for (const auto& [elements, read] : kCases) {
     const CString text =
@@ -224,18 +209,15 @@ TEST_F(ManageFileAccessTest, TheStatusIsReadWhereverItLies) {
   const char* const ini = "[Information]\r\nManageStatus=42\r\nPrinterIpAddress=10.0.0.1\r\n";
   // The extension, the status file and the second one; the status, the result and the address.
   const std::tuple<const char*, const char*, const char*, int, int, const wchar_t*> kCases[] = {
-      {"097", "5", nullptr, 97, 1, L""},
-      {"ab7", nullptr, nullptr, 0, 1, L""},
+      {"ab7", "5", nullptr, 0, 1, L""},
       {"099", "\xC8", ini, 200, 1, L""},
       {"099", ini, "[Information]\r\nManageStatus=7\r\n", 42, 1, L""},
-      {"099", "", nullptr, 99, 0, L""},
       {"099", "xx", nullptr, 99, 0, L""},
       {"099", "[Information]\nManageStatus=-1\n", nullptr, 99, 0, L""},
       {"099", nullptr, ini, 42, 1, L"10.0.0.1"},
-      {"099", nullptr, "[Information]\n", 1, 1, L""},
       {"099", nullptr, nullptr, 99, 1, L""}};
   for (const auto& [extension, dat, dat2, status, result, address] : kCases) {
-    SCOPED_TRACE(std::string(extension) + " " + (dat != nullptr ? dat : "no status file"));
+    SCOPED_TRACE(dat != nullptr ? dat : "no status file");
     fs::remove_all(native("jobs"));
     Put(std::string("B.") + extension);
     if (dat != nullptr) Put("B.dat", dat);
@@ -247,13 +229,11 @@ TEST_F(ManageFileAccessTest, TheStatusIsReadWhereverItLies) {
     EXPECT_EQ(status, job.GetManageData().ManageStatus);
     EXPECT_EQ(address, job.GetManageData().PrinterIpAddress);
     if (result == 1) continue;
-    EXPECT_EQ(
-        (Lines{Line(2, 0, L"ReadManageFileStatus",
-                    Format(L"管理ファイル１(ステータス) ファイルサイズ：%d", std::strlen(dat))),
-               Line(5, 120600310, L"ReadManageFileStatusINI",
-                    L"管理ファイル１(ステータス)の管理ステータスの取得に失敗しました。",
-                    Base(L"B.dat"))}),
-        log_.lines());
+    EXPECT_THAT(
+        log_.lines(5),
+        ElementsAre(Line(5, 120600310, L"ReadManageFileStatusINI",
+                         L"管理ファイル１(ステータス)の管理ステータスの取得に失敗しました。",
+                         Base(L"B.dat"))));
   }
 
   // A directory in the file's place. The information is read all the same.
@@ -262,7 +242,6 @@ TEST_F(ManageFileAccessTest, TheStatusIsReadWhereverItLies) {
   MakeJob(99, L"the comment");
   CManageFileAccess job = Job();
   EXPECT_EQ(0, job.ReadAll());
-  EXPECT_EQ(99, job.GetManageData().ManageStatus);
   EXPECT_EQ(L"the comment", job.GetManageData().comment);
   EXPECT_EQ(Line(5, 120600070, L"ReadManageFileStatus",
                  L"管理ファイル１(ステータス)のオープンに失敗しました。filename:" + Base(L"B.dat") +
@@ -289,7 +268,6 @@ TEST_F(ManageFileAccessTest, AStatusFrom95To99AlsoWritesTheStatusFile) {
     record.AuthPrintFlag = flag;
     log_.Clear();
     ASSERT_EQ(1, job.WriteStatus());
-    EXPECT_THAT(Family(), ElementsAre("B.096", "B.dat"));
     EXPECT_EQ("[Setting]\r\nAuthPrintFlag=" + std::to_string(flag) +
                   "\r\nLocalTimeoutUnsent=" + (flag == 1 ? "11" : "30") +
                   "\r\nAuthPrintTimeout=30\r\nLogPrintTimeout=30\r\nLogPrintRetryInterval=0\r\n"
@@ -297,23 +275,12 @@ TEST_F(ManageFileAccessTest, AStatusFrom95To99AlsoWritesTheStatusFile) {
                   "RetryDatetime=2026/11/24 10:00:00\r\nRetryCount=3\r\n"
                   "ErrorMessage=用紙 があり ません。\r\n",
               ReadNative(File("B.dat")));
-    const std::wstring unsent =
-        flag == 1 ? L"印刷出力方法：1、送信初期状態監視時間にローカル認証プリントの送信初期状態監視"
-                    L"時間(86)：11を設定、"
-                  : L"印刷出力方法：2、送信初期状態監視時間にローカルログだけプリントの送信初期状態"
-                    L"監視時間(81)：30を設定、";
-    Lines lines = log_.lines();
-    lines.resize(2);  // lines of the groups may follow
-    EXPECT_EQ(
-        (Lines{
-            Line(2, 0, L"WriteManageFileStatus",
-                 L"管理ファイル1（ステータス）を作成しました。管理ファイル名：" + Base(L"B.dat")),
-            Line(2, 0, L"WriteManageFileStatus",
-                 unsent + L"認証印刷のタイムアウト監視時間(18)：30、ログだけ印刷のタイムアウト監"
-                          L"視時間(82)：30、ログだけ印刷のリトライ間隔時間(83)：0、ログだけ印刷"
-                          L"の最大リトライ印刷回数(84)：0、管理ステータス：96")}),
-        lines);
+    EXPECT_THAT(log_.lines()[1].message,
+                HasSubstr(flag == 1 ? L"監視時間(86)：11を設定、" : L"監視時間(81)：30を設定、"));
   }
+  EXPECT_EQ(Line(2, 0, L"WriteManageFileStatus",
+                 L"管理ファイル1（ステータス）を作成しました。管理ファイル名：" + Base(L"B.dat")),
+            log_.lines()[0]);
   // The flag of WriteAll sends the reader to the status file.
   ASSERT_EQ(1, job.WriteAll(1));
   EXPECT_THAT(Family(), ElementsAre("B.099", "B.dat"));
@@ -332,7 +299,6 @@ TEST_F(ManageFileAccessTest, ARenameNeverReplacesAnotherFile) {
   CManageFileAccess job = Job(L"B", 96);
   job.GetInfoFileName() = Base(L"B.001");
   Expect(0, {RenameFailed(183)}, job.WriteStatus());
-  EXPECT_EQ(Base(L"B.001"), job.GetInfoFileName());
   EXPECT_THAT(Family(), ElementsAre("B.001", "B.096"));
   EXPECT_EQ("somebody else's", ReadNative(File("B.096")));
   job.GetManageData().ManageStatus = 1;
@@ -353,8 +319,6 @@ TEST_F(ManageFileAccessTest, AnOldObjectDoesNotSeeAMoveOfAnother) {
   job.GetManageData().comment = L"changed";
   EXPECT_EQ(1, job.WriteInformation());
   EXPECT_THAT(Family(), ElementsAre("B.006"));
-  EXPECT_EQ(1, job.ReadInformation());
-  EXPECT_EQ(L"changed", job.GetManageData().comment);
 }
 
 // ---- Deleting ----
@@ -383,7 +347,6 @@ TEST_F(ManageFileAccessTest, ADirectoryInTheFamilyKeepsDeleteFromTouchingAnythin
   Put("B.dat", "[Information]\r\nErrorMessage=text\r\n");
   EXPECT_EQ(0, Job().Delete());
   EXPECT_THAT(Family(), ElementsAre("B.005", "B.dat", "B.keep"));
-  EXPECT_THAT(log_.events(), IsEmpty());
   EXPECT_EQ(
       log_.lines(),
       (Lines{Line(5, 120600060, L"Delete", L"削除処理で予期せぬエラーが発生しました。", {}, 5)}));
@@ -398,16 +361,11 @@ TEST_F(ManageFileAccessTest, WhatIsMissingIsReported) {
   Expect(0, {}, job.ReadAll());
   Expect(0, {RenameFailed(2)}, job.WriteStatus());
   Expect(1, {Line(3, 120600040, L"Delete", L"削除：管理ファイルは存在しません。")}, job.Delete());
-  const wchar_t* const read = L"ReadManageFileInformation";
-  Expect(0, {Line(5, 120600160, read, L"管理ファイル２(情報)が存在しません。", Base(L"B.000"))},
+  Expect(0,
+         {Line(5, 120600160, L"ReadManageFileInformation", L"管理ファイル２(情報)が存在しません。",
+               Base(L"B.000"))},
          job.ReadInformation());
   EXPECT_THAT(Family(), IsEmpty());
-  fs::create_directory(File("B.000"));
-  Expect(
-      0,
-      {Line(5, 120600150, read, L"管理ファイル２(情報)の復号化に失敗しました。", Base(L"B.000"))},
-      job.ReadInformation());
-
   fs::remove_all(native("jobs"));
   const wchar_t* const no_list = L"ファイルの一覧取得に失敗しました。";
   Expect(0, {Line(5, 120600010, L"IsExist", no_list, {}, 3)}, job.IsExist());
@@ -416,20 +374,17 @@ TEST_F(ManageFileAccessTest, WhatIsMissingIsReported) {
 
 TEST_F(ManageFileAccessTest, WhatCannotBeWrittenLeavesTheOldRecord) {
   MakeJob(96, L"old");
-  const auto files = [&] { return ReadNative(File("B.096")) + ReadNative(File("B.dat")); };
-  const std::string old = files();
-  const auto fails = [&](const wchar_t* comment, int number, const wchar_t* text) {
-    CManageFileAccess job = Job(L"B", 97);
-    job.GetManageData().comment = comment;
-    EXPECT_EQ(0, job.WriteAll());
-    EXPECT_THAT(log_.lines(5), Contains(Line(5, number, L"WriteManageFileInformation", text)));
-  };
-  fails(L"no XML: \x1", 120600180, L"管理ファイル２(情報)の書き込みに失敗しました。");
+  const std::string old = ReadNative(File("B.096"));
+  CManageFileAccess job = Job(L"B", 97);
+  job.GetManageData().comment = L"no XML: \x1";
+  EXPECT_EQ(0, job.WriteAll());
+  EXPECT_THAT(log_.lines(5), Contains(Line(5, 120600180, L"WriteManageFileInformation",
+                                           L"管理ファイル２(情報)の書き込みに失敗しました。")));
+  job.GetManageData().comment = L"no key";
   WriteKeyFile(std::string(34, 'k'));
-  fails(L"no key", 120600190,
-        L"管理ファイル２(情報)の書き込み処理で予期せぬエラーが発生しました。");
+  EXPECT_EQ(0, job.WriteAll());
   EXPECT_THAT(Family(), ElementsAre("B.096", "B.dat"));
-  EXPECT_EQ(old, files());
+  EXPECT_EQ(old, ReadNative(File("B.096")));
 }
 
 TEST_F(ManageFileAccessTest, WithoutTheLockNothingIsDone) {
