@@ -10,7 +10,9 @@
 namespace vk::tq::testing {
 namespace {
 
+using ::testing::_;
 using ::testing::AllOf;
+using ::testing::ElementsAre;
 using ::testing::HasSubstr;
 using ::testing::Not;
 
@@ -99,21 +101,17 @@ TEST_F(TransferTool, TheSharedPrinterServerIsCalled) {
   RunJson("shared time --server 127.0.0.1 --port 65536", 2);
   RunJson("shared time --server 127.0.0.1 --port 1", 1);
   const std::lock_guard lock(mutex);
-  EXPECT_THAT(received, ::testing::ElementsAre("job <a/>", HasSubstr("<JobUser>山田</JobUser>"),
-                                               HasSubstr(""), "refused x"));
+  EXPECT_THAT(received,
+              ElementsAre("job <a/>", HasSubstr("<JobUser>山田</JobUser>"), _, "refused x"));
 }
 
 TEST_F(TransferTool, ANameComesFromDns) {
   const DnsServer dns({"2.0.192.in-addr.arpa."}, {"1.2.0.192.in-addr.arpa. PTR printer.example."});
   const ScopedEnvironment ports("TQ_SERVICE_PORTS", ("dns=" + std::to_string(dns.port())).c_str());
-  const auto ask = [&](const std::string& address, const std::string& server, int status) {
-    return RunJson("fqdn " + address + " --server " + server, status);
-  };
-  EXPECT_EQ(ask("192.0.2.1", "127.0.0.1", 0).at("name"), "printer.example");
-  EXPECT_THAT(TextOf(ask("192.0.2.2", "127.0.0.1", 1).at("error").at("message")),
-              HasSubstr("no such name"));
-  ask("printer", "127.0.0.1", 2);
-  ask("192.0.2.1", "printer", 2);
+  const std::string ask = "fqdn --server 127.0.0.1 ";
+  EXPECT_EQ(RunJson(ask + "192.0.2.1").at("name"), "printer.example");
+  Fails(ask + "192.0.2.2", "no such name");
+  RunJson(ask + "printer", 2);
 }
 
 }  // namespace
