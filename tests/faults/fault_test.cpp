@@ -1,12 +1,10 @@
 // Lets the n-th call of every kind fail in every public operation, for n = 1, 2, 3 ... until the
 // operation no longer makes so many, and looks after each run at what it has left.
-#include <dirent.h>
 #include <netdb.h>
-#include <sys/socket.h>
+#include <pthread.h>
 #include <unistd.h>
 
 #include <algorithm>
-#include <array>
 #include <cerrno>
 #include <chrono>
 #include <cstdio>
@@ -66,7 +64,7 @@ const Errors kErrors[] = {
     {"ftp library", kFtpLibrary, {ENOMEM}},
 };
 
-// ---- Another process, which takes every lock ----
+// ---- What an operation may leave behind ----
 
 constexpr const wchar_t* kLocks[] = {
     L"Global\\KITORA_QTL_JOB_MANAGE",
@@ -77,50 +75,27 @@ constexpr const wchar_t* kLocks[] = {
     L"Global\\KITORA_QTL_PRINT_MLTTHREAD",
 };
 
-class Prober {
- public:
-  Prober() {
-    if (socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends_) != 0) std::abort();
-    child_ = std::make_unique<ChildProcess>([this] { return Serve(); });
-  }
-  Prober(const Prober&) = delete;
-  Prober& operator=(const Prober&) = delete;
-  ~Prober() {
-    for (const int end : ends_) close(end);
-  }
-
-  // The locks that another process cannot take at once, a bit for each.
-  unsigned Held() {
-    unsigned held = 0;
-    const bool is_told = write(ends_[0], &held, sizeof held) == sizeof held &&
-                         read(ends_[0], &held, sizeof held) == sizeof held;
-    return is_told ? held : ~0U;
-  }
-
- private:
-  int Serve() {
-    close(ends_[0]);  // so that this process ends with the other
-    for (unsigned held = 0; read(ends_[1], &held, sizeof held) == sizeof held;) {
-      held = 0;
-      for (unsigned i = 0; i < std::size(kLocks); ++i) {
-        const bool is_global = std::wstring_view(kLocks[i]).starts_with(L"Global");
-        if (ProbeMutex(kLocks[i], is_global) != WaitResult::kAcquired) held |= 1U << i;
+// The locks that another thread cannot take at once, a bit for each. Blocks are counted by thread:
+// the other one must free nothing that this one has made, as std::thread does.
+unsigned HeldLocks() {
+  unsigned held = 0;
+  const auto probe = [](void* to) -> void* {
+    for (unsigned i = 0; i < std::size(kLocks); ++i) {
+      const bool is_global = std::wstring_view(kLocks[i]).starts_with(L"Global");
+      if (ProbeMutex(kLocks[i], is_global) != WaitResult::kAcquired) {
+        *static_cast<unsigned*>(to) |= 1U << i;
       }
-      if (write(ends_[1], &held, sizeof held) != sizeof held) break;
     }
-    return 0;
-  }
+    return nullptr;
+  };
+  pthread_t thread{};
+  if (pthread_create(&thread, nullptr, probe, &held) != 0) return ~0U;
+  pthread_join(thread, nullptr);
+  return held;
+}
 
-  int ends_[2];
-  std::unique_ptr<ChildProcess> child_;
-};
-
-int OpenDescriptors() {
-  DIR* const folder = opendir("/proc/self/fd");
-  int count = 0;
-  while (readdir(folder) != nullptr) ++count;
-  closedir(folder);
-  return count;
+auto OpenDescriptors() {
+  return std::distance(fs::directory_iterator("/proc/self/fd"), fs::directory_iterator());
 }
 
 // Keeps the lines, and no events.
@@ -209,19 +184,18 @@ class FaultTest : public Stage, public ::testing::WithParamInterface<Operation> 
   }
 
   void Check(const Fault& fault, const Run& run) {
-    // A server in this process may still take a connection, and closes it when it comes to it: one
-    // look that finds no more than before is enough.
-    int open = OpenDescriptors();
+    // A server in this process may still close a connection.
+    auto open = OpenDescriptors();
     for (int wait = 0; wait < 5000 && open != descriptors_; ++wait) {
       usleep(1000);
       open = OpenDescriptors();
     }
     EXPECT_EQ(open, descriptors_);
-    EXPECT_EQ(prober_.Held(), 0U) << "held locks, a bit for each";
+    EXPECT_EQ(HeldLocks(), 0U) << "held locks, a bit for each";
     CheckReport(fault, run);
     for (const std::string& name : Names()) {
       // What cannot be removed, or cannot be named for want of any memory, stays.
-      if (fault.group == kRemove || IsWithoutMemory(fault)) break;
+      if (fault.group == kRemove || (fault.group == kMemory && fault.lasts)) break;
       EXPECT_TRUE(std::ranges::count(names_, name) > 0) << name << " is left behind";
     }
     const Pieces view = View();
@@ -233,8 +207,6 @@ class FaultTest : public Stage, public ::testing::WithParamInterface<Operation> 
       }
     }
   }
-
-  static bool IsWithoutMemory(const Fault& fault) { return fault.group == kMemory && fault.lasts; }
 
   bool IsAlsoAllowed(const std::string& text) const {
     return std::ranges::count(promise_.also, text) > 0;
@@ -311,7 +283,6 @@ class FaultTest : public Stage, public ::testing::WithParamInterface<Operation> 
   const Operation& operation_ = GetParam();
   const Promise& promise_ = operation_.promise;
   std::vector<LogLine> lines_;
-  Prober prober_;
   std::vector<MutexIdentity> identities_;
   TestClock clock_;
   ScopedClock use_clock_{clock_};
@@ -321,7 +292,7 @@ class FaultTest : public Stage, public ::testing::WithParamInterface<Operation> 
   std::vector<std::string> old_view_, new_view_, names_;
   std::string report_;
   long blocks_ = 0;
-  int descriptors_ = 0;
+  std::ptrdiff_t descriptors_ = 0;
 };
 
 TEST_P(FaultTest, IsSurvived) {
@@ -384,7 +355,7 @@ INSTANTIATE_TEST_SUITE_P(Operations, FaultTest, ::testing::ValuesIn(AllOperation
 
 void PrintTo(const Operation& operation, std::ostream* out) { *out << operation.name; }
 
-Report Reports(bool is_done, std::wstring_view text) {
+Report Reports(bool is_done, const std::wstring& text) {
   const Calm calm;
   if (!is_done) return {};
   return ToUtf8(text);
@@ -405,18 +376,19 @@ std::vector<std::string> Stage::Names() const {
 
 void Stage::Refresh() {
   // Making folders takes longer than all the rest, so those that every operation needs stay.
-  const std::string kept[] = {product_native("config"), native("user"), native("volumes"),
-                              native("jobs"),           native("work"), native("tmp")};
-  const std::function<void(const std::string&)> clear = [&](const std::string& folder) {
-    for (const std::string& name : ListNative(folder)) {
-      const std::string path = folder + "/" + name;
-      const bool is_kept = std::ranges::any_of(
-          kept, [&](const std::string& one) { return (one + "/").starts_with(path + "/"); });
-      is_kept ? clear(path) : static_cast<void>(fs::remove_all(path));
-    }
+  const std::string kept[] = {temp_.native(), product_native(),  product_native("config"),
+                              native("user"), native("volumes"), native("jobs"),
+                              native("work"), native("tmp")};
+  const auto is_kept = [&](const std::string& path) {
+    return std::ranges::any_of(
+        kept, [&](const auto& one) { return (one + "/").starts_with(path + "/"); });
   };
-  clear(temp_.native());
-  for (const std::string& folder : kept) fs::create_directory(folder);
+  for (const std::string& folder : kept) {
+    fs::create_directory(folder);
+    for (const std::string& name : ListNative(folder)) {
+      if (!is_kept(folder + "/" + name)) fs::remove_all(folder + "/" + name);
+    }
+  }
   WriteKeyFile();
 }
 

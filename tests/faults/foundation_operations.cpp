@@ -55,8 +55,7 @@ Report Pattern(Stage&) {
   CString found, message;
   int error = 0;
   const CString text = L"job 4711 of 山田";
-  const bool is_done = CUtil::ExtractPatternString(text, L"[0-9]+", found, error, message) == 1;
-  return Reports(is_done, found);
+  return Reports(CUtil::ExtractPatternString(text, L"[0-9]+", found, error, message) == 1, found);
 }
 
 void HoldDelimiter(Stage& stage) {
@@ -69,13 +68,14 @@ Report ImageLogId(Stage&) {
   wchar_t text[100] = L"0123456789abcdef0123456789abcdef0123#ID#rest";
   wchar_t id[64];
   const bool is_done = CUtil::SepareteImaglogID(text, id) == 1;
+  const Calm calm;
   return Reports(is_done, id);
 }
 
 Report IpList(Stage&) {
   CStringArray addresses;
-  const bool is_done = CUtil::GetIPList(addresses) == 1;
-  return Reports(is_done, addresses.IsEmpty() ? L"" : addresses.GetData()[0].c_str());
+  if (CUtil::GetIPList(addresses) != 1) return {};
+  return Reports(true, addresses[0]);
 }
 
 Report Version(Stage&) { return Reports(CUtil::IsWin8orLater(nullptr) == 1); }
@@ -83,8 +83,8 @@ Report Version(Stage&) { return Reports(CUtil::IsWin8orLater(nullptr) == 1); }
 Report FileList(Stage& stage) {
   const CString directory = stage.WorkPath();
   CStringArray names;
-  const bool is_done = GetFileList2(directory, L"*.INI", names) == 1;
-  return Reports(is_done, is_done ? std::wstring_view(names.GetData()[0]) : L"");
+  if (GetFileList2(directory, L"*.INI", names) != 1) return {};
+  return Reports(true, names[0]);
 }
 
 template <HANDLE (*kTake)(), HANDLE (*kRelease)(HANDLE)>

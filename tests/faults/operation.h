@@ -48,8 +48,8 @@ class Stage : public ProductTest {
 // What an operation reports: nothing when it failed, else what it has read.
 using Report = std::optional<std::string>;
 
-// Makes the report of an operation.
-Report Reports(bool is_done, std::wstring_view text = L"");
+// Makes the report of an operation. A text that the operation fills is looked at behind it.
+Report Reports(bool is_done, const std::wstring& text = {});
 
 enum class Throws : unsigned char {
   kNothing,

@@ -129,11 +129,9 @@ Report OnInfo(Stage& stage) {
     info.GetNemiInfData().DocumentName = kNewText;
   }
   stage.Made();
-  const bool is_done = kOperation(info, target) == 1;
-  return Reports(is_done, info.GetNemiInfData().DocumentName);
+  return Reports(kOperation(info, target) == 1, info.GetNemiInfData().DocumentName);
 }
 
-using Path = std::wstring;
 using Path = std::wstring;
 constexpr auto kReadInfo = [](Info& info, const Path&) { return info.ReadAll(); };
 constexpr auto kWriteInfo = [](Info& info, const Path&) { return info.WriteAll(); };
@@ -164,16 +162,12 @@ Report OnUser(Stage& stage) {
     user.SetUserID(kNewText);
   }
   stage.Made();
-  const bool is_done = kOperation(user) == 1;
-  return Reports(is_done, user.GetUserID());
+  return Reports(std::invoke(kOperation, user) == 1, user.GetUserID());
 }
 
-constexpr auto kRead = [](auto& user) { return user.ReadAll(); };
-constexpr auto kWrite = [](auto& user) { return user.WriteAll(); };
-constexpr auto kDelete = [](auto& user) { return user.Delete(); };
 constexpr auto kHas = [](auto& user) { return user.IsExist(); };
 using User = CUserDataFileAccess;
-using SharedPc = CSharedUserDataFileAccess;
+using Pc = CSharedUserDataFileAccess;
 
 // ---- Lists ----
 
@@ -266,15 +260,15 @@ std::vector<Operation> RecordOperations() {
       {"InfoDelete", HoldInfo, OnInfo<kDeleteInfo>, info, ViewInfo},
       {"InfoMove", HoldInfoAndTarget, OnInfo<kMoveInfo>, info, ViewInfo},
       {"InfoIsExist", HoldInfo, OnInfo<kHasInfo>, info, ViewInfo},
-      {"UserReadAll", HoldUser<User>, OnUser<User, kRead>, user, ViewUser<User>},
-      {"UserWriteAll", HoldUser<User>, OnUser<User, kWrite>, user, ViewUser<User>},
-      {"UserWriteAllNew", nullptr, OnUser<User, kWrite>, kNoLine, ViewUser<User>},
-      {"UserDelete", HoldUser<User>, OnUser<User, kDelete>, user, ViewUser<User>},
+      {"UserReadAll", HoldUser<User>, OnUser<User, &User::ReadAll>, user, ViewUser<User>},
+      {"UserWriteAll", HoldUser<User>, OnUser<User, &User::WriteAll>, user, ViewUser<User>},
+      {"UserWriteAllNew", nullptr, OnUser<User, &User::WriteAll>, kNoLine, ViewUser<User>},
+      {"UserDelete", HoldUser<User>, OnUser<User, &User::Delete>, user, ViewUser<User>},
       {"UserIsExist", HoldUser<User>, OnUser<User, kHas>, kNoLine, ViewUser<User>},
-      {"SharedReadAll", HoldUser<SharedPc>, OnUser<SharedPc, kRead>, shared, ViewUser<SharedPc>},
-      {"SharedWriteAll", HoldUser<SharedPc>, OnUser<SharedPc, kWrite>, shared, ViewUser<SharedPc>},
-      {"SharedDelete", HoldUser<SharedPc>, OnUser<SharedPc, kDelete>, shared, ViewUser<SharedPc>},
-      {"SharedIsExist", HoldUser<SharedPc>, OnUser<SharedPc, kHas>, kNoLine, ViewUser<SharedPc>},
+      {"SharedReadAll", HoldUser<Pc>, OnUser<Pc, &Pc::ReadAll>, shared, ViewUser<Pc>},
+      {"SharedWriteAll", HoldUser<Pc>, OnUser<Pc, &Pc::WriteAll>, shared, ViewUser<Pc>},
+      {"SharedDelete", HoldUser<Pc>, OnUser<Pc, &Pc::Delete>, shared, ViewUser<Pc>},
+      {"SharedIsExist", HoldUser<Pc>, OnUser<Pc, kHas>, kNoLine, ViewUser<Pc>},
       {"WhiteListRead", HoldWhiteList, ReadWhiteList, white_list, ViewWhiteList},
       {"WhiteListWrite", HoldWhiteList, WriteWhiteList, kNoLineButBadAlloc, ViewWhiteList},
       {"EnabledUsers", HoldEnabledUsers, OfEnabledUsers, enabled},

@@ -31,6 +31,7 @@
 #include <cstring>
 #include <new>
 #include <string_view>
+#include <tuple>
 
 namespace vk::tq::testing {
 namespace {
@@ -158,13 +159,38 @@ Group TransferOn(int fd) {
   return type == SOCK_STREAM ? kTransfer : kDatagram;
 }
 
-#define SEAM(group, result, symbol, parameters, arguments, failure) \
-  extern "C" result __real_##symbol parameters;                     \
-  extern "C" result __wrap_##symbol parameters;                     \
-  result __wrap_##symbol parameters {                               \
+template <class R, class... A>
+struct Signature {
+  using Result = R;
+  template <int n>
+  using Argument = std::tuple_element_t<n, std::tuple<A...>>;
+};
+template <class R, class... A>
+Signature<R, A...> SignatureOf(R (*)(A...));
+
+#define RESULT(symbol) decltype(SignatureOf(&symbol))::Result
+#define ARGUMENT(symbol, n) decltype(SignatureOf(&symbol))::Argument<n>
+#define TAKEN_0(symbol)
+#define TAKEN_1(symbol) ARGUMENT(symbol, 0) a
+#define TAKEN_2(symbol) TAKEN_1(symbol), ARGUMENT(symbol, 1) b
+#define TAKEN_3(symbol) TAKEN_2(symbol), ARGUMENT(symbol, 2) c
+#define TAKEN_4(symbol) TAKEN_3(symbol), ARGUMENT(symbol, 3) d
+#define TAKEN_5(symbol) TAKEN_4(symbol), ARGUMENT(symbol, 4) e
+#define TAKEN_6(symbol) TAKEN_5(symbol), ARGUMENT(symbol, 5) f
+#define PASSED_0
+#define PASSED_1 a
+#define PASSED_2 a, b
+#define PASSED_3 a, b, c
+#define PASSED_4 a, b, c, d
+#define PASSED_5 a, b, c, d, e
+#define PASSED_6 a, b, c, d, e, f
+#define SEAM(group, count, symbol, failure)                         \
+  extern "C" RESULT(symbol) __real_##symbol(TAKEN_##count(symbol)); \
+  extern "C" RESULT(symbol) __wrap_##symbol(TAKEN_##count(symbol)); \
+  RESULT(symbol) __wrap_##symbol(TAKEN_##count(symbol)) {           \
     const int error = Due(group, #symbol);                          \
-    if (error == 0) return __real_##symbol arguments;               \
-    return FailWith<result>(error, failure);                        \
+    if (error == 0) return __real_##symbol(PASSED_##count);         \
+    return FailWith<RESULT(symbol)>(error, failure);                \
   }
 #include "faults/seam.inc"
 #undef SEAM

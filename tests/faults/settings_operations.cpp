@@ -60,18 +60,16 @@ Report ReadEmsDir(Stage&) {
                  directory.substr(directory.size() - std::min<std::size_t>(3, directory.size())));
 }
 
-// All keys, with values that are good, and one folder that is missing.
+// Keys with values that are good, and one folder that is missing.
 void HoldWholeClientIni(Stage& stage) {
   using namespace client_keys;
   std::string text = "[Thread]\nPrinterInfoCycle=7\n[Setting]\n";
+  const auto add = [&](const wchar_t* name, const std::string& value) {
+    text += ToUtf8(name) + "=" + value + "\n";
+  };
   for (const ClientKey& row : kClientKeys) {
-    const auto add = [&](const wchar_t* name, const std::string& value) {
-      text += ToUtf8(name) + "=" + value + "\n";
-    };
     if (const auto* number = std::get_if<NumberKey>(&row)) {
       add(number->key, std::to_string(number->accepted.least));
-    } else if (const auto* flag = std::get_if<FlagKey>(&row)) {
-      add(flag->key, "1");
     } else if (const auto* required = std::get_if<RequiredTextKey>(&row)) {
       add(required->key, "00112233445566778899aabbccddeeff");
     } else if (const auto* directory = std::get_if<DirectoryKey>(&row)) {
@@ -85,8 +83,7 @@ void HoldWholeClientIni(Stage& stage) {
 
 Report ReadWholeClientIni(Stage&) {
   CClientSetting setting;
-  const bool is_done = setting.Read(1) == 1;
-  return Reports(is_done, setting.P1);
+  return Reports(setting.Read(1) == 1, setting.P1);
 }
 
 // ---- The site's settings, the display texts ----

@@ -13,11 +13,13 @@ constexpr wchar_t kText[] = L"a text & <more> 山田";
 
 // ---- Cipher ----
 
-void HoldTexts(Stage& stage) {
-  CCrypto crypto;
-  ASSERT_EQ(crypto.CryptingStringWriter(L"old", stage.WorkPath(L"text")), 0);
+void HoldText(Stage& stage) {
+  ASSERT_EQ(CCrypto().CryptingStringWriter(L"old", stage.WorkPath(L"text")), 0);
+}
+
+void HoldFiles(Stage& stage) {
   WriteNative(stage.native("work/plain"), std::string(0x100000 + 5, 'p'));
-  ASSERT_EQ(crypto.CryptFileMake(stage.WorkPath(L"plain"), stage.WorkPath(L"cipher")), 0);
+  ASSERT_EQ(CCrypto().CryptFileMake(stage.WorkPath(L"plain"), stage.WorkPath(L"cipher")), 0);
 }
 
 Pieces ViewText(Stage& stage) {
@@ -46,8 +48,7 @@ Report WriteText(Stage& stage) {
 
 Report ReadText(Stage& stage) {
   CString text;
-  const bool is_done = CCrypto().CryptingStringReader(stage.WorkPath(L"text"), text) == 0;
-  return Reports(is_done, text);
+  return Reports(CCrypto().CryptingStringReader(stage.WorkPath(L"text"), text) == 0, text);
 }
 
 template <auto kMake>
@@ -126,8 +127,7 @@ Report CreateFile(Stage& stage) {
     (*rows.m_aRows[0].m_pColumns)[L"a"] = kText;
   }
   stage.Made();
-  const bool is_done = xml.CreateXmlString(path, rows, made) == 0;
-  return Reports(is_done, made);
+  return Reports(xml.CreateXmlString(path, rows, made) == 0, made);
 }
 
 template <auto kChange>
@@ -136,8 +136,7 @@ Report ChangeText(Stage& stage) {
   CString document = kDocument;
   const CStringArray names = TwoNames();
   stage.Made();
-  const bool is_done = kChange(xml, document, names) == 0;
-  return Reports(is_done, document);
+  return Reports(kChange(xml, document, names) == 0, document);
 }
 
 constexpr auto kInsert = [](CXml& xml, CString& text, const CStringArray& names) {
@@ -171,10 +170,10 @@ std::vector<Operation> StorageOperations() {
   return {
       {"Hash", nullptr, Hash, cipher.Or("")},
       {"CipherBytes", nullptr, CipherBytes, cipher},
-      {"TextWrite", HoldTexts, WriteText, cipher, ViewText},
-      {"TextRead", HoldTexts, ReadText, cipher, ViewText},
-      {"FileEncipher", HoldTexts, MakeFile<&CCrypto::CryptFileMake>, cipher, ViewMade},
-      {"FileDecipher", HoldTexts, MakeFile<&CCrypto::DecryptFileMake>, cipher, ViewMade},
+      {"TextWrite", HoldText, WriteText, cipher, ViewText},
+      {"TextRead", HoldText, ReadText, cipher, ViewText},
+      {"FileEncipher", HoldFiles, MakeFile<&CCrypto::CryptFileMake>, cipher, ViewMade},
+      {"FileDecipher", HoldFiles, MakeFile<&CCrypto::DecryptFileMake>, cipher, ViewMade},
       {"XmlSelectMap", nullptr, Select<CStringArray, Map, &CXml::SelectXMLStringValue>, xml},
       {"XmlSelectFirst", nullptr, Select<CStringArray, Map, kFirst>, xml},
       {"XmlSelectAll", nullptr, Select<CString, CStringArray, &CXml::SelectXMLStringValue>, xml},

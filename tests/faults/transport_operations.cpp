@@ -117,8 +117,7 @@ Report FindName(Stage& stage) {
   CString name;
   const CString address = L"192.0.2.1";
   stage.Made();
-  const bool is_done = CUtilLink::GetFQDN(address, "127.0.0.1", name) == 0;
-  return Reports(is_done, name);
+  return Reports(CUtilLink::GetFQDN(address, "127.0.0.1", name) == 0, name);
 }
 
 Report ConformName(Stage& stage) {
