@@ -4,6 +4,7 @@
 #include <sys/stat.h>
 
 #include <algorithm>
+#include <array>
 #include <filesystem>
 #include <memory>
 #include <set>
@@ -28,12 +29,11 @@ namespace fs = std::filesystem;
 constexpr wchar_t kJobLock[] = L"Global\\KITORA_QTL_JOB_MANAGE";
 constexpr wchar_t kInfoLock[] = L"KITORA_QTL_JOB_INFO_NEMI";
 // The second file has several memory pages, which the kernel does not write as one.
-constexpr int kOtherClientKeys = 60;
-constexpr int kOtherConfigKeys = 600;
+constexpr int kOtherClientKeys = 60, kOtherConfigKeys = 600;
+constexpr int kPlainText = 250, kLongJob = 20'000, kLongInfo = 300'000;
 
 // The native folders; ProductTest makes them anew for each test.
-std::string jobs_folder;
-std::string second_folder;
+std::string jobs_folder, second_folder;
 
 // A caller's lock for a scope.
 using Lock = std::unique_ptr<void, HANDLE (*)(HANDLE)>;
@@ -44,16 +44,15 @@ std::wstring InFolder(const std::string& folder, std::wstring_view name, int pla
 
 CString Number(int version) { return std::to_wstring(version); }
 
-// A long text: its number, and a tail that tells from the one before in length and in each
-// character.
-CString Text(int version, int most = 250) {
+// A long text: its number, and a tail that differs from the last one in length and each character.
+CString Text(int version, int most = kPlainText) {
   const int length = version * 97 % most;
   return Number(version) + L":" +
          CString(static_cast<std::size_t>(length), static_cast<wchar_t>(L'あ' + version % 50));
 }
 
 // The version whose number and text these are.
-int VersionOf(const CString& number, const CString& text, int most = 250) {
+int VersionOf(const CString& number, const CString& text, int most = kPlainText) {
   const int version = ParseInt(number);
   return number == Number(version) && text == Text(version, most) ? version : kTorn;
 }
@@ -61,8 +60,7 @@ int VersionOf(const CString& number, const CString& text, int most = 250) {
 // ---- A job ----
 
 int StatusOf(int version) {
-  static constexpr int kStatuses[] = {2, 97, 5, 96, 1, 999, 95};
-  return kStatuses[static_cast<std::size_t>(version) % std::size(kStatuses)];
+  return std::array{2, 97, 5, 96, 1, 999, 95}[static_cast<std::size_t>(version) % 7];
 }
 
 MANAGE_FILE JobRecord(int version, int most) {
@@ -80,22 +78,19 @@ bool WriteJob(int place, int version) {
   return job.WriteAll() == 1;
 }
 
-// A job has one numbered file. Two names of the same file are what a kill leaves where a rename
-// takes two steps.
+// Two names of one file are what a kill leaves where a rename takes two steps.
 bool HasOneNumber(int place) {
   const Lock lock(GetManageFileMutex(kJobLock), ReleaseManageFileMutex);
-  const std::string prefix = "J" + std::to_string(place) + ".";
   std::set<ino_t> files;
   for (const std::string& name : ListNative(jobs_folder)) {
-    if (!name.starts_with(prefix) || name.ends_with(".dat")) continue;
+    if (!name.starts_with("J" + std::to_string(place) + ".") || name.ends_with(".dat")) continue;
     struct stat info {};
     if (stat((jobs_folder + "/" + name).c_str(), &info) == 0) files.insert(info.st_ino);
   }
   return files.size() == 1;
 }
 
-// The information, and a status that belongs to it or to the version before: a status follows its
-// information.
+// A status follows its information, and may be that of the version before.
 template <int kMost>
 int ReadJob(int place) {
   CManageFileAccess job(InFolder(jobs_folder, L"J", place).c_str());
@@ -112,8 +107,7 @@ int ReadJobAlone(int place) {
   return version == kNotRead || HasOneNumber(place) ? version : kTorn;
 }
 
-// The status alone: its version modulo 1000, so a process remembers the newest version that it has
-// seen. A status file is there from the beginning.
+// The status is the version modulo 1000, so a process remembers the newest that it has seen.
 int newest_status = 0;
 
 bool WriteJobStatus(int place, int version) {
@@ -137,7 +131,7 @@ int ReadJobStatus(int place) {
 // The status that stands in the status file: the extension is 099 throughout.
 bool WriteStatusFile(int place, int version) {
   CManageFileAccess job(InFolder(jobs_folder, L"J", place).c_str());
-  job.SetManageData(JobRecord(version, 250));
+  job.SetManageData(JobRecord(version, kPlainText));
   job.GetManageData().ManageStatus = 95 + version % 4;
   job.GetManageData().ErrorMessage = Text(version);
   return job.WriteAll(1) == 1;
@@ -178,12 +172,11 @@ int ReadInfoFrom(const std::wstring& path, int most) {
 
 std::wstring InfoPath(int place) { return InFolder(jobs_folder, L"P", place) + L".xml"; }
 
-bool WriteInfo(int place, int version) { return WriteInfoTo(InfoPath(place), version, 250); }
-int ReadInfo(int place) { return ReadInfoFrom(InfoPath(place), 250); }
+bool WriteInfo(int place, int version) { return WriteInfoTo(InfoPath(place), version, kPlainText); }
+int ReadInfo(int place) { return ReadInfoFrom(InfoPath(place), kPlainText); }
 
 // Moved into another file system, which copies it. What is not moved yet counts, as it does for who
 // moves it.
-constexpr int kLongInfo = 300'000;
 bool WriteInfoElsewhere(int place, int version) {
   const std::wstring path = InFolder(jobs_folder, L"M", place) + L".dat";
   return WriteInfoTo(path, version, kLongInfo) &&
@@ -247,7 +240,7 @@ std::vector<ProfileValue> OtherKeys(int count) {
   return keys;
 }
 
-// Whether every key that nobody writes stands in the file, and nothing that is neither.
+// Whether every key that nobody writes stands in the file, and no other section.
 bool HasOtherKeys(const Profile& file, int count) {
   const auto is_there = [&](const ProfileValue& key) {
     return file.GetString(key.section, key.key, L"", 64) == key.value;
@@ -261,9 +254,9 @@ bool WriteClientIni(int, int version) {
 
 int ReadClientIni(int) {
   const CString text = CClientSetting().ReadPrimPSIpAddr();
-  const int version = VersionOf(text.substr(0, text.find(L':')), text);
-  return HasOtherKeys(Profile(ProductPath(L"\\config\\Client.ini")), kOtherClientKeys) ? version
-                                                                                       : kTorn;
+  const Profile file(ProductPath(L"\\config\\Client.ini"));
+  const bool is_whole = HasOtherKeys(file, kOtherClientKeys);
+  return is_whole ? VersionOf(text.substr(0, text.find(L':')), text) : kTorn;
 }
 
 bool WriteConfigIni(int, int version) {
@@ -280,12 +273,10 @@ int ReadConfigIni(int) {
   return is_whole ? VersionOf(name(L"NameTray1"), name(L"NameTray2")) : kTorn;
 }
 
-constexpr int kPlainJob = 250;
-constexpr int kLongJob = 20'000;
 constexpr wchar_t kIniLock[] = L"Global\\KITORA_QTL_TEST";
 
 constexpr Store kStores[] = {
-    {"Job", kJobLock, WriteJob<kPlainJob>, ReadJobAlone<ReadJob<kPlainJob>>},
+    {"Job", kJobLock, WriteJob<kPlainText>, ReadJobAlone<ReadJob<kPlainText>>},
     {"LongJob", kJobLock, WriteJob<kLongJob>, ReadJobAlone<ReadJob<kLongJob>>},
     {"JobStatus", kJobLock, WriteJobStatus, ReadJobAlone<ReadJobStatus>},
     {"JobStatusByLink", kJobLock, WriteJobStatus, ReadJobAlone<ReadJobStatus>, true, true},

@@ -1,6 +1,5 @@
 // What the library keeps on disk, as one table: how to write a version of it, and how to tell which
-// version is there. The tests of this folder run over it, once with processes that are killed and
-// once with many at once.
+// version is there. The tests with killed processes, with many and with planted files run over it.
 #pragma once
 
 #include <span>
