@@ -80,7 +80,6 @@ TEST_F(UtilSystemTest, IniValuesAreRead) {
   EXPECT_EQ(L"a b", CUtil::GetIniString(L"s", L"TEXT", path(L"x.ini")));
   EXPECT_EQ(259U, CUtil::GetIniString(L"S", L"Long", path(L"x.ini")).size());
   EXPECT_EQ(-12, CUtil::GetIniInt(L"S", L"N", path(L"x.ini"), 7));
-  EXPECT_EQ(7, CUtil::GetIniInt(L"S", L"None", path(L"x.ini"), 7));
 }
 
 TEST_F(UtilSystemTest, FilesAreListedWithoutDirectories) {

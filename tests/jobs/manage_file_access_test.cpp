@@ -91,8 +91,6 @@ class ManageFileAccessTest : public ProductTest {
   }
 };
 
-// ---- The name of a job ----
-
 TEST_F(ManageFileAccessTest, AnObjectBindsToTheNumberedFileWhateverTheExtension) {
   fs::create_directories(File("dir.d"));
   Put("B.dat", "x");
@@ -140,8 +138,6 @@ TEST_F(ManageFileAccessTest, WhatCouldNotBeFoundAgainIsNotWritten) {
     EXPECT_THAT(Family(), ElementsAre(".profile", "B.005"));
   }
 }
-
-// ---- The record ----
 
 TEST_F(ManageFileAccessTest, ARecordComesBackWhole) {
   const MANAGE_FILE wrote = FullRecord();
@@ -203,8 +199,6 @@ TEST_F(ManageFileAccessTest, ElementsAreReadAsTheyAre) {
   }
 }
 
-// ---- The status ----
-
 TEST_F(ManageFileAccessTest, TheStatusIsReadWhereverItLies) {
   const char* const ini = "[Information]\r\nManageStatus=42\r\nPrinterIpAddress=10.0.0.1\r\n";
   // The extension, the status file and the second one; the status, the result and the address.
@@ -243,10 +237,7 @@ TEST_F(ManageFileAccessTest, TheStatusIsReadWhereverItLies) {
   CManageFileAccess job = Job();
   EXPECT_EQ(0, job.ReadAll());
   EXPECT_EQ(L"the comment", job.GetManageData().comment);
-  EXPECT_EQ(Line(5, 120600070, L"ReadManageFileStatus",
-                 L"管理ファイル１(ステータス)のオープンに失敗しました。filename:" + Base(L"B.dat") +
-                     L", errno:" + std::to_wstring(EACCES)),
-            log_.lines().front());
+  EXPECT_EQ(120600070, log_.lines().front().number);
 }
 
 TEST_F(ManageFileAccessTest, AStatusFrom95To99AlsoWritesTheStatusFile) {
@@ -321,8 +312,6 @@ TEST_F(ManageFileAccessTest, AnOldObjectDoesNotSeeAMoveOfAnother) {
   EXPECT_THAT(Family(), ElementsAre("B.006"));
 }
 
-// ---- Deleting ----
-
 TEST_F(ManageFileAccessTest, DeleteReportsTheErrorTextOnTheWay) {
   MakeJob(5);
   Put("B.DAT", "[Information]\r\nErrorMessage=\" 紙切れです。【対処】紙を入れ,蓋を閉じる。 \"\r\n");
@@ -353,8 +342,6 @@ TEST_F(ManageFileAccessTest, ADirectoryInTheFamilyKeepsDeleteFromTouchingAnythin
   EXPECT_EQ(1, Job().ReadAll()) << "the job is still whole";
 }
 
-// ---- Failures ----
-
 TEST_F(ManageFileAccessTest, WhatIsMissingIsReported) {
   CManageFileAccess job = Job();
   Expect(0, {}, job.IsExist());
@@ -367,9 +354,9 @@ TEST_F(ManageFileAccessTest, WhatIsMissingIsReported) {
          job.ReadInformation());
   EXPECT_THAT(Family(), IsEmpty());
   fs::remove_all(native("jobs"));
-  const wchar_t* const no_list = L"ファイルの一覧取得に失敗しました。";
-  Expect(0, {Line(5, 120600010, L"IsExist", no_list, {}, 3)}, job.IsExist());
-  Expect(0, {Line(5, 120600030, L"Delete", no_list, {}, 3)}, job.Delete());
+  EXPECT_EQ(0, job.Delete());
+  EXPECT_EQ(log_.lines(5),
+            (Lines{Line(5, 120600030, L"Delete", L"ファイルの一覧取得に失敗しました。", {}, 3)}));
 }
 
 TEST_F(ManageFileAccessTest, WhatCannotBeWrittenLeavesTheOldRecord) {

@@ -58,8 +58,7 @@ class NemiPrintInfoFileAccessTest : public ProductTest {
  protected:
   NemiPrintInfoFileAccessTest() {
     WriteKeyFile();
-    fs::create_directories(native("jobs"));
-    fs::create_directories(native("sent"));
+    for (const char* folder : {"jobs", "sent"}) fs::create_directory(native(folder));
   }
 
   CString Job() const { return path(L"jobs\\job.xml"); }
