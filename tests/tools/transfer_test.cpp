@@ -47,12 +47,13 @@ TEST_F(TransferTool, FilesGoAndComeWithTheAccountOfClientIni) {
   RunJson("ftp verify job.xml big.dat");
   RunJson("ftp get big.dat job.xml --into into");
   EXPECT_EQ(ReadNative("into/big.dat"), ReadNative("big.dat"));
+  EXPECT_THAT(Run("ftp get job.xml none --into into").error, HasSubstr("before it: 1 of 2."));
 }
 
 TEST_F(TransferTool, AFailureSaysWhyAndWhatToDo) {
   const std::tuple<std::string, std::string, int, const char*> rows[] = {
       {"ftp put job.xml" + kServer, "wrong\n", 1, "refused the password"},
-      {"ftp put none" + kServer, kPassword, 1, "no such file"},
+      {"ftp put job.xml none" + kServer, kPassword, 1, "no such file"},
       {"ftp put into" + kServer, kPassword, 1, "folder"},
       {"ftp put job.xml --cd /none" + kServer, kPassword, 1, "does not change to /none"},
       {"ftp get none" + kServer, kPassword, 1, "the server refused"},
@@ -67,6 +68,7 @@ TEST_F(TransferTool, AFailureSaysWhyAndWhatToDo) {
     EXPECT_EQ(result.status, status) << result.error;
     EXPECT_THAT(result.out + result.error, AllOf(HasSubstr(says), Not(HasSubstr("geheim"))));
   }
+  EXPECT_FALSE(std::filesystem::exists(server_.home("job.xml")));
 }
 
 TEST_F(TransferTool, ThePasswordIsShownNowhere) {

@@ -121,6 +121,24 @@ void ShowDone(Context& context, const std::wstring& done, const std::vector<std:
                    {{L"files", Cell(files, which)}, {L"server", server}});
 }
 
+// Runs an operation for each file. A failure also tells how many files are done.
+void ForEachFile(const std::vector<std::wstring>& files, const std::wstring& done,
+                 const std::function<void(const std::wstring&)>& operation) {
+  std::size_t count = 0;
+  try {
+    for (const std::wstring& file : files) {
+      operation(file);
+      ++count;
+    }
+  } catch (Failure& failure) {
+    if (count > 0) {
+      failure.message += L" " + done + L" before it: " + std::to_wstring(count) + L" of " +
+                         std::to_wstring(files.size()) + L".";
+    }
+    throw;
+  }
+}
+
 std::vector<std::wstring> NativePaths(std::vector<std::wstring> paths) {
   for (std::wstring& path : paths) path = NativePath(path);
   return paths;
@@ -145,8 +163,9 @@ void DeclarePut(CLI::App& command, PutOptions& options) {
 }
 
 void Put(Context& context, const PutOptions& options) {
+  for (const std::wstring& path : options.files) SizeToSend(path);  // a wrong name sends nothing
   Session session(context, options.to);
-  for (const std::wstring& path : options.files) {
+  ForEachFile(options.files, L"Sent", [&](const std::wstring& path) {
     const LocalFile file = Split(path);
     const Progress progress(file.name, SizeToSend(path), Progress::Counted::kRead);
     session.Do(QuotedPath(path) + L" was not sent", [&] {
@@ -155,7 +174,7 @@ void Put(Context& context, const PutOptions& options) {
                  ? session.ftp().FtpPut(file.folder.c_str(), file.name.c_str())
                  : session.ftp().FtpPutAndVerify(file.folder.c_str(), file.name.c_str(), most);
     });
-  }
+  });
   ShowDone(context, L"Sent", NativePaths(options.files), L"to", session.server());
 }
 
@@ -176,12 +195,12 @@ void DeclareGet(CLI::App& command, GetOptions& options) {
 
 void Get(Context& context, const GetOptions& options) {
   Session session(context, options.from);
-  for (const std::wstring& name : options.names) {
+  ForEachFile(options.names, L"Fetched", [&](const std::wstring& name) {
     // The library does not tell how large a file of the server is.
     const Progress progress(name, Progress::kUnknown, Progress::Counted::kWritten);
     session.Do(L"\"" + name + L"\" was not fetched",
                [&] { return session.ftp().FtpGet(options.into.c_str(), name.c_str()); });
-  }
+  });
   ShowDone(context, L"Fetched", options.names, L"from", session.server());
 }
 
@@ -198,12 +217,12 @@ void DeclareVerify(CLI::App& command, VerifyOptions& options) {
 }
 
 void Verify(Context& context, const VerifyOptions& options) {
+  for (const std::wstring& path : options.files) SizeToSend(path);
   Session session(context, options.on);
-  for (const std::wstring& path : options.files) {
-    SizeToSend(path);
+  ForEachFile(options.files, L"Verified", [&](const std::wstring& path) {
     session.Do(QuotedPath(path) + L" is not on the server with the same size",
                [&] { return session.ftp().FtpSizeVerify(path, Split(path).name.c_str()); });
-  }
+  });
   ShowDone(context, L"Verified", NativePaths(options.files), L"on", session.server());
 }
 
