@@ -67,9 +67,10 @@ struct ProfileValue {
 /// stay, and so does the form of the file (its mark and encoding); a file that did not exist is
 /// made in the ANSI code page. The file is locked from the reading to the writing, so that two
 /// processes that change different keys both succeed, and it is written in place: a process that is
-/// killed leaves the old or the new text. To write what stands there already is a write, too: the
-/// time of the file moves. False, with the last error set, when the file cannot be read or written,
-/// or a name or value has a line break or a NUL (87); nothing has changed then.
+/// killed leaves the old or the new text, if that has at most 1 MiB. To write what stands there
+/// already is a write, too: the time of the file moves. False, with the last error set, when the
+/// file cannot be read or written, or a name or value has a line break or a NUL (87); nothing has
+/// changed then.
 bool WriteProfile(const std::wstring& path, const std::vector<ProfileValue>& values);
 
 /// One value, one write.

@@ -53,9 +53,10 @@ bool AppendSpareCopy(int file, std::uint64_t file_size, const void* data, std::s
   // zeros before it are a size, too: nobody takes the end of the text for one.
   const std::uint64_t end = std::max<std::uint64_t>(file_size, size) + sizeof trailer.size;
   const std::uint64_t mark = (end + kMarkSize - 1) / kMarkSize * kMarkSize;
-  const std::uint64_t begin = mark + kMarkSize;
-  if (WriteAt(file, kMark, kMarkSize, mark) && WriteAt(file, data, size, begin) &&
-      WriteAt(file, &trailer, sizeof trailer, begin + size)) {
+  // A line's end behind it, so that who knows of no copies finds a header in its first line.
+  const std::uint64_t begin = mark + kMarkSize + 1;
+  if (WriteAt(file, kMark, kMarkSize, mark) && WriteAt(file, "\n", 1, begin - 1) &&
+      WriteAt(file, data, size, begin) && WriteAt(file, &trailer, sizeof trailer, begin + size)) {
     return true;
   }
   [[maybe_unused]] const int ignored = ftruncate(file, static_cast<off_t>(file_size));

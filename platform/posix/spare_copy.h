@@ -6,7 +6,8 @@
 // mark stands in front of the copy and another behind it. A copy that ends the file is whole, since
 // that mark is written last; whoever opens the file takes it for the file's contents. One that has
 // no end is no part of them. A reader that knows nothing of copies sees what it would see without:
-// of a record the text up to its NUL, of an INI file the first of two keys of one name.
+// of a record the text up to its NUL, of an INI file the first of two keys of one name. Only in one
+// with the mark of UTF-8 in front, the keys of the first section are seen in the last one as well.
 #pragma once
 
 #include <cstddef>

@@ -192,8 +192,8 @@ TEST_F(ProfileTest, AWriterWaitsAReaderNotForEver) {
 
 // A writer of several memory pages that was killed leaves a second copy behind the text.
 TEST_F(ProfileTest, ACopyStandsForTheTextWhenItIsWhole) {
-  const std::string comment = std::string(5008, ';') + "\n";
-  const std::string old_text = "[A]\nx=1\n" + comment;
+  const std::string rest = std::string(5004, ';') + "\n[B]\n";
+  const std::string old_text = "[A]\nx=1\n" + rest;
   const std::string new_text = "[A]\nx=2\n";
   const auto leave = [&](std::size_t cut) {
     Write(old_text);
@@ -204,16 +204,19 @@ TEST_F(ProfileTest, ACopyStandsForTheTextWhenItIsWhole) {
   };
   ASSERT_NO_FATAL_FAILURE(leave(0));
   EXPECT_EQ(L"2", Get(L"A", L"x"));
+  const Profile foreign = Profile::FromText(DecodeProfile(Bytes()).value_or(L""));
+  EXPECT_EQ(L"1", foreign.GetString(L"A", L"x", L"", kEnough)) << "for who knows of no copies";
+  EXPECT_EQ(L"", foreign.GetString(L"B", L"x", L"", kEnough));
   EXPECT_TRUE(Set(L"A", L"x", L"2"));
   EXPECT_EQ(new_text, Bytes());
   // Cut in front of the copy, the file ends in a mark, behind the end of the text and NULs that would
   // be a size of ten.
   ASSERT_EQ(9U, old_text.size() % 16);
-  for (const std::size_t cut : {std::size_t{1}, std::size_t{24}, 24 + new_text.size()}) {
+  for (const std::size_t cut : {std::size_t{1}, std::size_t{24}, 25 + new_text.size()}) {
     ASSERT_NO_FATAL_FAILURE(leave(cut));
     EXPECT_EQ(L"1", Get(L"A", L"x"));
     EXPECT_TRUE(Set(L"A", L"y", L""));
-    EXPECT_EQ("[A]\nx=1\ny=\n" + comment, Bytes()) << cut;
+    EXPECT_EQ("[A]\nx=1\ny=\n" + rest, Bytes()) << cut;
   }
 }
 
