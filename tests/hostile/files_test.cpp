@@ -102,7 +102,6 @@ TEST_P(PlantedTest, NothingIsFollowedOrWaitedFor) {
   }
 }
 
-// Whom the files do not belong to, or whom they are closed to, changes nothing, and is told so.
 TEST_P(PlantedTest, RightsAreLeftAsTheyAre) {
   ASSERT_TRUE(GetParam().write(0, 1));
   const std::vector<std::string> files = FilesOf(2);
@@ -152,7 +151,6 @@ TEST_F(HostileTest, TheKeyFileCountsAnewForEachOperation) {
   EXPECT_EQ(1, job.read(0));
 }
 
-// What cannot be read as a key file is like none at all: the key is zeros.
 TEST_F(HostileTest, WhatIsNoReadableKeyFileIsLikeNone) {
   const std::string key = product_native("config/data.dat");
   const std::string file = native("elsewhere");
