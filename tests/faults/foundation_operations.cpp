@@ -27,8 +27,6 @@ Report SpecialFolder(Stage&) {
   return Reports(!folder.empty(), folder.substr(folder.size() - 4));
 }
 
-Report ExePath(Stage&) { return Reports(true, CUtil::GetExePath()); }
-
 Report IniString(Stage& stage) {
   return Reports(true, CUtil::GetIniString(kSection, L"Text", IniPath(stage)));
 }
@@ -78,8 +76,6 @@ Report IpList(Stage&) {
   return Reports(true, addresses[0]);
 }
 
-Report Version(Stage&) { return Reports(CUtil::IsWin8orLater(nullptr) == 1); }
-
 Report FileList(Stage& stage) {
   const CString directory = stage.WorkPath();
   CStringArray names;
@@ -119,7 +115,7 @@ std::vector<Operation> FoundationOperations() {
   const Promise failure = {L"CUtil::", 5, kMemory};
   return {
       {"SpecialFolder", nullptr, SpecialFolder, quiet},
-      {"ExePath", nullptr, ExePath, quiet.Or("")},
+      {"ExePath", nullptr, [](Stage&) { return Reports(true, CUtil::GetExePath()); }, quiet.Or("")},
       {"IniString", HoldIni, IniString, quiet.Or("")},
       {"IniInt", HoldIni, IniInt, quiet.Or("7")},
       {"ToUnicode", nullptr, ToUnicode, quiet.Or("")},
@@ -129,7 +125,8 @@ std::vector<Operation> FoundationOperations() {
       {"Pattern", nullptr, Pattern, failure},
       {"ImageLogId", HoldDelimiter, ImageLogId, util},
       {"IpList", nullptr, IpList, util},
-      {"Version", nullptr, Version, failure},
+      {"Version", nullptr, [](Stage&) { return Reports(CUtil::IsWin8orLater(nullptr) == 1); },
+       failure},
       {"FileList", HoldIni, FileList, {L"GetFileList2", 5, kMemory}},
       {"JobFilesLock",
        nullptr,

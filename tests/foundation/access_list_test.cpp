@@ -64,7 +64,6 @@ TEST_F(SetFileAccessTest, AFileAndWhatWillBeInAFolderAreGivenToTheGroup) {
 TEST_F(SetFileAccessTest, FailuresAreLoggedWithTheirStep) {
   const std::tuple<CString, const wchar_t*, const wchar_t*, int> cases[] = {
       {path(L"none"), L"power users", L"SID取得失敗", 1332},
-      {path(L"none"), L"users", L"ACE取得失敗", 2},
       {L"\\proc\\self\\status", L"users", L"SetFileSecurity失敗", 50}};
   for (const auto& [object, account, text, code] : cases) {
     log_.Clear();

@@ -64,8 +64,7 @@ TEST_F(FileLockTest, ATimeOutIsLoggedUnderTheLabelOfTheName) {
   EXPECT_THAT(log_.lines(), ElementsAre(LogLine{5, 100800530, L"GetPrinterWhiteListMutex",
                                                 L"プリンタ除外リストファイル" + timed_out}));
   EXPECT_EQ(GetManageFileMutex(L""), nullptr);
-  EXPECT_EQ(log_.lines().back(), (LogLine{4, 100800531, L"GetManageFileMutex",
-                                          L"ミューテックス名が指定されていません。"}));
+  EXPECT_EQ(log_.lines().back().message, L"ミューテックス名が指定されていません。");
 }
 
 TEST_F(FileLockTest, AMutexThatCannotBeOpenedIsLogged) {

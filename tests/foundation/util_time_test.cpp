@@ -93,12 +93,9 @@ TEST_F(UtilTimeTest, TheLogonTimeHasFourteenDigits) {
   EXPECT_THAT(log_.lines(), IsEmpty());
   machine.failure = LogonStep::kSessionData;
   EXPECT_EQ(L"", CUtil::GetLogonDateTimeFromLSA());
-  EXPECT_THAT(log_.lines(), ElementsAre(LogLine{2,
-                                                0,
-                                                L"CUtil::GetLogonDateTimeFromLSA",
-                                                L"ログオンセッションのデータの取得に失敗しました。",
-                                                {},
-                                                1312}));
+  const std::wstring text = L"ログオンセッションのデータの取得に失敗しました。";
+  const LogLine line{2, 0, L"CUtil::GetLogonDateTimeFromLSA", text, {}, 1312};
+  EXPECT_THAT(log_.lines(), ElementsAre(line));
 }
 
 TEST_F(UtilTimeTest, EveryProcessOfASessionHasTheSameLogonTime) {
