@@ -6,7 +6,7 @@
 
 #include <csignal>
 
-#include "support/loopback_server.h"
+#include "support/loopback.h"
 #include "support/test_support.h"
 
 namespace vk::tq::testing {

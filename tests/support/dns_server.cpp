@@ -18,10 +18,7 @@ constexpr const char* kProgram = "/usr/sbin/unbound";
 // For datagrams to that port of 127.0.0.1; none when somebody has it.
 Descriptor BindUdp(std::uint16_t port) {
   Descriptor udp(socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0));
-  sockaddr_in address{};
-  address.sin_family = AF_INET;
-  address.sin_port = htons(port);
-  address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+  const sockaddr_in address{AF_INET, htons(port), {htonl(INADDR_LOOPBACK)}, {}};
   const bool is_bound =
       bind(udp.get(), reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0;
   return is_bound ? std::move(udp) : Descriptor();
@@ -58,32 +55,27 @@ std::string Configuration(const std::string& folder, const std::string& address,
 
 DnsServer::DnsServer(const std::vector<std::string>& zones, const std::vector<std::string>& records,
                      const std::string& address, std::uint16_t port) {
+  const std::string configuration = folder_.native("unbound.conf");
+  const std::string output = folder_.native("output");
+  std::string said;
   // Between the choice of a port and the start somebody else may take it.
   for (int attempt = 0; attempt < 5; ++attempt) {
     port_ = port != 0 ? port : FreePort();
-    WriteNative(folder_.native("unbound.conf"),
-                Configuration(folder_.native(), address, port_, zones, records));
-    if (Start()) return;
+    WriteNative(configuration, Configuration(folder_.native(), address, port_, zones, records));
+    WriteNative(output, "");
+    process_.emplace([&] {
+      dup2(open(output.c_str(), O_WRONLY), STDERR_FILENO);
+      return execl(kProgram, kProgram, "-d", "-c", configuration.c_str(), nullptr);
+    });
+    for (int i = 0; i < 4000 && said.find("fatal error") == std::string::npos; ++i) {
+      usleep(5000);
+      said = ReadNative(output);
+      if (said.find("start of service") != std::string::npos) return;
+    }
+    Stop();
+    said.clear();
   }
-  throw std::runtime_error("unbound does not start: " + ReadNative(folder_.native("output")));
-}
-
-bool DnsServer::Start() {
-  const std::string configuration = folder_.native("unbound.conf");
-  const std::string output = folder_.native("output");
-  WriteNative(output, "");
-  process_.emplace([&] {
-    dup2(open(output.c_str(), O_WRONLY), STDERR_FILENO);
-    return execl(kProgram, kProgram, "-d", "-c", configuration.c_str(), nullptr);
-  });
-  for (int i = 0; i < 4000; ++i) {
-    const std::string said = ReadNative(output);
-    if (said.find("start of service") != std::string::npos) return true;
-    if (said.find("fatal error") != std::string::npos) break;
-    usleep(5000);
-  }
-  Stop();
-  return false;
+  throw std::runtime_error("unbound does not start: " + ReadNative(output));
 }
 
 DnsPeer::DnsPeer(Answer answer) : answer_(std::move(answer)) {

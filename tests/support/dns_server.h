@@ -10,7 +10,7 @@
 #include <thread>
 #include <vector>
 
-#include "support/loopback_server.h"
+#include "support/loopback.h"
 #include "support/test_support.h"
 
 namespace vk::tq::testing {
@@ -29,8 +29,6 @@ class DnsServer {
   void Stop() { process_.reset(); }
 
  private:
-  bool Start();
-
   TempFolder folder_;
   std::uint16_t port_ = 0;
   std::optional<ChildProcess> process_;

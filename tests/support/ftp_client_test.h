@@ -1,4 +1,3 @@
-// What the tests of the FTP client share.
 #pragma once
 
 #include <memory>

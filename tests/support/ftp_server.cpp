@@ -4,7 +4,6 @@
 #include <pwd.h>
 #include <unistd.h>
 
-#include <algorithm>
 #include <filesystem>
 #include <sstream>
 
@@ -22,14 +21,6 @@ std::string GroupName() { return getgrgid(getgid())->gr_name; }
 
 FtpServer::FtpServer() : server_([this](const Peer& control, int) { StartSession(control); }) {
   std::filesystem::create_directory(home());
-  WriteConfiguration();
-}
-
-std::string FtpServer::home(std::string_view name) const {
-  return folder_.native(name.empty() ? "home" : "home/" + std::string(name));
-}
-
-void FtpServer::WriteConfiguration() const {
   const std::string ids = std::to_string(getuid()) + ":" + std::to_string(getgid());
   WriteNative(folder_.native("accounts"),
               "tester:" + std::string(kPasswordHash) + ":" + ids + "::" + home() + ":/bin/sh\n");
@@ -69,12 +60,6 @@ std::vector<std::string> FtpServer::Dialogue() {
   std::istringstream log(ReadNative(folder_.native("dialogue.log")));
   for (std::string line; std::getline(log, line);) lines.push_back(line);
   return lines;
-}
-
-int FtpServer::LogIns() {
-  const std::vector<std::string> lines = Dialogue();
-  return static_cast<int>(std::ranges::count_if(
-      lines, [](const std::string& line) { return line.starts_with("PASS (hidden) -> 230"); }));
 }
 
 }  // namespace vk::tq::testing

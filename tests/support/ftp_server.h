@@ -1,4 +1,3 @@
-// A real FTP server for tests.
 #pragma once
 
 #include <cstdint>
@@ -8,7 +7,7 @@
 #include <string_view>
 #include <vector>
 
-#include "support/loopback_server.h"
+#include "support/loopback.h"
 #include "support/test_support.h"
 
 namespace vk::tq::testing {
@@ -25,15 +24,14 @@ class FtpServer {
 
   std::uint16_t port() const { return server_.port(); }
   // The native path of a file on the server.
-  std::string home(std::string_view name = {}) const;
+  std::string home(std::string_view name = {}) const {
+    return folder_.native(name.empty() ? "home" : "home/" + std::string(name));
+  }
 
   // The server's own log, "COMMAND -> reply" a line, once every session is over.
   std::vector<std::string> Dialogue();
-  // How often the server let somebody in.
-  int LogIns();
 
  private:
-  void WriteConfiguration() const;
   void StartSession(const Peer& control);
 
   TempFolder folder_;

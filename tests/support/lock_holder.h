@@ -1,4 +1,3 @@
-// Another process that holds a lock of the library.
 #pragma once
 
 #include "foundation/file_lock.h"
@@ -6,8 +5,8 @@
 
 namespace vk::tq::testing {
 
-// Holds the mutex from its making until Release. It never leaves an abandoned lock behind, which
-// would fail whoever asks next.
+// Another process, which holds a lock of the library from its making until Release. It never leaves
+// an abandoned lock behind, which would fail whoever asks next.
 class LockHolder {
  public:
   explicit LockHolder(const CString& name)
@@ -21,8 +20,6 @@ class LockHolder {
         }) {
     if (!held_.Wait(60'000)) ADD_FAILURE() << "the lock is not held";
   }
-  LockHolder(const LockHolder&) = delete;
-  LockHolder& operator=(const LockHolder&) = delete;
   ~LockHolder() {
     Release();
     EXPECT_EQ(0, child_.Wait());

@@ -2,12 +2,10 @@
 
 #include <netinet/in.h>
 #include <netinet/tcp.h>
-#include <poll.h>
 #include <sys/eventfd.h>
 #include <sys/socket.h>
 
 #include <algorithm>
-#include <cerrno>
 #include <stdexcept>
 
 namespace vk::tq::testing {
@@ -20,29 +18,22 @@ void StopSignal::Raise() const { eventfd_write(event_.get(), 1); }
 
 bool StopSignal::Wait(int fd, short events) const {
   pollfd wait[] = {{fd, events, 0}, {event_.get(), POLLIN, 0}};
-  while (poll(wait, 2, -1) < 0 && errno == EINTR) {
-  }
+  PollUntil(wait, nullptr);
   return wait[1].revents == 0;
 }
 
 Listener::Listener(bool is_ipv6, bool is_deaf)
     : socket_(socket(is_ipv6 ? AF_INET6 : AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0)) {
-  sockaddr_in6 address{};
-  auto* const any = reinterpret_cast<sockaddr*>(&address);
-  if (is_ipv6) {
-    address.sin6_family = AF_INET6;
-    address.sin6_addr = in6addr_loopback;
-  } else {
-    auto* const ipv4 = reinterpret_cast<sockaddr_in*>(&address);
-    ipv4->sin_family = AF_INET;
-    ipv4->sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-  }
-  socklen_t size = is_ipv6 ? sizeof(sockaddr_in6) : sizeof(sockaddr_in);
-  if (bind(get(), any, size) != 0 || (!is_deaf && listen(get(), 8) != 0) ||
-      getsockname(get(), any, &size) != 0) {
+  sockaddr_in ipv4{AF_INET, 0, {htonl(INADDR_LOOPBACK)}, {}};
+  sockaddr_in6 ipv6{AF_INET6, 0, 0, in6addr_loopback, 0};
+  auto* const address =
+      is_ipv6 ? reinterpret_cast<sockaddr*>(&ipv6) : reinterpret_cast<sockaddr*>(&ipv4);
+  socklen_t size = is_ipv6 ? sizeof ipv6 : sizeof ipv4;
+  if (bind(get(), address, size) != 0 || (!is_deaf && listen(get(), 8) != 0) ||
+      getsockname(get(), address, &size) != 0) {
     throw std::runtime_error("no loopback port");
   }
-  port_ = ntohs(address.sin6_port);
+  port_ = ntohs(is_ipv6 ? ipv6.sin6_port : ipv4.sin_port);
 }
 
 Descriptor Listener::Accept(const StopSignal& stop) const {

@@ -1,34 +1,21 @@
-// Sockets for the servers that tests run on loopback.
+// The servers that tests run on loopback.
 #pragma once
 
-#include <unistd.h>
+#include <sys/socket.h>
 
+#include <atomic>
 #include <cstdint>
+#include <functional>
 #include <string>
 #include <string_view>
+#include <thread>
 #include <utility>
+
+#include "platform/posix/native.h"
 
 namespace vk::tq::testing {
 
-// A descriptor that is closed with its owner.
-class Descriptor {
- public:
-  explicit Descriptor(int fd = -1) : fd_(fd) {}
-  Descriptor(Descriptor&& other) noexcept : fd_(std::exchange(other.fd_, -1)) {}
-  Descriptor& operator=(Descriptor&& other) noexcept {
-    std::swap(fd_, other.fd_);
-    return *this;
-  }
-  ~Descriptor() {
-    if (fd_ >= 0) close(fd_);
-  }
-
-  int get() const { return fd_; }
-  explicit operator bool() const { return fd_ >= 0; }
-
- private:
-  int fd_;
-};
+using Descriptor = FileDescriptor;
 
 // Ends the waits of a server's thread.
 class StopSignal {
@@ -37,9 +24,7 @@ class StopSignal {
 
   void Raise() const;
   // Waits until a socket is ready for poll(2)'s events; false when the signal was raised.
-  bool Wait(int fd, short events) const;
-  // Waits for the signal alone.
-  void Wait() const { Wait(-1, 0); }
+  bool Wait(int fd = -1, short events = 0) const;
 
  private:
   Descriptor event_;
@@ -60,7 +45,7 @@ class Listener {
   std::uint16_t port_ = 0;
 };
 
-// A connection, as the server sees it. The signal ends its waits.
+// A connection, as the server sees it.
 class Peer {
  public:
   Peer(Descriptor socket, const StopSignal& stop) : socket_(std::move(socket)), stop_(stop) {}
@@ -79,6 +64,37 @@ class Peer {
  private:
   Descriptor socket_;
   const StopSignal& stop_;
+};
+
+// Serves one connection after the other in a thread of its own, until it is destroyed.
+class LoopbackServer {
+ public:
+  explicit LoopbackServer(std::function<void(Peer& peer, int index)> serve, int receive_buffer = 0,
+                          bool is_ipv6 = false)
+      : listener_(is_ipv6) {
+    if (receive_buffer > 0) {
+      setsockopt(listener_.get(), SOL_SOCKET, SO_RCVBUF, &receive_buffer, sizeof receive_buffer);
+    }
+    thread_ = std::thread([this, serve = std::move(serve)] {
+      while (Descriptor socket = listener_.Accept(stop_)) {
+        Peer peer(std::move(socket), stop_);
+        serve(peer, connections_++);
+      }
+    });
+  }
+  ~LoopbackServer() {
+    stop_.Raise();
+    thread_.join();
+  }
+
+  std::uint16_t port() const { return listener_.port(); }
+  int connections() const { return connections_; }
+
+ private:
+  Listener listener_;
+  StopSignal stop_;
+  std::atomic<int> connections_ = 0;
+  std::thread thread_;
 };
 
 }  // namespace vk::tq::testing

@@ -37,10 +37,6 @@ ScriptedFtpPeer::ScriptedFtpPeer(bool is_ipv6)
   });
 }
 
-void ScriptedFtpPeer::On(const std::string& verb, const std::string& reply) {
-  On(verb, [reply](Session& session, const std::string&) { return session.Reply(reply); });
-}
-
 std::vector<std::string> ScriptedFtpPeer::commands() const {
   const std::lock_guard lock(mutex_);
   return commands_;
@@ -93,26 +89,11 @@ bool ScriptedFtpPeer::Session::Connected() {
   return data_.has_value();
 }
 
-void ScriptedFtpPeer::Session::SendData(std::string_view bytes) {
-  if (Connected()) data_->Write(bytes);
-}
-
 std::string ScriptedFtpPeer::Session::TakeData() {
   const std::string all = Connected() ? data_->Read(std::string::npos) : "";
   CloseData();
   return all;
 }
-
-void ScriptedFtpPeer::Session::TakeSomeData(std::size_t size) {
-  if (Connected()) data_->Take(size);
-}
-
-void ScriptedFtpPeer::Session::CutData() {
-  if (Connected()) data_->ResetOnClose();
-  CloseData();
-}
-
-void ScriptedFtpPeer::Session::AwaitDataReset() const { data_->stop().Wait(data_->get(), 0); }
 
 bool ScriptedFtpPeer::Session::Give(std::string_view bytes) {
   Reply("150 here it comes");

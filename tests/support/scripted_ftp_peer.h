@@ -11,7 +11,7 @@
 #include <utility>
 #include <vector>
 
-#include "support/loopback_server.h"
+#include "support/loopback.h"
 
 namespace vk::tq::testing {
 
@@ -34,11 +34,20 @@ class ScriptedFtpPeer {
 
     std::uint16_t OpenPassive();
     // The data connection; each is used once.
-    void SendData(std::string_view bytes);
+    void SendData(std::string_view bytes) {
+      if (Connected()) data_->Write(bytes);
+    }
     std::string TakeData();
-    void TakeSomeData(std::size_t size);
-    void CutData();               // the client sees a reset
-    void AwaitDataReset() const;  // by the client
+    void TakeSomeData(std::size_t size) {
+      if (Connected()) data_->Take(size);
+    }
+    // The client sees a reset.
+    void CutData() {
+      if (Connected()) data_->ResetOnClose();
+      CloseData();
+    }
+    // By the client.
+    void AwaitDataReset() const { data_->stop().Wait(data_->get()); }
     void CloseData() { data_.reset(); }
     // A whole download with its replies.
     bool Give(std::string_view bytes);
@@ -65,11 +74,12 @@ class ScriptedFtpPeer {
   // Replaces the answer to a command; the verb "" stands for the greeting. To be called before the
   // client connects.
   void On(const std::string& verb, Answer answer) { answers_[verb] = std::move(answer); }
-  void On(const std::string& verb, const std::string& reply);
+  void On(const std::string& verb, const std::string& reply) {
+    On(verb, [reply](Session& session, const std::string&) { return session.Reply(reply); });
+  }
 
   // Every command line that came, in order.
   std::vector<std::string> commands() const;
-  // How often a command came.
   int count(std::string_view verb) const;
   int connections() const { return server_.connections(); }
   std::string& file(const std::string& name) { return files_[name]; }

@@ -9,14 +9,6 @@ namespace {
 
 constexpr std::size_t kHeader = 8;
 constexpr std::size_t kName = 26;
-// More than any client sends.
-constexpr std::size_t kLargestBody = std::size_t{257} << 20;
-
-std::size_t LengthIn(std::string_view header) {
-  std::size_t length = 0;
-  for (const char byte : header.substr(4)) length = length << 8 | static_cast<unsigned char>(byte);
-  return length;
-}
 
 std::string TimeInUtc() {
   const std::time_t now = std::time(nullptr);
@@ -31,23 +23,30 @@ std::string UpToZero(const std::string& bytes) { return bytes.substr(0, bytes.fi
 
 }  // namespace
 
+std::string ReadFrame(const Peer& client) {
+  const std::string header = client.Read(kHeader);
+  if (header.size() < kHeader) return {};
+  if (header.starts_with("CS02")) return header;
+  std::size_t length = 0;
+  for (const char byte : header.substr(4)) length = length << 8 | static_cast<unsigned char>(byte);
+  const std::string body = client.Read(length);
+  return body.size() == length ? header + body : std::string();
+}
+
 SharedPrinterServer::SharedPrinterServer(Decision decide)
     : decide_(std::move(decide)), server_([this](Peer& client, int) { Answer(client); }) {}
 
 void SharedPrinterServer::Answer(Peer& client) const {
-  const std::string header = client.Read(kHeader);
-  if (header.size() != kHeader) return;
-  Request request{header.substr(0, 4), {}, {}};
+  const std::string frame = ReadFrame(client);
+  if (frame.empty()) return;
+  Request request{frame.substr(0, 4), {}, {}};
   if (request.command == "CS02") {
     const std::string time = TimeInUtc();
     client.Write(std::string("CR02\0\0\0", 7) + static_cast<char>(time.size()) + time);
     return;
   }
-  const std::size_t length = LengthIn(header);
-  if (length > kLargestBody) return;
-  const std::string body = client.Read(length);
-  if (body.size() != length) return;
-  if (request.command == "CS01" && length >= kName) {
+  const std::string body = frame.substr(kHeader);
+  if (request.command == "CS01" && body.size() >= kName) {
     request.name = UpToZero(body.substr(0, kName));
     request.contents = body.substr(kName);
   } else if (request.command == "CS06") {

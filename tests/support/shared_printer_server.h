@@ -1,16 +1,19 @@
-// A small shared printer server for tests and examples.
 #pragma once
 
 #include <cstdint>
 #include <functional>
 #include <string>
 
-#include "support/loopback_server.h"
+#include "support/loopback.h"
 
 namespace vk::tq::testing {
 
-// Speaks the protocol of docs/wire-protocol.md on a loopback port that the kernel chose. It tells
-// its time in UTC, and lets its owner decide about everything else.
+// A command, a length, and as many bytes as that says; of the question for the time nothing follows
+// the length. Empty when the client ends before.
+std::string ReadFrame(const Peer& client);
+
+// For tests and examples: speaks the protocol of docs/wire-protocol.md on a loopback port that the
+// kernel chose. It tells its time in UTC, and lets its owner decide about everything else.
 class SharedPrinterServer {
  public:
   struct Request {

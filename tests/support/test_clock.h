@@ -1,4 +1,3 @@
-// A clock for tests.
 #pragma once
 
 #include <cstdint>

@@ -7,6 +7,7 @@
 #include <sys/mman.h>
 #include <sys/types.h>
 
+#include <filesystem>
 #include <functional>
 #include <memory>
 #include <mutex>
@@ -51,7 +52,6 @@ std::wstring FromUtf8(std::string_view bytes);
 std::string ToHex(std::string_view bytes);
 std::string FromHex(std::string_view hex);
 
-// One recorded log line; comparable and printable.
 struct LogLine {
   int level = 0;
   int number = 0;
@@ -81,9 +81,8 @@ class LogRecorder {
   LogRecorder& operator=(const LogRecorder&) = delete;
   ~LogRecorder();
 
-  std::vector<LogLine> lines() const;
-  // Only the lines of at least this level.
-  std::vector<LogLine> lines(int lowest_level) const;
+  // The lines of at least this level.
+  std::vector<LogLine> lines(int lowest_level = 0) const;
   std::vector<Event> events() const;
   void Clear();
 
@@ -98,15 +97,16 @@ class LogRecorder {
 class ProductTest : public ::testing::Test {
  protected:
   ProductTest();
-  ~ProductTest() override;
 
   // <common application data>\ORV-INC\Velkorandia\Tessaloquin, native.
   std::string product_native(std::string_view name = {}) const;
   std::wstring product_path(std::wstring_view name = {}) const;
-  void WriteKeyFile(std::string_view contents = "0123456789ABCDEF0123456789abcdef");
-  void RemoveKeyFile();
+  void WriteKeyFile(std::string_view contents = "0123456789ABCDEF0123456789abcdef") {
+    WriteNative(product_native("config/data.dat"), contents);
+  }
+  void RemoveKeyFile() { std::filesystem::remove(product_native("config/data.dat")); }
 
-  // A folder for the test's own files.
+  // The test's own files.
   std::string native(std::string_view name) const { return temp_.native(name); }
   std::wstring path(std::wstring_view name) const { return temp_.path(name); }
 
@@ -146,19 +146,11 @@ class Gate {
 
 // A record that this process and those that it forks share.
 template <class T>
-class Shared {
- public:
+struct Shared : std::shared_ptr<T> {
   Shared()
-      : record_(new (mmap(nullptr, sizeof(T), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS,
-                          -1, 0)) T{}) {}
-  Shared(const Shared&) = delete;
-  Shared& operator=(const Shared&) = delete;
-  ~Shared() { munmap(record_, sizeof(T)); }
-  T* operator->() const { return record_; }
-  T& operator*() const { return *record_; }
-
- private:
-  T* record_;
+      : std::shared_ptr<T>(new (mmap(nullptr, sizeof(T), PROT_READ | PROT_WRITE,
+                                     MAP_SHARED | MAP_ANONYMOUS, -1, 0)) T{},
+                           [](T* record) { munmap(record, sizeof(T)); }) {}
 };
 
 // A real process that runs a function; what the function gives is its exit code. It is killed when

@@ -4,7 +4,7 @@
 
 #include "platform/error.h"
 #include "platform/path.h"
-#include "support/loopback_server.h"
+#include "support/shared_printer_server.h"
 #include "support/test_support.h"
 
 namespace vk::tq::testing {
@@ -60,16 +60,6 @@ std::string BigEndian(std::size_t length) {
 std::string Filled(std::string text, std::size_t size) {
   text.resize(size, '\0');
   return text;
-}
-
-// A command, a length, and as many bytes as that says.
-std::string ReadFrame(Peer& peer) {
-  std::string frame = peer.Read(8);
-  std::size_t length = 0;
-  for (std::size_t i = 4; i < frame.size(); ++i) {
-    length = length << 8 | static_cast<unsigned char>(frame[i]);
-  }
-  return frame + peer.Read(length);
 }
 
 // Keeps the frame of each connection, and answers it.
@@ -210,9 +200,8 @@ TEST_F(SharedPrinterCommunicationTest, PeerThatEndsAtAnyByteDoesNoHarm) {
         // It ends after so many bytes of the header and of its answer.
         LoopbackServer server([&, end, is_reset, sent = answer](Peer& peer, int) {
           if (is_reset) peer.ResetOnClose();
-          // Of the question for the time the length announces nothing.
           const std::size_t read = std::min<std::size_t>(end, 8);
-          read == 8 && sent[3] != '2' ? ReadFrame(peer) : peer.Read(read);
+          read == 8 ? ReadFrame(peer) : peer.Read(read);
           peer.Write(sent.substr(0, end - read));
         });
         CSharedPrinterCommunication channel = ChannelTo(server, 1);
@@ -385,7 +374,7 @@ TEST_F(SharedPrinterCommunicationTest, TimeThatIsCutShort) {
 
 TEST_F(SharedPrinterCommunicationTest, WaitsCountAnewForEachPiece) {
   LoopbackServer server([&](Peer& peer, int index) {
-    index == 0 ? ReadFrame(peer) : peer.Read(8);
+    ReadFrame(peer);
     const std::string answer = "CR02" + BigEndian(16) + "2026/1/2 3:04:05";
     if (index == 1) peer.Write(answer.substr(0, 19));
     for (const char c : index == 0 ? "CR010" : answer.substr(19)) {
