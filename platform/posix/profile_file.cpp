@@ -68,16 +68,19 @@ bool ReadAll(int file, std::string& bytes) {
     // Of a regular file, only its end gives less than was asked for.
     if (size < bytes.size()) {
       bytes.resize(size);
-      break;
+      return true;
     }
     bytes.resize(2 * size);
   }
-  if (const auto copy = FindSpareCopy(file, bytes.size())) {
+}
+
+// Leaves of a file's bytes its text, which a second copy stands for when it is whole.
+void KeepText(std::string& bytes, const std::optional<SpareCopy>& copy) {
+  if (copy) {
     bytes =
         bytes.substr(static_cast<std::size_t>(copy->begin), static_cast<std::size_t>(copy->size));
   }
   bytes.resize(SizeWithoutCopy(bytes));
-  return true;
 }
 
 // Whether the kernel writes these bytes at this place whole, even when the process is killed.
@@ -103,6 +106,7 @@ std::optional<std::string> ReadProfileFile(const std::string& native) {
   const bool is_read = ReadAll(file.get(), bytes);
   Unlock(file.get());
   if (!is_read) return std::nullopt;
+  KeepText(bytes, FindSpareCopy(bytes));
   return bytes;
 }
 
@@ -124,14 +128,12 @@ bool ProfileFile::Open(const std::string& native) {
 // Puts in its place what a writer had begun to put there when it was killed, and cuts off a copy
 // that has no end.
 bool ProfileFile::Mend() {
-  struct stat status {};
-  if (fstat(file_.get(), &status) != 0) return FailWithErrno();
-  const auto size = static_cast<std::uint64_t>(status.st_size);
-  if (size == bytes_.size()) return true;
-  if (const auto copy = FindSpareCopy(file_.get(), size)) {
-    return PutSpareCopyInPlace(file_.get(), *copy).has_value();
-  }
-  return ftruncate(file_.get(), static_cast<off_t>(bytes_.size())) == 0 || FailWithErrno();
+  const auto copy = FindSpareCopy(bytes_);
+  const std::size_t size = bytes_.size();
+  KeepText(bytes_, copy);
+  if (copy) return PutSpareCopyInPlace(file_.get(), *copy).has_value();
+  return bytes_.size() == size || ftruncate(file_.get(), static_cast<off_t>(bytes_.size())) == 0 ||
+         FailWithErrno();
 }
 
 bool ProfileFile::OpenOnce() {

@@ -29,6 +29,14 @@ bool ReadAt(int file, void* data, std::size_t size, std::uint64_t offset) {
          static_cast<ssize_t>(size);
 }
 
+// The copy that ends where its trailer begins.
+std::optional<SpareCopy> CopyBefore(const Trailer& trailer, std::uint64_t end) {
+  const bool is_marked = std::memcmp(trailer.mark, kMark, kMarkSize) == 0;
+  // It lies behind its place: it is never put over itself.
+  if (!is_marked || trailer.size == 0 || trailer.size > end / 2) return {};
+  return SpareCopy{end - trailer.size, trailer.size};
+}
+
 }  // namespace
 
 std::optional<SpareCopy> FindSpareCopy(int file, std::uint64_t file_size) {
@@ -36,10 +44,15 @@ std::optional<SpareCopy> FindSpareCopy(int file, std::uint64_t file_size) {
   if (file_size <= kPageSize + sizeof trailer) return {};
   const std::uint64_t end = file_size - sizeof trailer;
   if (!ReadAt(file, &trailer, sizeof trailer, end)) return {};
-  const bool is_marked = std::memcmp(trailer.mark, kMark, kMarkSize) == 0;
-  // It lies behind its place: it is never put over itself.
-  if (!is_marked || trailer.size == 0 || trailer.size > end / 2) return {};
-  return SpareCopy{end - trailer.size, trailer.size};
+  return CopyBefore(trailer, end);
+}
+
+std::optional<SpareCopy> FindSpareCopy(std::string_view bytes) {
+  Trailer trailer{};
+  if (bytes.size() <= kPageSize + sizeof trailer) return {};
+  const std::size_t end = bytes.size() - sizeof trailer;
+  std::memcpy(&trailer, bytes.data() + end, sizeof trailer);
+  return CopyBefore(trailer, end);
 }
 
 std::size_t SizeWithoutCopy(std::string_view bytes) {

@@ -29,6 +29,7 @@ struct SpareCopy {
 
 // The copy that ends a file of this size; none is the rule.
 std::optional<SpareCopy> FindSpareCopy(int file, std::uint64_t file_size);
+std::optional<SpareCopy> FindSpareCopy(std::string_view bytes);  // the whole file
 
 // How many of these bytes of a file that ends in no copy are its contents: all, as a rule, or those
 // in front of a copy that has no end. Records need no such look, since they end at their NUL.
