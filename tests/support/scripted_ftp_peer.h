@@ -29,8 +29,6 @@ class ScriptedFtpPeer {
     bool ReplyRaw(std::string_view bytes) { return control_.Write(bytes); }
     // Takes no more notice of the client, but keeps the connections, until the test is over.
     void Stall() const { control_.stop().Wait(); }
-    // The client sees a reset when the answer gives false.
-    void CutControl() { control_.ResetOnClose(); }
 
     std::uint16_t OpenPassive();
     // The data connection; each is used once.
