@@ -14,7 +14,6 @@ namespace {
 
 namespace fs = std::filesystem;
 using ::testing::ElementsAre;
-using ::testing::IsEmpty;
 using Lines = std::vector<LogLine>;
 
 constexpr wchar_t kLock[] = L"KITORA_QTL_JOB_INFO_NEMI";
