@@ -177,8 +177,8 @@ TEST_F(XmlTest, CreatesOneRecordForEachRow) {
             "  <QTL/>\n"
             "</Velkorandia>\n");
 
-  rows.m_aRows.RemoveAll();
-  EXPECT_EQ(xml_.CreateXmlString(path(L"file.xml"), rows, text), 0);
+  RowArray none;
+  EXPECT_EQ(xml_.CreateXmlString(path(L"file.xml"), none, text), 0);
   EXPECT_EQ(TextOfFile(L"file.xml"), Document(L"<Velkorandia/>")) << "the longer file was cut";
 }
 
