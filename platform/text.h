@@ -14,8 +14,6 @@
 #include <type_traits>
 #include <variant>
 
-#include "platform/secure_memory.h"
-
 namespace vk::tq {
 
 /// The active ANSI code page: TQ_ANSI_CODEPAGE, else the code set of the locale, else UTF-8.
@@ -37,10 +35,6 @@ std::optional<std::wstring> DecodeText(unsigned code_page, std::string_view byte
 
 /// The number of the ANSI code page in force, for example 932 or 65001. Read anew at each call.
 unsigned AnsiCodePage();
-
-/// Appends the UTF-8 form of a text to a container of bytes that is wiped; no other copy of the
-/// text is made.
-void AppendUtf8(std::wstring_view text, SecureBytes& bytes);
 
 /// Turns wide text into UTF-8 piece by piece. The text must outlive the encoder.
 class Utf8Encoder {

@@ -10,6 +10,7 @@
 #include "platform/error.h"
 #include "platform/posix/number.h"
 #include "platform/posix/utf8.h"
+#include "platform/secure_memory.h"
 #include "platform/text.h"
 
 namespace vk::tq {

@@ -281,14 +281,6 @@ Byte* EncodeRun(std::wstring_view text, std::size_t& index, Byte* to, const Byte
   return to;
 }
 
-template <class Bytes>
-void AppendEncoded(std::wstring_view text, Bytes& bytes) {
-  Utf8Encoder encoder(text);
-  const std::size_t old_size = bytes.size();
-  bytes.resize(old_size + encoder.length());
-  encoder.Encode({reinterpret_cast<Byte*>(bytes.data()) + old_size, encoder.length()});
-}
-
 }  // namespace
 
 Utf8Character ReadUtf8(std::string_view bytes) noexcept {
@@ -314,9 +306,12 @@ void AppendUtf8Character(char32_t character, std::string& bytes) {
   for (const Byte* byte = buffer.data(); byte != end; ++byte) bytes += static_cast<char>(*byte);
 }
 
-void AppendToUtf8(std::wstring_view text, std::string& bytes) { AppendEncoded(text, bytes); }
-
-void AppendUtf8(std::wstring_view text, SecureBytes& bytes) { AppendEncoded(text, bytes); }
+void AppendToUtf8(std::wstring_view text, std::string& bytes) {
+  Utf8Encoder encoder(text);
+  const std::size_t old_size = bytes.size();
+  bytes.resize(old_size + encoder.length());
+  encoder.Encode({reinterpret_cast<Byte*>(bytes.data()) + old_size, encoder.length()});
+}
 
 std::size_t AppendFromUtf8(std::string_view bytes, std::wstring& text) {
   const auto begins_character = [](char byte) { return (static_cast<Byte>(byte) & 0xC0) != 0x80; };

@@ -124,6 +124,15 @@ TEST_P(FileMoveTest, FailuresLeaveEverythingAsItWas) {
   EXPECT_EQ("contents", ReadNative(From())) << "a name in another spelling";
 }
 
+TEST_P(FileMoveTest, TwoNamesOfOneFileBecomeOne) {
+  if (GetParam()) return;
+  WriteNative(From(), "contents");
+  fs::create_hard_link(From(), To());
+  ASSERT_TRUE(Move());
+  EXPECT_FALSE(fs::exists(From()));
+  EXPECT_EQ("contents", ReadNative(To()));
+}
+
 TEST_P(FileMoveTest, CopyThatCannotBeFinishedLeavesTheSourceAndTheOldTarget) {
   if (!GetParam()) return;  // nothing is copied
   WriteNative(From(), std::string(300'000, 'x'));

@@ -50,6 +50,12 @@ class FileSecurityTest : public ::testing::Test {
   const std::string folder_ = temp_.native("folder");
 };
 
+TEST_F(FileSecurityTest, AUserIsFoundWhereNoGroupHasTheName) {
+  AccountId nobody;
+  EXPECT_EQ(LookUpAccount(L"nobody", nobody), SecurityStep::kNone);
+  EXPECT_EQ(LookUpAccount(L"no such account", nobody), SecurityStep::kLookUpAccount);
+}
+
 TEST_F(FileSecurityTest, AFileGetsAnEntryAndKeepsItsMode) {
   chmod(file_.c_str(), 0640);
   const std::string old = Acl(file_);

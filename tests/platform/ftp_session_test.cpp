@@ -154,6 +154,13 @@ TEST_F(FtpSessionTest, TakesNoReplyOfAnotherKind) {
   }
 }
 
+TEST_F(FtpSessionTest, TheServerMayEndTheLogIn) {
+  ScriptedFtpPeer peer;
+  peer.On("USER", [](Session&, const std::string&) { return false; });
+  EXPECT_EQ(Connect(peer.port()), kNoFtpHandle);
+  EXPECT_EQ(GetLastError(), kErrorInternetConnectionAborted);
+}
+
 // A connection that the server has closed is not made anew: the directory would be another one.
 TEST_F(FtpSessionTest, ABrokenConnectionStaysBroken) {
   ScriptedFtpPeer peer;

@@ -352,6 +352,7 @@ TEST_F(ScriptedFtpTest, ReportsALogInThatFails) {
 }
 
 TEST_F(ScriptedFtpTest, CallsNobodyWithWhatCannotBeSent) {
+  const CString longer_than_a_label = CString(64, L'a') + L".invalid";
   const ScopedEnvironment code_page("TQ_ANSI_CODEPAGE", "932");
   const struct {
     const wchar_t* host;
@@ -361,6 +362,7 @@ TEST_F(ScriptedFtpTest, CallsNobodyWithWhatCannotBeSent) {
   } cases[] = {
       {L"", L"tester", kSecret, 12007},
       {L"user@127.0.0.1/x", L"tester", kSecret, 12007},
+      {longer_than_a_label.c_str(), L"tester", kSecret, 12007},  // the resolver refuses it itself
       {L"한", L"tester", kSecret, 12007},  // a character that the code page lacks
       {L"127.0.0.1", L"한", kSecret, 12013},
       {L"127.0.0.1", L"tester\r\nDELE b", kSecret, 12013},  // a command of its own
