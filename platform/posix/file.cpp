@@ -217,11 +217,7 @@ void InPlaceWriter::TakeBack() {
 bool InPlaceWriter::Write(const void* data, std::size_t size) {
   const int file = static_cast<int>(handle_);
   const bool is_whole = written_ == 0 && size == final_size_;
-  if (is_whole && !is_new_ && size > kPageSize && size <= kLongestSpareCopy) {
-    // Where there is no room for a copy, the record is written without one.
-    const LastErrorKeeper keep;
-    AppendSpareCopy(file, std::max(old_size_, final_size_), data, size);
-  }
+  if (is_whole && !is_new_ && size > kPageSize) AppendSpareCopy(file, old_size_, data, size);
   const char* from = static_cast<const char*>(data);
   while (size > 0) {
     const ssize_t put = RetryInterrupted([&] { return write(file, from, size); });

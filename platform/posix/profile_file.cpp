@@ -205,19 +205,13 @@ bool ProfileFile::WriteFrom(std::size_t begin, std::string_view bytes) {
   std::string changed(bytes.substr(begin));
   if (bytes.size() < bytes_.size()) changed.append(bytes_.size() - bytes.size(), '\0');
   if (!Reserve(bytes.size())) return false;
-  const bool has_copy = !IsWithinPage(begin, changed.size()) && MakeCopy(bytes);
+  const bool is_seen = !is_new_ && !is_unnamed_;
+  const bool has_copy = is_seen && !IsWithinPage(begin, changed.size()) &&
+                        AppendSpareCopy(file_.get(), bytes_.size(), bytes.data(), bytes.size());
   if (!WriteAt(file_.get(), changed.data(), changed.size(), begin)) return false;
   if (!has_copy && bytes.size() >= bytes_.size()) return true;
   const auto cut = [&] { return ftruncate(file_.get(), static_cast<off_t>(bytes.size())); };
   return RetryInterrupted(cut) == 0 || FailWithErrno();
-}
-
-// Where there is no room for a copy, the text is written without one.
-bool ProfileFile::MakeCopy(std::string_view bytes) {
-  if (is_new_ || is_unnamed_ || bytes.size() > kLongestSpareCopy) return false;
-  const LastErrorKeeper keeper;
-  const std::size_t end = std::max(bytes.size(), bytes_.size());
-  return AppendSpareCopy(file_.get(), end, bytes.data(), bytes.size());
 }
 
 }  // namespace vk::tq::internal

@@ -37,7 +37,6 @@ class ProfileFile {
   bool Mend();
   bool Reserve(std::size_t size);
   bool WriteFrom(std::size_t begin, std::string_view bytes);
-  bool MakeCopy(std::string_view bytes);
   void Restore(std::size_t offset);
 
   std::string native_;

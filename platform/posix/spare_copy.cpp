@@ -14,15 +14,18 @@ namespace {
 
 // No record ends in these 16 bytes by chance, and no text of a settings file can hold them: they are
 // ill-formed in UTF-8, UTF-16 (high surrogates without low ones) and code page 932.
-constexpr char kMark[] = "\x9e\x1b\xd4\x77\x03\xc8\xd8\xd8\xd8\xd8\xb9\x8d\x44\xf2\x31\xa6";
-constexpr std::size_t kMarkSize = sizeof kMark - 1;
+constexpr char kMark[] = "\x9e\x1b\xd4\x77\x03\xc8\xd8\xd8\xd8\xd8\xb9\x8d\x44\xf2\x31\xa6\n";
+constexpr std::size_t kMarkSize = 16;
+// A line's end goes with the one in front, so that who knows of no copies finds a header in its
+// first line.
+constexpr std::size_t kFrontSize = kMarkSize + 1;
+static_assert(sizeof kMark == kFrontSize + 1);
 
-// What stands behind a copy.
 struct Trailer {
   std::uint64_t size;
   char mark[kMarkSize];
 };
-static_assert(sizeof(Trailer) == 24);
+static_assert(sizeof(Trailer) == kSpareCopyEnd);
 
 bool ReadAt(int file, void* data, std::size_t size, std::uint64_t offset) {
   return RetryInterrupted([&] { return pread(file, data, size, static_cast<off_t>(offset)); }) ==
@@ -60,19 +63,20 @@ std::size_t SizeWithoutCopy(std::string_view bytes) {
 }
 
 bool AppendSpareCopy(int file, std::uint64_t file_size, const void* data, std::size_t size) {
+  if (size > kLongestSpareCopy) return false;
+  const LastErrorKeeper keeper;
   Trailer trailer{size, {}};
   std::memcpy(trailer.mark, kMark, kMarkSize);
   // At a multiple of its size, the mark in front lies in one page. Where the file ends with it, the
   // zeros before it are a size, too: nobody takes the end of the text for one.
-  const std::uint64_t end = std::max<std::uint64_t>(file_size, size) + sizeof trailer.size;
-  const std::uint64_t mark = (end + kMarkSize - 1) / kMarkSize * kMarkSize;
-  // A line's end behind it, so that who knows of no copies finds a header in its first line.
-  const std::uint64_t begin = mark + kMarkSize + 1;
-  if (WriteAt(file, kMark, kMarkSize, mark) && WriteAt(file, "\n", 1, begin - 1) &&
-      WriteAt(file, data, size, begin) && WriteAt(file, &trailer, sizeof trailer, begin + size)) {
+  const std::uint64_t end = std::max<std::uint64_t>(file_size, size);
+  const std::uint64_t mark = (end + sizeof trailer.size + kMarkSize - 1) / kMarkSize * kMarkSize;
+  const std::uint64_t begin = mark + kFrontSize;
+  if (WriteAt(file, kMark, kFrontSize, mark) && WriteAt(file, data, size, begin) &&
+      WriteAt(file, &trailer, sizeof trailer, begin + size)) {
     return true;
   }
-  [[maybe_unused]] const int ignored = ftruncate(file, static_cast<off_t>(file_size));
+  [[maybe_unused]] const int ignored = ftruncate(file, static_cast<off_t>(end));
   return false;
 }
 

@@ -27,6 +27,9 @@ struct SpareCopy {
   std::uint64_t size;
 };
 
+// What stands behind a copy.
+inline constexpr std::size_t kSpareCopyEnd = 24;
+
 // The copy that ends a file of this size; none is the rule.
 std::optional<SpareCopy> FindSpareCopy(int file, std::uint64_t file_size);
 std::optional<SpareCopy> FindSpareCopy(std::string_view bytes);  // the whole file
@@ -35,8 +38,8 @@ std::optional<SpareCopy> FindSpareCopy(std::string_view bytes);  // the whole fi
 // in front of a copy that has no end. Records need no such look, since they end at their NUL.
 std::size_t SizeWithoutCopy(std::string_view bytes);
 
-// Appends a copy behind a file's contents. False, with the last error set and nothing changed, when
-// it does not fit.
+// Appends a copy of what is about to be written to a file of this size. False, with nothing changed
+// and the last error as it was, when it is too long or does not fit: it is then written without one.
 bool AppendSpareCopy(int file, std::uint64_t file_size, const void* data, std::size_t size);
 
 // Puts a copy in its place, as the writer would have done that was killed; gives the new size of
