@@ -23,7 +23,7 @@ class Server {
   // Answers one connection.
   void Serve() const {
     const testing::StopSignal never;
-    const testing::Descriptor peer = listener_.Accept(never);
+    const FileDescriptor peer = listener_.Accept(never);
     std::ignore = send(peer.get(), answer_.data(), answer_.size(), MSG_NOSIGNAL);
     if (closes_) shutdown(peer.get(), SHUT_WR);
     char frame[4096];

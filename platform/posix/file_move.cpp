@@ -69,12 +69,7 @@ bool CopyContents(int source, int copy) {
 
 // Locks a file for its owner; the lock goes when the last process that has it open ends. Nobody
 // waits. Where the file system knows no such locks, no orphan is found either.
-bool TakeOwnership(int file) {
-  struct flock lock {};
-  lock.l_type = F_WRLCK;
-  lock.l_whence = SEEK_SET;
-  return RetryInterrupted([&] { return fcntl(file, F_OFD_SETLK, &lock); }) == 0;
-}
+bool TakeOwnership(int file) { return SetFileLock(file, F_WRLCK); }
 
 // A hidden name goes on with the process and a count.
 constexpr std::string_view kHiddenName = ".move-";

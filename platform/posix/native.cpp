@@ -26,6 +26,13 @@ void FileDescriptor::Reset(int descriptor) noexcept {
   errno = kept;
 }
 
+bool SetFileLock(int file, short kind) noexcept {
+  struct flock lock {};
+  lock.l_type = kind;
+  lock.l_whence = SEEK_SET;
+  return RetryInterrupted([&] { return fcntl(file, F_OFD_SETLK, &lock); }) == 0;
+}
+
 int PollUntil(std::span<pollfd> sockets,
               const std::chrono::steady_clock::time_point* deadline) noexcept {
   using std::chrono::nanoseconds;

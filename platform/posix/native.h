@@ -58,6 +58,10 @@ auto RetryInterrupted(const Call& call) {
   return result;
 }
 
+// Sets an open-file-description lock on a whole file (F_RDLCK, F_WRLCK) or removes it (F_UNLCK).
+// Nobody waits: false, with errno, when another opening of the file has one in the way.
+bool SetFileLock(int file, short kind) noexcept;
+
 // poll(2) until something happens or the time is over; null stands for no limit. A signal ends
 // nothing.
 int PollUntil(std::span<pollfd> sockets,

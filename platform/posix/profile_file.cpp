@@ -27,13 +27,10 @@ constexpr off_t kLargest = 0x1000000;
 bool Lock(int file, short kind, milliseconds limit) {
   constexpr std::chrono::microseconds kShortestPause(20);
   constexpr std::chrono::microseconds kLongestPause(1'000);
-  struct flock lock {};
-  lock.l_type = kind;
-  lock.l_whence = SEEK_SET;
   const auto end = std::chrono::steady_clock::now() + limit;
   for (auto pause = kShortestPause;; pause = std::min(2 * pause, kLongestPause)) {
-    if (fcntl(file, F_OFD_SETLK, &lock) == 0) return true;
-    if (errno != EAGAIN && errno != EACCES && errno != EINTR) return FailWithErrno();
+    if (SetFileLock(file, kind)) return true;
+    if (errno != EAGAIN && errno != EACCES) return FailWithErrno();
     if (std::chrono::steady_clock::now() >= end) return Fail(kErrorSharingViolation);
     std::this_thread::sleep_for(pause);
   }
@@ -41,12 +38,7 @@ bool Lock(int file, short kind, milliseconds limit) {
 
 // A child that another thread of this process forked meanwhile shares the lock: closing the file
 // here would not end it.
-void Unlock(int file) {
-  struct flock lock {};
-  lock.l_type = F_UNLCK;
-  lock.l_whence = SEEK_SET;
-  fcntl(file, F_OFD_SETLK, &lock);
-}
+void Unlock(int file) { SetFileLock(file, F_UNLCK); }
 
 bool IsRegular(int file, struct stat& status) {
   if (fstat(file, &status) != 0) return FailWithErrno();

@@ -65,11 +65,19 @@ TEST_P(CrowdTest, LosesNoUpdate) {
   EXPECT_EQ(GetParam().processes * GetParam().turns, updates);
 }
 
-constexpr Crowd kCrowds[] = {{"Job", 2, 1, 200},         {"Job", 4, 1, 200},
-                             {"Job", 8, 100, 100},       {"JobStatus", 4, 1, 200},
-                             {"StatusFile", 4, 1, 100},  {"PrintInfo", 8, 100, 100},
-                             {"UserData", 8, 1, 100},    {"SharedUserData", 4, 1, 100},
-                             {"PrinterList", 8, 1, 100}, {"ClientIni", 8, 1, 100},
+constexpr Crowd kCrowds[] = {{"Job", 2, 1, 200},
+                             {"Job", 4, 1, 200},
+                             {"Job", 8, 1, 100},
+                             {"Job", 2, 100, 200},
+                             {"Job", 4, 100, 100},
+                             {"Job", 8, 100, 100},
+                             {"JobStatus", 4, 1, 200},
+                             {"StatusFile", 4, 1, 100},
+                             {"PrintInfo", 8, 100, 100},
+                             {"UserData", 8, 1, 100},
+                             {"SharedUserData", 4, 1, 100},
+                             {"PrinterList", 8, 1, 100},
+                             {"ClientIni", 8, 1, 100},
                              {"ConfigIni", 8, 1, 100}};
 
 INSTANTIATE_TEST_SUITE_P(Stores, CrowdTest, ::testing::ValuesIn(kCrowds), [](const auto& test) {

@@ -16,12 +16,12 @@ namespace {
 constexpr const char* kProgram = "/usr/sbin/unbound";
 
 // For datagrams to that port of 127.0.0.1; none when somebody has it.
-Descriptor BindUdp(std::uint16_t port) {
-  Descriptor udp(socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0));
+FileDescriptor BindUdp(std::uint16_t port) {
+  FileDescriptor udp(socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0));
   const sockaddr_in address{AF_INET, htons(port), {htonl(INADDR_LOOPBACK)}, {}};
   const bool is_bound =
       bind(udp.get(), reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0;
-  return is_bound ? std::move(udp) : Descriptor();
+  return is_bound ? std::move(udp) : FileDescriptor();
 }
 
 // One that is free for both protocols.

@@ -52,7 +52,7 @@ class DnsPeer {
 
   Answer answer_;
   std::atomic<int> questions_ = 0;
-  Descriptor udp_;
+  FileDescriptor udp_;
   std::optional<LoopbackServer> tcp_;  // on the same port
   StopSignal stop_;
   std::thread udp_thread_;

@@ -36,9 +36,9 @@ Listener::Listener(bool is_ipv6, bool is_deaf)
   port_ = ntohs(is_ipv6 ? ipv6.sin6_port : ipv4.sin_port);
 }
 
-Descriptor Listener::Accept(const StopSignal& stop) const {
-  if (!stop.Wait(get(), POLLIN)) return Descriptor();
-  Descriptor peer(accept4(get(), nullptr, nullptr, SOCK_CLOEXEC));
+FileDescriptor Listener::Accept(const StopSignal& stop) const {
+  if (!stop.Wait(get(), POLLIN)) return FileDescriptor();
+  FileDescriptor peer(accept4(get(), nullptr, nullptr, SOCK_CLOEXEC));
   // Two short replies in a row would wait for each other.
   const int on = 1;
   setsockopt(peer.get(), IPPROTO_TCP, TCP_NODELAY, &on, sizeof on);

@@ -15,8 +15,6 @@
 
 namespace vk::tq::testing {
 
-using Descriptor = FileDescriptor;
-
 // Ends the waits of a server's thread.
 class StopSignal {
  public:
@@ -27,7 +25,7 @@ class StopSignal {
   bool Wait(int fd = -1, short events = 0) const;
 
  private:
-  Descriptor event_;
+  FileDescriptor event_;
 };
 
 // A socket that listens on a loopback port that the kernel chose; a deaf one only keeps the port.
@@ -38,17 +36,17 @@ class Listener {
   std::uint16_t port() const { return port_; }
   int get() const { return socket_.get(); }
   // The next connection; none when the signal was raised before one came.
-  Descriptor Accept(const StopSignal& stop) const;
+  FileDescriptor Accept(const StopSignal& stop) const;
 
  private:
-  Descriptor socket_;
+  FileDescriptor socket_;
   std::uint16_t port_ = 0;
 };
 
 // A connection, as the server sees it.
 class Peer {
  public:
-  Peer(Descriptor socket, const StopSignal& stop) : socket_(std::move(socket)), stop_(stop) {}
+  Peer(FileDescriptor socket, const StopSignal& stop) : socket_(std::move(socket)), stop_(stop) {}
 
   int get() const { return socket_.get(); }
   const StopSignal& stop() const { return stop_; }
@@ -62,7 +60,7 @@ class Peer {
   void ResetOnClose() const;
 
  private:
-  Descriptor socket_;
+  FileDescriptor socket_;
   const StopSignal& stop_;
 };
 
@@ -76,7 +74,7 @@ class LoopbackServer {
       setsockopt(listener_.get(), SOL_SOCKET, SO_RCVBUF, &receive_buffer, sizeof receive_buffer);
     }
     thread_ = std::thread([this, serve = std::move(serve)] {
-      while (Descriptor socket = listener_.Accept(stop_)) {
+      while (FileDescriptor socket = listener_.Accept(stop_)) {
         Peer peer(std::move(socket), stop_);
         serve(peer, connections_++);
       }

@@ -83,7 +83,7 @@ std::uint16_t ScriptedFtpPeer::Session::OpenPassive() {
 
 bool ScriptedFtpPeer::Session::Connected() {
   if (data_ || !passive_) return data_.has_value();
-  if (Descriptor socket = passive_->Accept(control_.stop())) {
+  if (FileDescriptor socket = passive_->Accept(control_.stop())) {
     data_.emplace(std::move(socket), control_.stop());
   }
   return data_.has_value();

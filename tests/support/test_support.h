@@ -141,7 +141,7 @@ class Gate {
   bool Wait(int milliseconds = 20000);
 
  private:
-  Descriptor event_;
+  FileDescriptor event_;
 };
 
 // A record that this process and those that it forks share.
