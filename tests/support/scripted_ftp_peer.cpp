@@ -48,18 +48,24 @@ int ScriptedFtpPeer::count(std::string_view verb) const {
       all, [&](const std::string& line) { return line.substr(0, line.find(' ')) == verb; }));
 }
 
+const ScriptedFtpPeer::Answer* ScriptedFtpPeer::AnswerTo(const std::string& verb) const {
+  const std::lock_guard lock(mutex_);
+  const auto answer = answers_.find(verb);
+  return answer == answers_.end() ? nullptr : &answer->second;
+}
+
 void ScriptedFtpPeer::Session::Run() {
-  if (!peer_.answers_[""](*this, "")) return;
+  if (!(*peer_.AnswerTo(""))(*this, "")) return;
   while (const std::optional<std::string> line = TakeLine()) {
     {
       const std::lock_guard lock(peer_.mutex_);
       peer_.commands_.push_back(*line);
     }
     const std::size_t blank = std::min(line->find(' '), line->size());
-    const auto answer = peer_.answers_.find(line->substr(0, blank));
-    if (answer == peer_.answers_.end()) {
+    const Answer* const answer = peer_.AnswerTo(line->substr(0, blank));
+    if (answer == nullptr) {
       Reply("502 never heard of it");
-    } else if (!answer->second(*this, line->substr(std::min(blank + 1, line->size())))) {
+    } else if (!(*answer)(*this, line->substr(std::min(blank + 1, line->size())))) {
       return;
     }
   }

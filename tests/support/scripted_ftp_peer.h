@@ -71,7 +71,10 @@ class ScriptedFtpPeer {
 
   // Replaces the answer to a command; the verb "" stands for the greeting. To be called before the
   // client connects.
-  void On(const std::string& verb, Answer answer) { answers_[verb] = std::move(answer); }
+  void On(const std::string& verb, Answer answer) {
+    const std::lock_guard lock(mutex_);
+    answers_[verb] = std::move(answer);
+  }
   void On(const std::string& verb, const std::string& reply) {
     On(verb, [reply](Session& session, const std::string&) { return session.Reply(reply); });
   }
@@ -83,6 +86,9 @@ class ScriptedFtpPeer {
   std::string& file(const std::string& name) { return files_[name]; }
 
  private:
+  // Null for a command that it does not know. An answer may have a state of its own.
+  const Answer* AnswerTo(const std::string& verb) const;
+
   const bool is_ipv6_;
   std::map<std::string, Answer> answers_;
   std::map<std::string, std::string> files_;
