@@ -49,6 +49,7 @@ TEST_F(CryptToolTest, ACheckJudgesTheKeyFile) {
   }
   WriteKeyFile("another");
   EXPECT_EQ(RunJson("crypt check text", 1).at("deciphers"), false);
+  EXPECT_THAT(Run("crypt untext text").error, HasSubstr("hardly the text"));
   RemoveKeyFile();
   EXPECT_EQ(RunJson("crypt check", 1).at("exists"), false);
   EXPECT_THAT(Run("crypt text zeros", "x").error, HasSubstr("a key of zeros"));

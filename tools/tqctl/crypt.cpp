@@ -19,6 +19,9 @@ namespace fs = std::filesystem;
 using vk::tq::CCrypto;
 using vk::tq::PathToNative;
 
+// What bytes become that are no UTF-8, such as those that another key makes of a text.
+constexpr wchar_t kNoCharacter = 0xFFFD;
+
 // What went wrong with the files of an operation.
 Failure FileFailure(const std::wstring& what, const CCrypto& crypto) {
   return {what + L": " + WideToShow(std::generic_category().message(crypto.m_nLastError)) + L".",
@@ -77,6 +80,9 @@ void ReadText(Context& context, const TextOptions& options) {
     throw FileFailure(L"The file " + QuotedPath(options.file) + L" cannot be read", crypto);
   }
   context.out.ShowText(text);
+  if (text.find(kNoCharacter) == std::wstring::npos) return;
+  Warn(L"This is hardly the text that was enciphered. See \"tqctl crypt check FILE\".");
+  context.status = kFailed;
 }
 
 // ---- crypt encrypt, crypt decrypt ----
@@ -143,10 +149,10 @@ void DeclareCheck(CLI::App& command, CheckOptions& options) {
   AddText(command, "FILE", options.file, "An enciphered text file that the key is to open");
 }
 
-// What another key makes of a text is no UTF-8, or holds control characters.
+// What another key makes of a text is nothing, is no UTF-8, or holds control characters.
 bool IsText(const std::wstring& text) {
   return !text.empty() && std::none_of(text.begin(), text.end(), [](wchar_t c) {
-    return c == 0xFFFD || (c < 0x20 && c != L'\n' && c != L'\r' && c != L'\t');
+    return c == kNoCharacter || (c < 0x20 && c != L'\n' && c != L'\r' && c != L'\t');
   });
 }
 

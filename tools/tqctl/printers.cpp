@@ -54,6 +54,14 @@ void Read(const std::wstring& folder, CWhiteListFileAccess& list) {
                 L"check\".");
 }
 
+void Write(const std::wstring& folder, const CWhiteListFileAccess& list) {
+  RequireKeyForWriting();
+  if (list.Write(folder) == 1) return;
+  throw Failure(L"The list in " + QuotedPath(folder) + L" cannot be written.",
+                L"Look at the rights of WhiteList.dat, and at the key file with \"tqctl crypt "
+                L"check\".");
+}
+
 // Kind 0 is compared with a printer's first attribute, and so on.
 constexpr const wchar_t* kAttributes[] = {L"first", L"second", L"third", L"driver"};
 
@@ -102,14 +110,41 @@ void AddPrinter(Context& context, const AddOptions& options) {
   CWhiteListFileAccess list;
   const ListLock lock;
   Read(folder, list);
-  RequireKeyForWriting();
   list.Add(std::to_wstring(options.kind), options.name);
-  if (list.Write(folder) != 1) {
-    throw Failure(L"The list in " + QuotedPath(folder) + L" cannot be written.",
-                  L"Make the folder, or look at its rights and at the key file with \"tqctl crypt "
-                  L"check\".");
-  }
+  Write(folder, list);
   context.out.Done(L"Added \"" + options.name + L"\".",
+                   {{L"kind", options.kind}, {L"name", options.name}});
+}
+
+struct RemoveOptions {
+  ListOptions list;
+  std::wstring kind;
+  std::wstring name;
+};
+
+void DeclareRemove(CLI::App& command, RemoveOptions& options) {
+  AddText(command, "KIND", options.kind, "The entry's kind, as list shows it")->required();
+  AddText(command, "NAME", options.name, "The entry's name, as list shows it")->required();
+  DeclareList(command, options.list);
+}
+
+void RemovePrinter(Context& context, const RemoveOptions& options) {
+  const std::wstring folder = options.list.Folder();
+  CWhiteListFileAccess list;
+  CWhiteListFileAccess kept;
+  const ListLock lock;
+  Read(folder, list);
+  for (int i = 0; i < list.GetKinds().GetSize(); ++i) {
+    const std::wstring& kind = list.GetKinds()[i];
+    const std::wstring& name = list.GetNames()[i];
+    if (kind != options.kind || name != options.name) kept.Add(kind, name);
+  }
+  if (kept.GetKinds().GetSize() == list.GetKinds().GetSize()) {
+    throw Failure(L"The list has no entry \"" + options.name + L"\" of kind " + options.kind + L".",
+                  L"\"tqctl printers list\" shows its entries.");
+  }
+  Write(folder, kept);
+  context.out.Done(L"Removed \"" + options.name + L"\".",
                    {{L"kind", options.kind}, {L"name", options.name}});
 }
 
@@ -145,6 +180,7 @@ void AddPrinters(CLI::App& app, Context& context) {
   CLI::App& noun = AddNoun(app, "printers", "The printers that the suite leaves alone");
   AddCommand(noun, context, "list", "Every entry of the list", DeclareList, ShowList);
   AddCommand(noun, context, "add", "Add an entry", DeclareAdd, AddPrinter);
+  AddCommand(noun, context, "remove", "Remove an entry", DeclareRemove, RemovePrinter);
   AddCommand(noun, context, "test", "Whether the list names a printer", DeclareTest, TestPrinter);
 }
 

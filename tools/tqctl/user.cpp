@@ -69,11 +69,15 @@ Failure Refused(const wchar_t* what) {
 }
 
 template <class Access>
+void RequireData(Access& access) {
+  if (access.IsExist() == 1) return;
+  throw Failure(std::wstring(L"There is no ") + Kind<Access>::kName + L".",
+                L"\"tqctl user set\" makes it.");
+}
+
+template <class Access>
 void Show(Context& context, Access& access) {
-  if (access.IsExist() != 1) {
-    throw Failure(std::wstring(L"There is no ") + Kind<Access>::kName + L".",
-                  L"\"tqctl user set\" makes it.");
-  }
+  RequireData(access);
   if (access.ReadAll() != 1) throw Refused(L"user data cannot be read.");
   Fields shown;
   for (const auto& field : Kind<Access>::kFields) {
@@ -97,11 +101,9 @@ void Set(Context& context, Access& access, const std::vector<std::wstring>& fiel
 
 template <class Access>
 void Delete(Context& context, Access& access) {
-  const bool was_there = access.IsExist() == 1;
+  RequireData(access);
   if (access.Delete() != 1) throw Refused(L"user data cannot be deleted.");
-  context.out.Done(was_there ? L"The user data is deleted."
-                             : std::wstring(L"There was no ") + Kind<Access>::kName + L".",
-                   {{L"deleted", was_there}});
+  context.out.Done(L"The user data is deleted.", {{L"deleted", true}});
 }
 
 // Hands on the kind of data that the options name.
