@@ -85,13 +85,15 @@ std::string FromHex(std::string_view hex) {
   return bytes;
 }
 
-void PrintTo(const LogLine& line, std::ostream* out) {
-  *out << "{" << line.level << ", " << line.number << ", " << ToUtf8(line.function) << ", \""
-       << ToUtf8(line.message) << "\"";
-  if (line.second) *out << ", second \"" << ToUtf8(*line.second) << "\"";
-  if (line.code) *out << ", code " << *line.code;
-  *out << "}";
+std::string LogLine::text() const {
+  const std::string number_text = number != 0 ? " " + std::to_string(number) : "";
+  const std::string second_text = second ? " [" + ToUtf8(*second) + "]" : "";
+  const std::string code_text = code ? " = " + std::to_string(*code) : "";
+  return std::to_string(level) + number_text + " " + ToUtf8(function) + " " + ToUtf8(message) +
+         second_text + code_text;
 }
+
+void PrintTo(const LogLine& line, std::ostream* out) { *out << line.text(); }
 
 void PrintTo(const Event& event, std::ostream* out) {
   *out << "{0x" << std::hex << event.id << std::dec << ", \"" << ToUtf8(event.message) << "\""
@@ -130,6 +132,12 @@ std::vector<LogLine> LogRecorder::lines(int lowest_level) const {
   std::vector<LogLine> kept = store_->lines;
   std::erase_if(kept, [&](const LogLine& line) { return line.level < lowest_level; });
   return kept;
+}
+
+std::vector<std::string> LogRecorder::texts(int lowest_level) const {
+  std::vector<std::string> texts;
+  for (const LogLine& line : lines(lowest_level)) texts.push_back(line.text());
+  return texts;
 }
 
 std::vector<Event> LogRecorder::events() const {

@@ -60,6 +60,8 @@ struct LogLine {
   std::optional<std::wstring> second = {};
   std::optional<int> code = {};
 
+  // "level number function message [second] = code", without what is none.
+  std::string text() const;
   bool operator==(const LogLine&) const = default;
 };
 void PrintTo(const LogLine& line, std::ostream* out);
@@ -83,6 +85,7 @@ class LogRecorder {
 
   // The lines of at least this level.
   std::vector<LogLine> lines(int lowest_level = 0) const;
+  std::vector<std::string> texts(int lowest_level = 0) const;
   std::vector<Event> events() const;
   void Clear();
 

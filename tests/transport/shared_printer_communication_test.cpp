@@ -11,45 +11,18 @@ namespace vk::tq::testing {
 namespace {
 
 using std::chrono::milliseconds;
+using Texts = std::vector<std::string>;
 
-class SharedPrinterCommunicationTest : public ProductTest {
- protected:
-  // A print information file; the channel looks at its name and length only.
-  CString MakeFile(std::string_view contents = "contents", std::string_view name = "job.xml") {
-    WriteNative(native(name), contents);
-    return path(FromUtf8(name));
-  }
+const Texts kConnectLines = {
+    "2 150001 CSharedPrinterCommunication::SocketConnect 共有プリンタ転送: 接続情報生成開始",
+    "2 150002 CSharedPrinterCommunication::SocketConnect 共有プリンタ転送: 接続情報生成完了",
+    "2 150003 CSharedPrinterCommunication::SocketConnect 共有プリンタ転送: 接続開始",
+    "2 150004 CSharedPrinterCommunication::SocketConnect 共有プリンタ転送: 接続完了"};
 
-  template <class Server>
-  static CSharedPrinterCommunication ChannelTo(const Server& server, int retry = 0) {
-    return {L"127.0.0.1", server.port(), 5000, retry};
-  }
-
-  static LogLine Length(int length) {
-    return {2, 0, kReceiveData, L"受信するデータ長：" + std::to_wstring(length)};
-  }
-  static LogLine Received(int length) {
-    return {2, 0, kReceiveData, std::to_wstring(length) + L"バイトを受信しました"};
-  }
-  static LogLine TimeText(const CString& text) {
-    return {3, 150101, L"CSharedPrinterCommunication::GetServerTime",
-            L"共有プリンタサーバ時刻受信/[" + text + L"]"};
-  }
-  // The lines of a connection, and more.
-  static std::vector<LogLine> ConnectLines(const std::vector<LogLine>& more = {}) {
-    static constexpr wchar_t kConnect[] = L"CSharedPrinterCommunication::SocketConnect";
-    std::vector<LogLine> lines = {{2, 150001, kConnect, L"共有プリンタ転送: 接続情報生成開始"},
-                                  {2, 150002, kConnect, L"共有プリンタ転送: 接続情報生成完了"},
-                                  {2, 150003, kConnect, L"共有プリンタ転送: 接続開始"},
-                                  {2, 150004, kConnect, L"共有プリンタ転送: 接続完了"}};
-    lines.insert(lines.end(), more.begin(), more.end());
-    return lines;
-  }
-
-  static std::size_t OpenDescriptors() { return ListNative("/proc/self/fd").size(); }
-
-  static constexpr wchar_t kReceiveData[] = L"CSharedPrinterCommunication::ReceiveData";
-};
+std::string TimeLine(std::string_view text) {
+  return "3 150101 CSharedPrinterCommunication::GetServerTime 共有プリンタサーバ時刻受信/[" +
+         std::string(text) + "]";
+}
 
 std::string BigEndian(std::size_t length) {
   std::string bytes;
@@ -75,12 +48,24 @@ std::string TimeAnswer(std::string_view text) {
   return "CR02" + BigEndian(text.size()) + std::string(text);
 }
 
+template <class Server>
+CSharedPrinterCommunication ChannelTo(const Server& server, int retry = 0) {
+  return {L"127.0.0.1", server.port(), 5000, retry};
+}
+
+std::size_t OpenDescriptors() { return ListNative("/proc/self/fd").size(); }
+
+class SharedPrinterCommunicationTest : public ProductTest {
+ protected:
+  // A print information file; the channel looks at its name and length only.
+  CString MakeFile(std::string_view contents = "contents", std::string_view name = "job.xml") {
+    WriteNative(native(name), contents);
+    return path(FromUtf8(name));
+  }
+};
+
 TEST_F(SharedPrinterCommunicationTest, DeliversAFileAsItIsStored) {
-  const struct {
-    const char* code_page;
-    const char* file;
-    std::string name;  // as it goes out
-  } cases[] = {
+  const std::tuple<const char*, const char*, std::string> cases[] = {
       {"65001", "job.xml", "job"},
       {"65001", "b.xmlc.d.xml", "bc.d"},
       {"65001", "abcdefghijklmnopqrstuvwxyz0123456789.xml", "abcdefghijklmnopqrstuvwxyz"},
@@ -92,15 +77,14 @@ TEST_F(SharedPrinterCommunicationTest, DeliversAFileAsItIsStored) {
   };
   std::string frame;
   LoopbackServer server(Answering(frame, "CR010"));
-  for (const auto& c : cases) {
-    const ScopedEnvironment code_page("TQ_ANSI_CODEPAGE", c.code_page);
+  for (const auto& [code_page, file, name] : cases) {
+    const ScopedEnvironment use_code_page("TQ_ANSI_CODEPAGE", code_page);
     const std::string contents("\0\r\n\xFF\x1A", 5);
-    const CString path = MakeFile(contents, c.file);
+    const CString path = MakeFile(contents, file);
     log_.Clear();
-    ASSERT_EQ(ChannelTo(server).SendNemiInfFile(path), 1) << c.file;
-    EXPECT_EQ(log_.lines(), ConnectLines());
-    EXPECT_EQ(ToHex(frame), ToHex("CS01" + BigEndian(31) + Filled(c.name, 26) + contents))
-        << c.file;
+    ASSERT_EQ(ChannelTo(server).SendNemiInfFile(path), 1) << file;
+    EXPECT_EQ(log_.texts(), kConnectLines);
+    EXPECT_EQ(ToHex(frame), ToHex("CS01" + BigEndian(31) + Filled(name, 26) + contents)) << file;
   }
   MakeFile("");
   EXPECT_EQ(ChannelTo(server).SendNemiInfFile(FromUtf8(native("job.xml"))), 1);
@@ -110,9 +94,9 @@ TEST_F(SharedPrinterCommunicationTest, DeliversAFileAsItIsStored) {
 TEST_F(SharedPrinterCommunicationTest, FileThatCannotBeReadMakesNoConnection) {
   LoopbackServer server([](Peer& peer, int) { ReadFrame(peer); });
   CSharedPrinterCommunication channel = ChannelTo(server, 3);
-  WriteNative(native("huge.xml"), "");
+  const CString huge = MakeFile("", "huge.xml");
   ASSERT_EQ(truncate(native("huge.xml").c_str(), (256L << 20) + 1), 0);
-  for (const CString& file : {path(L"missing.xml"), temp_.path(), path(L"huge.xml")}) {
+  for (const CString& file : {path(L"missing.xml"), temp_.path(), huge}) {
     EXPECT_EQ(channel.SendNemiInfFile(file), 0);
   }
   const ScopedEnvironment code_page("TQ_ANSI_CODEPAGE", "4711");
@@ -146,24 +130,17 @@ TEST_F(SharedPrinterCommunicationTest, StatusAnswerDecides) {
                {"CR061", 0, 0},
                {std::string("CR01\0", 5), 1, 0},
                {"CR010 and more than was asked for", 1, 0},
-               {"cr010", 0, 0},
-               {"CR01", 0, 0}};
+               {"cr010", 0, 0}};
   const CString path = MakeFile();
-  const auto* now = cases;
-  LoopbackServer server([&](Peer& peer, int) {
-    ReadFrame(peer);
-    const std::string answer = now->answer;  // the next case may begin before all is sent
-    peer.Write(answer.substr(0, 2));
-    std::this_thread::sleep_for(milliseconds(5));
-    peer.Write(answer.substr(2));
-  });
   for (const auto& c : cases) {
-    now = &c;
+    LoopbackServer server([&](Peer& peer, int) {
+      ReadFrame(peer);
+      peer.Write(c.answer);
+    });
     EXPECT_EQ(ChannelTo(server).SendNemiInfFile(path), c.delivery) << c.answer;
     EXPECT_EQ(ChannelTo(server, 5).SendSpoolPrintOut(L"u", L"j", L"c"), c.print_out) << c.answer;
+    EXPECT_EQ(server.connections(), 2) << "a print-out is not asked for twice";
   }
-  EXPECT_EQ(server.connections(), static_cast<int>(2 * std::size(cases)))
-      << "a print-out is not asked for twice";
 }
 
 TEST_F(SharedPrinterCommunicationTest, DeliveryIsRepeatedUntilItIsAccepted) {
@@ -218,7 +195,7 @@ TEST_F(SharedPrinterCommunicationTest, ServerThatIsNotReachedFailsWithTheLinesUp
   const CString path = MakeFile();
   const Listener deaf(false, true);
   const std::size_t before = OpenDescriptors();
-  // The name is not resolved.
+  // The name is not resolved, by four attempts of three exchanges.
   for (const CString& name : {CString(L"a..b"), CString(256, L'x')}) {
     log_.Clear();
     SetLastError(kErrorWouldBlock);  // what is left of an earlier call decides nothing
@@ -226,16 +203,14 @@ TEST_F(SharedPrinterCommunicationTest, ServerThatIsNotReachedFailsWithTheLinesUp
     EXPECT_EQ(channel.SendNemiInfFile(path), 0);
     EXPECT_EQ(channel.SendSpoolPrintOut(L"u", L"j", L"c"), 0);
     EXPECT_EQ(channel.GetServerTime(L""), CTime());
-    EXPECT_EQ(log_.lines(), std::vector<LogLine>(4, ConnectLines()[0]))
-        << "two attempts and two exchanges";
+    EXPECT_EQ(log_.texts(), Texts(4, kConnectLines[0]));
   }
-  // The connection is refused, which the send tells.
+  // The connection is refused, which the send tells: nothing was asked, nothing came.
   log_.Clear();
   EXPECT_EQ(ChannelTo(deaf).SendNemiInfFile(path), 0);
-  EXPECT_EQ(log_.lines(), ConnectLines());
-  log_.Clear();
+  EXPECT_EQ(log_.texts(), kConnectLines);
   EXPECT_EQ(ChannelTo(deaf).GetServerTime(L""), CTime());
-  EXPECT_EQ(log_.lines(), ConnectLines({TimeText(L"")})) << "nothing was asked, nothing came";
+  EXPECT_EQ(log_.texts().back(), TimeLine(""));
   EXPECT_EQ(OpenDescriptors(), before);
 }
 
@@ -252,17 +227,11 @@ TEST_F(SharedPrinterCommunicationTest, PrintOutRequestCarriesTheTextAndAsManyZer
   EXPECT_EQ(ToHex(frame), ToHex("CS06" + BigEndian(size) + Filled(text, size)));
 }
 
-// Seconds since 1970 of 2026-01-02 03:04:05 UTC.
-constexpr std::int64_t kNight = 1767323045;
-constexpr std::int64_t kNineHours = 32400;
-
 TEST_F(SharedPrinterCommunicationTest, TimeIsTheServersTextAndNineHours) {
-  // What a text means, before the correction; nothing for those that are no time.
-  const struct {
-    const char* zone;  // of the client
-    std::optional<std::int64_t> time;
-    std::vector<const char*> texts;
-  } kCases[] = {
+  constexpr std::int64_t kNight = 1767323045;  // 2026-01-02 03:04:05 UTC
+  constexpr std::int64_t kNone = -32400;
+  // What a text means in a time zone of the client, before the correction.
+  const std::tuple<const char*, std::int64_t, Texts> kCases[] = {
       {"UTC0",
        kNight,
        {"2026/1/2 3:04:05", "2026/01/02\t\r\n 03:04:05", " 2026/ 1/ 2 3: 4: 5 and more",
@@ -273,15 +242,15 @@ TEST_F(SharedPrinterCommunicationTest, TimeIsTheServersTextAndNineHours) {
       {"JST-9", -1, {"1970/1/1 8:59:59"}},  // a second before the beginning is a time as well
       {"EST5EDT,M3.2.0,M11.1.0", 1782878400, {"2026/7/1 00:00:00"}},  // daylight saving time
       {"UTC0",
-       std::nullopt,
+       kNone,
        {"2026/1/23:04:05", "2026 /1/2 3:04:05", "2026/1/2 3:04:", "", "x2026/1/2 3:04:05"}},
       {"UTC0",
-       std::nullopt,  // out of range
+       kNone,  // out of range
        {"2026/13/2 3:04:05", "2026/0/2 3:04:05", "2026/1/0 3:04:05", "2026/1/32 3:04:05",
         "2026/1/2 24:04:05", "2026/1/2 -1:04:05", "2026/1/2 3:60:05", "2026/1/2 3:04:60",
         "1969/1/2 3:04:05", "3001/1/2 3:04:05", "4294969322/1/2 3:04:05"}},
   };
-  const char* answer = nullptr;
+  std::string answer;
   std::string frame;
   LoopbackServer server([&](Peer& peer, int) {
     frame = peer.Read(8);
@@ -290,70 +259,47 @@ TEST_F(SharedPrinterCommunicationTest, TimeIsTheServersTextAndNineHours) {
   for (const auto& [zone, expected, texts] : kCases) {
     const ScopedEnvironment set_zone("TZ", zone);
     tzset();
-    for (const char* text : texts) {
+    for (const std::string& text : texts) {
       answer = text;
       const CTime time = ChannelTo(server, 5).GetServerTime(L"not read");
-      EXPECT_EQ(time.GetTime(), expected ? *expected + kNineHours : 0) << text;
-      EXPECT_EQ(log_.lines(3).back(), TimeText(FromUtf8(text)));
+      EXPECT_EQ(time.GetTime(), expected - kNone) << text;
+      EXPECT_EQ(log_.texts(3).back(), TimeLine(text));
     }
   }
   EXPECT_EQ(frame, std::string("CS02\0\0\0\1", 8));
 }
 
-TEST_F(SharedPrinterCommunicationTest, BodyOfATimeIsBounded) {
-  const std::string no_end = "2026/1/2 3:04:05" + std::string(1008, 'x');
-  const struct {
-    std::uint32_t length;
-    std::string body;
-    bool is_time;
-    std::vector<LogLine> lines;  // behind those of the header
-  } cases[] = {
-      {0, "", false, {Length(0), TimeText(L"")}},
-      {1024, no_end, true, {Length(1024), TimeText(FromUtf8(no_end))}},
-      {1025, no_end + "x", false, {Length(1025), TimeText(L"")}},
-      {0x7FFFFFFF, no_end, false, {Length(0x7FFFFFFF), TimeText(L"")}},
-      {0xFFFFFFFF, no_end, false, {Length(-1), TimeText(L"")}},
-  };
-  const auto* now = cases;
-  LoopbackServer server([&](Peer& peer, int) {
-    peer.Read(8);
-    const auto& c = *now;  // the next one may begin before the body is sent
-    peer.Write("CR02" + BigEndian(c.length));
-    std::this_thread::sleep_for(milliseconds(20));  // the header is a piece of its own
-    peer.Write(c.body);
-  });
-  for (const auto& c : cases) {
-    now = &c;
-    log_.Clear();
-    EXPECT_EQ(ChannelTo(server).GetServerTime(L"") != CTime(), c.is_time) << c.length;
-    std::vector<LogLine> lines = log_.lines();
-    std::erase(lines, Received(1024));  // a body may come in any number of pieces
-    std::vector<LogLine> expected = ConnectLines({Length(8), Received(8)});
-    expected.insert(expected.end(), c.lines.begin(), c.lines.end());
-    EXPECT_EQ(lines, expected) << c.length;
-  }
-}
-
-// The connection ends or breaks, or nothing more comes, in the body or in the header.
-TEST_F(SharedPrinterCommunicationTest, TimeThatIsCutShort) {
-  const LogLine timeout = {
-      5, 141128, kReceiveData, L"クライアント通信で受信タイムアウトが発生しました。", {}, 10060};
-  const LogLine error = {
-      5, 101128, kReceiveData, L"クライアント通信スレッドの受信エラーが発生しました。", {}, 10054};
-  const std::string in_body = "CR02" + BigEndian(100) + "2026/1/2 3:04:05";
+// What announces too much, ends or breaks, or does not go on.
+TEST_F(SharedPrinterCommunicationTest, AnswerWithATimeIsBounded) {
+  const std::string kReceive = " CSharedPrinterCommunication::ReceiveData ";
+  const std::string kArrived = "バイトを受信しました";
+  const std::string announced = "2" + kReceive + "受信するデータ長：";
+  const std::string timeout =
+      "5 141128" + kReceive + "クライアント通信で受信タイムアウトが発生しました。 = 10060";
+  const std::string error =
+      "5 101128" + kReceive + "クライアント通信スレッドの受信エラーが発生しました。 = 10054";
+  const std::string time = "2026/1/2 3:04:05";
+  const std::string longest = time + std::string(1008, 'x');
+  const std::string in_body = "CR02" + BigEndian(100) + time;
   enum End { kCloses, kStays, kBreaks };
   const struct {
-    End end;
     std::string answer;
+    int length;  // as it is logged; 0 when it is not reached
+    End end;
     bool is_time;
-    std::vector<LogLine> lines;
+    Texts lines;
   } cases[] = {
-      {kCloses, in_body, true, {TimeText(L"2026/1/2 3:04:05")}},
-      {kStays, in_body, false, {timeout, TimeText(L"2026/1/2 3:04:05")}},
-      {kStays, "CR0", false, {timeout, TimeText(L"CR0")}},
-      {kBreaks, in_body.substr(0, 8), false, {error, TimeText(L"")}},
+      {TimeAnswer(longest), 1024, kCloses, true, {TimeLine(longest)}},
+      {TimeAnswer(longest + "x"), 1025, kCloses, false, {TimeLine("")}},
+      {"CR02" + BigEndian(0x7FFFFFFF) + longest, 0x7FFFFFFF, kCloses, false, {TimeLine("")}},
+      {"CR02" + BigEndian(0xFFFFFFFF) + longest, -1, kCloses, false, {TimeLine("")}},
+      {in_body, 100, kCloses, true, {TimeLine(time)}},
+      {in_body, 100, kStays, false, {timeout, TimeLine(time)}},
+      {"CR0", 0, kStays, false, {timeout, TimeLine("CR0")}},
+      {in_body.substr(0, 8), 100, kBreaks, false, {error, TimeLine("")}},
   };
   for (const auto& c : cases) {
+    SCOPED_TRACE(&c - cases);
     const ScopedExchangeWaits waits(milliseconds(60'000),
                                     milliseconds(c.end == kStays ? 100 : 20'000));
     log_.Clear();
@@ -367,15 +313,22 @@ TEST_F(SharedPrinterCommunicationTest, TimeThatIsCutShort) {
         std::this_thread::sleep_for(milliseconds(1));
       }
     });
-    EXPECT_EQ(ChannelTo(server).GetServerTime(L"") != CTime(), c.is_time) << c.answer;
-    EXPECT_EQ(log_.lines(3), c.lines) << c.answer;
+    EXPECT_EQ(ChannelTo(server).GetServerTime(L"") != CTime(), c.is_time);
+    Texts expected = kConnectLines;
+    expected.insert(expected.end(), {announced + "8", "2" + kReceive + "8" + kArrived});
+    if (c.length != 0) expected.push_back(announced + std::to_string(c.length));
+    expected.insert(expected.end(), c.lines.begin(), c.lines.end());
+    Texts lines = log_.texts();
+    // A body may come in any number of pieces.
+    std::erase(lines, "2" + kReceive + std::to_string(c.length) + kArrived);
+    EXPECT_EQ(lines, expected);
   }
 }
 
 TEST_F(SharedPrinterCommunicationTest, WaitsCountAnewForEachPiece) {
   LoopbackServer server([&](Peer& peer, int index) {
     ReadFrame(peer);
-    const std::string answer = "CR02" + BigEndian(16) + "2026/1/2 3:04:05";
+    const std::string answer = TimeAnswer("2026/1/2 3:04:05");
     if (index == 1) peer.Write(answer.substr(0, 19));
     for (const char c : index == 0 ? "CR010" : answer.substr(19)) {
       std::this_thread::sleep_for(milliseconds(220));
