@@ -1,6 +1,5 @@
 #include "transport/util_link.h"
 
-#include <algorithm>
 #include <optional>
 
 #include "platform/dns.h"
@@ -13,9 +12,9 @@ namespace vk::tq::testing {
 namespace {
 
 using ::testing::ElementsAre;
-using ::testing::StartsWith;
+using ::testing::IsSupersetOf;
 
-// A machine whose DNS configuration the test chooses.
+// Its DNS configuration is the test's choice.
 class ConfiguredMachine : public Machine {
  public:
   ErrorCode Network(NetworkParameters& parameters, std::size_t& room) override {
@@ -40,19 +39,6 @@ class UtilLinkTest : public ProductTest {
   // The caller's part of the cache, and what one call gives.
   int Conform(const std::wstring& address, int tries = 1, int valid_minutes = 60) {
     return CUtilLink::ConformFQDN(address, name_, cache_, tries, valid_minutes, resolve_time_);
-  }
-
-  // The lines of a level and of those above it, as "level message" and perhaps " = code".
-  std::vector<std::string> Lines(int lowest_level) {
-    std::vector<std::string> lines;
-    for (const LogLine& line : log_.lines(lowest_level)) {
-      EXPECT_EQ(0, line.number);
-      EXPECT_THAT(ToUtf8(line.function), StartsWith("CUtilLink::"));
-      const std::string code = line.code ? " = " + std::to_string(*line.code) : "";
-      lines.push_back(std::to_string(line.level) + " " + ToUtf8(line.message) + code);
-    }
-    log_.Clear();
-    return lines;
   }
 
   void UsePort(std::uint16_t port) { port_.emplace(Service::kDns, port); }
@@ -86,14 +72,6 @@ TEST_F(UtilLinkTest, AnAddressBecomesItsNameAndStaysInTheCacheForItsLife) {
   EXPECT_EQ(L"printer.example.jp", name_);
   EXPECT_EQ(L"127.0.0.1@printer.example.jp", cache_);
   EXPECT_EQ(asked, resolve_time_);
-  EXPECT_THAT(Lines(0),
-              ElementsAre("0 START", "2 FQDNの取得開始( IP:127.0.0.1 )", "2 FQDNの取得 1/3回目",
-                          "0 START", "0 START", "2 LocalMachineName: pc-7,Domain Name: example.jp",
-                          "2 DNS Servers: [127.0.0.1]", "2 Num Of DNS Servers : 1", "0 END",
-                          "2 (127.0.0.1)をDNSサーバ（127.0.0.1）へ問い合わせ ", "0 START",
-                          "0 START", "2 DNS Query Start", "2 DNS Query End", "2 DNS Query SUCCESS",
-                          "2 FQDN: printer.example.jp", "0 END",
-                          "3 FQDNの取得に成功( IP:127.0.0.1 , FQDN:printer.example.jp )"));
 
   // At the end of its life the entry still counts, and without a server nothing else could.
   server.Stop();
@@ -101,9 +79,24 @@ TEST_F(UtilLinkTest, AnAddressBecomesItsNameAndStaysInTheCacheForItsLife) {
   EXPECT_EQ(1, Conform(L"127.0.0.1"));
   EXPECT_EQ(L"printer.example.jp", name_);
   EXPECT_EQ(asked, resolve_time_);
-  EXPECT_THAT(Lines(0),
-              ElementsAre("0 START",
-                          "2 FQDNをキャッシュから取得( IP:127.0.0.1 , FQDN:printer.example.jp )"));
+  const std::string entry = "( IP:127.0.0.1 , FQDN:printer.example.jp )";
+  EXPECT_THAT(
+      log_.texts(),
+      ElementsAre(
+          "0 CUtilLink::ConformFQDN START",
+          "2 CUtilLink::ConformFQDN FQDNの取得開始( IP:127.0.0.1 )",
+          "2 CUtilLink::ConformFQDN FQDNの取得 1/3回目", "0 CUtilLink::GetFQDN START",
+          "0 CUtilLink::AllocDNSList START",
+          "2 CUtilLink::AllocDNSList LocalMachineName: pc-7,Domain Name: example.jp",
+          "2 CUtilLink::AllocDNSList DNS Servers: [127.0.0.1]",
+          "2 CUtilLink::AllocDNSList Num Of DNS Servers : 1", "0 CUtilLink::AllocDNSList END",
+          "2 CUtilLink::GetFQDN (127.0.0.1)をDNSサーバ（127.0.0.1）へ問い合わせ ",
+          "0 CUtilLink::GetFQDN START", "0 CUtilLink::ReverseIP START",
+          "2 CUtilLink::GetFQDN DNS Query Start", "2 CUtilLink::GetFQDN DNS Query End",
+          "2 CUtilLink::GetFQDN DNS Query SUCCESS", "2 CUtilLink::GetFQDN FQDN: printer.example.jp",
+          "0 CUtilLink::GetFQDN END", "3 CUtilLink::ConformFQDN FQDNの取得に成功" + entry,
+          "0 CUtilLink::ConformFQDN START",
+          "2 CUtilLink::ConformFQDN FQDNをキャッシュから取得" + entry));
 
   clock_.now = asked + 3601;
   EXPECT_EQ(0, Conform(L"127.0.0.1"));
@@ -133,27 +126,27 @@ TEST_F(UtilLinkTest, TheRulesOfTheCache) {
   };
   int asked = 0;
   for (const auto& test : kCases) {
+    SCOPED_TRACE(&test - kCases);
     cache_ = test.cache;
     resolve_time_ = clock_.now - test.age;
-    EXPECT_EQ(1, Conform(L"192.0.2.1", 1, test.valid_minutes)) << ToUtf8(test.cache);
-    EXPECT_EQ(test.name, name_) << ToUtf8(test.cache);
+    EXPECT_EQ(1, Conform(L"192.0.2.1", 1, test.valid_minutes));
+    EXPECT_EQ(test.name, name_);
     EXPECT_EQ(std::wstring(L"192.0.2.1@") + test.name, cache_);
     EXPECT_EQ(test.is_asked ? clock_.now : clock_.now - test.age, resolve_time_);
-    EXPECT_EQ(asked += test.is_asked, peer.questions()) << ToUtf8(test.cache);
+    EXPECT_EQ(asked += test.is_asked, peer.questions());
   }
 }
 
 TEST_F(UtilLinkTest, AHostNameIsUsedAsItIs) {
-  machine_.status = kErrorNotSupported;
-  const std::wstring names[] = {L"プリンタ", L"fe80::1", L"192.0.2.01", L"a@b", L""};
-  for (const std::wstring& host : names) {
+  for (const std::wstring host : {L"プリンタ", L"fe80::1", L"192.0.2.01", L"a@b", L""}) {
     EXPECT_EQ(1, Conform(host, 3));
     EXPECT_EQ(host, name_);
     EXPECT_EQ(host + L"@" + host, cache_);
-    EXPECT_THAT(Lines(0), ElementsAre("0 START",
-                                      "3 IPアドレス形式でないため、ホスト名をそのまま設定( "
-                                      "ホスト名:" +
-                                          ToUtf8(host) + " )"));
+    EXPECT_EQ(
+        "3 CUtilLink::ConformFQDN IPアドレス形式でないため、ホスト名をそのまま設定( "
+        "ホスト名:" +
+            ToUtf8(host) + " )",
+        log_.texts().back());
   }
   EXPECT_EQ(0, machine_.calls);
 }
@@ -167,34 +160,35 @@ TEST_F(UtilLinkTest, FailedTriesLeaveTheAddressAsTheName) {
   EXPECT_EQ(L"192.0.2.1@192.0.2.1", cache_);
   EXPECT_EQ(0, resolve_time_);
   EXPECT_EQ(3, peer.questions());
-  const std::string failure = "4 FQDNの取得に失敗( IP:192.0.2.1 ErrCode:9003 )";
-  EXPECT_THAT(Lines(3), ElementsAre(failure, failure, failure));
+  EXPECT_EQ(log_.texts(3),
+            std::vector<std::string>(
+                3, "4 CUtilLink::ConformFQDN FQDNの取得に失敗( IP:192.0.2.1 ErrCode:9003 )"));
 }
 
 TEST_F(UtilLinkTest, TheSecondServerIsAskedWhenTheFirstFails) {
   DnsPeer first(Always({.code = 5}));
   UsePort(first.port());
+  const char* const longest = "127.255.255.254";
   const DnsServer second({"2.0.192.in-addr.arpa."}, {"1.2.0.192.in-addr.arpa. PTR b.example."},
-                         "127.0.0.2", first.port());
-  machine_.servers = {"127.0.0.1", "127.0.0.2"};
+                         longest, first.port());
+  machine_.servers = {"127.0.0.1", longest};
   EXPECT_EQ(0, CUtilLink::GetFQDN(L"192.0.2.1", name_));
   EXPECT_EQ(L"b.example", name_);
   EXPECT_EQ(1, first.questions());
-  EXPECT_THAT(
-      Lines(1),
-      ElementsAre("2 アロケート不足の為、再アロケート",
-                  "2 LocalMachineName: pc-7,Domain Name: example.jp",
-                  "2 DNS Servers: [127.0.0.1],[127.0.0.2]", "2 Num Of DNS Servers : 2",
-                  "2 (192.0.2.1)をDNSサーバ（127.0.0.1）へ問い合わせ ", "2 DNS Query Start",
-                  "2 DNS Query End",
-                  "1 DNS Query FAIL : [pDnsRecord : 0x00000000] [ErrorCode : 0x0000232d] = 9005",
-                  "2 (192.0.2.1)をDNSサーバ（127.0.0.2）へ問い合わせ ", "2 DNS Query Start",
-                  "2 DNS Query End", "2 DNS Query SUCCESS", "2 FQDN: b.example"));
+  const std::vector<std::string> lines = log_.texts(1);
+  EXPECT_THAT(lines,
+              IsSupersetOf(
+                  {"2 CUtilLink::AllocDNSList アロケート不足の為、再アロケート",
+                   "2 CUtilLink::AllocDNSList DNS Servers: [127.0.0.1],[127.255.255.254]",
+                   "2 CUtilLink::AllocDNSList Num Of DNS Servers : 2",
+                   "1 CUtilLink::GetFQDN DNS Query FAIL : [pDnsRecord : 0x00000000] "
+                   "[ErrorCode : 0x0000232d] = 9005",
+                   "2 CUtilLink::GetFQDN (192.0.2.1)をDNSサーバ（127.255.255.254）へ問い合わせ "}));
 
   // The status is that of the last one.
   EXPECT_EQ(static_cast<long>(kDnsNameError), CUtilLink::GetFQDN(L"192.0.2.2", name_));
   EXPECT_EQ(L"192.0.2.2", name_);
-  machine_.servers = {"127.0.0.2", "127.0.0.1"};
+  machine_.servers = {longest, "127.0.0.1"};
   EXPECT_EQ(static_cast<long>(kDnsRefused), CUtilLink::GetFQDN(L"192.0.2.2", name_));
 }
 
@@ -222,26 +216,14 @@ TEST_F(UtilLinkTest, WithoutAConfigurationTheMachinesOwnServersAreAsked) {
   machine_.status = kErrorNotSupported;
   log_.Clear();
   EXPECT_EQ(0, CUtilLink::GetFQDN(L"192.0.2.1", name_));
-  EXPECT_THAT(Lines(0),
-              ElementsAre("0 START", "0 START", "5 GetNetworkParams failed with error: 50",
-                          "0 START", "0 START", "2 DNS Query Start", "2 DNS Query End",
-                          "2 DNS Query SUCCESS", "2 (192.0.2.1)をDNSサーバの指定なしで問い合わせ",
-                          "2 FQDN: own.example", "0 END"));
+  EXPECT_THAT(
+      log_.texts(1),
+      ElementsAre("5 CUtilLink::AllocDNSList GetNetworkParams failed with error: 50",
+                  "2 CUtilLink::GetFQDN DNS Query Start", "2 CUtilLink::GetFQDN DNS Query End",
+                  "2 CUtilLink::GetFQDN DNS Query SUCCESS",
+                  "2 CUtilLink::GetFQDN (192.0.2.1)をDNSサーバの指定なしで問い合わせ",
+                  "2 CUtilLink::GetFQDN FQDN: own.example"));
   EXPECT_EQ(2, peer.questions());
-}
-
-TEST_F(UtilLinkTest, ServersFormAChain) {
-  machine_.servers = {"255.255.255.255", "10.0.0.1", "10.0.0.2"};
-  int count = -1;
-  IP_ADDR_STRING* const first = CUtilLink::AllocDNSList(count);
-  EXPECT_EQ(3, count);
-  std::vector<std::string> chain;
-  for (const IP_ADDR_STRING* node = first; node != nullptr; node = node->Next) {
-    chain.emplace_back(node->IpAddress.String);
-  }
-  EXPECT_EQ(machine_.servers, chain);
-  CUtilLink::FreeDNSList(first);
-  CUtilLink::FreeDNSList(nullptr);
 }
 
 TEST_F(UtilLinkTest, ReversedAddresses) {
