@@ -51,7 +51,7 @@ class RealFtpTest : public FtpTest {
   }
 
   FtpServer server_;
-  const std::wstring out_ = path(L"out");
+  const std::wstring out_ = path(L"out") + L"/";
   const std::wstring in_ = path(L"in");
 };
 
@@ -75,8 +75,8 @@ TEST_F(RealFtpTest, MovesFilesOverOneConnection) {
           "2 130021 CFtp::FtpConnect プリンタサーバ: FTP接続開始",
           "2 130022 CFtp::FtpConnect プリンタサーバ: FTP接続完了",
           "3 130009 CFtp::FtpPut FTPサーバに接続しました。",
-          "2 130009 CFtp::FtpPut ファイルをUploadします。[local:" + ToUtf8(out_) +
-              "\\J.XML],[remote:J.xm_]",
+          "2 130009 CFtp::FtpPut ファイルをUploadします。[local:" + ToUtf8(path(L"out\\J.XML")) +
+              "],[remote:J.xm_]",
           "2 130009 CFtp::FtpPut リモートファイルをrenameします。[old:J.xm_],[new:J.XML]",
           "3 130011 CFtp::FtpPut アップロードが完了しました。[J.XML]",
           "3 130005 CFtp::FtpGet FTPサーバに接続しました。",
@@ -366,7 +366,7 @@ TEST_F(ScriptedFtpTest, ConnectsWithAnyTimeOutButNothing) {
 TEST_F(ScriptedFtpTest, AnObjectWithoutAConnectionFailsEverywhere) {
   WriteNative(native("a"), "x");
   const std::function<int()> operations[] = {
-      [&] { return ftp_.FtpGet(L"", L"a"); },
+      [&] { return ftp_.FtpGet(nullptr, nullptr); },
       [&] { return Put(L"a"); },
       [&] { return ftp_.FtpChangeCurrentDirectory(nullptr); },
       [&] { return ftp_.FtpSizeVerify(path(L"a"), nullptr); },
@@ -436,10 +436,32 @@ TEST_F(ScriptedFtpTest, SendsNothingForANameThatWouldBeACommand) {
   }
 }
 
-TEST(FtpPathTest, MakesALocalPath) {
-  EXPECT_EQ(CFtp::MakeLocalPath(L"C:\\out", L"a.xml"), L"C:\\out\\a.xml");
-  EXPECT_EQ(CFtp::MakeLocalPath(L"C:/out/", L"a.xml"), L"C:\\out\\a.xml");
-  EXPECT_EQ(CFtp::MakeLocalPath(nullptr, nullptr), L"");
+using LyingFtpTest = ScriptedFtpTest;
+
+// Nothing but the amount ends it: no wait ends at all.
+TEST_F(LyingFtpTest, AFloodEnds) {
+  const std::tuple<std::string, const char*, int> cases[] = {
+      {"", "220-more\r\n", 13},
+      {"PASV", "222222222222", 12030},
+      {"LIST", "-rw-r--r-- 1 u g 1 Nov 24 14:29 b\r\n", 13}};
+  for (const auto& [verb, line, code] : cases) {
+    SCOPED_TRACE(verb);
+    const bool is_listing = verb == "LIST";
+    std::string piece;
+    for (int i = 0; i < 1000; ++i) piece += line;
+    ScriptedFtpPeer peer;
+    UsePort(peer.port());
+    peer.On(verb, [&](Session& session, const std::string&) {
+      if (is_listing) session.Reply("150 here it comes");
+      for (int i = 0; i < 10'000; ++i) {
+        is_listing ? session.SendData(piece) : static_cast<void>(session.ReplyRaw(piece));
+      }
+      session.CloseData();
+      return session.Reply("226 the end");
+    });
+    EXPECT_FALSE(LogIn(kFourGiB) == 1 && ftp_.FtpSizeVerifyFindFirst(nullptr, L"a", 1) == 1);
+    EXPECT_EQ(last_code(), code);
+  }
 }
 
 }  // namespace
