@@ -35,20 +35,16 @@ TEST(PathTest, EveryNativeNameReadsBack) {
 }
 
 TEST(PathTest, TheUsersFolder) {
-  const struct {
-    const char* own;
-    const char* xdg;
-    const char* home;
-    const wchar_t* folder;
-  } cases[] = {{"/own/", "/xdg", "/home/x", L"\\own"},
-               {nullptr, "/xdg/", "/home/x", L"\\xdg"},
-               {"", "xdg", "/home/x/", L"\\home\\x\\.local\\share"},
-               {nullptr, nullptr, "/", L"\\.local\\share"}};
-  for (const auto& test : cases) {
-    const ScopedEnvironment own("TQ_APPDATA", test.own);
-    const ScopedEnvironment xdg("XDG_DATA_HOME", test.xdg);
-    const ScopedEnvironment home("HOME", test.home);
-    EXPECT_EQ(test.folder, SpecialFolder(26));
+  const std::tuple<const char*, const char*, const char*, const wchar_t*> cases[] = {
+      {"/own/", "/xdg", "/home/x", L"\\own"},
+      {nullptr, "/xdg/", "/home/x", L"\\xdg"},
+      {"", "xdg", "/home/x/", L"\\home\\x\\.local\\share"},
+      {nullptr, nullptr, "/", L"\\.local\\share"}};
+  for (const auto& [own, xdg, home, folder] : cases) {
+    const ScopedEnvironment set_own("TQ_APPDATA", own);
+    const ScopedEnvironment set_xdg("XDG_DATA_HOME", xdg);
+    const ScopedEnvironment set_home("HOME", home);
+    EXPECT_EQ(folder, SpecialFolder(26));
   }
 }
 

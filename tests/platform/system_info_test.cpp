@@ -1,7 +1,5 @@
 #include "platform/system_info.h"
 
-#include <time.h>
-
 #include <algorithm>
 #include <optional>
 
@@ -14,42 +12,14 @@ namespace {
 
 using ::testing::ElementsAre;
 
-std::string Local(std::int64_t time) {
-  LocalTime local;
-  EXPECT_TRUE(ToLocalTime(time, local));
-  char text[32];
-  std::snprintf(text, sizeof text, "%04d-%02d-%02d %02d:%02d:%02d", local.year, local.month,
-                local.day, local.hour, local.minute, local.second);
-  return text;
-}
-
-TEST(SystemInfoTest, LocalTimeFollowsTheDaylightSavingOfThatTime) {
-  const std::tuple<const char*, std::int64_t, const char*> cases[] = {
-      {"CET-1CEST,M3.5.0,M10.5.0/3", 1616893199, "2021-03-28 01:59:59"},
-      {"CET-1CEST,M3.5.0,M10.5.0/3", 1616893200, "2021-03-28 03:00:00"},
-      {"JST-9", -1, "1970-01-01 08:59:59"}};
-  for (const auto& [zone, time, text] : cases) {
-    const ScopedEnvironment use_zone("TZ", zone);
-    tzset();
-    EXPECT_EQ(text, Local(time));
-  }
-  tzset();
-}
-
 TEST(SystemInfoTest, TheLoginManagersRecordOfTheSessionCounts) {
   const TempFolder records;
-  const auto write = [&](const std::string& name, const std::string& text) {
-    WriteNative(records.native(name), text);
-  };
-  write("sessions/2", "UID=1000\nREALTIME=1700000000123456\nMONOTONIC=5\n");
-  write("sessions/c7", "REALTIME=1700000777999999\n");
-  write("users/1000", "STATE=active\nDISPLAY=2\nREALTIME=1690000000000000\n");
-  write("users/1001", "REALTIME=1690000001000000\n");
-  write("users/1002", "DISPLAY=../sessions/2\nREALTIME=1690000002000000\n");
-  const struct {
-    const char* groups;
-    std::optional<std::int64_t> start;
-  } cases[] = {
+  WriteNative(records.native("sessions/2"), "UID=1000\nREALTIME=1700000000123456\nMONOTONIC=5\n");
+  WriteNative(records.native("sessions/c7"), "REALTIME=1700000777999999\n");
+  WriteNative(records.native("users/1000"), "STATE=active\nDISPLAY=2\nREALTIME=1690000000000000\n");
+  WriteNative(records.native("users/1001"), "REALTIME=1690000001000000\n");
+  WriteNative(records.native("users/1002"), "DISPLAY=../sessions/2\nREALTIME=1690000002000000\n");
+  const std::pair<const char*, std::optional<std::int64_t>> cases[] = {
       {"0::/user.slice/user-1000.slice/session-2.scope\n", 1700000000},
       {"4:memory:/\n1:name=systemd:/user.slice/user-1000.slice/session-c7.scope\n", 1700000777},
       {"0::/user.slice/user-1000.slice/user@1000.service/app.slice/session-c7.scope", 1700000000},
@@ -58,8 +28,8 @@ TEST(SystemInfoTest, TheLoginManagersRecordOfTheSessionCounts) {
       {"0::/user.slice/user-1004.slice/user@1004.service/session-2.scope", std::nullopt},
       {"0::/session-..\xC0.scope/session-.scope/session-2.scopes/xsession-2.scope", std::nullopt},
       {"", std::nullopt}};
-  for (const auto& test : cases) {
-    EXPECT_EQ(test.start, RecordedLogin(test.groups, records.native())) << test.groups;
+  for (const auto& [groups, start] : cases) {
+    EXPECT_EQ(start, RecordedLogin(groups, records.native())) << groups;
   }
 }
 
