@@ -14,12 +14,8 @@ using ::testing::IsEmpty;
 
 class UtilPatternTest : public ProductTest {
  protected:
-  int Extract(const std::wstring& source, const std::wstring& pattern) {
+  int Extract(const CString& source, const std::wstring& pattern) {
     return CUtil::ExtractPatternString(source, pattern, result_, error_, message_);
-  }
-
-  void WriteRegistry(const std::string& key, const std::string& value) {
-    WriteNative(native("registry.ini"), "[" + key + "]\r\nImageLogIDDelimiter = " + value + "\r\n");
   }
 
   CString result_, message_ = L"old";
@@ -34,8 +30,7 @@ std::wstring Repeat(std::wstring_view text, int count) {
 
 TEST_F(UtilPatternTest, TheFirstMatchIsExtracted) {
   const std::tuple<const wchar_t*, const wchar_t*, const wchar_t*> cases[] = {
-      {L"abc123def456", L"[0-9]+", L"123"},
-      {L"Abc", L"abc", L""},
+      {L"Abc123def456", L"abc|[0-9]+", L"123"},
       {L"見積書_2024.pdf", L"_(\\d{4})\\.", L"_2024."},
       {L"a\nb", L"^b", L""},
       {L"xaby", L"a|ab", L"a"},
@@ -45,20 +40,18 @@ TEST_F(UtilPatternTest, TheFirstMatchIsExtracted) {
     EXPECT_EQ(1, Extract(source, pattern)) << ToUtf8(pattern);
     EXPECT_EQ(found, result_) << ToUtf8(pattern);
     EXPECT_EQ(0, error_);
-    EXPECT_EQ(L"", message_);
   }
+  EXPECT_EQ(L"", message_);
   EXPECT_THAT(log_.lines(), IsEmpty());
-  // The source may be the result.
-  CString text = L"abc123";
-  EXPECT_EQ(1, CUtil::ExtractPatternString(text, L"\\d", text, error_));
-  EXPECT_EQ(L"1", text);
+  result_ = L"abc123";
+  EXPECT_EQ(1, Extract(result_, L"\\d"));
+  EXPECT_EQ(L"1", result_) << "the source may be the result";
 }
 
 TEST_F(UtilPatternTest, ABadPatternGivesTheEnginesCode) {
   using namespace std::regex_constants;
   for (const auto& [pattern, code] :
        {std::pair{L"[", error_brack}, {L"a{3,2}", error_badbrace}, {L"\\1", error_backref}}) {
-    log_.Clear();
     EXPECT_EQ(0, Extract(L"source", pattern)) << ToUtf8(pattern);
     EXPECT_EQ(L"source", result_);
     EXPECT_EQ(static_cast<int>(code), error_) << ToUtf8(pattern);
@@ -67,8 +60,8 @@ TEST_F(UtilPatternTest, ABadPatternGivesTheEnginesCode) {
                        L"した。(" +
                            std::to_wstring(error_) + L": " + message_ + L")"};
     EXPECT_THAT(log_.lines(), ElementsAre(line));
+    log_.Clear();
   }
-  log_.Clear();
   EXPECT_EQ(0, Extract(L"source", std::wstring(L"\0a", 2)));
   EXPECT_EQ(L"source", result_);
   EXPECT_EQ(CUtil::ERR_REGEX_EMPTY, error_);
@@ -127,54 +120,38 @@ class OtherProcessor : public Machine {
   std::uint16_t number = kArchitectureX64;
 };
 
-constexpr const char* kKey = "SOFTWARE\\ORV-INC\\Velkorandia\\Tessaloquin\\Option";
-constexpr const char* kKeyOfX64 =
-    "SOFTWARE\\Wow6432Node\\ORV-INC\\Velkorandia\\Tessaloquin\\Option";
-
-TEST_F(UtilPatternTest, TheDelimiterComesFromTheRegistry) {
-  OtherProcessor processor;
-  const ScopedMachine use_machine(processor);
-  const std::tuple<const char*, std::string, int, std::wstring> cases[] = {
-      {kKeyOfX64, "#ID#", kArchitectureX64, L"#ID#"},
-      {kKey, "＃区切＃", 12, L"＃区切＃"},
-      {kKeyOfX64, std::string(200, 'x'), kArchitectureX64, std::wstring(63, L'x')}};
-  for (const auto& [key, value, number, delimiter] : cases) {
-    processor.number = static_cast<std::uint16_t>(number);
-    WriteRegistry(key, value);
-    std::wstring buffer(66, L'|');
-    EXPECT_EQ(!delimiter.empty(), CUtil::GetImageLogIDDelimiter(buffer.data()));
-    EXPECT_EQ(delimiter.empty() ? L"#SI#" : delimiter, buffer.c_str());
-    EXPECT_EQ(L"||", buffer.substr(64));
-  }
-}
-
 TEST_F(UtilPatternTest, AnImageLogIdIsCutOut) {
   OtherProcessor processor;
   const ScopedMachine use_machine(processor);
-  WriteRegistry(kKeyOfX64, "#SI#");
   const std::wstring id = L"0123456789abcdef0123456789ABCDEFwxyz";
-  const std::tuple<std::wstring, int, std::wstring> cases[] = {
-      {L"x" + id + L"#SI#rest", 1, L"xrest"},
-      {L"見積" + id + L"#SI#" + id + L"#SI#", 1, L"見積" + id + L"#SI#"},
+  const std::wstring long_delimiter(63, L'x');
+  const std::tuple<std::wstring, std::wstring, int, std::wstring> cases[] = {
+      {L"#SI#", L"見積" + id + L"#SI#" + id + L"#SI#", 1, L"見積" + id + L"#SI#"},
       // The first delimiter counts, even where it stands too early.
-      {L"#SI#" + id + L"#SI#", 0, L"#SI#" + id + L"#SI#"}};
-  for (const auto& [whole, result, left] : cases) {
-    std::wstring text = whole;
-    std::wstring buffer(38, L'|');
-    EXPECT_EQ(result, CUtil::SepareteImaglogID(text.data(), buffer.data()));
-    EXPECT_EQ(left, text.c_str());
-    EXPECT_EQ(result == 1 ? id + std::wstring(1, L'\0') + L'|' : std::wstring(38, L'|'), buffer);
+      {L"#SI#", L"#SI#" + id + L"#SI#", 0, L"#SI#" + id + L"#SI#"},
+      {long_delimiter + L"lost", L"x" + id + long_delimiter + L"rest", 1, L"xrest"},
+      // Without the registry value the function is off.
+      {L"", id + L"#SI#", 0, id + L"#SI#"}};
+  for (const char* key : {"SOFTWARE\\Wow6432Node\\ORV-INC", "SOFTWARE\\ORV-INC"}) {
+    for (const auto& [delimiter, whole, result, left] : cases) {
+      EXPECT_THAT(log_.lines(), IsEmpty());
+      WriteNative(native("registry.ini"),
+                  "[" + std::string(key) + "\\Velkorandia\\Tessaloquin\\Option]\r\n" +
+                      "ImageLogIDDelimiter = " + ToUtf8(delimiter) + "\r\n");
+      std::wstring text = whole;
+      std::wstring buffer(38, L'|');
+      EXPECT_EQ(result, CUtil::SepareteImaglogID(text.data(), buffer.data()));
+      EXPECT_EQ(left, text.c_str());
+      EXPECT_EQ(result == 1 ? id + L'\0' + L'|' : std::wstring(38, L'|'), buffer);
+    }
+    EXPECT_THAT(log_.lines(), ElementsAre(LogLine{2, 101414, L"CUtil::SepareteImaglogID",
+                                                  L"イメログID取得処理無効で実施。"}));
+    log_.Clear();
+    processor.number = 12;
   }
-  EXPECT_THAT(log_.lines(), IsEmpty());
-
-  // Without the registry value the function is off.
-  WriteNative(native("registry.ini"), "");
-  std::wstring text = id + L"#SI#";
-  std::wstring buffer(37, L'|');
-  EXPECT_EQ(0, CUtil::SepareteImaglogID(text.data(), buffer.data()));
-  EXPECT_EQ(id + L"#SI#", text);
-  EXPECT_THAT(log_.lines(), ElementsAre(LogLine{2, 101414, L"CUtil::SepareteImaglogID",
-                                                L"イメログID取得処理無効で実施。"}));
+  wchar_t delimiter[64];
+  EXPECT_EQ(0, CUtil::GetImageLogIDDelimiter(delimiter));
+  EXPECT_STREQ(L"#SI#", delimiter);
 }
 
 }  // namespace

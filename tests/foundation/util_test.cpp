@@ -1,11 +1,15 @@
 #include "foundation/util.h"
 
+#include <unistd.h>
+
 #include <algorithm>
 #include <filesystem>
+#include <optional>
 
 #include "foundation/os_type.h"
 #include "platform/error.h"
 #include "platform/system_info.h"
+#include "support/test_clock.h"
 #include "support/test_support.h"
 
 namespace vk::tq::testing {
@@ -14,32 +18,33 @@ namespace {
 using ::testing::ElementsAre;
 using ::testing::IsEmpty;
 
+// ---- Texts ----
+
 TEST(UtilTest, TheExtensionBeginsAtTheLastPointOfTheLastComponent) {
   const std::wstring longest(255, L'n');
-  const std::tuple<std::wstring, int, const wchar_t*> cases[] = {
+  const std::tuple<std::wstring, int, std::wstring> cases[] = {
       {L"C:\\dir.d\\name", -1, L"name"},
       {L"C:\\dir\\name.tar.gz", 15, L"name.tar"},
       {L".profile", 0, L""},
-      {L"日本.語", 2, L"日本"}};
+      {L"日本.語", 2, L"日本"},
+      {longest + L".txt", 255, longest},
+      {longest + L"n.txt", -1, longest + L"n.txt"}};
   for (const auto& [path, position, name] : cases) {
     EXPECT_EQ(position, CUtil::GetExtPos(path)) << ToUtf8(path);
     CString cut = path;
     CUtil::GetFileName(cut);
     EXPECT_EQ(name, cut) << ToUtf8(path);
   }
-  EXPECT_EQ(255, CUtil::GetExtPos(longest + L".txt"));
-  EXPECT_EQ(-1, CUtil::GetExtPos(longest + L"n.txt"));
 }
 
-TEST(UtilTest, CsvItemsAreQuotedWhereTheyMustBe) {
+TEST(UtilTest, TextsAreQuotedEscapedConvertedAndChecked) {
   CString line;
   for (const wchar_t* item : {L"", L"a,b", L"say \"x\"", L"", L"cr\r", L"lf\n"}) {
     CUtil::GetCsvItem(item, line);
   }
   EXPECT_EQ(L"\"a,b\",\"say \"\"x\"\"\",,cr\r,\"lf\n\"", line);
-}
-
-TEST(UtilTest, AsciiIsCheckedUpToTheLength) {
+  EXPECT_EQ(L"&amp;amp;&lt;&gt;&quot;&#37;'", CUtil::ConvertToDBParamString(L"&amp;<>\"%'"));
+  EXPECT_EQ(L"髙①", CUtil::ConvertToUnicode(932, "\xFB\xFC\x87\x40"));
   const std::tuple<const wchar_t*, int, int> cases[] = {
       {L"!~", 2, 1},   {L"ab c", 2, 1}, {L"a b", 3, 0}, {L"a\u007Fb", 3, 0},
       {L"aあb", 3, 0}, {L"a", 3, 0},    {L"a", -1, 0},  {nullptr, 1, 0}};
@@ -48,32 +53,15 @@ TEST(UtilTest, AsciiIsCheckedUpToTheLength) {
   }
 }
 
-TEST(UtilTest, TextIsEscapedAndConverted) {
-  EXPECT_EQ(L"&amp;amp;&lt;&gt;&quot;&#37;'", CUtil::ConvertToDBParamString(L"&amp;<>\"%'"));
-  EXPECT_EQ(L"髙①", CUtil::ConvertToUnicode(932, "\xFB\xFC\x87\x40"));
-  EXPECT_EQ(L"", CUtil::ConvertToUnicode(12345, "x")) << "no such code page";
-}
-
-TEST(UtilTest, TypesAndStatusesAreLookedUp) {
+TEST(UtilTest, SystemsHaveTheirTypes) {
   const std::pair<SystemVersion, unsigned long> cases[] = {
       {{1, 4, 10, 1}, 1}, {{2, 4, 77, 1}, 3}, {{2, 5, 2, 3}, 6}, {{2, 6, 0, 1}, 7}};
   for (const auto& [version, type] : cases) EXPECT_EQ(type, OsTypeOf(version));
-  EXPECT_EQ(7U, CUtil::GetOSType()) << "this machine";
-  EXPECT_EQ(1, IsMatchStatusMain(97, 95, 96, 97, -1));
-  EXPECT_EQ(0, IsMatchStatusMain(94, 95, 96, -1, 94, -1));
-  EXPECT_TRUE(CUtil::IsVista() == 1 && CUtil::IsXp() == 0 && CUtil::IsWin2000() == 0);
 }
+
+// ---- Files ----
 
 using UtilSystemTest = ProductTest;
-
-TEST_F(UtilSystemTest, FoldersAreNeverEmpty) {
-  EXPECT_EQ(path(L"common"), CUtil::GetSpecialFolderPath(35));
-  EXPECT_EQ(L"C:\\Documents and Settings\\All Users\\Application Data",
-            CUtil::GetSpecialFolderPath(0));
-  const CString program = CUtil::GetExePath();
-  EXPECT_EQ(L'\\', program.back());
-  EXPECT_NE(CString::npos, program.find(L"tests"));
-}
 
 TEST_F(UtilSystemTest, IniValuesAreRead) {
   WriteNative(native("x.ini"), "[S]\nText= a b \nLong=" + std::string(300, 'x') + "\nN=-12x\n");
@@ -89,7 +77,6 @@ TEST_F(UtilSystemTest, FilesAreListedWithoutDirectories) {
       {path(L"list"), L"*.TXT", 1, {L"A.txt", L"b.txt"}},
       {path(L"list"), L"", 1, {L"A.txt", L"b.txt", L"c.dat"}},
       {path(L"list"), L"none", 0, {}},
-      {path(L"list\\d.txt"), L"*", 1, {}},
       {path(L"nowhere"), L"*", 0, {}}};
   for (const auto& [folder, pattern, result, found] : cases) {
     EXPECT_THAT(log_.lines(), IsEmpty());
@@ -97,51 +84,47 @@ TEST_F(UtilSystemTest, FilesAreListedWithoutDirectories) {
     EXPECT_EQ(result, GetFileList2(folder, pattern, files)) << ToUtf8(pattern);
     EXPECT_EQ(found, files) << ToUtf8(pattern);
   }
-  EXPECT_THAT(log_.lines(),
-              ElementsAre(LogLine{
-                  5, 140542, L"GetFileList2", L"ファイルの一覧取得に失敗しました。", {}, 3}));
+  const wchar_t* const text = L"ファイルの一覧取得に失敗しました。";
+  EXPECT_THAT(log_.lines(), ElementsAre(LogLine{5, 140542, L"GetFileList2", text, {}, 3}));
 }
+
+// ---- The machine ----
 
 class OtherMachine : public Machine {
  public:
   ErrorCode Ipv4Addresses(Ipv4Address* to, std::size_t& count) override {
     count = addresses.size();
-    if (to == nullptr) return size_status;
+    if (to == nullptr) return fails ? kErrorNotSupported : kErrorInsufficientBuffer;
     std::ranges::copy(addresses, to);
     return kErrorSuccess;
   }
   bool Version(SystemVersion& to) override {
-    if (!has_version) SetLastError(kErrorNotSupported);
-    if (has_version) to = version;
-    return has_version;
+    if (fails) SetLastError(kErrorNotSupported);
+    to = version;
+    return !fails;
+  }
+  bool LogonTime(LocalTime& time, LogonStep& step) override {
+    if (fails) SetLastError(1312);
+    step = LogonStep::kSessionData;
+    time = {2024, 3, 1, 4, 5, 6};
+    return !fails;
   }
 
   std::vector<Ipv4Address> addresses;
-  ErrorCode size_status = kErrorInsufficientBuffer;
   SystemVersion version;
-  bool has_version = true;
+  bool fails = false;
 };
 
-TEST_F(UtilSystemTest, TheAddressesOfTheMachineAreAppended) {
+TEST_F(UtilSystemTest, TheMachineIsAsked) {
   OtherMachine machine;
   const ScopedMachine use_machine(machine);
   CStringArray addresses = {L"first"};
+  EXPECT_EQ(1, CUtil::GetIPList(addresses)) << "no address is no failure";
+  machine.addresses = {{{255, 255, 255, 255}}, {{10, 2, 30, 4}}};
   EXPECT_EQ(1, CUtil::GetIPList(addresses));
-  EXPECT_THAT(addresses, ElementsAre(L"first"));
-  machine.addresses = {{{255, 255, 255, 255}}, {{0, 0, 0, 0}}, {{10, 2, 30, 4}}};
-  EXPECT_EQ(1, CUtil::GetIPList(addresses));
-  EXPECT_THAT(addresses, ElementsAre(L"first", L"255.255.255.255", L"0.0.0.0", L"10.2.30.4"));
+  EXPECT_THAT(addresses, ElementsAre(L"first", L"255.255.255.255", L"10.2.30.4"));
+  EXPECT_EQ(L"20240301040506", CUtil::GetLogonDateTimeFromLSA());
   EXPECT_THAT(log_.lines(), IsEmpty());
-  machine.size_status = kErrorNotSupported;
-  EXPECT_EQ(0, CUtil::GetIPList(addresses));
-  EXPECT_THAT(log_.lines(),
-              ElementsAre(LogLine{2, 101413, L"CUtil::GetIPList",
-                                  L"IPアドレステーブルのメモリ獲得に失敗しました。"}));
-}
-
-TEST_F(UtilSystemTest, VersionsFrom62OnAreRecent) {
-  OtherMachine machine;
-  const ScopedMachine use_machine(machine);
   const std::tuple<SystemVersion, int, int> cases[] = {
       {{2, 6, 1, 1}, 0, 0}, {{2, 6, 2, 3}, 1, 1}, {{2, 10, 0, 2}, 1, 1}, {{2, 7, 0, 1}, 1, 0}};
   for (const auto& [version, is_recent, is_server] : cases) {
@@ -151,15 +134,82 @@ TEST_F(UtilSystemTest, VersionsFrom62OnAreRecent) {
     EXPECT_EQ(is_recent, CUtil::IsWin8orLater(&found));
     EXPECT_EQ(is_server, found);
   }
-  EXPECT_THAT(log_.lines(), ElementsAre(LogLine{
-                                3, 0, L"CUtil::IsWin8orLater",
-                                L"バージョン情報(Major[7], Minor[0], Product[1])→判定結果[1][0]"}));
+  machine.fails = true;
+  EXPECT_EQ(0, CUtil::GetIPList(addresses) + CUtil::IsWin8orLater(nullptr));
+  EXPECT_EQ(L"", CUtil::GetLogonDateTimeFromLSA());
+  const wchar_t* const recent = L"CUtil::IsWin8orLater";
+  const wchar_t* const no_session = L"ログオンセッションのデータの取得に失敗しました。";
+  EXPECT_THAT(log_.lines(),
+              ElementsAre(LogLine{3, 0, recent,
+                                  L"バージョン情報(Major[7], Minor[0], Product[1])→判定結果[1][0]"},
+                          LogLine{2, 101413, L"CUtil::GetIPList",
+                                  L"IPアドレステーブルのメモリ獲得に失敗しました。"},
+                          LogLine{5, 0, recent, L"バージョン情報の取得エラー[50]"},
+                          LogLine{2, 0, L"CUtil::GetLogonDateTimeFromLSA", no_session, {}, 1312}));
+}
 
-  log_.Clear();
-  machine.has_version = false;
-  EXPECT_EQ(0, CUtil::IsWin8orLater(nullptr));
-  EXPECT_THAT(log_.lines(), ElementsAre(LogLine{5, 0, L"CUtil::IsWin8orLater",
-                                                L"バージョン情報の取得エラー[50]"}));
+TEST_F(UtilSystemTest, EveryProcessOfASessionHasTheSameLogonTime) {
+  const auto tell = [&](const std::string& file) {
+    WriteNative(native(file), ToUtf8(CUtil::GetLogonDateTimeFromLSA()));
+    return 0;
+  };
+  ChildProcess leader([&] {
+    setsid();
+    tell("leader");
+    usleep(1'100'000);
+    return ChildProcess([&] { return tell("member"); }).Wait();
+  });
+  ASSERT_EQ(0, leader.Wait());
+  const std::string logon = ReadNative(native("leader"));
+  EXPECT_EQ(logon, ReadNative(native("member")));
+  EXPECT_EQ(14u, logon.size());
+}
+
+// ---- Registrations ----
+
+TEST(UtilTimeTest, ARegistrationLastsUpToItsLimit) {
+  TestClock clock;
+  const ScopedClock use_clock(clock);
+  constexpr std::uint64_t kDay = 86'400'000, kMinute = 60'000;
+  const std::pair<int, std::uint64_t> cases[] = {
+      {0, 0}, {1, kDay}, {9999, 30 * kDay}, {19999, kMinute}, {715'820'000, 71582 * kMinute}};
+  for (const auto& [days, limit] : cases) {
+    // The counter may have wrapped in the meantime.
+    for (const std::uint64_t start : {1000ULL, 0xFFFFFF00ULL}) {
+      clock.ticks = static_cast<std::uint32_t>(start + limit);
+      EXPECT_EQ(0, CUtil::isExpiredDays(days, start)) << days;
+      ++clock.ticks;
+      EXPECT_EQ(1, CUtil::isExpiredDays(days, start)) << days;
+    }
+  }
+  // A limit beyond the counter is never reached, but no reading of it was ever like the last one.
+  clock.ticks = 0xFFFFFFFF;
+  for (const int days : {-1, 715'830'000, -2'147'483'647 - 1}) {
+    EXPECT_EQ(0, CUtil::isExpiredDays(days, 0)) << days;
+    EXPECT_EQ(1, CUtil::isExpiredDays(days, std::uint64_t{1} << 40)) << days;
+  }
+}
+
+TEST(UtilTimeTest, ARegistrationEndsWithTheLogonOrItsTime) {
+  TestClock clock;
+  const ScopedClock use_clock(clock);
+  clock.ticks = 4'000'000'000;
+  EXPECT_EQ(0, CUtil::isUserRegistExpired(L"", L"", L"x", 999));
+  EXPECT_EQ(1, CUtil::isUserRegistExpired(L"", L"20240101000000", L"4000000000", 5));
+  EXPECT_EQ(1, CUtil::isUserRegistExpired(L"20240101000000", L"20240101000001", L"4000000000", 0));
+  // The same logon: the counter decides, and what is no counter has expired. Without a limit only
+  // the greatest reading has. A sign is taken back modulo 2^32.
+  const std::tuple<int, int, std::vector<const wchar_t*>> same_logon[] = {
+      {5, 1, {L"3567999999", L"12x", L"4000000000 ", L"+-5", L"99999999999999999999999999", L""}},
+      {5, 0, {L"4000000000", L" +4000000000", L"3568000000"}},
+      {0, 0, {L"x"}},
+      {-1, 1, {L"4294967295", L"-1", L"4294967296"}},
+      {-1, 0, {L"4294967294", L"-2", L""}}};
+  for (const auto& [days, expired, ticks] : same_logon) {
+    for (const wchar_t* tick : ticks) {
+      EXPECT_EQ(expired, CUtil::isUserRegistExpired(L"AbＣ", L"aBｃ", tick, days)) << ToUtf8(tick);
+    }
+  }
 }
 
 }  // namespace
