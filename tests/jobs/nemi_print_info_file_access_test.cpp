@@ -62,8 +62,8 @@ class NemiPrintInfoFileAccessTest : public ProductTest {
   CString Job() const { return path(L"jobs\\job.xml"); }
   CString Sent() const { return path(L"sent"); }
 
-  void Write(const NEMI_INF_FILE& record, const CString& path) {
-    CNemiPrintInfoFileAccess file(path.c_str());
+  void Write(const NEMI_INF_FILE& record) {
+    CNemiPrintInfoFileAccess file(Job().c_str());
     file.SetNemiInfData(record);
     ASSERT_EQ(1, file.WriteAll());
   }
@@ -77,76 +77,68 @@ class NemiPrintInfoFileAccessTest : public ProductTest {
 };
 
 TEST_F(NemiPrintInfoFileAccessTest, WhatIsWrittenReadsBackButForTwoFields) {
-  const NEMI_INF_FILE written = FullRecord();
-  Write(written, Job());
+  NEMI_INF_FILE expected = FullRecord();
+  Write(expected);
   CNemiPrintInfoFileAccess reader(Job().c_str());
-  reader.GetNemiInfData().NUpName = L"kept";
-  Expect(1, {}, reader.ReadAll());
-  NEMI_INF_FILE expected = written;
-  expected.NUpName = L"kept";
+  reader.GetNemiInfData().NUpName = expected.NUpName = L"kept";
   expected.FilePath = Job();
+  Expect(1, {}, reader.ReadAll());
+  EXPECT_EQ(expected, reader.GetNemiInfData());
   CStringArray names;
   CStringArray texts;
   for (const auto& [name, field] : kElements) {
-    EXPECT_EQ(expected.*field, reader.GetNemiInfData().*field) << ToUtf8(name);
     names.Add(name);
-    texts.Add(written.*field);
+    texts.Add(FullRecord().*field);
   }
   CString xml;
   ASSERT_EQ(0, CCrypto().CryptingStringReader(Job(), xml));
   EXPECT_EQ(CXml(L"Velkorandia", L"QTL").CreateXmlString01(names, texts), xml);
-}
 
-TEST_F(NemiPrintInfoFileAccessTest, MissingElementsClearTheirFields) {
-  CNemiPrintInfoFileAccess file(Job().c_str());
-  file.SetNemiInfData(FullRecord());
-  NEMI_INF_FILE expected;
-  expected.NUpName = FullRecord().NUpName;
+  // Missing elements clear their fields.
+  expected = NEMI_INF_FILE();
   expected.FilePath = Job();
   expected.ID = L"1";
+  expected.NUpName = L"kept";
   const CString text = L"<Velkorandia><QTL><ID>1</ID><FilePath>x</FilePath></QTL></Velkorandia>";
   for (const CString& written : {text, CString(L"no XML")}) {
     ASSERT_EQ(0, CCrypto().CryptingStringWriter(written, Job()));
-    ASSERT_EQ(1, file.ReadAll());
-    EXPECT_EQ(expected, file.GetNemiInfData());
+    ASSERT_EQ(1, reader.ReadAll());
+    EXPECT_EQ(expected, reader.GetNemiInfData());
     expected.ID.clear();
   }
 }
 
 TEST_F(NemiPrintInfoFileAccessTest, FailuresChangeNeitherTheRecordNorTheFile) {
-  Write(FullRecord(), Job());
+  Write(FullRecord());
   const std::string before = ReadNative(native("jobs/job.xml"));
+  const auto code = static_cast<int>(kErrorAccessDenied);
   // A directory is no text, cannot be removed as a file, and is not replaced.
   CNemiPrintInfoFileAccess directory(path(L"jobs").c_str());
-  directory.SetNemiInfData(FullRecord());
   Expect(0, {Line(100902, L"ReadAll", L"ネミ印刷情報ファイルの復号化に失敗しました。")},
          directory.ReadAll());
-  EXPECT_EQ(FullRecord(), directory.GetNemiInfData());
-  Expect(0,
-         {Line(100910, L"Delete", L"ネミ印刷情報ファイルの削除処理で予期せぬエラーが発生しました。",
-               static_cast<int>(kErrorAccessDenied))},
-         directory.Delete(0));
+  const wchar_t* const removing = L"ネミ印刷情報ファイルの削除処理で予期せぬエラーが発生しました。";
+  Expect(0, {Line(100910, L"Delete", removing, code)}, directory.Delete(0));
   CNemiPrintInfoFileAccess file(Job().c_str());
   fs::create_directories(native("sent/job.xml"));
   Expect(0,
-         {Line(101006, L"Move", L"ネミ印刷情報ファイルの移動に失敗しました。",
-               static_cast<int>(kErrorAccessDenied)),
+         {Line(101006, L"Move", L"ネミ印刷情報ファイルの移動に失敗しました。", code),
           Line(101006, L"Move", L"移動元[" + Job() + L"]"),
           Line(101006, L"Move", L"移動先[" + Sent() + L"\\job.xml]")},
          file.Move(Sent().c_str()));
 
   file.GetNemiInfData().Comment = L"\x1";  // no character of XML
   EXPECT_EQ(0, file.WriteAll());
-  EXPECT_THAT(log_.lines(5),
-              ElementsAre(Line(100822, L"WriteAll", L"ネミ情報の書き込みに失敗しました。")));
-  log_.Clear();
   file.GetNemiInfData().Comment = L"new";
   WriteKeyFile(std::string(34, 'k'));
   SetLastError(4711);
-  const wchar_t* const why = L"ネミ印刷情報ファイルの保存処理で予期せぬエラーが発生しました。";
-  EXPECT_EQ(0, file.ReadAll());
-  EXPECT_EQ(0, file.WriteAll());
-  EXPECT_EQ(Line(101007, L"WriteAll", why, 4711), log_.lines().back());
+  EXPECT_EQ(0, file.WriteAll() + file.ReadAll());
+  const wchar_t* const writing = L"ネミ印刷情報ファイルの保存処理で予期せぬエラーが発生しました。";
+  const wchar_t* const reading =
+      L"ネミ印刷情報ファイルの読み込み処理で予期せぬエラーが発生しました。";
+  EXPECT_THAT(log_.lines(5),
+              ElementsAre(Line(100822, L"WriteAll", L"ネミ情報の書き込みに失敗しました。"),
+                          Line(101007, L"WriteAll", writing, 4711),
+                          Line(100909, L"ReadAll", reading, 4711)));
   EXPECT_EQ(L"new", file.GetNemiInfData().Comment);
   EXPECT_EQ(before, ReadNative(native("jobs/job.xml")));
 }
@@ -185,7 +177,7 @@ TEST_F(NemiPrintInfoFileAccessTest, MoveGivesTheFileTheExtensionXmlAndReplaces) 
 }
 
 TEST_F(NemiPrintInfoFileAccessTest, AHeldLockFailsEveryOperationUntilItIsFree) {
-  Write(FullRecord(), Job());
+  Write(FullRecord());
   const std::string before = ReadNative(native("jobs/job.xml"));
   const LogLine test = Line(100920, L"IsExist", kNoLock);
   LockHolder holder(kLock);
@@ -199,8 +191,8 @@ TEST_F(NemiPrintInfoFileAccessTest, AHeldLockFailsEveryOperationUntilItIsFree) {
           Line(101002, L"Move", kNoLock)},
          file.Move(Sent().c_str()));
   for (const auto& [retry, attempts] : {std::pair{INT_MIN, 1}, {0, 1}, {4, 5}}) {
-    Lines lines(static_cast<std::size_t>(attempts), kTimeout);
-    lines.insert(lines.begin(), {kTimeout, test});
+    Lines lines = {kTimeout, test};
+    lines.resize(static_cast<std::size_t>(2 + attempts), kTimeout);
     lines.push_back(Line(100906, L"Delete", kNoLock));
     Expect(0, lines, file.Delete(retry));
   }
