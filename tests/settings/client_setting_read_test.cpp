@@ -28,11 +28,8 @@ std::wstring Bad(const std::wstring& label, const std::wstring& value,
          L"]";
 }
 
-std::wstring Default(const std::wstring& label, const std::wstring& value) {
-  return Bad(label, value, L"デフォルト値を使用します。");
-}
 std::wstring Default(const std::wstring& label, long long value) {
-  return Default(label, std::to_wstring(value));
+  return Bad(label, std::to_wstring(value), L"デフォルト値を使用します。");
 }
 
 std::wstring Enciphered(const CString& text) {
@@ -57,8 +54,6 @@ std::wstring DefaultOf(const DirectoryKey& key) {
       L"Tessaloquin\\";
   return std::wstring(key.place == Place::kLocal ? folder : L"") + key.default_name;
 }
-
-constexpr const wchar_t* kNoText[] = {nullptr, L"", L"\"  \""};
 
 class ClientSettingReadTest : public ProductTest {
  protected:
@@ -115,8 +110,6 @@ class ClientSettingReadTest : public ProductTest {
 
 constexpr long long kMax = 2147483647;
 
-constexpr const wchar_t* kNoNumbers[] = {nullptr, L"\"  \"", L"-1", L"+1", L"1.5", L"１２", L"12a"};
-
 TEST_F(ClientSettingReadTest, Numbers) {
   for (const NumberKey& number : KeysOf<NumberKey>()) {
     const auto* const member = std::get_if<int C::*>(&number.member);
@@ -127,7 +120,9 @@ TEST_F(ClientSettingReadTest, Numbers) {
       Check(number.key, text, *member, number.default_value, 1,
             {Line(traits.level, line, Default(number.label, shown))}, events);
     };
-    for (const wchar_t* text : kNoNumbers) warned(text, number.not_a_number, number.default_value);
+    for (const wchar_t* text : {L"\"  \"", L"-1", L"+1", L"1.5", L"１２", L"12a"}) {
+      warned(text, number.not_a_number, number.default_value);
+    }
     const auto [least, most] = number.accepted;
     for (const long long value : {0LL, 1LL, 0LL + most, 1LL + most, kMax, 99999999999LL}) {
       const long long seen = std::min(value, kMax);
@@ -166,9 +161,10 @@ TEST_F(ClientSettingReadTest, Flags) {
       Check(flag.key, L"1 no", flag.member, true);
       const bool used = flag.default_value.value_or(before);
       for (const std::wstring text : {L"", L" 1", L"2", L"１"}) {
-        Lines lines = {Line(3, text.empty() ? flag.empty : flag.bad, Default(flag.label, used))};
-        if (!flag.default_value) lines[0].message = Default(flag.label, text);
-        if (!flag.default_value && text.empty()) lines.clear();
+        const std::wstring shown = flag.default_value ? std::to_wstring(used) : text;
+        Lines lines = {Line(3, text.empty() ? flag.empty : flag.bad,
+                            Bad(flag.label, shown, L"デフォルト値を使用します。"))};
+        if (shown.empty()) lines.clear();
         Check(flag.key, (L"\"" + text + L"\"").c_str(), flag.member, used, 1, lines);
       }
     }
@@ -177,19 +173,8 @@ TEST_F(ClientSettingReadTest, Flags) {
 
 // ---- Texts ----
 
-TEST_F(ClientSettingReadTest, RequiredTexts) {
-  for (const RequiredTextKey& text : KeysOf<RequiredTextKey>()) {
-    const bool is_enciphered = text.form == Form::kEnciphered;
-    before_.*text.member = L"kept";
-    Check(text.key, nullptr, text.member, L"kept", 0, {Line(4, text.missing, text.missing_text)},
-          {{kEventError, text.missing_text}});
-    Check(text.key, is_enciphered ? Enciphered(L" a b ").c_str() : L"\" a b \"", text.member,
-          L"a b");
-  }
-}
-
 TEST_F(ClientSettingReadTest, TheFtpAccount) {
-  Check(L"P2", ToUpper(Enciphered(L"USER")).c_str(), &C::P2, L"USER");
+  Check(L"P2", ToUpper(Enciphered(L" U SER ")).c_str(), &C::P2, L"U SER");
   EXPECT_EQ(setting_.P3, L"geheim 秘密");
 
   // What is no hexadecimal digit counts as 0, and an odd digit is the high half of a byte.
@@ -198,17 +183,17 @@ TEST_F(ClientSettingReadTest, TheFtpAccount) {
 
   // No key can be made from this key file: both are blank, and all other keys are read.
   WriteKeyFile(std::string(34, 'x'));
-  Write();
-  EXPECT_EQ(setting_.Read(1), 0);
+  Check(L"", nullptr, &C::ServiceSocket, 1, 0,
+        {Line(4, 120200070, Bad(L"ＦＴＰユーザ名", L"")),
+         Line(4, 120200090, Bad(L"ＦＴＰパスワード", L""))},
+        {{kEventError, Bad(L"ＦＴＰユーザ名", L"")}, {kEventError, Bad(L"ＦＴＰパスワード", L"")}});
   EXPECT_EQ(setting_.P3, L"");
-  EXPECT_EQ(setting_.ServiceSocket, 1);
-  EXPECT_EQ(log_.lines(), (Lines{Line(4, 120200070, Bad(L"ＦＴＰユーザ名", L"")),
-                                 Line(4, 120200090, Bad(L"ＦＴＰパスワード", L""))}));
 }
 
-TEST_F(ClientSettingReadTest, OptionalTexts) {
+TEST_F(ClientSettingReadTest, Texts) {
+  Check(L"P1", L"\" a b \"", &C::P1, L"a b");
   before_.ClientIPAddress = L"kept";
-  for (const wchar_t* text : kNoText) {
+  for (const wchar_t* text : {L"", L"\"  \""}) {
     Check(L"P1Secondary", text, &C::P1Secondary, L"192.0.2.1");
     Check(L"ClientIPAddress", text, &C::ClientIPAddress, L"kept", 1,
           {Line(3, 120200580, L"クライアントIPアドレスが設定されていません。")});
@@ -271,9 +256,9 @@ TEST_F(ClientSettingReadTest, ADirectoryIsMadeForTheUsers) {
   ASSERT_EQ(LookUpAccount(L"users", users), SecurityStep::kNone);
   ASSERT_EQ(ReadAccessList(made, list), SecurityStep::kNone);
   EXPECT_THAT(list.entries, ::testing::Contains(::testing::Field(&AccessEntry::account, users)));
-  EXPECT_EQ(log_.lines()[0],
-            Line(5, 120200620, L"ファイルの存在確認に失敗しました。", L"IsDirectry", 2));
+  const LogLine first = log_.lines().front();
   const LogLine last = log_.lines().back();
+  EXPECT_EQ(first, Line(5, 120200620, L"ファイルの存在確認に失敗しました。", L"IsDirectry", 2));
   EXPECT_EQ(last, Line(3, 120200610, L"システムディレクトリを作成しました。：" + made,
                        L"CheckExistDirectry", last.code));
 }
@@ -296,13 +281,13 @@ std::string Recorded(const LogRecorder& log) {
 
 // First without a file, then with one that has a blank in each text.
 TEST_F(ClientSettingReadTest, EveryKeyIsVisitedInItsOrder) {
+  setting_.P1 = setting_.P2 = setting_.P3 = L"kept";
   EXPECT_EQ(setting_.Read(1), 0);
   EXPECT_FALSE(ExistsNative(product_native("config/Client.ini")));
+  EXPECT_EQ(setting_.P1 + setting_.P2 + setting_.P3, L"keptkeptkept");
   const std::string missing = Recorded(log_);
-  for (const auto& key : KeysOf<RequiredTextKey>()) {
-    good_[key.key] = key.form == Form::kEnciphered ? Enciphered(L" ") : L"\" \"";
-    setting_.*key.member = L"replaced";
-  }
+  good_[L"P1"] = L"\" \"";
+  good_[L"P2"] = good_[L"P3"] = Enciphered(L" ");
   for (const auto& key : KeysOf<DirectoryKey>()) {
     EXPECT_EQ(setting_.*key.member, DefaultOf(key));
     good_[key.key] = L"\" \"";

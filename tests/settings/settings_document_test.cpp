@@ -14,7 +14,7 @@ using namespace client_keys;
 // What stands in a row, wherever: cells, and the numbers of the lines that a bad value leaves.
 using Facts = std::vector<std::string>;
 
-// ---- What the code says. The meaning of a key is the document's own. ----
+// ---- What the code says. What a key means, and what it may hold, is the document's own. ----
 
 std::string Cell(const std::string& text) { return "| " + text + " |"; }
 std::string Cell(int number) { return Cell(std::to_string(number)); }
@@ -30,28 +30,17 @@ Facts FactsOf(const NumberKey& key) {
           Line(key.out_of_limit)};
 }
 Facts FactsOf(const FlagKey& key) {
-  return {key.default_value ? Cell(*key.default_value) : Cell("unchanged"), Cell("0 or 1"),
-          Line(key.empty), Line(key.bad)};
+  return {key.default_value ? Cell(*key.default_value) : Cell("unchanged"), Line(key.empty),
+          Line(key.bad)};
 }
-Facts FactsOf(const RequiredTextKey& key) {
-  return {Cell("required"),
-          Cell(key.form == Form::kEnciphered ? "enciphered, in hexadecimal" : "text"),
-          Line(key.missing), Line(key.blank)};
-}
-Facts FactsOf(const OptionalTextKey& key) {
-  return {Cell(key.substitute == &CClientSetting::P1 ? "a copy of `P1`" : "unchanged"),
-          Cell("text"), Line(key.missing)};
-}
+Facts FactsOf(const RequiredTextKey& key) { return {Line(key.missing), Line(key.blank)}; }
+Facts FactsOf(const OptionalTextKey& key) { return {Line(key.missing)}; }
 Facts FactsOf(const DirectoryKey& key) {
-  const bool is_local = key.place == Place::kLocal;
-  return {Cell((is_local ? "…\\" : "") + ToUtf8(key.default_name)),
-          Cell(is_local ? "directory, made when it is missing" : "place on the server"),
+  return {(key.place == Place::kLocal ? "| …\\" : "| ") + ToUtf8(key.default_name) + " |",
           Line(key.missing), Line(key.blank), Line(key.not_creatable)};
 }
-Facts FactsOf(const IntegerKey& key) { return {Cell(key.default_value), Cell("any integer")}; }
-Facts FactsOf(const CardCodeKey& key) {
-  return {Cell("empty"), Cell("up to 4 hexadecimal digits"), Line(key.bad)};
-}
+Facts FactsOf(const IntegerKey& key) { return {Cell(key.default_value)}; }
+Facts FactsOf(const CardCodeKey& key) { return {Line(key.bad)}; }
 
 std::vector<Facts> ClientIniRows() {
   std::vector<Facts> rows;
@@ -61,12 +50,6 @@ std::vector<Facts> ClientIniRows() {
   };
   for (const ClientKey& key : kClientKeys) std::visit(add, key);
   return rows;
-}
-
-std::vector<Facts> SingleKeyRows() {
-  return {{Cell("`AddIconRetry`"), Cell(kAddIconRetryDefault),
-           Between({0, std::numeric_limits<int>::max()})},
-          {Cell("`EMSDir`"), Cell("…\\" + ToUtf8(kEmsDirDefaultName))}};
 }
 
 std::vector<Facts> ConfigIniRows() {
@@ -85,36 +68,22 @@ std::vector<Facts> ConfigIniRows() {
   return rows;
 }
 
-// Here the meaning is the code's, too.
-std::string Stored(std::string_view treatment, std::string_view type = {}) {
-  if (type == "unsigned char") return "the low byte";
-  if (treatment == "kLowFourBits") return "the low four bits";
-  if (treatment == "kOneToSix") return "1 to 6, any other 0";
-  return treatment == "kKeptWhenEmpty" ? "empty: unchanged" : "as it comes";
+std::string TextOf(const wchar_t* text) {
+  return text == nullptr ? "not logged" : *text == L'\0' ? "empty" : ToUtf8(text);
 }
 
-std::string OrElse(const wchar_t* text, const char* otherwise) {
-  return text != nullptr && *text != L'\0' ? ToUtf8(text) : otherwise;
-}
-
-template <class... Text>
-Facts Row(const Text&... cells) {
-  return {(std::string("|") + ... + (" " + std::string(cells) + " |"))};
-}
-
+// The item and the field, the getter, the meaning, the default and the label.
 std::vector<Facts> SystemRows() {
   return {
-#define TQ_NUMBER(item, getter, type, default_value, treatment, label, meaning)        \
-  Row(#item, "1", "`" #getter "`", meaning, #default_value, Stored(#treatment, #type), \
-      OrElse(label, "not logged")),
-#define TQ_TEXT(item, getter, default_value, treatment, label, meaning)                         \
-  Row(#item, "2", "`" #getter "`", meaning, OrElse(default_value, "empty"), Stored(#treatment), \
-      ToUtf8(label)),
-#define TQ_TRAY(item, tray, use, use_label, name, name_label)                                  \
-  Row(#item, "1", "`GetUseTray(" #tray ")`", "tray " #tray " on or off", #use, Stored(""),     \
-      ToUtf8(use_label)),                                                                      \
-      Row(#item, "2", "`GetNameTray(" #tray ")`", "display name of tray " #tray, ToUtf8(name), \
-          Stored(""), ToUtf8(name_label)),
+#define TQ_NUMBER(item, getter, type, default_value, treatment, label, meaning) \
+  {"| " #item " | 1 | `" #getter "` | " meaning " | " #default_value " |", TextOf(label)},
+#define TQ_TEXT(item, getter, default_value, treatment, label, meaning) \
+  {"| " #item " | 2 | `" #getter "` | " meaning " | ", TextOf(default_value), TextOf(label)},
+#define TQ_TRAY(item, tray, use, use_label, name, name_label)                            \
+  {"| " #item " | 1 | `GetUseTray(" #tray ")` | tray " #tray " on or off | " #use " |",  \
+   TextOf(use_label)},                                                                   \
+      {"| " #item " | 2 | `GetNameTray(" #tray ")` | display name of tray " #tray " | ", \
+       TextOf(name), TextOf(name_label)},
 #include "settings/system_setting_items.h"
   };
 }
@@ -140,7 +109,6 @@ void Compare(const std::string& heading, const std::vector<Facts>& expected) {
 
 TEST(SettingsDocumentTest, TheTablesAreThoseOfTheCode) {
   Compare("## Client.ini", ClientIniRows());
-  Compare("## Client.ini: keys with operations of their own", SingleKeyRows());
   Compare("## config.ini", ConfigIniRows());
   Compare("## System settings", SystemRows());
 }
