@@ -14,22 +14,10 @@ namespace vk::tq::testing {
 namespace {
 
 using namespace client_keys;
-using Lines = std::vector<LogLine>;
-using Events = std::vector<Event>;
 
 LogLine Line(int level, int number, const std::wstring& message, const wchar_t* operation = L"Read",
              std::optional<int> code = {}) {
   return {level, number, CString(L"CClientSetting::") + operation, message, {}, code};
-}
-
-std::wstring Bad(const std::wstring& label, const std::wstring& value,
-                 const wchar_t* consequence = L"") {
-  return std::wstring(L"設定値が異常です。") + consequence + L"[" + label + L"] 設定値:[" + value +
-         L"]";
-}
-
-std::wstring Default(const std::wstring& label, long long value) {
-  return Bad(label, std::to_wstring(value), L"デフォルト値を使用します。");
 }
 
 std::wstring Enciphered(const CString& text) {
@@ -86,18 +74,45 @@ class ClientSettingReadTest : public ProductTest {
     log_.Clear();
   }
 
-  // Reads a file in which one key alone is not good, into a copy of before_, and compares what that
-  // gives.
-  template <class Member, class Value>
-  void Check(const std::wstring& key, const wchar_t* value, Member member, const Value& expected,
-             int result = 1, const Lines& lines = {}, const Events& events = {}) {
-    SCOPED_TRACE(ToUtf8(key) + " = " + (value ? ToUtf8(value) : "(missing)"));
+  // The member of a key.
+  std::wstring ValueOf(std::wstring_view name) const {
+    std::wstring text;
+    const auto show = [&](auto member) {
+      if constexpr (std::is_same_v<decltype(member), CString C::*>) {
+        text = setting_.*member;
+      } else {
+        text = std::to_wstring(setting_.*member);
+      }
+    };
+    const auto show_it = [&](const auto& key) {
+      if (key.key != name) return;
+      if constexpr (std::is_same_v<decltype(key), const NumberKey&>) {
+        std::visit(show, key.member);
+      } else {
+        show(key.member);
+      }
+    };
+    for (const ClientKey& key : kClientKeys) std::visit(show_it, key);
+    return text;
+  }
+
+  // Reads a file in which one key alone is not good, into a copy of before_. Gives the result, the
+  // key's member, the lines and the events; of a message with values, the last of them.
+  std::wstring Reading(const std::wstring& key, const wchar_t* value) {
     Write(key, value);
     setting_ = before_;
-    EXPECT_EQ(setting_.Read(1), result);
-    EXPECT_EQ(log_.lines(), lines);
-    EXPECT_EQ(log_.events(), events);
-    EXPECT_EQ(setting_.*member, expected);
+    const int result = setting_.Read(1);
+    std::wstring text = Format(L"%d %s", result, ValueOf(key));
+    const auto end = [](const CString& message) {
+      return message.substr(message.ends_with(L']') ? message.rfind(L'[') : 0);
+    };
+    for (const LogLine& line : log_.lines()) {
+      text += Format(L", %d %d %s", line.level, line.number, end(line.message));
+    }
+    for (const Event& event : log_.events()) {
+      text += (event.id == kEventError ? L", error " : L", warning ") + end(event.message);
+    }
+    return text;
   }
 
   // A value for every key that leaves no line.
@@ -106,151 +121,113 @@ class ClientSettingReadTest : public ProductTest {
   C setting_;
 };
 
-// ---- Numbers ----
+// ---- Single keys ----
 
-constexpr long long kMax = 2147483647;
-
-TEST_F(ClientSettingReadTest, Numbers) {
-  for (const NumberKey& number : KeysOf<NumberKey>()) {
-    const auto* const member = std::get_if<int C::*>(&number.member);
-    if (member == nullptr) continue;
-    const NumberTraits& traits = number.traits;
-    const Events events = traits.event ? Events{{kEventWarning, traits.event}} : Events{};
-    const auto warned = [&](const wchar_t* text, int line, long long shown) {
-      Check(number.key, text, *member, number.default_value, 1,
-            {Line(traits.level, line, Default(number.label, shown))}, events);
-    };
-    for (const wchar_t* text : {L"\"  \"", L"-1", L"+1", L"1.5", L"１２", L"12a"}) {
-      warned(text, number.not_a_number, number.default_value);
-    }
-    const auto [least, most] = number.accepted;
-    for (const long long value : {0LL, 1LL, 0LL + most, 1LL + most, kMax, 99999999999LL}) {
-      const long long seen = std::min(value, kMax);
-      const std::wstring text = L"\" 00" + std::to_wstring(value) + L" \"";
-      if (seen >= least && seen <= most) {
-        Check(number.key, text.c_str(), *member, seen);
-      } else {
-        warned(text.c_str(), number.out_of_limit, traits.hides_value ? number.default_value : seen);
-      }
-    }
-  }
-}
-
-TEST_F(ClientSettingReadTest, P4IsAByteWithRulesOfItsOwn) {
-  const std::wstring label = L"ＦＴＰリトライ回数";
+TEST_F(ClientSettingReadTest, EachShapeHasItsRules) {
   before_.P4 = 77;
-  Check(L"P4", nullptr, &C::P4, 77, 1, {Line(3, 120200100, Default(label, 3))});
-  Check(L"P4", L"255", &C::P4, 255);
-  Check(L"P4", L"256", &C::P4, 20, 1, {Line(3, 120200110, Default(label, 256))});
-}
-
-TEST_F(ClientSettingReadTest, PlainIntegersTakeWhatTheyFind) {
-  for (const IntegerKey& key : KeysOf<IntegerKey>()) {
-    Check(key.key, nullptr, key.member, key.default_value);
-    Check(key.key, L"abc", key.member, 0);
-    Check(key.key, L"-12abc", key.member, -12);
-  }
-}
-
-// SharedPC, which has no default, keeps its value; it passes over an empty text.
-TEST_F(ClientSettingReadTest, Flags) {
-  for (const FlagKey& flag : KeysOf<FlagKey>()) {
-    for (const bool before : {false, true}) {
-      before_.*flag.member = before;
-      Check(flag.key, L"0x", flag.member, false);
-      Check(flag.key, L"1 no", flag.member, true);
-      const bool used = flag.default_value.value_or(before);
-      for (const std::wstring text : {L"", L" 1", L"2", L"１"}) {
-        const std::wstring shown = flag.default_value ? std::to_wstring(used) : text;
-        Lines lines = {Line(3, text.empty() ? flag.empty : flag.bad,
-                            Bad(flag.label, shown, L"デフォルト値を使用します。"))};
-        if (shown.empty()) lines.clear();
-        Check(flag.key, (L"\"" + text + L"\"").c_str(), flag.member, used, 1, lines);
-      }
+  before_.SharedPC = true;
+  before_.ClientIPAddress = L"kept";
+  before_.SharedPCCardSystemCode = L"FE00";
+  const std::wstring longest(1023, L'1');
+  const std::wstring too_long = longest + L"2";
+  const std::tuple<const wchar_t*, std::vector<const wchar_t*>, std::wstring> cases[] = {
+      {L"SocketBackLog", {nullptr, L"\"  \"", L"-1"}, L"1 20, 3 120200530 [20]"},
+      {L"SocketBackLog", {L"+1", L"1.5", L"１２", L"12a"}, L"1 20, 3 120200530 [20]"},
+      {L"SocketBackLog", {L"\" 001 \""}, L"1 1"},
+      {L"SocketBackLog", {L"2000"}, L"1 2000"},
+      {L"SocketBackLog", {L"0"}, L"1 20, 3 120200540 [0]"},
+      {L"SocketBackLog", {L"2001"}, L"1 20, 3 120200540 [2001]"},
+      {L"FQDNTryCount", {L"2147483646"}, L"1 2147483646"},
+      {L"FQDNTryCount", {L"2147483647", L"99999999999"}, L"1 3, 3 120200761 [2147483647]"},
+      {L"SharedTimeout", {L"99999999999"}, L"1 2147483647"},
+      {L"PrinterInfoCycle", {L"360001"}, L"1 60000, 3 120200746 [360001]"},
+      {L"PrinterInfoFtpRetry",
+       {L"256"},
+       L"1 6, 3 120200730 [256], warning プリンタ情報FTP転送リトライ回数が、設定されていません。"},
+      {L"PrintJobInfoDispUserName", {L"2"}, L"1 1, 2 120200754 [1]"},
+      // A byte.
+      {L"P4", {nullptr}, L"1 77, 3 120200100 [3]"},
+      {L"P4", {L"255"}, L"1 255"},
+      {L"P4", {L"256"}, L"1 20, 3 120200110 [256]"},
+      // Integers that take what they find.
+      {L"ValidPrimaryAP", {nullptr}, L"1 1"},
+      {L"ValidPrimaryAP", {L"abc"}, L"1 0"},
+      {L"ValidPrimaryAP", {L"-12abc"}, L"1 -12"},
+      {L"SharedPrinter", {L"0x"}, L"1 0"},
+      {L"SharedPrinter", {L"1 no"}, L"1 1"},
+      {L"SharedPrinter", {nullptr}, L"1 1, 3 120200520 [1]"},
+      {L"SharedPrinter", {L"\" 1\"", L"2", L"１"}, L"1 1, 3 120200510 [1]"},
+      // Without a default it keeps its value; it passes over an empty text.
+      {L"SharedPC", {nullptr}, L"1 1"},
+      {L"SharedPC", {L"2"}, L"1 1, 3 120200010 [2]"},
+      {L"P1", {L"\" a b \""}, L"1 a b"},
+      {L"P1Secondary", {nullptr, L"\"  \""}, L"1 192.0.2.1"},
+      {L"P1Secondary", {too_long.c_str()}, L"1 " + longest},  // more is not seen
+      {L"ClientIPAddress",
+       {nullptr, L"\"  \""},
+       L"1 kept, 3 120200580 クライアントIPアドレスが設定されていません。"},
+      {L"ClientIPAddress", {L"\" b \""}, L"1 b"},
+      {L"SharedPCCardSystemCode", {nullptr}, L"1 "},
+      {L"SharedPCCardSystemCode", {L"\" 9aFe \""}, L"1 9AFE, 2 0 [9AFE]"},
+      {L"SharedPCCardSystemCode", {L"12345"}, L"0 , 4 120200720 [12345]"},
+      {L"SharedPCCardSystemCode", {L"ａ"}, L"0 , 4 120200720 [Ａ]"}};
+  for (const auto& [key, values, left] : cases) {
+    for (const wchar_t* value : values) {
+      EXPECT_EQ(Reading(key, value), left) << ToUtf8(key) << " = " << (value ? ToUtf8(value) : "");
     }
   }
+  Reading(L"SharedPC", L"x");
+  EXPECT_EQ(log_.lines()[0].message,
+            L"設定値が異常です。デフォルト値を使用します。[共有ＰＣ設定] 設定値:[x]");
 }
-
-// ---- Texts ----
 
 TEST_F(ClientSettingReadTest, TheFtpAccount) {
-  Check(L"P2", ToUpper(Enciphered(L" U SER ")).c_str(), &C::P2, L"U SER");
+  EXPECT_EQ(Reading(L"P2", ToUpper(Enciphered(L" U SER ")).c_str()), L"1 U SER");
   EXPECT_EQ(setting_.P3, L"geheim 秘密");
 
   // What is no hexadecimal digit counts as 0, and an odd digit is the high half of a byte.
   const CByteArray bytes{0x40, 0xFA, 0x10};
-  Check(L"P2", L"4Gfa1", &C::P2, Trim(CCrypto().DecryptByTripleDESToByteArray(bytes)));
+  EXPECT_EQ(Reading(L"P2", L"4Gfa1"), L"1 " + Trim(CCrypto().DecryptByTripleDESToByteArray(bytes)));
 
   // No key can be made from this key file: both are blank, and all other keys are read.
   WriteKeyFile(std::string(34, 'x'));
-  Check(L"", nullptr, &C::ServiceSocket, 1, 0,
-        {Line(4, 120200070, Bad(L"ＦＴＰユーザ名", L"")),
-         Line(4, 120200090, Bad(L"ＦＴＰパスワード", L""))},
-        {{kEventError, Bad(L"ＦＴＰユーザ名", L"")}, {kEventError, Bad(L"ＦＴＰパスワード", L"")}});
-  EXPECT_EQ(setting_.P3, L"");
-}
-
-TEST_F(ClientSettingReadTest, Texts) {
-  Check(L"P1", L"\" a b \"", &C::P1, L"a b");
-  before_.ClientIPAddress = L"kept";
-  for (const wchar_t* text : {L"", L"\"  \""}) {
-    Check(L"P1Secondary", text, &C::P1Secondary, L"192.0.2.1");
-    Check(L"ClientIPAddress", text, &C::ClientIPAddress, L"kept", 1,
-          {Line(3, 120200580, L"クライアントIPアドレスが設定されていません。")});
-  }
-  Check(L"ClientIPAddress", L"\" b \"", &C::ClientIPAddress, L"b");
-  const std::wstring long_text(1023, L'1');  // more is not seen
-  Check(L"P1Secondary", (long_text + L"2").c_str(), &C::P1Secondary, long_text);
-}
-
-TEST_F(ClientSettingReadTest, CardSystemCode) {
-  const auto check = [this](const wchar_t* text, const std::wstring& code, int result,
-                            const Lines& lines) {
-    Check(L"SharedPCCardSystemCode", text, &C::SharedPCCardSystemCode, code, result, lines);
-  };
-  before_.SharedPCCardSystemCode = L"FE00";
-  check(nullptr, L"", 1, {});
-  check(L"\" 9aFe \"", L"9AFE", 1, {Line(2, 0, L"[カードシステムコード] 設定値:[9AFE]")});
-  for (const auto& [text, shown] :
-       {std::pair{L"12345", L"12345"}, {L"fg", L"FG"}, {L"ａ", L"Ａ"}}) {
-    check(text, L"", 0, {Line(4, 120200720, Bad(L"カードシステムコード", shown))});
-  }
+  EXPECT_EQ(Reading(L"ServiceSocket", L"7"),
+            L"0 7, 4 120200070 [], 4 120200090 [], error [], error []");
+  EXPECT_EQ(setting_.P2 + setting_.P3, L"");
 }
 
 // ---- Directories ----
 
-TEST_F(ClientSettingReadTest, DirectoriesThatCannotBeMade) {
+TEST_F(ClientSettingReadTest, Directories) {
   const std::wstring file = path(L"file");
+  const std::wstring there = path(L"there");
   WriteNative(native("file"), "x");
+  std::filesystem::create_directory(native("there"));
   for (const DirectoryKey& key : KeysOf<DirectoryKey>()) {
-    if (key.place == Place::kServer) continue;
-    const std::wstring text = L"ディレクトリの存在確認及び、作成処理に失敗しました。[" +
-                              std::wstring(key.label) + L"] 設定値:[" + file + L"]";
-    Check(key.key, (file + L"\\").c_str(), key.member, DefaultOf(key),
-          key.traits.is_job_transfer ? 1 : 0,
-          {Line(5, 120200600, L"システムディレクトリの作成に失敗しました。：" + file,
-                L"CheckExistDirectry", 183),
-           Line(4, key.not_creatable, text)},
-          {{key.traits.event_id, text}});
+    const bool is_local = key.place == Place::kLocal;
+    EXPECT_EQ(Reading(key.key, (L"\" " + there + L" \"").c_str()), L"1 " + there);
+    EXPECT_EQ(Reading(key.key, (there + L"\\\\").c_str()),
+              L"1 " + there + (is_local ? L"\\" : L"\\\\"));
+    if (!is_local) continue;
+    const bool is_error = key.traits.event_id == kEventError;
+    EXPECT_EQ(
+        Reading(key.key, (file + L"\\").c_str()),
+        Format(L"%d %s, 5 120200600 システムディレクトリの作成に失敗しました。：%s, 4 %d [%s], "
+               L"%s [%s]",
+               key.traits.is_job_transfer ? 1 : 0, DefaultOf(key), file, key.not_creatable, file,
+               is_error ? L"error" : L"warning", file));
+    EXPECT_EQ(log_.lines()[0].code, 183);
+    EXPECT_EQ(log_.lines()[1].message,
+              Format(L"ディレクトリの存在確認及び、作成処理に失敗しました。[%s] 設定値:[%s]",
+                     key.label, file));
   }
   EXPECT_FALSE(ExistsNative(native("volumes"))) << "no default is made";
 }
 
-TEST_F(ClientSettingReadTest, DirectoriesThatAreThere) {
-  const std::wstring there = path(L"there");
-  std::filesystem::create_directory(native("there"));
-  for (const DirectoryKey& key : KeysOf<DirectoryKey>()) {
-    const std::wstring kept = key.place == Place::kServer ? L"\\" : L"";
-    Check(key.key, (L"\" " + there + L" \"").c_str(), key.member, there);
-    Check(key.key, (there + L"\\\\").c_str(), key.member, there + L"\\" + kept);
-  }
-}
-
 TEST_F(ClientSettingReadTest, ADirectoryIsMadeForTheUsers) {
   const std::wstring made = path(L"made");
-  Write(L"NemiInfoDir", (made + L"\\").c_str());
-  EXPECT_EQ(setting_.Read(1), 1);
-  EXPECT_EQ(setting_.NemiInfoDir, made);
+  EXPECT_EQ(Reading(L"NemiInfoDir", (made + L"\\").c_str()).substr(0, made.size() + 2),
+            L"1 " + made);
   AccountId users;
   AccessList list;
   ASSERT_EQ(LookUpAccount(L"users", users), SecurityStep::kNone);
