@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <charconv>
+#include <new>
 #include <system_error>
 
 #include "platform/file.h"
@@ -147,10 +148,7 @@ bool FtpConnection::Put(const std::wstring& local, std::wstring_view remote_name
   const std::optional<std::string> name = RemoteName(remote_name);
   InputFile file;
   if (!name || !file.Open(local) || !SetType('I')) return false;
-  FileDescriptor data = Begin("STOR", *name);
-  if (!data) return false;
-  const bool is_whole = SendFile(data.get(), file);
-  return End(std::move(data), is_whole);
+  return Transfer("STOR", *name, [&](int data) { return SendFile(data, file); });
 }
 
 bool FtpConnection::SetType(char type) {
@@ -174,7 +172,7 @@ FileDescriptor FtpConnection::Begin(std::string_view verb, std::string_view argu
   const std::optional<std::uint16_t> port = Passive();
   if (!port) return {};
   FileDescriptor data = ConnectBeside(control_->socket(), *port, timeouts_.connect);
-  if (data && !control_->Begin(verb, argument)) data.Reset();
+  if (data && !control_->Begin(verb, argument)) AbortConnection(std::move(data));
   return data;
 }
 
@@ -193,16 +191,29 @@ bool FtpConnection::End(FileDescriptor data, bool is_whole) {
                                                              : failure);
 }
 
-bool FtpConnection::Fetch(std::string_view verb, std::string_view argument, const Sink& sink) {
+template <class Work>
+bool FtpConnection::Transfer(std::string_view verb, std::string_view argument, const Work& work) {
   FileDescriptor data = Begin(verb, argument);
   if (!data) return false;
-  SecureBytes buffer(kBufferSize);
-  std::optional<std::size_t> got;
-  do {
-    got = ReceiveSome(data.get(), buffer.data(), buffer.size(), timeouts_.data_receive);
-    if (got && !sink({reinterpret_cast<const char*>(buffer.data()), *got})) got.reset();
-  } while (got.value_or(0) > 0);
-  return End(std::move(data), got.has_value());
+  bool is_whole = false;
+  try {
+    is_whole = work(data.get());
+  } catch (const std::bad_alloc&) {
+    Fail(kErrorNotEnoughMemory);
+  }
+  return End(std::move(data), is_whole);
+}
+
+bool FtpConnection::Fetch(std::string_view verb, std::string_view argument, const Sink& sink) {
+  return Transfer(verb, argument, [&](int data) {
+    SecureBytes buffer(kBufferSize);
+    std::optional<std::size_t> got;
+    do {
+      got = ReceiveSome(data, buffer.data(), buffer.size(), timeouts_.data_receive);
+      if (got && !sink({reinterpret_cast<const char*>(buffer.data()), *got})) got.reset();
+    } while (got.value_or(0) > 0);
+    return got.has_value();
+  });
 }
 
 bool FtpConnection::SendFile(int data, InputFile& file) {

@@ -41,6 +41,9 @@ class FtpConnection {
   // Ends what Begin began; `is_whole` tells that all of it has moved, otherwise the last error why
   // not.
   bool End(FileDescriptor data, bool is_whole);
+  // Begins, lets the work move the bytes, and ends: also when the work lacks memory.
+  template <class Work>
+  bool Transfer(std::string_view verb, std::string_view argument, const Work& work);
   bool Fetch(std::string_view verb, std::string_view argument, const Sink& sink);
   bool SendFile(int data, class InputFile& file);
 

@@ -299,7 +299,16 @@ bool FtpControl::Send(std::string_view verb, std::string_view argument) {
   return SendAll(socket_, line, timeouts_.control_send) == Sent::kAll || Break(GetLastError());
 }
 
-std::optional<FtpReply> FtpControl::Receive(std::uint32_t timeout) {
+std::optional<FtpReply> FtpControl::Receive(std::uint32_t timeout) noexcept {
+  try {
+    return ReceiveReply(timeout);
+  } catch (const std::bad_alloc&) {
+    Break(kErrorNotEnoughMemory);
+    return {};
+  }
+}
+
+std::optional<FtpReply> FtpControl::ReceiveReply(std::uint32_t timeout) {
   FtpReplyReader reader;
   const Deadline deadline(timeout);
   do {

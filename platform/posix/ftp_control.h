@@ -69,9 +69,10 @@ class FtpControl {
              const FtpTimeouts& timeouts);
 
   bool Send(std::string_view verb, std::string_view argument);
-  // The next reply; nothing when none is whole in time (then the connection is broken) or it is a
-  // refusal.
-  std::optional<FtpReply> Receive(std::uint32_t timeout);
+  // The next reply; nothing when none is whole in time or there is no memory for it (then the
+  // connection is broken, since the next command would take it for its own) or it is a refusal.
+  std::optional<FtpReply> Receive(std::uint32_t timeout) noexcept;
+  std::optional<FtpReply> ReceiveReply(std::uint32_t timeout);
   std::optional<FtpReply> Expect(std::optional<FtpReply> reply, FtpReplyKind kind);
   std::optional<std::string> TakeLine(const Deadline& deadline);
   bool Break(ErrorCode code);
