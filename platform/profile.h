@@ -4,8 +4,9 @@
 /// no part of them, one pair of equal quotes around a value is taken off, a line that begins with
 /// ';' is a comment, and of several sections or keys of one name the first counts. A file that
 /// begins with the byte-order mark of UTF-16LE or UTF-8 is read as such, any other in the ANSI code
-/// page. A file that is missing, cannot be read, or has more than 16 MiB is like an empty one;
-/// callers for whom that is not the same read the bytes themselves and use Profile::FromText.
+/// page. A file that is missing, may not be read, is reached by somebody else's link, or has more
+/// than 16 MiB is like an empty one; callers for whom that is not the same read the bytes themselves
+/// and use Profile::FromText.
 #pragma once
 
 #include <cstdint>

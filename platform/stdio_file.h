@@ -45,7 +45,8 @@ class TQ_EXPORT CStdioFile : public CObject {
 
   /// Opens a file, after closing the one that is open. False, with the last error set, on failure:
   /// 2 or 3 when there is none, 5 for a directory or a missing right, 87 when the flags contradict
-  /// each other. Opening for writing never follows a link that stands in the place of the file.
+  /// each other. Opening for writing never follows a link that stands in the place of the file,
+  /// for reading only one of the caller's own or the superuser's.
   bool Open(const wchar_t* path, unsigned int flags);
 
   /// The next line, without its line end. False, and an empty text, at the end of the file or when

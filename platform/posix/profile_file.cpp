@@ -14,8 +14,6 @@ namespace {
 
 using std::chrono::milliseconds;
 
-constexpr int kOpenFlags = O_CLOEXEC | O_NONBLOCK | O_NOCTTY;
-
 // A writer holds the lock for less than a millisecond. Whoever holds it longer was stopped, or
 // means ill: nobody waits for that for ever. A reader then reads without the lock.
 constexpr milliseconds kWriterWait(10'000);
@@ -83,7 +81,7 @@ bool IsWithinPage(std::size_t begin, std::size_t size) {
 }  // namespace
 
 std::optional<std::string> ReadProfileFile(const std::string& native) {
-  const FileDescriptor file(open(native.c_str(), O_RDONLY | kOpenFlags));
+  const FileDescriptor file = OpenForReading(native);
   std::string bytes;
   struct stat status {};
   if (!file) {
@@ -129,7 +127,7 @@ bool ProfileFile::Mend() {
 }
 
 bool ProfileFile::OpenOnce() {
-  constexpr int kFlags = O_RDWR | O_NOFOLLOW | kOpenFlags;
+  constexpr int kFlags = O_RDWR | O_NOFOLLOW | O_CLOEXEC | O_NONBLOCK | O_NOCTTY;
   for (;;) {
     is_new_ = is_unnamed_ = false;
     file_.Reset(open(native_.c_str(), kFlags));

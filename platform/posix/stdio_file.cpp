@@ -68,11 +68,12 @@ bool CStdioFile::OpenHandle(const wchar_t* path, unsigned int flags) {
   if (path == nullptr || (flags & kAccess) == kAccess) return Fail(kErrorInvalidParameter);
   const bool writes = (flags & kAccess) != 0;
   const bool creates = writes && (flags & modeCreate) != 0;
-  int native_flags = O_CLOEXEC | O_NONBLOCK | O_NOCTTY;
+  const std::string native = PathToNative(path);
   // The mark is read even by those who only write.
-  native_flags |= writes ? O_RDWR | O_APPEND | O_NOFOLLOW : O_RDONLY;
-  if (creates) native_flags |= O_CREAT;
-  FileDescriptor file(open(PathToNative(path).c_str(), native_flags, 0666));
+  constexpr int kFlags = O_RDWR | O_APPEND | O_NOFOLLOW | O_CLOEXEC | O_NONBLOCK | O_NOCTTY;
+  FileDescriptor file =
+      writes ? FileDescriptor(open(native.c_str(), kFlags | (creates ? O_CREAT : 0), 0666))
+             : OpenForReading(native);
   if (!file) {
     return creates && errno == ENOENT ? Fail(kErrorPathNotFound) : FailWithErrno();
   }
