@@ -31,13 +31,18 @@ foreach(floor IN ITEMS platform foundation storage jobs settings users transport
   endforeach()
 endforeach()
 
-# Beside its own headers a tool includes those that a program is meant to include.
-set(public_headers platform/types.h platform/error.h platform/secure_memory.h)
+# The headers that a program is meant to include: those that are installed, among them all that the README names.
+file(STRINGS ${ROOT}/cmake/TqInstall.cmake lines REGEX "^  [a-z]+/[a-z_]+[.]h")
+string(REGEX MATCHALL "[a-z]+/[a-z_]+[.]h" public_headers "${lines}")
 file(STRINGS ${ROOT}/README.md rows REGEX "^\\| `[a-z]+/[a-z_]+[.]h`")
-foreach(row IN LISTS rows)
-  string(REGEX MATCHALL "[a-z]+/[a-z_]+[.]h" named "${row}")
-  list(APPEND public_headers ${named})
+string(REGEX MATCHALL "[a-z]+/[a-z_]+[.]h" named "${rows}")
+foreach(header IN LISTS named)
+  if(NOT header IN_LIST public_headers)
+    message(SEND_ERROR "README.md names ${header}, which is not installed")
+  endif()
 endforeach()
+
+# Beside its own headers a tool includes public ones.
 file(GLOB sources RELATIVE ${ROOT} ${ROOT}/tools/*/*.h ${ROOT}/tools/*/*.cpp)
 foreach(source IN LISTS sources)
   file(STRINGS ${ROOT}/${source} lines REGEX "^#include ")

@@ -14,6 +14,7 @@ set(TQ_PUBLIC_HEADERS
   platform/types.h
   foundation/file_lock.h
   foundation/log.h
+  foundation/product_folder.h
   foundation/util.h
   storage/crypto.h
   storage/row_array.h
@@ -23,6 +24,9 @@ set(TQ_PUBLIC_HEADERS
   jobs/nemi_inf_file.h
   jobs/nemi_print_info_file_access.h
   settings/client_setting.h
+  settings/client_setting_files.h
+  settings/client_setting_table.h
+  settings/client_setting_writer_table.h
   settings/langage_manager.h
   settings/system_setting.h
   settings/system_setting_items.h
