@@ -105,7 +105,7 @@ int CSystemSetting::LoadFile() {
   Log4cxxMgr::LogOutDetail(0, 0, kLoadFile, __LINE__, L"START");
   if (!Open(path_.c_str(), flags_)) return -1;
   SetLastError(kErrorSuccess);  // it alone tells a failure from the end
-  while (ReadCSV() == 1) StoreRow();
+  while (ReadRow()) StoreRow();
   if (GetLastError() != kErrorSuccess) return -1;
   LogSettings();
   Log4cxxMgr::LogOutDetail(0, 0, kLoadFile, __LINE__, L"END");
@@ -188,10 +188,17 @@ CString CSystemSetting::GetNameTray(int tray) const {
 }
 
 int CSystemSetting::ReadCSV() {
+  if (ReadRow()) return 1;
+  row_.SetSize(0);
+  return 0;
+}
+
+// Leaves the row before in place when there is no other.
+bool CSystemSetting::ReadRow() {
   std::wstring_view line;
-  const int fields = ReadLine(line) && !line.empty() ? SplitLine(line) : 0;
-  row_.SetSize(fields);
-  return fields > 0 ? 1 : 0;
+  if (!ReadLine(line) || line.empty()) return false;
+  row_.SetSize(SplitLine(line));
+  return true;
 }
 
 // Reuses the texts of the row before, which mostly have room enough. Gives the number of fields.

@@ -24,7 +24,8 @@ class TQ_EXPORT CSystemSetting : public CStdioFile {
 
   /// Opens the file, which stays open, and loads all rows. 0 when it was opened and read to its
   /// end, -1 when it could not be opened: then the settings keep their defaults. -1 as well when it
-  /// could not be read further: then the rows before are loaded. The last error says why.
+  /// could not be read further: then the rows before are loaded. The last error says why. The
+  /// current row is the last one then, none if there was none.
   ///
   /// Log, as "CSystemSetting::LoadFile": "START" and, unless the result is -1, "END" at level 0;
   /// each row's key at level 1, number 101300010; at the end each setting at level 2, number
@@ -76,6 +77,7 @@ class TQ_EXPORT CSystemSetting : public CStdioFile {
   struct Item;
   struct Items;
 
+  bool ReadRow();
   int SplitLine(std::wstring_view line);
   CString& EmptyField(int field);
   void StoreRow();
