@@ -42,6 +42,8 @@ enum class CipherDirection;
 /// Nothing here is logged or takes a lock. The file operations give 0 for success and 1 for
 /// failure. std::runtime_error also tells of a machine that does not offer AES.
 class TQ_EXPORT CCrypto {
+  CString m_strKeyFile;
+
  public:
   CCrypto();
 
@@ -117,8 +119,6 @@ class TQ_EXPORT CCrypto {
   static int GetMD5Hash(const unsigned char* data, unsigned long length, CByteArray& hash);
   static CString ByteArrayToString(const CByteArray& bytes);
   static int GetByteArraySize(int length);
-
-  CString m_strKeyFile;
 };
 
 }  // namespace vk::tq

@@ -18,7 +18,8 @@ namespace vk::tq {
 /// connected again. Repeating a failed connection is the caller's business. On an object without a
 /// connection every transfer fails. An object belongs to one thread at a time and takes no lock.
 /// Every wait is bounded by the time-out of FtpConnect, which counts anew for each reply and for each
-/// piece of a file that moves.
+/// piece of a file that moves. While FtpConnect resolves the server's name, a thread of libcurl's
+/// does that, and one that meets no answer may outlive the call by the resolver's own time-out.
 ///
 /// A line with a code carries the last error, whose values platform/ftp_session.h tells; 12003
 /// stands for a refusal by the server. Neither user nor password is logged; a reply in which the
@@ -73,7 +74,8 @@ class TQ_EXPORT CFtp {
   /// Stores a file under its own name at once and compares the sizes by FtpSizeVerify, until they
   /// are equal or `most_uploads` uploads have been made; 0 counts as 1. Sizes that stay unequal
   /// leave the connection open. Lines at level 3: 130010, with a code, when an upload failed, else
-  /// 130011 with the number of failed checks and `most_uploads`.
+  /// 130011 with the number of failed checks and `most_uploads`. An exception, for want of memory,
+  /// leaves 130011 at level 5, with a code, in front of that.
   int FtpPutAndVerify(const wchar_t* local_directory, const wchar_t* file_name,
                       unsigned char most_uploads);
 
@@ -85,8 +87,8 @@ class TQ_EXPORT CFtp {
   /// Compares an expected size in bytes with the one in the server's listing of its directory. The
   /// first argument is not read. The connection stays open. Lines: 13130065 at level 2 at the
   /// start; at level 3 13130050 when the sizes differ, and with a code 130040 when there is no
-  /// listed size: the server's reply and its code, or else the last error. 130045, at level 3 with
-  /// a code, when the search cannot be closed.
+  /// listed size: the server's reply and its code, or else the last error. 13130060 at level 2 for an
+  /// exception, for want of memory. 130045, at level 3 with a code, when the search cannot be closed.
   int FtpSizeVerifyFindFirst(const wchar_t* unused, const wchar_t* remote_name,
                              std::uint64_t expected_size);
 

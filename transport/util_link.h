@@ -29,14 +29,18 @@ struct IP_ADDR_STRING {
 ///
 /// A DNS status is 0, or 9001 format error, 9002 server failure, 9003 no such name, 9004 not
 /// implemented, 9005 refused, 9501 no PTR record, 9502 bad packet, 1460 no answer in time, 123 the
-/// address is no IPv4 address, 87 the server is none.
+/// address is no IPv4 address, 87 the server is none, 8 memory lacks.
 ///
 /// All lines have number 0 and the operation as function. "START" (level 0) opens every operation
-/// but FreeDNSList; "END" closes the first GetFQDN and AllocDNSList.
+/// but FreeDNSList; "END" closes the first GetFQDN and AllocDNSList. In ConformFQDN a host name and
+/// a name that was found leave a line at level 3, each attempt that failed one at level 4 with the
+/// status in its text. A query that failed leaves one at level 1, with the status as code. What else
+/// is told of the way stands at level 2.
 class TQ_EXPORT CUtilLink {
  public:
   /// The name of an address, from the caller's cache or by queries. 1 when `name` is good, 0 when
-  /// no name was found; `name` is then the address.
+  /// no name was found; `name` is then the address, or without any try what the cache held. For want
+  /// of memory 0 as well, and nothing is changed.
   ///
   /// `cache` is "address@name", empty before the first call; `resolve_time` is when the name was
   /// queried (seconds since 1970), 0 before the first call. Both are kept by the caller, handed to

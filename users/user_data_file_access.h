@@ -38,7 +38,8 @@ class TQ_EXPORT CUserDataFileAccess : public UserDataFile<t_user_file> {
   /// Chooses the user's own data folder: GetSpecialFolderPath(26) +
   /// "\ORV-INC\Velkorandia\Tessaloquin\data\".
   void SetUserDataDirectry();
-  /// The directory in use, with a backslash at its end.
+  /// The directory in use, with a backslash at its end. To be read only: SetDataDirectry changes it
+  /// together with the file's path.
   const CString& GetDataDirectry() const { return m_strDataDir; }
 
   CString& GetLastWindowsLogonDateTime() { return m_userData.LastWindowsLogonDateTime; }
