@@ -4,9 +4,12 @@
 
 #include <filesystem>
 #include <functional>
+#include <tuple>
 
 #include "platform/error.h"
 #include "platform/path.h"
+#include "platform/profile.h"
+#include "platform/stdio_file.h"
 #include "support/test_support.h"
 
 namespace vk::tq::testing {
@@ -56,13 +59,19 @@ TEST_F(FileTest, FailuresTellTheirError) {
 }
 
 TEST_F(FileTest, AReadFollowsLinksOfTheCallerAlone) {
-  WriteNative(native("secret"), "precious");
+  WriteNative(native("secret"), "[s]\nk=precious\n");
   fs::create_symlink("secret", native("own"));
   fs::create_symlink("own", native("twice"));
-  EXPECT_TRUE(ReadFile(path(L"twice")));
+  // As bytes, as an INI file, and as lines.
+  const auto read = [&](const std::wstring& link) {
+    const std::wstring value = Profile(link).GetString(L"s", L"k", L"", 10);
+    const bool has_lines = CStdioFile().Open(link.c_str(), CStdioFile::modeRead);
+    return std::tuple(ReadFile(link).has_value(), value, has_lines);
+  };
+  EXPECT_EQ(read(path(L"twice")), std::tuple(true, L"precious", true));
   if (getuid() != 0) GTEST_SKIP() << "another user's link takes root to make";
   ASSERT_EQ(0, lchown(native("own").c_str(), 65534, 65534));
-  EXPECT_FALSE(ReadFile(path(L"own")));
+  EXPECT_EQ(read(path(L"twice")), std::tuple(false, L"", false));
   EXPECT_EQ(5U, GetLastError());
 }
 
