@@ -113,6 +113,9 @@ std::vector<Operation> FoundationOperations() {
   const Promise rights = {L"CUtil::", 2};
   const Promise util = {L"CUtil::", 2, kMemory};
   const Promise failure = {L"CUtil::", 5, kMemory};
+  const Promise list = Promise{L"GetFileList2", 5, kMemory}.Tells({140542});
+  const Promise jobs = Promise{L"GetManageFileMutex", 4, kMemory}.Tells({100800531});
+  const Promise printers = Promise{L"GetPrinterWhiteListMutex", 5, kMemory}.Tells({100800530});
   return {
       {"SpecialFolder", nullptr, SpecialFolder, quiet},
       {"ExePath", nullptr, [](Stage&) { return Reports(true, CUtil::GetExePath()); }, quiet.Or("")},
@@ -123,19 +126,14 @@ std::vector<Operation> FoundationOperations() {
       {"FolderAccess", HoldIni, SetAccess<false>, rights},
       {"LogonTime", BeginSession, LogonTime, util},
       {"Pattern", nullptr, Pattern, failure},
-      {"ImageLogId", HoldDelimiter, ImageLogId, util},
-      {"IpList", nullptr, IpList, util},
+      {"ImageLogId", HoldDelimiter, ImageLogId, util.Tells({101414})},
+      {"IpList", nullptr, IpList, util.Tells({101412, 101413})},
       {"Version", nullptr, [](Stage&) { return Reports(CUtil::IsWin8orLater(nullptr) == 1); },
        failure},
-      {"FileList", HoldIni, FileList, {L"GetFileList2", 5, kMemory}},
-      {"JobFilesLock",
-       nullptr,
-       TakeAndRelease<TakeJobFiles, ReleaseManageFileMutex>,
-       {L"GetManageFileMutex", 4, kMemory}},
-      {"WhiteListLock",
-       nullptr,
-       TakeAndRelease<GetPrinterWhiteListMutex, ReleasePrinterWhiteListMutex>,
-       {L"GetPrinterWhiteListMutex", 5, kMemory}},
+      {"FileList", HoldIni, FileList, list},
+      {"JobFilesLock", nullptr, TakeAndRelease<TakeJobFiles, ReleaseManageFileMutex>, jobs},
+      {"WhiteListLock", nullptr,
+       TakeAndRelease<GetPrinterWhiteListMutex, ReleasePrinterWhiteListMutex>, printers},
       {"LogLine", nullptr, WriteLogLine, kNoLine.Sure(0), ViewLog},
   };
 }

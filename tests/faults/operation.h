@@ -4,8 +4,10 @@
 #include <functional>
 #include <memory>
 #include <optional>
+#include <set>
 #include <string>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 #include "faults/seam.h"
@@ -68,9 +70,27 @@ struct Promise {
   std::vector<std::string> also = {};
   // How many of the pieces a success promises.
   std::size_t sure_pieces = 100;
+  // The numbers of the lines of that function and level that failures leave: each of them, and no
+  // other. Nothing is said of them when empty.
+  std::set<int> numbers = {};
+  // A record is replaced in place within a memory page, without a second copy: if half a write is
+  // the last that the disk ever takes, it is torn.
+  bool is_torn_by_half = false;
 
-  Promise Or(const char* allowed) const { return {line, level, throws, {allowed}, sure_pieces}; }
-  Promise Sure(std::size_t pieces) const { return {line, level, throws, also, pieces}; }
+  Promise Or(const char* allowed) const { return With(&Promise::also, {allowed}); }
+  Promise Sure(std::size_t pieces) const { return With(&Promise::sure_pieces, pieces); }
+  Promise Tells(std::set<int> more) const {
+    more.insert(numbers.begin(), numbers.end());
+    return With(&Promise::numbers, std::move(more));
+  }
+  Promise Torn(bool is_torn = true) const { return With(&Promise::is_torn_by_half, is_torn); }
+
+  template <class Value>
+  Promise With(Value Promise::*member, Value value) const {
+    Promise copy = *this;
+    copy.*member = std::move(value);
+    return copy;
+  }
 };
 inline const Promise kNoLine;
 inline const Promise kNoLineButBadAlloc = {nullptr, 0, Throws::kForMemory};

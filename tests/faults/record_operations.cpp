@@ -45,6 +45,14 @@ constexpr wchar_t kNewText[] = L"the new record & more of it";
 
 using Job = CManageFileAccess;
 constexpr auto kWriteAll = [](Job& job) { return job.WriteAll(); };
+// Of more than a memory page, so that a second copy is written.
+constexpr auto kWriteLong = [](Job& job) {
+  {
+    const Calm calm;
+    job.GetManageData().comment.assign(5000, L'x');
+  }
+  return job.WriteInformation();
+};
 constexpr auto kWriteAllInFile = [](Job& job) { return job.WriteAll(1); };
 
 template <int kStatus, auto kWriteIt = kWriteAll>
@@ -233,44 +241,67 @@ Report WriteWhiteList(Stage& stage) {
 }  // namespace
 
 std::vector<Operation> RecordOperations() {
-  const Promise job = {L"CManageFileAccess::"};
-  const Promise info = {L"CNemiPrintInfoFileAccess::"};
+  const Promise job = Promise{L"CManageFileAccess::"}.Tells({120600200, 120600210});
+  const Promise job_exists = Promise{L"CManageFileAccess::"}.Tells({120600010, 120600020});
+  const Promise job_delete = job.Tells({120600030, 120600060});
+  const Promise job_status = job.Tells({0, 120600070, 120600100, 120600310, 120600320});
+  const Promise job_text = job.Tells({0, 120600150, 120600160, 120600170});
+  const Promise job_whole = job_text.Tells({120600010, 120600020});
+  const Promise job_whole_in_file = job_whole.Tells({120600070, 120600100, 120600310, 120600320});
+  // A change of status does not fail with its status file.
+  const Promise job_rename = job.Sure(2).Tells({0, 120600140});
+  const Promise job_write = job.Tells({0, 120600180, 120600190});
+  const Promise job_write_all = job_write.Sure(2).Tells({120600140});
+  const Promise info = Promise{L"CNemiPrintInfoFileAccess::"}.Tells({100907, 100908});
+  const Promise info_exists = info.Tells({0, 100920});
+  const Promise info_read = info_exists.Tells({100901, 100902, 100904, 100909});
+  const Promise info_write = info.Tells({100822, 101002, 101007});
+  const Promise info_delete = info_exists.Tells({100906, 100910});
+  const Promise info_move = info_exists.Tells({100921, 101002, 101006, 101015});
+  const std::set<int> read = {130301, 130303, 130304, 130307, 130308, 130311};
+  const std::set<int> write = {130302, 130303, 130304, 130305, 130306};
+  const std::set<int> remove = {130303, 130304, 130309};
   const Promise user = {L"CUserDataFileAccess::"};
-  const Promise shared = {L"CSharedUserDataFileAccess::"};
+  const Promise pc = {L"CSharedUserDataFileAccess::"};
+  const Promise user_write = user.Torn().Tells(write), pc_write = pc.Torn().Tells(write);
   const Promise enabled = {L"CEnableUsersAccessor::", 2, Throws::kForMemory};
   const Promise white_list = {L"CWhiteListFileAccess::Read", 2, Throws::kForMemory};
-  // A change of status does not fail with its status file.
-  const Promise numbered = job.Sure(2);
+  const Promise list_read = white_list.Tells({110800010, 110800020, 110800030});
   return {
-      {"JobReadAll", HoldJobInFile, OnJob<&Job::ReadAll, 5>, job, ViewJob},
-      {"JobReadAllNumbered", HoldJob<96>, OnJob<&Job::ReadAll, 5>, job, ViewJob},
-      {"JobReadStatus", HoldJobInFile, OnJob<&Job::ReadStatus, 5>, job, ViewJob},
-      {"JobReadStatusByte", HoldJobInByte, OnJob<&Job::ReadStatus, 5>, job, ViewJob},
-      {"JobReadInformation", HoldJob<5>, OnJob<&Job::ReadInformation, 5>, job, ViewJob},
-      {"JobIsExist", HoldJob<5>, OnJob<&Job::IsExist, 5>, job, ViewJob},
-      {"JobDelete", HoldJob<96>, OnJob<&Job::Delete, 5>, job, ViewJob},
-      {"JobWriteStatus", HoldJob<5>, OnJob<&Job::WriteStatus, 96>, numbered, ViewJob},
-      {"JobWriteInformation", HoldJob<5>, OnJob<&Job::WriteInformation, 6>, job, ViewJob},
-      {"JobWriteAll", HoldJob<5>, OnJob<kWriteAll, 96>, numbered, ViewJob},
-      {"JobWriteAllInFile", HoldJob<5>, OnJob<kWriteAllInFile, 97>, numbered, ViewJob},
-      {"JobWriteAllNew", nullptr, OnJob<kWriteAll, 96>, numbered.Or("Job0001.000"), ViewJob},
-      {"InfoReadAll", HoldInfo, OnInfo<kReadInfo>, info, ViewInfo},
-      {"InfoWriteAll", HoldInfo, OnInfo<kWriteInfo>, info, ViewInfo},
-      {"InfoWriteAllNew", nullptr, OnInfo<kWriteInfo>, info, ViewInfo},
-      {"InfoDelete", HoldInfo, OnInfo<kDeleteInfo>, info, ViewInfo},
-      {"InfoMove", HoldInfoAndTarget, OnInfo<kMoveInfo>, info, ViewInfo},
-      {"InfoIsExist", HoldInfo, OnInfo<kHasInfo>, info, ViewInfo},
-      {"UserReadAll", HoldUser<User>, OnUser<User, &User::ReadAll>, user, ViewUser<User>},
-      {"UserWriteAll", HoldUser<User>, OnUser<User, &User::WriteAll>, user, ViewUser<User>},
+      {"JobReadAll", HoldJobInFile, OnJob<&Job::ReadAll, 5>, job_whole_in_file, ViewJob},
+      {"JobReadAllNumbered", HoldJob<96>, OnJob<&Job::ReadAll, 5>, job_whole, ViewJob},
+      {"JobReadStatus", HoldJobInFile, OnJob<&Job::ReadStatus, 5>, job_status, ViewJob},
+      {"JobReadByte", HoldJobInByte, OnJob<&Job::ReadStatus, 5>, job_status.Tells({120600090}),
+       ViewJob},
+      {"JobReadInformation", HoldJob<5>, OnJob<&Job::ReadInformation, 5>, job_text, ViewJob},
+      {"JobIsExist", HoldJob<5>, OnJob<&Job::IsExist, 5>, job_exists, ViewJob},
+      {"JobDelete", HoldJob<96>, OnJob<&Job::Delete, 5>, job_delete, ViewJob},
+      {"JobWriteStatus", HoldJob<5>, OnJob<&Job::WriteStatus, 96>, job_rename, ViewJob},
+      {"JobWriteInformation", HoldJob<5>, OnJob<&Job::WriteInformation, 6>, job_write.Torn(),
+       ViewJob},
+      {"JobWriteLong", HoldJob<5>, OnJob<kWriteLong, 6>, job_write, ViewJob},
+      {"JobWriteAll", HoldJob<5>, OnJob<kWriteAll, 96>, job_write_all.Torn(), ViewJob},
+      {"JobWriteAllInFile", HoldJob<5>, OnJob<kWriteAllInFile, 97>, job_write_all.Torn(), ViewJob},
+      {"JobWriteAllNew", nullptr, OnJob<kWriteAll, 96>, job_write_all.Or("Job0001.000"), ViewJob},
+      {"InfoReadAll", HoldInfo, OnInfo<kReadInfo>, info_read, ViewInfo},
+      {"InfoWriteAll", HoldInfo, OnInfo<kWriteInfo>, info_write.Torn(), ViewInfo},
+      {"InfoWriteAllNew", nullptr, OnInfo<kWriteInfo>, info_write, ViewInfo},
+      {"InfoDelete", HoldInfo, OnInfo<kDeleteInfo>, info_delete, ViewInfo},
+      {"InfoMove", HoldInfoAndTarget, OnInfo<kMoveInfo>, info_move, ViewInfo},
+      {"InfoIsExist", HoldInfo, OnInfo<kHasInfo>, kNoLine, ViewInfo},
+      {"UserReadAll", HoldUser<User>, OnUser<User, &User::ReadAll>, user.Tells(read),
+       ViewUser<User>},
+      {"UserWriteAll", HoldUser<User>, OnUser<User, &User::WriteAll>, user_write, ViewUser<User>},
       {"UserWriteAllNew", nullptr, OnUser<User, &User::WriteAll>, kNoLine, ViewUser<User>},
-      {"UserDelete", HoldUser<User>, OnUser<User, &User::Delete>, user, ViewUser<User>},
+      {"UserDelete", HoldUser<User>, OnUser<User, &User::Delete>, user.Tells(remove),
+       ViewUser<User>},
       {"UserIsExist", HoldUser<User>, OnUser<User, kHas>, kNoLine, ViewUser<User>},
-      {"SharedReadAll", HoldUser<Pc>, OnUser<Pc, &Pc::ReadAll>, shared, ViewUser<Pc>},
-      {"SharedWriteAll", HoldUser<Pc>, OnUser<Pc, &Pc::WriteAll>, shared, ViewUser<Pc>},
-      {"SharedDelete", HoldUser<Pc>, OnUser<Pc, &Pc::Delete>, shared, ViewUser<Pc>},
+      {"SharedReadAll", HoldUser<Pc>, OnUser<Pc, &Pc::ReadAll>, pc.Tells(read), ViewUser<Pc>},
+      {"SharedWriteAll", HoldUser<Pc>, OnUser<Pc, &Pc::WriteAll>, pc_write, ViewUser<Pc>},
+      {"SharedDelete", HoldUser<Pc>, OnUser<Pc, &Pc::Delete>, pc.Tells(remove), ViewUser<Pc>},
       {"SharedIsExist", HoldUser<Pc>, OnUser<Pc, kHas>, kNoLine, ViewUser<Pc>},
-      {"WhiteListRead", HoldWhiteList, ReadWhiteList, white_list, ViewWhiteList},
-      {"WhiteListWrite", HoldWhiteList, WriteWhiteList, kNoLineButBadAlloc, ViewWhiteList},
+      {"WhiteListRead", HoldWhiteList, ReadWhiteList, list_read, ViewWhiteList},
+      {"WhiteListWrite", HoldWhiteList, WriteWhiteList, kNoLineButBadAlloc.Torn(), ViewWhiteList},
       {"EnabledUsers", HoldEnabledUsers, OfEnabledUsers, enabled},
       {"EnabledUsersEnciphered", HoldEncipheredUsers, OfEnabledUsers, enabled},
   };

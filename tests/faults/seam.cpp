@@ -60,8 +60,9 @@ int Due(Group group, const char* symbol) {
   }
   if (group != state.fault->group) return 0;
   if (--state.left > 0 || (state.left < 0 && !state.fault->lasts)) return 0;
-  if (state.left == 0) state.failed = symbol;
-  return state.fault->error;
+  if (state.left < 0) return state.fault->error;
+  state.failed = symbol;
+  return state.fault->begins_half ? kHalf : state.fault->error;
 }
 
 template <class Result>
@@ -85,16 +86,16 @@ void Free(void* block) {
 [[maybe_unused]] const int has_xml_memory = xmlMemSetup(
     Free,
     [](std::size_t size) -> void* {
-      return Due(Group::kXmlMemory, "malloc of libxml2") != 0 ? nullptr : Allocate(size);
+      return Due(Group::kXml, "malloc of libxml2") != 0 ? nullptr : Allocate(size);
     },
     [](void* block, std::size_t size) -> void* {
-      if (Due(Group::kXmlMemory, "realloc of libxml2") != 0) return nullptr;
+      if (Due(Group::kXml, "realloc of libxml2") != 0) return nullptr;
       void* const moved = std::realloc(block, size);
       if (block == nullptr && moved != nullptr) ++live_blocks;
       return moved;
     },
     [](const char* text) -> char* {
-      if (Due(Group::kXmlMemory, "strdup of libxml2") != 0) return nullptr;
+      if (Due(Group::kXml, "strdup of libxml2") != 0) return nullptr;
       ++live_blocks;
       return strdup(text);
     });

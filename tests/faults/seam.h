@@ -21,7 +21,6 @@ enum class Group : unsigned char {
   kFolder,
   kDirectory,
   kRoom,
-  kLength,
   kFlush,
   kStatus,
   kRights,
@@ -29,14 +28,12 @@ enum class Group : unsigned char {
   kLock,
   kMemory,
   kXml,
-  kXmlMemory,
   kSocket,
   kTransfer,
   kDatagram,
   kPoll,
   kResolver,
   kMachine,
-  kText,
   kCipher,
   kFtpLibrary,
 };
@@ -49,8 +46,9 @@ struct Fault {
   const char* kind;
   Group group;
   int error;
-  bool goes_on = false;  // the operation must not be impressed
-  bool lasts = false;    // from the n-th call on
+  bool goes_on = false;      // the operation must not be impressed
+  bool lasts = false;        // every later call of the group fails as well
+  bool begins_half = false;  // the n-th call still does half of its work
 };
 
 // Whether the calling thread's next calls meet a file system that knows neither files without a

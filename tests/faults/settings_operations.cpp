@@ -5,6 +5,7 @@
 
 #include "faults/operation.h"
 #include "platform/path.h"
+#include "platform/posix/profile_file.h"
 #include "settings/client_setting.h"
 #include "settings/client_setting_table.h"
 #include "settings/langage_manager.h"
@@ -23,9 +24,22 @@ void HoldClientIni(Stage& stage) {
               "[Setting]\r\nNupSetting=1\r\n; kept\r\nNameTray1=old\r\n");
 }
 
+// The texts, without the NULs that a writer did not come to cut off.
 Pieces ViewInis(Stage& stage) {
-  return {ReadNative(stage.product_native("config/Client.ini")),
-          ReadNative(stage.product_native("PrintProcessor/config.ini"))};
+  Pieces texts;
+  for (const char* const name : {"config/Client.ini", "PrintProcessor/config.ini"}) {
+    const std::string text = internal::ReadProfileFile(stage.product_native(name)).value_or("none");
+    texts.push_back(text.substr(0, text.find_last_not_of('\0') + 1));
+  }
+  return texts;
+}
+
+// Of more than a memory page, so that a second copy is written.
+void HoldLongConfigIni(Stage& stage) {
+  HoldClientIni(stage);
+  std::string text = "[Setting]\r\nNameTray1=old\r\n";
+  for (int i = 0; i < 500; ++i) text += "Key" + std::to_string(i) + "=a value\r\n";
+  WriteNative(stage.product_native("PrintProcessor/config.ini"), text);
 }
 
 using Client = CClientSetting;
@@ -47,7 +61,10 @@ constexpr auto kWriteLonger = [](Client& it) { return it.WritePrimPSIpAddr(L"a l
 constexpr auto kWriteShorter = [](Client& it) { return it.WritePrimPSIpAddr(L""); };
 constexpr auto kWriteClientIp = [](Client& it) { return it.WriteClientIP(L"10.1.1.1"); };
 constexpr auto kWriteNup = [](Client& it) { return it.WriteNupSetting(L"1,2,4"); };
+constexpr auto kWriteToner = [](Client& it) { return it.WriteTonerSaveDisp(1); };
+constexpr auto kWriteFont = [](Client& it) { return it.WriteFontImageDisp(1); };
 constexpr auto kWriteTimer = [](Client& it) { return it.WriteSpoolingJobSkipTimer(77); };
+constexpr auto kWriteRemnant = [](Client& it) { return it.WriteWorkaroundRemnantJob(77); };
 constexpr auto kWriteTrays = [](Client& it) {
   return it.WriteTrayData(3, L"new 1", 4, L"new 2", 0, L"new 3");
 };
@@ -117,24 +134,33 @@ Report LoadTexts(Stage& stage) {
 
 std::vector<Operation> SettingsOperations() {
   const Promise read = {L"CClientSetting::", 4, Throws::kForMemory};
-  const Promise written = {L"CClientSetting::", 5, Throws::kForMemory, {}, 0};
+  const Promise directory = read.Tells({120200600, 120200620, 120200640, 120200660});
+  const Promise config = Promise{L"CClientSetting::Write", 5, Throws::kForMemory}.Sure(0).Torn();
   // Those that give a value have no way to tell of a failure.
   const Promise quiet = kNoLineButBadAlloc;
+  const Promise client = quiet.Torn();
+  const Promise trays = config.Tells({120200880});
+  const Promise texts = {L"CLangageManager::GetHashTbl", 3};
   constexpr auto kReadAddress = &Client::ReadPrimPSIpAddr;
   return {
       {"ClientRead", HoldWholeClientIni, ReadWholeClientIni, read, ViewInis},
       {"ClientReadAddress", HoldClientIni, OnClient<kReadAddress>, quiet.Or(""), ViewInis},
       {"ClientReadFlag", HoldClientIni, OnClient<kReadFlag>, quiet.Or("0"), ViewInis},
       {"ClientReadRetry", HoldClientIni, OnClient<kReadRetry>, quiet.Or("100"), ViewInis},
-      {"ClientReadEmsDir", HoldClientIni, ReadEmsDir, read, ViewInis},
-      {"ClientWriteAddress", HoldClientIni, OnClient<kWriteLonger>, quiet, ViewInis},
-      {"ClientWriteShorter", HoldClientIni, OnClient<kWriteShorter>, quiet, ViewInis},
-      {"ClientWriteClientIp", HoldClientIni, OnClient<kWriteClientIp>, quiet.Sure(0), ViewInis},
-      {"ClientWriteTrays", HoldClientIni, OnClient<kWriteTrays>, written, ViewInis},
-      {"ClientWriteNup", HoldClientIni, OnClient<kWriteNup>, written, ViewInis},
-      {"ClientWriteTimer", HoldClientIni, OnClient<kWriteTimer>, written, ViewInis},
+      {"ClientReadEmsDir", HoldClientIni, ReadEmsDir, directory, ViewInis},
+      {"ClientWriteAddress", HoldClientIni, OnClient<kWriteLonger>, client, ViewInis},
+      {"ClientWriteShorter", HoldClientIni, OnClient<kWriteShorter>, client, ViewInis},
+      {"ClientWriteClientIp", HoldClientIni, OnClient<kWriteClientIp>, client.Sure(0), ViewInis},
+      {"ConfigTrays", HoldClientIni, OnClient<kWriteTrays>, trays, ViewInis},
+      {"ConfigLong", HoldLongConfigIni, OnClient<kWriteTrays>, trays.Torn(false), ViewInis},
+      {"ConfigNup", HoldClientIni, OnClient<kWriteNup>, config.Tells({120200910}), ViewInis},
+      {"ConfigToner", HoldClientIni, OnClient<kWriteToner>, config.Tells({120200930}), ViewInis},
+      {"ConfigFont", HoldClientIni, OnClient<kWriteFont>, config.Tells({120200960}), ViewInis},
+      {"ConfigTimer", HoldClientIni, OnClient<kWriteTimer>, config.Tells({120200990}), ViewInis},
+      {"ConfigRemnant", HoldClientIni, OnClient<kWriteRemnant>, config.Tells({120200990}),
+       ViewInis},
       {"SystemLoad", HoldSystemSettings, LoadSystemSettings, quiet},
-      {"Texts", HoldTexts, LoadTexts, {L"CLangageManager::", 3}},
+      {"Texts", HoldTexts, LoadTexts, texts.Tells({130213})},
   };
 }
 

@@ -165,24 +165,27 @@ std::vector<Operation> StorageOperations() {
   const Promise cipher = {nullptr, 0, Throws::kFailures};
   const Promise xml = {L"CXml::", 3};
   const Promise rows = {L"CXml::", 3, Throws::kForMemory};
+  const Promise created = rows.Torn().Tells({130106, 130108});
+  const Promise first = xml.Tells({130101}), changed = xml.Tells({130111});
   using Map = CMapStringToString;
   constexpr auto kFirst = &CXml::SelectFirstXMLStringValue;
   return {
       {"Hash", nullptr, Hash, cipher.Or("")},
       {"CipherBytes", nullptr, CipherBytes, cipher},
-      {"TextWrite", HoldText, WriteText, cipher, ViewText},
+      {"TextWrite", HoldText, WriteText, cipher.Torn(), ViewText},
       {"TextRead", HoldText, ReadText, cipher, ViewText},
       {"FileEncipher", HoldFiles, MakeFile<&CCrypto::CryptFileMake>, cipher, ViewMade},
       {"FileDecipher", HoldFiles, MakeFile<&CCrypto::DecryptFileMake>, cipher, ViewMade},
-      {"XmlSelectMap", nullptr, Select<CStringArray, Map, &CXml::SelectXMLStringValue>, xml},
-      {"XmlSelectFirst", nullptr, Select<CStringArray, Map, kFirst>, xml},
-      {"XmlSelectAll", nullptr, Select<CString, CStringArray, &CXml::SelectXMLStringValue>, xml},
-      {"XmlSelectRows", nullptr, SelectRows, rows},
-      {"XmlCreate", nullptr, ChangeText<kCreate>, xml},
-      {"XmlInsert", nullptr, ChangeText<kInsert>, xml},
-      {"XmlUpdate", nullptr, ChangeText<kUpdate>, xml},
-      {"XmlCreateFile", HoldDocument, CreateFile, rows, ViewDocument},
-      {"XmlInsertFile", HoldDocument, InsertIntoFile, xml, ViewDocument},
+      {"XmlSelectMap", nullptr, Select<CStringArray, Map, &CXml::SelectXMLStringValue>,
+       xml.Tells({130104})},
+      {"XmlSelectFirst", nullptr, Select<CStringArray, Map, kFirst>, first},
+      {"XmlSelectAll", nullptr, Select<CString, CStringArray, &CXml::SelectXMLStringValue>, first},
+      {"XmlSelectRows", nullptr, SelectRows, rows.Tells({130105})},
+      {"XmlCreate", nullptr, ChangeText<kCreate>, xml.Tells({130106})},
+      {"XmlInsert", nullptr, ChangeText<kInsert>, changed},
+      {"XmlUpdate", nullptr, ChangeText<kUpdate>, changed},
+      {"XmlCreateFile", HoldDocument, CreateFile, created, ViewDocument},
+      {"XmlInsertFile", HoldDocument, InsertIntoFile, changed.Torn().Tells({130108}), ViewDocument},
   };
 }
 
