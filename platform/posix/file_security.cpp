@@ -100,12 +100,19 @@ struct EffectiveAcl {
   }
 };
 
+// What cannot be told of a list is no right that is missing: whoever writes the list back would take
+// it away, from the owner too.
+int Require(int result) {
+  if (result < 0) throw std::bad_alloc();
+  return result;
+}
+
 unsigned PermissionsOf(acl_entry_t entry) {
   acl_permset_t set = nullptr;
   unsigned permissions = 0;
-  if (acl_get_permset(entry, &set) != 0) return 0;
+  Require(acl_get_permset(entry, &set));
   for (const unsigned one : kPermissions) {
-    if (acl_get_perm(set, one) == 1) permissions |= one;
+    if (Require(acl_get_perm(set, one)) == 1) permissions |= one;
   }
   return permissions;
 }
@@ -114,10 +121,10 @@ EffectiveAcl ReadAcl(acl_t acl) {
   EffectiveAcl read;
   unsigned mask = kAllPermissions;
   acl_entry_t entry = nullptr;
-  for (int which = ACL_FIRST_ENTRY; acl_get_entry(acl, which, &entry) == 1;
+  for (int which = ACL_FIRST_ENTRY; Require(acl_get_entry(acl, which, &entry)) == 1;
        which = ACL_NEXT_ENTRY) {
     acl_tag_t tag = ACL_UNDEFINED_TAG;
-    acl_get_tag_type(entry, &tag);
+    Require(acl_get_tag_type(entry, &tag));
     const unsigned permissions = PermissionsOf(entry);
     if (tag == ACL_USER_OBJ) read.owner = permissions;
     if (tag == ACL_GROUP_OBJ) read.group = permissions;

@@ -1,6 +1,8 @@
 // Utilities, locks and log calls.
 #include <unistd.h>
 
+#include <filesystem>
+
 #include "faults/operation.h"
 #include "foundation/file_lock.h"
 #include "foundation/log.h"
@@ -45,6 +47,16 @@ Report SetAccess(Stage& stage) {
   const CString path = kIsFile ? IniPath(stage) : CString(stage.WorkPath());
   stage.Made();
   return Reports(CUtil::SetFileAccess(path, L"users", kIsFile ? 1 : 0) == 1);
+}
+
+// The modes: on no account may the owner lose the file.
+Pieces ViewAccess(Stage& stage) {
+  Pieces modes;
+  for (const char* const name : {"work", "work/some.ini"}) {
+    const auto mode = std::filesystem::status(stage.native(name)).permissions();
+    modes.push_back(std::to_string(static_cast<unsigned>(mode)));
+  }
+  return modes;
 }
 
 Report LogonTime(Stage&) { return Reports(!CUtil::GetLogonDateTimeFromLSA().empty()); }
@@ -122,8 +134,8 @@ std::vector<Operation> FoundationOperations() {
       {"IniString", HoldIni, IniString, quiet.Or("")},
       {"IniInt", HoldIni, IniInt, quiet.Or("7")},
       {"ToUnicode", nullptr, ToUnicode, quiet.Or("")},
-      {"FileAccess", HoldIni, SetAccess<true>, rights},
-      {"FolderAccess", HoldIni, SetAccess<false>, rights},
+      {"FileAccess", HoldIni, SetAccess<true>, rights, ViewAccess},
+      {"FolderAccess", HoldIni, SetAccess<false>, rights, ViewAccess},
       {"LogonTime", BeginSession, LogonTime, util},
       {"Pattern", nullptr, Pattern, failure},
       {"ImageLogId", HoldDelimiter, ImageLogId, util.Tells({101414})},
