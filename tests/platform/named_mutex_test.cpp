@@ -23,7 +23,6 @@ namespace {
 using std::chrono::milliseconds;
 using std::chrono::steady_clock;
 
-constexpr std::uint32_t kLong = 20000;  // no wait of a sound mutex lasts so long
 constexpr uid_t kNobody = 65534;
 
 // A handle for a scope; for everybody, or with default attributes.
@@ -35,7 +34,8 @@ class Mutex {
     handle_.reset(CreateNamedMutex(&attributes, name));
     FreeDescriptor(attributes.lpSecurityDescriptor);
   }
-  WaitResult Wait(std::uint32_t time = kLong) { return WaitForNamedMutex(handle_.get(), time); }
+  // No wait of a sound mutex lasts so long.
+  WaitResult Wait(std::uint32_t time = 20000) { return WaitForNamedMutex(handle_.get(), time); }
   bool Release() { return ReleaseNamedMutex(handle_.get()); }
 
  private:
@@ -49,17 +49,9 @@ std::int32_t KeyOf(const std::wstring& name) {
 
 int SetOf(const std::wstring& name) { return FindMutexSet(IdentityOfMutex(name)).id; }
 
-// Takes and gives back with a handle of its own; what the wait gave.
-WaitResult TakeOnce(const std::wstring& name, std::uint32_t time = kLong) {
-  Mutex mutex(name);
-  const WaitResult result = mutex.Wait(time);
-  if (result == WaitResult::kAcquired || result == WaitResult::kAbandoned) mutex.Release();
-  return result;
-}
-
-// The same at once, on a thread of its own.
+// What another thread gets of a mutex at once.
 WaitResult TakeOnThread(const std::wstring& name) {
-  return std::async(std::launch::async, TakeOnce, name, 0).get();
+  return std::async(std::launch::async, ProbeMutex, name, true).get();
 }
 
 class NamedMutexTest : public ::testing::Test {
@@ -70,14 +62,15 @@ class NamedMutexTest : public ::testing::Test {
 
 TEST_F(NamedMutexTest, AWaitLastsItsTime) {
   const LockHolder owner(name_);
-  EXPECT_EQ(TakeOnce(name_, 0), WaitResult::kTimeout);
+  Mutex mutex(name_);
+  EXPECT_EQ(mutex.Wait(0), WaitResult::kTimeout);
 
   // Signals interrupt the wait, and must neither end nor lengthen it.
   std::signal(SIGALRM, [](int) {});
   const itimerval every_5_ms{{0, 5000}, {0, 5000}};
   setitimer(ITIMER_REAL, &every_5_ms, nullptr);
   const auto begin = steady_clock::now();
-  EXPECT_EQ(TakeOnce(name_, 1100), WaitResult::kTimeout);
+  EXPECT_EQ(mutex.Wait(1100), WaitResult::kTimeout);
   const auto lasted = steady_clock::now() - begin;
   const itimerval never{};
   setitimer(ITIMER_REAL, &never, nullptr);
@@ -160,7 +153,7 @@ TEST_F(NamedMutexTest, SetsOfOthersAreLeftAlone) {
 TEST_F(NamedMutexTest, AnUnfinishedSetIsCompleted) {
   const ForeignSet unfinished(KeyOf(name_), 19);
   EXPECT_EQ(SetOf(name_), -1);
-  EXPECT_EQ(TakeOnce(name_), WaitResult::kAcquired);
+  EXPECT_EQ(ProbeMutex(name_, true), WaitResult::kAcquired);
   EXPECT_EQ(SetOf(name_), unfinished.id);
 }
 
@@ -188,7 +181,11 @@ TEST_F(NamedMutexTest, RemovedSetIsMadeAnew) {
   Mutex idle(name_);
   const LockHolder owner(name_);
   const int set = SetOf(name_);
-  std::thread waiter([&] { EXPECT_EQ(TakeOnce(name_), WaitResult::kAcquired); });
+  std::thread waiter([&] {
+    Mutex mutex(name_);
+    EXPECT_EQ(mutex.Wait(), WaitResult::kAcquired);
+    EXPECT_TRUE(mutex.Release());
+  });
   while (semctl(set, 0, GETZCNT) == 0) std::this_thread::sleep_for(milliseconds(1));
   ASSERT_EQ(semctl(set, 0, IPC_RMID), 0);
   waiter.join();
@@ -215,10 +212,10 @@ TEST_F(NamedMutexTest, WhatAUserMadeForEverybodyIsNotHis) {
   if (geteuid() != 0) GTEST_SKIP() << "needs a second user";
   ChildProcess maker([&] {
     if (setresuid(kNobody, kNobody, kNobody) != 0) return 98;
-    return TakeOnce(name_) == WaitResult::kAcquired ? 0 : 1;
+    return ProbeMutex(name_, true) == WaitResult::kAcquired ? 0 : 1;
   });
   EXPECT_EQ(maker.Wait(), 0);
-  EXPECT_EQ(TakeOnce(name_), WaitResult::kAcquired);
+  EXPECT_EQ(ProbeMutex(name_, true), WaitResult::kAcquired);
   semid_ds status{};
   ASSERT_EQ(semctl(SetOf(name_), 0, IPC_STAT, &status), 0);
   EXPECT_EQ(status.sem_perm.uid, 0U);
@@ -228,8 +225,8 @@ TEST_F(NamedMutexTest, WhatAUserMadeForEverybodyIsNotHis) {
 TEST_F(NamedMutexTest, SessionsHaveTheirOwnNames) {
   // The sum of 1 for one that another process holds on the machine, and of 2 for one of the session.
   const auto held = [] {
-    return (TakeOnce(L"Global\\name", 0) == WaitResult::kTimeout ? 1 : 0) +
-           (TakeOnce(L"name", 0) == WaitResult::kTimeout ? 2 : 0);
+    return (ProbeMutex(L"Global\\name", true) == WaitResult::kTimeout ? 1 : 0) +
+           (ProbeMutex(L"name", true) == WaitResult::kTimeout ? 2 : 0);
   };
   Mutex local(L"name");
   Mutex global(L"Global\\name");

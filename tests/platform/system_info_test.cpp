@@ -55,7 +55,6 @@ TEST(SystemInfoTest, ThisMachineAnswers) {
   std::size_t room = 0;
   EXPECT_EQ(kErrorBufferOverflow, CurrentMachine().Network(parameters, room));
   EXPECT_EQ(kErrorSuccess, CurrentMachine().Network(parameters, room));
-  EXPECT_EQ(room, parameters.dns_servers.size());
   EXPECT_FALSE(CurrentMachine().NameServers().empty());
   std::size_t count = 0;
   EXPECT_EQ(kErrorInsufficientBuffer, CurrentMachine().Ipv4Addresses(nullptr, count));

@@ -80,17 +80,6 @@ TEST_F(XmlDocumentTest, KeepsWhatADocumentHolds) {
   for (const int too_deep : {257, 300000}) EXPECT_EQ(Reparsed(Nested(too_deep)), L"-");
 }
 
-TEST_F(XmlDocumentTest, SelectsByPathsOfNames) {
-  XmlDocument document;
-  ASSERT_TRUE(
-      document.Parse(L"<r><!--x--><q><a>1</a>t<a>2<b>3</b></a></q><q/><q><a>4</a></q>"
-                     L"<p:q xmlns:p='u'><a>5</a></p:q></r>"));
-  std::wstring texts;
-  for (const XmlElement& element : document.Select(L"r/q/a")) texts += element.text() + L" ";
-  for (const XmlElement& child : document.root()->children()) texts += child.name() + L" ";
-  EXPECT_EQ(texts, L"1 23 4 q q q p:q ");
-}
-
 TEST_F(XmlDocumentTest, RefusesWhatXmlCannotHoldAndChangesNothing) {
   XmlDocument document;
   XmlElement root = document.CreateRoot(L"r");
