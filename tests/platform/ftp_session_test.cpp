@@ -115,12 +115,11 @@ TEST_F(FtpSessionTest, TakesNoReplyOfAnotherKind) {
   }
 }
 
-// A connection that the server has closed is not made anew: the directory would be another one.
+// A connection that the server ends is not made anew: the directory would be another one.
 TEST_F(FtpSessionTest, ABrokenConnectionStaysBroken) {
   ScriptedFtpPeer peer;
   peer.On("CWD", [](Session& session, const std::string&) {
-    session.ReplyRaw("250 there\r\n421 you were idle\r\n");
-    return false;
+    return session.Reply("250 there\r\n421 you were idle");
   });
   WriteNative(native("a"), "bytes");
   ASSERT_NE(Connect(peer.port()), kNoFtpHandle);

@@ -37,6 +37,14 @@ TEST(TcpSocketTest, ConnectionCarriesBytesUntilThePeerCloses) {
     ASSERT_TRUE(count);
   }
   EXPECT_EQ(received, "hello!");
+  // The next bytes go out, and are answered by a reset: that is an error, and no signal.
+  bool is_sent = true;
+  for (int i = 0; is_sent && i < 5000; ++i) {
+    is_sent = SendTcp(socket.get(), "x", 1, milliseconds(5000));
+    std::this_thread::sleep_for(milliseconds(1));
+  }
+  EXPECT_FALSE(is_sent);
+  EXPECT_EQ(GetLastError(), kErrorConnectionReset);
 }
 
 // Signals interrupt the waits, and must neither end nor lengthen them.
