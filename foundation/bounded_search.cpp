@@ -72,6 +72,13 @@ class PatternMeter {
       case L'{':
         Repeat();
         break;
+      case L'*':
+      case L'+':
+      case L'?':
+        // Part of the element in front: a counted repetition that follows repeats both.
+        Skip(1);
+        ++groups_.back().last;
+        break;
       default:
         Skip(1);
         groups_.back().Add(1);
@@ -121,6 +128,7 @@ class PatternMeter {
       Skip(1);
       most = std::max(most, ReadNumber());
     }
+    Skip(1);
     Group& group = groups_.back();
     group.last = std::min(group.last * (most + 1), kMostElements + 1);
   }

@@ -4,7 +4,8 @@
 /// through, and tries out every way to match; it knows no limit of its own. Here it is stopped:
 ///
 /// - A pattern of more than 2000 elements is refused with error_space. An element is a character; a
-///   counted repetition is taken as written out, and a group counts five more.
+///   counted repetition is taken as written out, also one behind another, and a group counts five
+///   more.
 /// - A search that comes within 64 KiB and 1 KiB an element of the end of the thread's stack is
 ///   stopped with error_stack; a thread that has no more than that cannot search at all. A stack of
 ///   8 MiB carries a repetition over some 5,000 to 20,000 characters, one of 256 KiB over some 100
