@@ -119,16 +119,16 @@ class TQ_EXPORT CUtil {
   /// Cuts an image log id out of a text: the 36 characters in front of the first delimiter go to
   /// `id` (a buffer of at least 37 characters), and they and the delimiter are removed from the
   /// text, in place. 1 when that was done. 0, and nothing is changed, when a pointer is null, when
-  /// the text has no delimiter or fewer than 36 characters in front of it, or when the registry
-  /// gives no delimiter; the last leaves a line: level 2, number 101414,
+  /// the text has no delimiter or fewer than 36 characters in front of it, or when
+  /// GetImageLogIDDelimiter gives 0; the last leaves a line: level 2, number 101414,
   /// "CUtil::SepareteImaglogID", "イメログID取得処理無効で実施。".
   static int SepareteImaglogID(wchar_t* text, wchar_t* id);
 
   /// The delimiter behind an image log id, put into a buffer of at least 64 characters: the
   /// registry value ImageLogIDDelimiter under
   /// "SOFTWARE\ORV-INC\Velkorandia\Tessaloquin\Option" of the local machine, with Wow6432Node
-  /// behind SOFTWARE on an x64 processor. A longer value is cut to 63 characters. 1; or 0 and
-  /// "#SI#" when the value is missing or empty. 0 when the pointer is null.
+  /// behind SOFTWARE on an x64 processor. 1; or 0 and "#SI#" when the value is missing, empty or
+  /// longer than 63 characters. 0 when the pointer is null.
   static int GetImageLogIDDelimiter(wchar_t* delimiter);
 
   // ---- The machine ----
