@@ -18,9 +18,11 @@ namespace vk::tq {
 // ---- For programs that use the library. No class of the library calls these. ----
 
 /// Takes the mutex of that name for everybody ("D:(A;OICI;GA;;;WD)"), and waits for it for 60000
-/// ms. A mutex whose owner ended without a release is taken over. Null on failure, with one line at
-/// level 4, number 100800531, "GetManageFileMutex". The name "Global\KITORA_QTL_PRINT_MLTTHREAD"
-/// stands for the thread that feeds jobs in; any other name counts as the job management files.
+/// ms. A mutex whose owner ended without a release is taken over. Null when it cannot be
+/// opened or the time is up, with one line at level 4, number 100800531, "GetManageFileMutex". A
+/// wait that fails in another way (kFailed) does not count: without a line it gives a handle that
+/// owns nothing. The name "Global\KITORA_QTL_PRINT_MLTTHREAD" stands for the thread that feeds jobs
+/// in; any other name counts as the job management files.
 TQ_EXPORT HANDLE GetManageFileMutex(const CString& name);
 
 /// Releases and closes the mutex. Null does nothing. Always null.

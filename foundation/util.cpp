@@ -104,7 +104,7 @@ int CUtil::SetFileAccess(const CString& path, const wchar_t* account, int mode) 
   try {
     AccountId id;
     AccessList list;
-    step = LookUpAccount(account, id);
+    step = LookUpAccount(account == nullptr ? L"" : account, id);
     if (step == SecurityStep::kNone) step = ReadAccessList(path, list);
     if (step == SecurityStep::kNone) {
       step = WriteAccessList(path, GrantFullAccess(list, id, mode));

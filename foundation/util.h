@@ -10,8 +10,8 @@ namespace vk::tq {
 class TQ_EXPORT CUtil {
  public:
   /// The path of a shell folder, without a backslash at its end: 35 is the application data of all
-  /// users, 26 that of the user. Any other number gives "C:\Documents and Settings\All
-  /// Users\Application Data". Never empty.
+  /// users, 26 that of the user. Any other number, and a folder that cannot be had, gives
+  /// "C:\Documents and Settings\All Users\Application Data". Never empty.
   static CString GetSpecialFolderPath(int folder);
 
   /// Drive and directory of the running program, with the last backslash; empty when they cannot be
@@ -63,7 +63,7 @@ class TQ_EXPORT CUtil {
   /// `account` is a user or group of this machine. Mode 1 is for files; any other mode also lets
   /// what is made in a directory inherit the access. 1 on success. On failure 0 and one line: level
   /// 2, number 0, "CUtil::SetFileAccess", with the last error as code and a text for the step that
-  /// failed ("SID取得失敗" when there is no such account).
+  /// failed ("SID取得失敗" when there is no such account, or null is given).
   static int SetFileAccess(const CString& path, const wchar_t* account, int mode);
 
   // ---- Time and logon ----
