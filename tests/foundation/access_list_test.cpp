@@ -60,9 +60,11 @@ TEST_F(SetFileAccessTest, AFileAndWhatWillBeInAFolderAreGivenToTheGroup) {
     EXPECT_EQ(std::ranges::count(list.entries, users, &AccessEntry::account), 1);
   }
   EXPECT_EQ(CUtil::SetFileAccess(path(L"none"), L"power users", 1), 0);
+  EXPECT_EQ(CUtil::SetFileAccess(path(L"none"), nullptr, 1), 0);
   EXPECT_EQ(CUtil::SetFileAccess(L"\\proc\\self\\status", L"users", 1), 0);
   const wchar_t* const function = L"CUtil::SetFileAccess";
-  EXPECT_THAT(log_.lines(), ElementsAre(LogLine{2, 0, function, L"SID取得失敗", {}, 1332},
+  const LogLine no_account{2, 0, function, L"SID取得失敗", {}, 1332};
+  EXPECT_THAT(log_.lines(), ElementsAre(no_account, no_account,
                                         LogLine{2, 0, function, L"SetFileSecurity失敗", {}, 50}));
 }
 

@@ -77,6 +77,8 @@ TEST_F(UtilPatternTest, AHeavySearchIsStopped) {
       {L"aaaa", L"(?:(?:(?:(?:a*)*)*)*)*b", error_complexity},
       {L"", L"(?:|){40}x", error_complexity},
       {long_text, L"^(a|b)*x", error_stack},
+      {L"", L"(?:|){10}{30}{50}", error_space},
+      {L"", L"(?:|)??{30}?{50}", error_space},
       {L"a", Repeat(L"(", 100'000) + Repeat(L")", 100'000), error_space},
       {L"a", L"(((a{100}){100}){100}){100}", error_space},
       {L"a", L"(?:|[\\]({](?:|){9}){300}", error_space},
@@ -129,12 +131,13 @@ TEST_F(UtilPatternTest, AnImageLogIdIsCutOut) {
       {L"#SI#", L"見積" + id + L"#SI#" + id + L"#SI#", 1, L"見積" + id + L"#SI#"},
       // The first delimiter counts, even where it stands too early.
       {L"#SI#", L"#SI#" + id + L"#SI#", 0, L"#SI#" + id + L"#SI#"},
-      {long_delimiter + L"lost", L"x" + id + long_delimiter + L"rest", 1, L"xrest"},
-      // Without the registry value the function is off.
-      {L"", id + L"#SI#", 0, id + L"#SI#"}};
+      {long_delimiter, L"x" + id + long_delimiter + L"rest", 1, L"xrest"},
+      // Without the registry value, or with one that is too long, the function is off.
+      {L"", id + L"#SI#", 0, id + L"#SI#"},
+      {long_delimiter + L"y", id + long_delimiter + L"y", 0, id + long_delimiter + L"y"}};
+  const LogLine off{2, 101414, L"CUtil::SepareteImaglogID", L"イメログID取得処理無効で実施。"};
   for (const char* key : {"SOFTWARE\\Wow6432Node\\ORV-INC", "SOFTWARE\\ORV-INC"}) {
     for (const auto& [delimiter, whole, result, left] : cases) {
-      EXPECT_THAT(log_.lines(), IsEmpty());
       WriteNative(native("registry.ini"),
                   "[" + std::string(key) + "\\Velkorandia\\Tessaloquin\\Option]\r\n" +
                       "ImageLogIDDelimiter = " + ToUtf8(delimiter) + "\r\n");
@@ -144,8 +147,7 @@ TEST_F(UtilPatternTest, AnImageLogIdIsCutOut) {
       EXPECT_EQ(left, text.c_str());
       EXPECT_EQ(result == 1 ? id + L'\0' + L'|' : std::wstring(38, L'|'), buffer);
     }
-    EXPECT_THAT(log_.lines(), ElementsAre(LogLine{2, 101414, L"CUtil::SepareteImaglogID",
-                                                  L"イメログID取得処理無効で実施。"}));
+    EXPECT_THAT(log_.lines(), ElementsAre(off, off));
     log_.Clear();
     processor.number = 12;
   }
