@@ -57,7 +57,6 @@ DnsServer::DnsServer(const std::vector<std::string>& zones, const std::vector<st
                      const std::string& address, std::uint16_t port) {
   const std::string configuration = folder_.native("unbound.conf");
   const std::string output = folder_.native("output");
-  std::string said;
   // Between the choice of a port and the start somebody else may take it.
   for (int attempt = 0; attempt < 5; ++attempt) {
     port_ = port != 0 ? port : FreePort();
@@ -67,13 +66,13 @@ DnsServer::DnsServer(const std::vector<std::string>& zones, const std::vector<st
       dup2(open(output.c_str(), O_WRONLY), STDERR_FILENO);
       return execl(kProgram, kProgram, "-d", "-c", configuration.c_str(), nullptr);
     });
+    std::string said;
     for (int i = 0; i < 4000 && said.find("fatal error") == std::string::npos; ++i) {
       usleep(5000);
       said = ReadNative(output);
       if (said.find("start of service") != std::string::npos) return;
     }
     Stop();
-    said.clear();
   }
   throw std::runtime_error("unbound does not start: " + ReadNative(output));
 }

@@ -14,9 +14,6 @@ constexpr const char* kProgram = "/usr/sbin/proftpd";
 // SHA-256 crypt of the password.
 constexpr const char* kPasswordHash = "$5$tqtqtqtq$awdvyizpKW5NSjywPZ6fOfmycCLvfVSYHqQUX9L5GH/";
 
-std::string UserName() { return getpwuid(getuid())->pw_name; }
-std::string GroupName() { return getgrgid(getgid())->gr_name; }
-
 }  // namespace
 
 FtpServer::FtpServer() : server_([this](const Peer& control, int) { StartSession(control); }) {
@@ -27,8 +24,8 @@ FtpServer::FtpServer() : server_([this](const Peer& control, int) { StartSession
   std::filesystem::permissions(folder_.native("accounts"), std::filesystem::perms::owner_read);
   std::ostringstream text;
   text << "ServerName test\nServerType inetd\nDefaultServer on\n"
-       << "DefaultAddress 127.0.0.1\nPort " << port() << "\nUser " << UserName() << "\nGroup "
-       << GroupName() << "\nAuthOrder mod_auth_file.c\nAuthPAM off\n"
+       << "DefaultAddress 127.0.0.1\nPort " << port() << "\nUser " << getpwuid(getuid())->pw_name
+       << "\nGroup " << getgrgid(getgid())->gr_name << "\nAuthOrder mod_auth_file.c\nAuthPAM off\n"
        << "AuthUserFile " << folder_.native("accounts") << "\nRootLogin on\n"
        << "RequireValidShell off\nUseFtpUsers off\nUseReverseDNS off\nUseEncoding off\n"
        << "AllowOverwrite on\nDelayEngine off\nWtmpLog off\nScoreboardFile none\n"

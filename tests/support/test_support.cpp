@@ -1,6 +1,5 @@
 #include "support/test_support.h"
 
-#include <fcntl.h>
 #include <poll.h>
 #include <signal.h>
 #include <sys/eventfd.h>
