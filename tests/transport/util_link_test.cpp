@@ -190,6 +190,7 @@ TEST_F(UtilLinkTest, TheSecondServerIsAskedWhenTheFirstFails) {
   EXPECT_EQ(L"192.0.2.2", name_);
   machine_.servers = {longest, "127.0.0.1"};
   EXPECT_EQ(static_cast<long>(kDnsRefused), CUtilLink::GetFQDN(L"192.0.2.2", name_));
+  EXPECT_EQ(0, CUtilLink::GetFQDN(L"192.0.2.1", name_)) << "the second one is not asked any more";
 }
 
 TEST_F(UtilLinkTest, WhatCannotBeAskedIsNotAsked) {
