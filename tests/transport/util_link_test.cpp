@@ -36,17 +36,20 @@ class ConfiguredMachine : public Machine {
 
 class UtilLinkTest : public ProductTest {
  protected:
-  // The caller's part of the cache, and what one call gives.
-  int Conform(const std::wstring& address, int tries = 1, int valid_minutes = 60) {
-    return CUtilLink::ConformFQDN(address, name_, cache_, tries, valid_minutes, resolve_time_);
+  // "result name cache age"
+  std::string Conform(const std::wstring& address, int tries = 1, int valid_minutes = 60) {
+    const int result =
+        CUtilLink::ConformFQDN(address, name_, cache_, tries, valid_minutes, resolve_time_);
+    return std::to_string(result) + " " + ToUtf8(name_ + L" " + cache_) + " " +
+           std::to_string(clock_.now - resolve_time_);
   }
 
   void UsePort(std::uint16_t port) { port_.emplace(Service::kDns, port); }
 
+  TestClock clock_;
   std::wstring name_ = L"old";
   std::wstring cache_;
-  std::int64_t resolve_time_ = 0;
-  TestClock clock_;
+  std::int64_t resolve_time_ = clock_.now - 7200;
   ScopedClock use_clock_{clock_};
   ConfiguredMachine machine_;
   ScopedMachine use_machine_{machine_};
@@ -66,19 +69,13 @@ DnsPeer::Answer AlwaysNamed(const std::string& host) {
 TEST_F(UtilLinkTest, AnAddressBecomesItsNameAndStaysInTheCacheForItsLife) {
   DnsServer server({"127.in-addr.arpa."}, {"1.0.0.127.in-addr.arpa. PTR printer.example.jp."});
   UsePort(server.port());
-  const std::int64_t asked = clock_.now;
-
-  EXPECT_EQ(1, Conform(L"127.0.0.1", 3));
-  EXPECT_EQ(L"printer.example.jp", name_);
-  EXPECT_EQ(L"127.0.0.1@printer.example.jp", cache_);
-  EXPECT_EQ(asked, resolve_time_);
+  const std::string named = "1 printer.example.jp 127.0.0.1@printer.example.jp ";
+  EXPECT_EQ(named + "0", Conform(L"127.0.0.1", 3));
 
   // At the end of its life the entry still counts, and without a server nothing else could.
   server.Stop();
-  clock_.now = asked + 3600;
-  EXPECT_EQ(1, Conform(L"127.0.0.1"));
-  EXPECT_EQ(L"printer.example.jp", name_);
-  EXPECT_EQ(asked, resolve_time_);
+  clock_.now += 3600;
+  EXPECT_EQ(named + "3600", Conform(L"127.0.0.1"));
   const std::string entry = "( IP:127.0.0.1 , FQDN:printer.example.jp )";
   EXPECT_THAT(
       log_.texts(),
@@ -98,11 +95,8 @@ TEST_F(UtilLinkTest, AnAddressBecomesItsNameAndStaysInTheCacheForItsLife) {
           "0 CUtilLink::ConformFQDN START",
           "2 CUtilLink::ConformFQDN FQDNをキャッシュから取得" + entry));
 
-  clock_.now = asked + 3601;
-  EXPECT_EQ(0, Conform(L"127.0.0.1"));
-  EXPECT_EQ(L"127.0.0.1", name_);
-  EXPECT_EQ(L"127.0.0.1@127.0.0.1", cache_);
-  EXPECT_EQ(asked, resolve_time_);
+  ++clock_.now;
+  EXPECT_EQ("0 127.0.0.1 127.0.0.1@127.0.0.1 3601", Conform(L"127.0.0.1"));
 }
 
 TEST_F(UtilLinkTest, TheRulesOfTheCache) {
@@ -112,36 +106,33 @@ TEST_F(UtilLinkTest, TheRulesOfTheCache) {
     const wchar_t* cache;
     std::int64_t age;
     int valid_minutes;
-    const wchar_t* name;
+    std::string name;
     bool is_asked;
   } kCases[] = {
-      {L"192.0.2.1@kept", 61, 1, L"na\\064me", true},
-      {L"192.0.2.1@kept", -100000, 1, L"kept", false},
-      {L"192.0.2.1@kept", 0, 0, L"na\\064me", true},
-      {L"192.0.2.9@kept", 0, 60, L"na\\064me", true},
-      {L"192.0.2.1@kept@third", 0, 60, L"kept", false},
-      {L"192.0.2.1", 0, 60, L"", false},
-      {L"@192.0.2.1@kept", 0, 60, L"na\\064me", true},
-      {L"192.0.2.1@kept", 1'700'000'000, 2'000'000'000, L"kept", false},
+      {L"192.0.2.1@kept", 61, 1, "na\\064me", true},
+      {L"192.0.2.1@kept", -100000, 1, "kept", false},
+      {L"192.0.2.1@kept", 0, 0, "na\\064me", true},
+      {L"192.0.2.9@kept", 0, 60, "na\\064me", true},
+      {L"192.0.2.1@kept@third", 0, 60, "kept", false},
+      {L"192.0.2.1", 0, 60, "", false},
+      {L"@192.0.2.1@kept", 0, 60, "na\\064me", true},
+      {L"192.0.2.1@kept", 1'700'000'000, 2'000'000'000, "kept", false},
   };
   int asked = 0;
   for (const auto& test : kCases) {
-    SCOPED_TRACE(&test - kCases);
     cache_ = test.cache;
     resolve_time_ = clock_.now - test.age;
-    EXPECT_EQ(1, Conform(L"192.0.2.1", 1, test.valid_minutes));
-    EXPECT_EQ(test.name, name_);
-    EXPECT_EQ(std::wstring(L"192.0.2.1@") + test.name, cache_);
-    EXPECT_EQ(test.is_asked ? clock_.now : clock_.now - test.age, resolve_time_);
+    EXPECT_EQ("1 " + test.name + " 192.0.2.1@" + test.name + " " +
+                  std::to_string(test.is_asked ? 0 : test.age),
+              Conform(L"192.0.2.1", 1, test.valid_minutes))
+        << ToUtf8(test.cache);
     EXPECT_EQ(asked += test.is_asked, peer.questions());
   }
 }
 
 TEST_F(UtilLinkTest, AHostNameIsUsedAsItIs) {
   for (const std::wstring host : {L"プリンタ", L"fe80::1", L"192.0.2.01", L"a@b", L""}) {
-    EXPECT_EQ(1, Conform(host, 3));
-    EXPECT_EQ(host, name_);
-    EXPECT_EQ(host + L"@" + host, cache_);
+    EXPECT_EQ("1 " + ToUtf8(host + L" " + host + L"@" + host) + " 7200", Conform(host, 3));
     EXPECT_EQ(
         "3 CUtilLink::ConformFQDN IPアドレス形式でないため、ホスト名をそのまま設定( "
         "ホスト名:" +
@@ -155,10 +146,7 @@ TEST_F(UtilLinkTest, FailedTriesLeaveTheAddressAsTheName) {
   DnsPeer peer(Always({.code = 3}));
   UsePort(peer.port());
   cache_ = L"192.0.2.1@old";
-  EXPECT_EQ(0, Conform(L"192.0.2.1", 3));
-  EXPECT_EQ(L"192.0.2.1", name_);
-  EXPECT_EQ(L"192.0.2.1@192.0.2.1", cache_);
-  EXPECT_EQ(0, resolve_time_);
+  EXPECT_EQ("0 192.0.2.1 192.0.2.1@192.0.2.1 7200", Conform(L"192.0.2.1", 3));
   EXPECT_EQ(3, peer.questions());
   EXPECT_EQ(log_.texts(3),
             std::vector<std::string>(
