@@ -67,11 +67,9 @@ int CUtil::GetImageLogIDDelimiter(wchar_t* delimiter) {
   const CString value = ReadRegistryString(
       is_x64 ? L"SOFTWARE\\Wow6432Node\\ORV-INC\\Velkorandia\\Tessaloquin\\Option"
              : L"SOFTWARE\\ORV-INC\\Velkorandia\\Tessaloquin\\Option",
-      L"ImageLogIDDelimiter", kSize + 1);
-  // One more was read, to tell a value that does not fit: its beginning is no delimiter.
-  const bool is_usable = !value.empty() && value.size() < kSize;
-  std::wcscpy(delimiter, is_usable ? value.c_str() : L"#SI#");
-  return is_usable;
+      L"ImageLogIDDelimiter", kSize);
+  std::wcscpy(delimiter, value.empty() ? L"#SI#" : value.c_str());
+  return !value.empty();
 }
 
 }  // namespace vk::tq

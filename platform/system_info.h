@@ -114,8 +114,8 @@ class ScopedMachine {
   Machine* old_;
 };
 
-/// A text of the registry's local machine hive, cut to a buffer of so many characters, terminator
-/// included; empty when there is no such key or value. Here the hive is an INI file: the path of a
+/// A text of the registry's local machine hive; empty when there is no such key or value, or it does
+/// not fit a buffer of so many characters, terminator included. Here the hive is an INI file: the path of a
 /// key is a section, a value's name a key.
 std::wstring ReadRegistryString(std::wstring_view key, std::wstring_view value, std::size_t size);
 

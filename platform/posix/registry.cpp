@@ -1,3 +1,5 @@
+#include <utility>
+
 #include "platform/path.h"
 #include "platform/profile.h"
 #include "platform/system_info.h"
@@ -7,7 +9,9 @@ namespace vk::tq {
 std::wstring ReadRegistryString(std::wstring_view key, std::wstring_view value, std::size_t size) {
   const std::string hive =
       EnvironmentOverride("TQ_REGISTRY").value_or("/etc/velkorandia/registry.ini");
-  return Profile(PathFromNative(hive)).GetString(key, value, L"", size);
+  // One more, to tell what does not fit.
+  std::wstring text = Profile(PathFromNative(hive)).GetString(key, value, L"", size + 1);
+  return text.size() < size ? std::move(text) : std::wstring();
 }
 
 }  // namespace vk::tq
