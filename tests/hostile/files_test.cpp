@@ -42,18 +42,6 @@ class PlantedTest : public StoreTest, public ::testing::WithParamInterface<Store
     return contents;
   }
 
-  // The files that writing a version changes.
-  std::vector<std::string> FilesOf(int version) {
-    const Contents before = Take();
-    EXPECT_TRUE(GetParam().write(0, version));
-    std::vector<std::string> changed;
-    for (const auto& [native, bytes] : Take()) {
-      const auto old = before.find(native);
-      if (old == before.end() || old->second != bytes) changed.push_back(native);
-    }
-    return changed;
-  }
-
   const std::string victim_ = native("victim");
 };
 
@@ -65,11 +53,14 @@ TEST_P(PlantedTest, NothingIsFollowedOrWaitedFor) {
       {"pipe", [](const std::string& at) { mkfifo(at.c_str(), 0666); }},
       {"folder", [](const std::string& at) { fs::create_directory(at); }}};
   ASSERT_TRUE(GetParam().write(0, 1));
-  const std::vector<std::string> files = FilesOf(2);
-  ASSERT_FALSE(files.empty());
+  const Contents before = Take();
+  ASSERT_TRUE(GetParam().write(0, 2));
   const Contents whole = Take();
-  for (const auto& [name, put] : kPlants) {
-    for (const std::string& file : files) {
+  int files = 0;
+  for (const auto& [file, contents] : whole) {
+    if (before.contains(file) && before.at(file) == contents) continue;
+    ++files;
+    for (const auto& [name, put] : kPlants) {
       SCOPED_TRACE(std::string(name) + " in place of " + file);
       fs::remove(file);
       put(file);
@@ -88,29 +79,7 @@ TEST_P(PlantedTest, NothingIsFollowedOrWaitedFor) {
       ASSERT_EQ(2, GetParam().read(0) % 1000);
     }
   }
-}
-
-TEST_P(PlantedTest, RightsAreLeftAsTheyAre) {
-  ASSERT_TRUE(GetParam().write(0, 1));
-  const std::vector<std::string> files = FilesOf(2);
-  fs::permissions(temp_.native(), fs::perms(0755));
-  for (const fs::perms mode : {fs::perms(0444), fs::perms::none}) {
-    for (const std::string& file : files) {
-      fs::permissions(file, mode);
-      fs::permissions(fs::path(file).parent_path(), fs::perms(0555));
-    }
-    ChildProcess stranger([&] {
-      if (!BecomeNobody()) return 98;
-      return GetParam().write(0, 3) && GetParam().read(0) == 3 ? 1 : 0;
-    });
-    EXPECT_EQ(0, stranger.Wait());
-    for (const std::string& file : files) {
-      EXPECT_EQ(mode, fs::status(file).permissions()) << file;
-      fs::permissions(fs::path(file).parent_path(), fs::perms(0755));
-      fs::permissions(file, fs::perms(0644));
-    }
-    EXPECT_EQ(2, GetParam().read(0));
-  }
+  EXPECT_LT(0, files);
 }
 
 std::vector<Store> StoresInPlace() {
