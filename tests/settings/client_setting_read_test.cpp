@@ -77,22 +77,22 @@ class ClientSettingReadTest : public ProductTest {
   // The member of a key.
   std::wstring ValueOf(std::wstring_view name) const {
     std::wstring text;
-    const auto show = [&](auto member) {
-      if constexpr (std::is_same_v<decltype(member), CString C::*>) {
-        text = setting_.*member;
+    const auto show = [&](const auto& value) {
+      if constexpr (std::is_arithmetic_v<std::decay_t<decltype(value)>>) {
+        text = std::to_wstring(value);
       } else {
-        text = std::to_wstring(setting_.*member);
+        text = value;
       }
     };
-    const auto show_it = [&](const auto& key) {
+    const auto show_member = [&](const auto& key) {
       if (key.key != name) return;
-      if constexpr (std::is_same_v<decltype(key), const NumberKey&>) {
-        std::visit(show, key.member);
+      if constexpr (requires { key.accepted; }) {
+        std::visit([&](auto member) { show(setting_.*member); }, key.member);
       } else {
-        show(key.member);
+        show(setting_.*key.member);
       }
     };
-    for (const ClientKey& key : kClientKeys) std::visit(show_it, key);
+    for (const ClientKey& key : kClientKeys) std::visit(show_member, key);
     return text;
   }
 

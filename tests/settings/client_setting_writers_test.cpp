@@ -24,7 +24,7 @@ class ClientSettingWritersTest : public ProductTest {
   C setting_;
 };
 
-TEST_F(ClientSettingWritersTest, ClientIniKeysChangeAlone) {
+TEST_F(ClientSettingWritersTest, ClientIniKeysChangeAloneAndOnOneLine) {
   const auto read = [&] {
     return setting_.ReadPrimPSIpAddr() + L"," + setting_.ReadScndPSIpAddr() + L"," +
            std::to_wstring(setting_.ReadSvIpGetAutoFlg());
@@ -34,35 +34,26 @@ TEST_F(ClientSettingWritersTest, ClientIniKeysChangeAlone) {
            "[Other]\r\nP1=x\r\n[Setting]\r\nP1 = \" a \"\r\nServerAutoSetting=2x\r\n"
            "[Thread]\r\nPrinterInfoCycle=1\r\n");
   EXPECT_EQ(read(), L" a ,,2") << "not trimmed, no substitute";
-  EXPECT_EQ(setting_.WritePrimPSIpAddr(L"192.0.2.1"), 1);
+  EXPECT_EQ(setting_.WritePrimPSIpAddr(L"c\nP2=d"), 1);
   EXPECT_EQ(setting_.WriteSvIpGetAutoFlg(L"1"), 1);
-  EXPECT_EQ(setting_.WriteScndPSIpAddr(L"192.0.2.2"), 1);
-  EXPECT_EQ(setting_.WriteClientIP(L"192.0.2.3"), 1);
+  EXPECT_EQ(setting_.WriteScndPSIpAddr(CString(L"e\0f", 3)), 1);
+  EXPECT_EQ(setting_.WriteClientIP(L"a\r\nb"), 1);
   EXPECT_EQ(ReadIni(kClientIni),
-            "[Other]\r\nP1=x\r\n[Setting]\r\nP1 = 192.0.2.1\r\nServerAutoSetting=1\r\n"
-            "P1Secondary=192.0.2.2\r\nClientIPAddress=192.0.2.3\r\n"
-            "[Thread]\r\nPrinterInfoCycle=1\r\n");
-  EXPECT_EQ(read(), L"192.0.2.1,192.0.2.2,1");
+            "[Other]\r\nP1=x\r\n[Setting]\r\nP1 = c P2=d\r\nServerAutoSetting=1\r\n"
+            "P1Secondary=e\r\nClientIPAddress=a b\r\n[Thread]\r\nPrinterInfoCycle=1\r\n");
+  EXPECT_EQ(read(), L"c P2=d,e,1");
 
   // A file that cannot be written.
   std::filesystem::remove_all(product_native("config"));
-  EXPECT_EQ(setting_.WritePrimPSIpAddr(L"a"), 0);
-  EXPECT_EQ(setting_.WriteScndPSIpAddr(L"a"), 0);
+  EXPECT_EQ(setting_.WritePrimPSIpAddr(L"a") + setting_.WriteScndPSIpAddr(L"a"), 0);
   EXPECT_EQ(setting_.WriteSvIpGetAutoFlg(L"a"), 0);
   EXPECT_EQ(setting_.WriteClientIP(L"a"), 1);
   EXPECT_EQ(log_.lines(), Lines{});
 }
 
-TEST_F(ClientSettingWritersTest, ATextIsWrittenOnOneLine) {
+TEST_F(ClientSettingWritersTest, ConfigIniTextsAreWrittenOnOneLine) {
   std::filesystem::create_directory(product_native("PrintProcessor"));
-  const CString nul(1, L'\0');
-  EXPECT_EQ(setting_.WriteClientIP(L"a\r\nb"), 1);
-  EXPECT_EQ(setting_.WritePrimPSIpAddr(L"c\nP2=d"), 1);
-  EXPECT_EQ(setting_.WriteScndPSIpAddr(L"e" + nul + L"f"), 1);
-  EXPECT_EQ(ReadIni(kClientIni),
-            "[Setting]\r\nClientIPAddress=a b\r\nP1=c P2=d\r\nP1Secondary=e\r\n");
-
-  EXPECT_EQ(setting_.WriteTrayData(3, L"a\rb", 4, nul + L"c", 5, L"d"), 1);
+  EXPECT_EQ(setting_.WriteTrayData(3, L"a\rb", 4, CString(L"\0c", 2), 5, L"d"), 1);
   EXPECT_EQ(setting_.WriteNupSetting(L"1,2\n"), 1);
   EXPECT_EQ(ReadIni(kConfigIni),
             "[Setting]\r\nUseTray1=3\r\nNameTray1=a b\r\nUseTray2=4\r\nNameTray2=トレイ2\r\n"
@@ -132,30 +123,33 @@ TEST_F(ClientSettingWritersTest, TraysThatAreNotGoodGetTheirDefaults) {
             "NameTray2=トレイ2\nUseTray3=0\nNameTray3=トレイ3\n");
 }
 
-// The rows are compared with the document by settings_document_test.cpp.
-const std::pair<client_keys::NumberWriter, int (C::*)(int)> kWriters[] = {
-    {client_keys::kTonerSaveDisp, &C::WriteTonerSaveDisp},
-    {client_keys::kFontImageDisp, &C::WriteFontImageDisp},
-    {client_keys::kSpoolingJobSkipTimer, &C::WriteSpoolingJobSkipTimer},
-    {client_keys::kWorkaroundRemnantJob, &C::WriteWorkaroundRemnantJob}};
+// The row, the writer, and what the row has to say: the key, its limit, its default, its warning.
+using client_keys::NumberWriter;
+const std::tuple<NumberWriter, int (C::*)(int), std::string, int, int, int> kWriters[] = {
+    {client_keys::kTonerSaveDisp, &C::WriteTonerSaveDisp, "TonerSaveDisp", 1, 0, 120200910},
+    {client_keys::kFontImageDisp, &C::WriteFontImageDisp, "FontImageDisp", 1, 0, 120200940},
+    {client_keys::kSpoolingJobSkipTimer, &C::WriteSpoolingJobSkipTimer, "SpoolingJobSkipTimer",
+     9999, 180, 120200970},
+    {client_keys::kWorkaroundRemnantJob, &C::WriteWorkaroundRemnantJob, "WorkaroundRemnantJob",
+     9999, 0, 120200970}};
 
 TEST_F(ClientSettingWritersTest, NumbersThatAreNotGoodGetTheirDefaults) {
   EXPECT_EQ(setting_.WriteTrayData(0, L"a", 0, L"b", 0, L"c"), 1) << "no folder, nobody looks";
   EXPECT_EQ(setting_.WriteNupSetting(L"1"), 1);
-  for (const auto& [row, write] : kWriters) EXPECT_EQ((setting_.*write)(0), 1);
+  EXPECT_EQ(setting_.WriteTonerSaveDisp(0), 1);
   std::filesystem::create_directory(product_native("PrintProcessor"));
-  for (const auto& [row, write] : kWriters) {
-    for (const int value : {0, row.most, row.most + 1, -1}) {
-      const bool is_good = value >= 0 && value <= row.most;
-      const int written = is_good ? value : row.default_value;
-      Lines lines = {{3, row.bad, row.function, Format(row.bad_text, written)},
-                     {3, row.written, row.function, Format(row.written_text, written)}};
+  for (const auto& [row, write, key, most, default_value, bad] : kWriters) {
+    for (const int value : {0, most, most + 1, -1}) {
+      const bool is_good = value >= 0 && value <= most;
+      const int written = is_good ? value : default_value;
+      Lines lines = {{3, bad, row.function, Format(row.bad_text, written)},
+                     {3, bad + 10, row.function, Format(row.written_text, written)}};
       if (is_good) lines.erase(lines.begin());
       log_.Clear();
       EXPECT_EQ((setting_.*write)(value), 1);
       EXPECT_EQ(log_.lines(3), lines);
       EXPECT_THAT(ReadIni(kConfigIni),
-                  ::testing::HasSubstr(ToUtf8(row.key) + "=" + std::to_string(written) + "\r\n"));
+                  ::testing::HasSubstr(key + "=" + std::to_string(written) + "\r\n"));
     }
   }
 }

@@ -1,9 +1,9 @@
-// Keeps docs/settings.md true: every row of its tables must hold what the tables of the code say.
+// Keeps docs/settings.md true: every row on Client.ini and on the system settings must hold what the
+// tables of the code say.
 #include <limits>
 #include <sstream>
 
 #include "settings/client_setting_table.h"
-#include "settings/client_setting_writer_table.h"
 #include "support/test_support.h"
 
 namespace vk::tq::testing {
@@ -52,22 +52,6 @@ std::vector<Facts> ClientIniRows() {
   return rows;
 }
 
-std::vector<Facts> ConfigIniRows() {
-  std::vector<Facts> rows;
-  for (const Tray& tray : kTrays) {
-    rows.push_back(
-        {Code(tray.use_key), Cell("0 or " + std::to_string(tray.code)), Line(tray.bad_use)});
-    rows.push_back({Code(tray.name_key), Cell(ToUtf8(tray.default_name)), Line(tray.no_name)});
-  }
-  rows.push_back({Cell("`NupSetting`")});
-  for (const NumberWriter& writer :
-       {kTonerSaveDisp, kFontImageDisp, kSpoolingJobSkipTimer, kWorkaroundRemnantJob}) {
-    rows.push_back({Code(writer.key), Cell(writer.default_value), Between({0, writer.most}),
-                    Line(writer.bad)});
-  }
-  return rows;
-}
-
 std::string TextOf(const wchar_t* text) {
   return text == nullptr ? "not logged" : *text == L'\0' ? "empty" : ToUtf8(text);
 }
@@ -109,7 +93,6 @@ void Compare(const std::string& heading, const std::vector<Facts>& expected) {
 
 TEST(SettingsDocumentTest, TheTablesAreThoseOfTheCode) {
   Compare("## Client.ini", ClientIniRows());
-  Compare("## config.ini", ConfigIniRows());
   Compare("## System settings", SystemRows());
 }
 

@@ -19,7 +19,6 @@ class OpenSetting : public Settings {
   using Settings::GetSize;
   using Settings::ReadCSV;
   using Settings::Settings;
-  using Settings::WriteCSV;
 
   Texts Row() {
     Texts row;
@@ -69,9 +68,9 @@ class SystemSettingTest : public ProductTest {
     return settings;
   }
 
-  std::unique_ptr<OpenSetting> Opened(std::string_view bytes, unsigned flags = Settings::modeRead) {
+  std::unique_ptr<OpenSetting> Opened(std::string_view bytes) {
     auto settings = Make(bytes);
-    EXPECT_TRUE(settings->Open(path(L"system.csv").c_str(), flags));
+    EXPECT_TRUE(settings->Open(path(L"system.csv").c_str(), Settings::modeRead));
     return settings;
   }
 };
@@ -206,14 +205,6 @@ TEST_F(SystemSettingTest, FieldsOfTheCurrentRow) {
   ASSERT_EQ(settings->ReadCSV(), 1);
   EXPECT_EQ(settings->GetDataStr(buffer, 1000, 0), 255);
   EXPECT_EQ(settings->ReadCSV() + settings->GetSize(), 0) << "a blank line";
-}
-
-TEST_F(SystemSettingTest, WriteCsvAddsALineFeed) {
-  const auto settings = Opened("", Settings::modeWrite);
-  settings->WriteCSV(L"59,3,\"A,B\"");
-  settings->WriteCSV(L"");
-  EXPECT_TRUE(settings->Close());
-  EXPECT_EQ(ReadNative(native("system.csv")), "59,3,\"A,B\"\r\n\r\n");
 }
 
 }  // namespace

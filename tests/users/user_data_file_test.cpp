@@ -202,19 +202,6 @@ TYPED_TEST(UserDataFileTest, DeletingAStaleFile) {
   EXPECT_EQ(access.Delete(), 1) << "without a file it takes no lock";
 }
 
-TEST_F(UserFilesTest, Directories) {
-  CUserDataFileAccess access;
-  const CString product = L"\\ORV-INC\\Velkorandia\\Tessaloquin\\data\\";
-  access.SetServiceDataDirectry();
-  EXPECT_EQ(access.GetDataDirectry(), path(L"common") + product);
-  access.SetUserDataDirectry();
-  EXPECT_EQ(access.GetDataDirectry(), path(L"user") + product);
-  for (const CString& given : {path(L"a\\b"), path(L"a\\b\\"), FromUtf8(native("a/b/"))}) {
-    access.SetDataDirectry(given.c_str());
-    EXPECT_EQ(access.GetDataDirectry(), path(L"a\\b\\"));
-  }
-}
-
 // The lock of the one file is open to every account, that of the other belongs to its maker.
 TEST_F(UserFilesTest, AccountsMeetOnTheOpenLockOnly) {
   if (geteuid() != 0) GTEST_SKIP() << "needs a second account";
