@@ -83,26 +83,21 @@ class EnableUsersTest : public ProductTest {
 // ---- The lookups ----
 
 TEST_F(EnableUsersTest, LookupsTellTheirDecision) {
-  struct Lookup {
-    const wchar_t* function;
-    CString user;
-    int result;
-    CString account;
-    CString line;  // "…" stands for the end that many lines have
-  };
+  using Lookup = std::tuple<const wchar_t*, CString, int, CString, CString>;
+  // The function, the user, the result, the account and the line, in which "…" stands for the end
+  // that many lines have.
   const auto expect = [&](std::string_view list, const std::vector<Lookup>& lookups) {
     WritePlain(list);
     const CEnableUsersAccessor& users = *CEnableUsersAccessor::GetInstance();
-    for (const auto& [function, user, result, expected, text] : lookups) {
+    for (auto [function, user, result, expected, line] : lookups) {
+      SCOPED_TRACE(ToUtf8(line));
       log_.Clear();
       CString account = L"old";
       EXPECT_EQ(result, function == kChange    ? users.GetTQLoginAccount(user, L"Me", account)
                         : function == kLogOnly ? users.GetLogOnlyUserAccount(user, account)
-                                               : users.GetPcLogonQueryUserAccount(user, account))
-          << ToUtf8(user);
-      EXPECT_EQ(account, expected) << ToUtf8(user);
-      CString line = text;
-      if (line.back() == L'…') line.replace(line.size() - 1, 1, L"でジョブ登録処理を続けます。");
+                                               : users.GetPcLogonQueryUserAccount(user, account));
+      EXPECT_EQ(account, expected);
+      ReplaceAll(line, L"…", L"でジョブ登録処理を続けます。");
       EXPECT_THAT(log_.lines(), ElementsAre(LogLine{2, 0, function, line}));
     }
   };
