@@ -33,10 +33,6 @@ using ::testing::IsEmpty;
 using Peer = EnableUsersAccessorPeer;
 
 constexpr const wchar_t* kConstructor = L"CEnableUsersAccessor::CEnableUsersAccessor";
-constexpr const wchar_t* kChange = L"CEnableUsersAccessor::GetTQLoginAccount";
-constexpr const wchar_t* kLogOnly = L"CEnableUsersAccessor::GetLogOnlyUserAccount";
-constexpr const wchar_t* kPcLogon = L"CEnableUsersAccessor::GetPcLogonQueryUserAccount";
-
 void SetLastWrite(const std::string& native, std::int64_t seconds, long nanoseconds = 0) {
   const timespec times[] = {{seconds, nanoseconds}, {seconds, nanoseconds}};
   ASSERT_EQ(utimensat(AT_FDCWD, native.c_str(), times, 0), 0);
@@ -82,56 +78,35 @@ class EnableUsersTest : public ProductTest {
 
 // ---- The lookups ----
 
+// enable_users_log.txt has what each list says of each user.
 TEST_F(EnableUsersTest, LookupsTellTheirDecision) {
-  using Lookup = std::tuple<const wchar_t*, CString, int, CString, CString>;
-  // The function, the user, the result, the account and the line, in which "…" stands for the end
-  // that many lines have.
-  const auto expect = [&](std::string_view list, const std::vector<Lookup>& lookups) {
+  const std::pair<const char*, std::vector<const wchar_t*>> kLists[] = {
+      {"[ChangeUsers]\nBob=Acct-B\nEmpty=\n[LogOnlyUsers]\nLog=Acct-L\nNone=\n"
+       "[PcLogonQueryUsers]\nPc=Acct-P\nBare=\n",
+       {L"boB", L"empty", L"log", L"none", L"pc", L"bare", L"no%s"}},
+      {"[PcLogonQueryUsers]\n*=Any\n", {L"Bob", L""}},
+      {"[PcLogonQueryUsers]\n*=\n", {L"Bob"}},
+      {"[Other]\nBob=x\n", {L"Bob"}}};
+  std::string told;
+  for (const auto& [list, names] : kLists) {
     WritePlain(list);
     const CEnableUsersAccessor& users = *CEnableUsersAccessor::GetInstance();
-    for (auto [function, user, result, expected, line] : lookups) {
-      SCOPED_TRACE(ToUtf8(line));
+    for (const wchar_t* user : names) {
       log_.Clear();
-      CString account = L"old";
-      EXPECT_EQ(result, function == kChange    ? users.GetTQLoginAccount(user, L"Me", account)
-                        : function == kLogOnly ? users.GetLogOnlyUserAccount(user, account)
-                                               : users.GetPcLogonQueryUserAccount(user, account));
-      EXPECT_EQ(account, expected);
-      ReplaceAll(line, L"…", L"でジョブ登録処理を続けます。");
-      EXPECT_THAT(log_.lines(), ElementsAre(LogLine{2, 0, function, line}));
+      CString accounts[] = {L"old", L"old", L"old"};
+      const int results[] = {users.GetTQLoginAccount(user, L"Me", accounts[0]),
+                             users.GetLogOnlyUserAccount(user, accounts[1]),
+                             users.GetPcLogonQueryUserAccount(user, accounts[2])};
+      const std::vector<LogLine> lines = log_.lines();
+      ASSERT_EQ(lines.size(), 3U);
+      for (std::size_t i = 0; i < 3; ++i) {
+        EXPECT_EQ(lines[i], (LogLine{2, 0, lines[i].function, lines[i].message}));
+        told += ToUtf8(Format(L"%s %s %d \"%s\" %s\n", user, lines[i].function, results[i],
+                              accounts[i], lines[i].message));
+      }
     }
-  };
-  const CString job = L"印刷ジョブユーザ";
-  const CString known = L"が許可ユーザ定義に見つかりました。";
-  const CString may_log = L"がログだけプリントを許可されています。";
-  const CString is_no_query = L"は、PcLogon問合せユーザではありません。";
-  expect(
-      "[ChangeUsers]\r\nBob=Acct-B\r\nEmpty=\r\n"
-      "[LogOnlyUsers]\r\nLog=Acct-L\r\nNone=\r\n"
-      "[PcLogonQueryUsers]\r\nPc=Acct-P\r\nBare=\r\n",
-      {{kChange, L"boB", 1, L"Acct-B",
-        job + L"[BOB]" + known + L"定義されたログインユーザ[Acct-B]…"},
-       {kChange, L"empty", 1, L"Me", job + L"[EMPTY]" + known + L"現在のログインユーザ[Me]…"},
-       {kChange, L"no%s", 0, L"", job + L"[NO%S]が許可ユーザ定義に見つかりません。"},
-       {kLogOnly, L"log", 1, L"Acct-L", job + L"[LOG]" + may_log + L"定義されたユーザ[Acct-L]…"},
-       {kLogOnly, L"none", 1, L"NONE", job + L"[NONE]" + may_log + L"現在のユーザ[NONE]…"},
-       {kLogOnly, L"x", 0, L"",
-        job + L"[X]がログだけプリントを許可されていません。現在のユーザ[X]…"},
-       {kPcLogon, L"pc", 1, L"Acct-P", job + L"[PC]は、定義されたユーザ[Acct-P]…"},
-       {kPcLogon, L"bare", 1, L"", job + L"[BARE]は、PcLogon問合せユーザです。"},
-       {kPcLogon, L"x", 0, L"", job + L"[X]" + is_no_query}});
-  const CString by_star = L"は、*定義されているためPcLogon問合せユーザです。";
-  expect("[PcLogonQueryUsers]\r\n*=Any\r\n", {{kPcLogon, L"x", 1, L"Any", job + L"[X]" + by_star},
-                                              {kPcLogon, L"", 0, L"", job + L"[]" + is_no_query}});
-  expect("[PcLogonQueryUsers]\r\n*=\r\n",
-         {{kPcLogon, L"x", 1, L"", job + L"[X]" + by_star},
-          {kChange, L"Bob", 0, L"Bob", L"許可ユーザ定義が見つかりません。現在のユーザ[Bob]…"},
-          {kLogOnly, L"Bob", 0, L"Bob",
-           L"ログだけプリントの許可ユーザ定義が見つかりません。現在のユーザ[Bob]…"}});
-  expect(
-      "[Other]\r\nBob=x\r\n",
-      {{kPcLogon, L"Bob", 0, L"",
-        L"PcLogon問合せユーザの許可ユーザ定義が見つかりません。現在のユーザ[Bob]" + is_no_query}});
+  }
+  EXPECT_EQ(told, ReadNative(TQ_TEST_DATA "/enable_users_log.txt"));
 }
 
 TEST_F(EnableUsersTest, TheFirstListThatKnowsTheUserDecides) {
