@@ -3,6 +3,7 @@
 #include <chrono>
 #include <filesystem>
 #include <functional>
+#include <future>
 #include <thread>
 
 #include "platform/error.h"
@@ -184,6 +185,21 @@ TEST_F(FtpSessionTest, EachWaitEndsByItsTimeout) {
     CloseFtpHandle(connection_);
     EXPECT_EQ(peer.connections(), 1);
   }
+}
+
+// An orderly end would leave an empty file there, in the place of the one that it had.
+TEST_F(FtpSessionTest, AnUploadWithoutAReplyIsBrokenOff) {
+  std::promise<bool> is_reset;
+  ScriptedFtpPeer peer;
+  peer.On("STOR", [&](Session& session, const std::string&) {
+    is_reset.set_value(session.AwaitDataReset());
+    return false;
+  });
+  WriteNative(native("a"), "contents");
+  SetTimeouts(kNoFtpTimeout, FtpTimeout::kControlReceive);
+  ASSERT_NE(Connect(peer.port()), kNoFtpHandle);
+  EXPECT_FALSE(Put(L"a"));
+  EXPECT_EQ(is_reset.get_future().wait_for(std::chrono::seconds(60)), std::future_status::ready);
 }
 
 // What is slow and goes on is not ended: each wait counts anew.

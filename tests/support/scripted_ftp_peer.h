@@ -44,8 +44,8 @@ class ScriptedFtpPeer {
       if (Connected()) data_->ResetOnClose();
       CloseData();
     }
-    // By the client.
-    void AwaitDataReset() const { data_->stop().Wait(data_->get()); }
+    // By the client; false when the test is over before.
+    bool AwaitDataReset() { return Connected() && data_->stop().Wait(data_->get()); }
     void CloseData() { data_.reset(); }
     // A whole download with its replies.
     bool Give(std::string_view bytes);
