@@ -14,7 +14,6 @@
 
 #include "faults/operation.h"
 #include "foundation/file_lock.h"
-#include "platform/dns.h"
 #include "platform/posix/mutex_set.h"
 #include "support/test_clock.h"
 #include "transport/shared_printer_communication.h"
@@ -53,7 +52,6 @@ const Errors kErrors[] = {
     {"memory", kXml, {ENOMEM}},
     {"socket call", kSocket, {ENOBUFS, ECONNREFUSED}},
     {"socket call", kTransfer, {ECONNRESET}, {EINTR, kHalf}},
-    {"socket call", kDatagram, {ENETUNREACH}, {EINTR}},
     {"socket call", kPoll, {ENOMEM}, {EINTR}},
     {"resolver", kResolver, {EAI_AGAIN, EAI_MEMORY}},
     {"machine", kMachine, {ENOMEM}},
@@ -299,7 +297,6 @@ class FaultTest : public Stage, public ::testing::WithParamInterface<Operation> 
   TestClock clock_;
   ScopedClock use_clock_{clock_};
   ScopedLockTimeout lock_timeout_{200};
-  ScopedDnsWait dns_wait_{std::chrono::milliseconds(200)};
   ScopedExchangeWaits waits_{std::chrono::milliseconds(200), std::chrono::milliseconds(200)};
   std::vector<std::string> old_view_, new_view_, names_;
   Report report_;  // none before the rehearsal

@@ -12,6 +12,7 @@ namespace vk::tq::testing {
 
 // Functions that fail for the same reasons.
 enum class Group : unsigned char {
+  kNone,  // never
   kOpen,
   kRead,
   kWrite,
@@ -30,7 +31,6 @@ enum class Group : unsigned char {
   kXml,
   kSocket,
   kTransfer,
-  kDatagram,
   kPoll,
   kResolver,
   kMachine,
