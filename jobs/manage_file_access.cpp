@@ -90,6 +90,14 @@ int ReadOneByteStatus(const CString& path, std::int32_t& status) {
   InputFile file;
   if (!file.Open(path)) {
     Log4cxxMgr::LogOutDetail(
+// A status file that may not be read is like an empty one, but not one that could not be read for the moment: a default
+// would become the job's status, and an error text would go unreported.
+Profile ReadStatusFile(const CString& path) {
+  auto text = ReadProfileText(path);
+  if (!text && IsPassing(GetLastError())) throw std::runtime_error("a status file cannot be read");
+  return Profile::FromText(std::move(text).value_or(CString()));
+}
+
         5, 120600070, kReadStatus, __LINE__,
         Format(L"管理ファイル１(ステータス)のオープンに失敗しました。filename:%s, errno:%d", path,
                ErrnoFromError(GetLastError())));
@@ -139,7 +147,8 @@ CString EventText(CString message) {
 }
 
 void ReportErrorMessage(const CString& status_file) {
-  const CString message = Profile(status_file).GetString(kInformation, L"ErrorMessage", L"", 512);
+  const CString message =
+      ReadStatusFile(status_file).GetString(kInformation, L"ErrorMessage", L"", 512);
   if (!message.empty()) CEventLogMgr::EventLogOutShared(kEventWarning, EventText(message));
 }
 
@@ -326,7 +335,7 @@ int CManageFileAccess::ReadManageFileStatus() {
                       }
                       path = base + L".dat2";
                       if (!IsThere(path)) return;
-                      const Profile profile(path);
+                      const Profile profile = ReadStatusFile(path);
                       record_.ManageStatus = profile.GetInt(kInformation, L"ManageStatus", 1);
                       record_.PrinterIpAddress =
                           profile.GetString(kInformation, L"PrinterIpAddress", L"", 1024);
@@ -345,8 +354,13 @@ int CManageFileAccess::ReadManageFileStatusINI() {
                       record_.ManageStatus = NumberOfName(info_file_name_);
                       result = 1;
                       if (record_.ManageStatus != kStatusInFile) return;
-                      path = BasePath(info_file_name_) + L".dat";
-                      if (!IsThere(path)) return;
+                      const CString base = BasePath(info_file_name_);
+                      path = base + L".dat";
+                      if (!IsThere(path)) {
+                        // Whoever comes here with a B.dat2 has failed to read it.
+                        result = IsThere(base + L".dat2") ? 0 : 1;
+                        return;
+                      }
                       const int status = Profile(path).GetInt(kInformation, L"ManageStatus", -1);
                       if (status == -1) {
                         Log4cxxMgr::LogOutDetail(

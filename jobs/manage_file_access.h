@@ -59,8 +59,8 @@ class TQ_EXPORT CManageFileAccess : public CObject, private LockOperations {
 
   /// Takes the status from the name, or with the extension 099 from the status file: a file of
   /// exactly one byte is the status itself, any other holds it in section Information, key
-  /// ManageStatus. B.dat2 also gives PrinterIpAddress. 0 when B.dat holds no status; ManageStatus
-  /// is then 99. Locked.
+  /// ManageStatus. B.dat2 also gives PrinterIpAddress. 0 when B.dat holds no status, or when either
+  /// cannot be read for the moment; ManageStatus is then 99. Locked.
   int ReadStatus();
 
   /// Makes the record's status visible: renames the numbered file, and with a status of 95 to 99

@@ -5,8 +5,8 @@
 /// ';' is a comment, and of several sections or keys of one name the first counts. A file that
 /// begins with the byte-order mark of UTF-16LE or UTF-8 is read as such, any other in the ANSI code
 /// page. A file that is missing, may not be read, is reached by somebody else's link, or has more
-/// than 16 MiB is like an empty one; callers for whom that is not the same read the bytes themselves
-/// and use Profile::FromText.
+/// than 16 MiB is like an empty one; callers for whom that is not the same use ReadProfileText and
+/// Profile::FromText.
 #pragma once
 
 #include <cstdint>
@@ -52,6 +52,10 @@ class Profile {
 
   std::unique_ptr<internal::ProfileText> text_;
 };
+
+/// The text of a file, read as Profile reads it; nothing, with the last error set, when it cannot be
+/// read.
+std::optional<std::wstring> ReadProfileText(const std::wstring& path);
 
 /// The text of a file with these bytes, without its byte-order mark; nothing, with the last error
 /// set, when the system does not know the code page.

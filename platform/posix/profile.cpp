@@ -62,9 +62,7 @@ bool IsOneLine(std::wstring_view text) {
 }  // namespace
 
 Profile::Profile(const std::wstring& path)
-    : Profile(std::make_unique<ProfileText>(
-          DecodeProfile(internal::ReadProfileFile(PathToNative(path)).value_or(std::string()))
-              .value_or(std::wstring()))) {}
+    : Profile(std::make_unique<ProfileText>(ReadProfileText(path).value_or(std::wstring()))) {}
 
 Profile::Profile(std::unique_ptr<ProfileText> text) : text_(std::move(text)) {}
 
@@ -110,6 +108,11 @@ std::vector<std::wstring> Profile::KeyNames(std::wstring_view section, std::size
     if (text_->keys[i].value) list.Add(text_->keys[i].name);
   }
   return list.Take();
+}
+
+std::optional<std::wstring> ReadProfileText(const std::wstring& path) {
+  const auto bytes = internal::ReadProfileFile(PathToNative(path));
+  return bytes ? DecodeProfile(*bytes) : std::nullopt;
 }
 
 std::optional<std::wstring> DecodeProfile(std::string_view bytes) {
