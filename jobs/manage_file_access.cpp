@@ -158,11 +158,6 @@ bool IsStatusFileName(const CString& name) {
 
 void RemoveFamily(const CString& folder, const std::vector<FoundFile>& family) {
   for (const FoundFile& file : family) {
-    if (!file.is_directory) continue;
-    SetLastError(kErrorAccessDenied);
-    throw std::runtime_error("a directory is named like a file of the job");
-  }
-  for (const FoundFile& file : family) {
     const CString path = folder + file.name;
     if (IsStatusFileName(file.name)) ReportErrorMessage(path);
     if (!RemoveFile(path)) throw std::runtime_error("a file of the job cannot be removed");

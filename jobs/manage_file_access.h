@@ -53,8 +53,9 @@ class TQ_EXPORT CManageFileAccess : public CObject, private LockOperations {
 
   /// Removes the whole family. An error message that a .dat file holds goes to the event log
   /// (0x80003000) before: one sentence a line, with the remedy section set apart. Nothing to remove
-  /// is a success, with a line at level 3. When a directory is named like a member of the family
-  /// nothing is removed; when a file cannot be removed the remaining files stay. Locked.
+  /// is a success, with a line at level 3. When a member cannot be removed, as a directory that is
+  /// named like one, or its error message cannot be read for the moment, it and the remaining files
+  /// stay: numbered files go first, directories come last. Locked.
   int Delete();
 
   /// Takes the status from the name, or with the extension 099 from the status file: a file of
