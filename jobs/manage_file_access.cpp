@@ -34,6 +34,9 @@ constexpr FileLock kJobLock = {
 // The extension that sends the reader to the status file.
 constexpr int kStatusInFile = 99;
 
+// What three digits hold.
+constexpr int kHighestStatus = 999;
+
 // The path without its extension.
 CString BasePath(const CString& file_name) {
   const int point = CUtil::GetExtPos(file_name);
@@ -60,7 +63,7 @@ bool IsFileOfJob(const CString& path) {
 
 // A reader takes the last three characters of a name: no other number can be told from it again.
 void RequireStatusInName(int status) {
-  if (status >= 0 && status <= 999) return;
+  if (status >= 0 && status <= kHighestStatus) return;
   SetLastError(kErrorInvalidParameter);
   throw std::runtime_error("the status does not fit three digits");
 }
@@ -70,10 +73,29 @@ int NumberOfName(const CString& name) {
   return ParseInt(name.size() > 3 ? name.substr(name.size() - 3) : name);
 }
 
+// The number of a job's file in a folder that may be used but not listed: each name is asked for. 0, with the last
+// error set, when there is none.
+int NumberByAsking(const CString& base) {
+  for (int number = 0; number <= kHighestStatus; ++number) {
+    const auto status = GetFileStatus(Format(L"%s.%03d", base, number));
+    if (status && !status->is_directory) return number;
+    if (!status && GetLastError() != kErrorFileNotFound) break;
+  }
+  return 0;
+}
+
 bool IsThere(const CString& path) {
   if (GetFileStatus(path)) return true;
   if (IsPassing(GetLastError())) throw std::runtime_error("a status file cannot be asked for");
   return false;
+}
+
+// A status file that may not be read is like an empty one, but not one that could not be read for the moment: a default
+// would become the job's status, and an error text would go unreported.
+Profile ReadStatusFile(const CString& path) {
+  auto text = ReadProfileText(path);
+  if (!text && IsPassing(GetLastError())) throw std::runtime_error("a status file cannot be read");
+  return Profile::FromText(std::move(text).value_or(CString()));
 }
 
 constexpr const wchar_t* kReadStatus = L"CManageFileAccess::ReadManageFileStatus";
@@ -90,14 +112,6 @@ int ReadOneByteStatus(const CString& path, std::int32_t& status) {
   InputFile file;
   if (!file.Open(path)) {
     Log4cxxMgr::LogOutDetail(
-// A status file that may not be read is like an empty one, but not one that could not be read for the moment: a default
-// would become the job's status, and an error text would go unreported.
-Profile ReadStatusFile(const CString& path) {
-  auto text = ReadProfileText(path);
-  if (!text && IsPassing(GetLastError())) throw std::runtime_error("a status file cannot be read");
-  return Profile::FromText(std::move(text).value_or(CString()));
-}
-
         5, 120600070, kReadStatus, __LINE__,
         Format(L"管理ファイル１(ステータス)のオープンに失敗しました。filename:%s, errno:%d", path,
                ErrnoFromError(GetLastError())));
@@ -189,8 +203,10 @@ CManageFileAccess::CManageFileAccess(const wchar_t* name) {
 void CManageFileAccess::Bind() {
   const CString base = BasePath(info_file_name_);
   const auto first = FindFirstOfFamily(base);
+  int number = first ? NumberOfName(first->name) : 0;
+  if (!first && GetLastError() == kErrorAccessDenied) number = NumberByAsking(base);
   is_bound_ = first || !IsPassing(GetLastError());
-  info_file_name_ = Format(L"%s.%03d", base, first ? NumberOfName(first->name) : 0);
+  info_file_name_ = Format(L"%s.%03d", base, number);
 }
 
 void CManageFileAccess::RequireBinding() {

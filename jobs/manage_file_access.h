@@ -15,11 +15,12 @@ namespace vk::tq {
 /// the status file B.dat, or if there is none, in B.dat2. See docs/file-formats.md.
 ///
 /// An object holds B's numbered name and a record, and no handle. The constructor looks for the
-/// numbered file once; to see a status that another process has set, make a new object. Where the
-/// search fails for want of descriptors or memory, or at the device, each operation makes it anew,
-/// and fails as long as it does. The search is not locked: whoever writes what he has read, while
-/// others may rename, takes the mutex that is named below with GetManageFileMutex before he makes
-/// the object. An object belongs to one thread.
+/// numbered file once; to see a status that another process has set, make a new object. In a folder
+/// that may be used but not listed it asks for one name after another. Where the search fails for
+/// want of descriptors or memory, or at the device, each operation makes it anew, and fails as long
+/// as it does. The search is not locked: whoever writes what he has read, while others may rename,
+/// takes the mutex that is named below with GetManageFileMutex before he makes the object. An
+/// object belongs to one thread.
 ///
 /// Results are 1 for success and 0 for failure, and nothing is thrown. "Locked" operations hold the
 /// mutex "Global\KITORA_QTL_JOB_MANAGE" from start to end, one lock for all jobs of the machine,
