@@ -68,6 +68,16 @@ void HoldJobInByte(Stage& stage) {
   WriteNative(stage.native("jobs/Job0001.dat"), "a");
 }
 
+void HoldJobInSecond(Stage& stage) {
+  HoldJob<5, kWriteAllInFile>(stage);
+  WriteNative(stage.native("jobs/Job0001.dat2"), "[Information]\nManageStatus=42\n");
+}
+
+void HoldJobWithError(Stage& stage) {
+  HoldJob<96>(stage);
+  WriteNative(stage.native("jobs/Job0001.dat"), "[Information]\nErrorMessage=no paper\n");
+}
+
 // The numbered files, what they hold, and the status file.
 Pieces ViewJob(Stage& stage) {
   std::string numbered;
@@ -89,6 +99,26 @@ Report OnJob(Stage& stage) {
   stage.Made();
   const bool is_done = std::invoke(kOperation, job) == 1;
   return Reports(is_done, TextOf(job.GetManageData()));
+}
+
+struct LastEvent : EventSink {
+  void Write(unsigned long, std::wstring_view message, bool) override {
+    const Calm calm;
+    text = message;
+  }
+  std::wstring text;
+};
+
+// Who deletes a job has reported its error text.
+Report DeleteJob(Stage& stage) {
+  const auto event = [] {
+    const Calm calm;
+    return std::make_shared<LastEvent>();
+  }();
+  InstallEventSink(event);
+  Job job(stage.job.c_str());
+  stage.Made();
+  return Reports(job.Delete() == 1, event->text);
 }
 
 // ---- Print information ----
@@ -257,8 +287,10 @@ std::vector<Operation> RecordOperations() {
       {"JobReadAll", HoldJobInFile, OnJob<&Job::ReadAll, 5>, job_whole, ViewJob},
       {"JobReadByte", HoldJobInByte, OnJob<&Job::ReadStatus, 5>, job_status.Tells({120600090}),
        ViewJob},
+      {"JobReadSecond", HoldJobInSecond, OnJob<&Job::ReadStatus, 5>,
+       job.Tells({0, 120600100, 120600320}), ViewJob},
       {"JobIsExist", HoldJob<5>, OnJob<&Job::IsExist, 5>, job_exists, ViewJob},
-      {"JobDelete", HoldJob<96>, OnJob<&Job::Delete, 5>, job_delete, ViewJob},
+      {"JobDelete", HoldJobWithError, DeleteJob, job_delete, ViewJob},
       {"JobWriteStatus", HoldJob<5>, OnJob<&Job::WriteStatus, 96>, job_rename, ViewJob},
       {"JobWriteInformation", HoldJob<5>, OnJob<kWriteLong, 6>, job_write, ViewJob},
       {"JobWriteAll", HoldJob<5>, OnJob<kWriteAll, 96>, job_write_all.Torn(), ViewJob},

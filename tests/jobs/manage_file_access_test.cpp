@@ -1,5 +1,8 @@
 #include "jobs/manage_file_access.h"
 
+#include <sys/stat.h>
+#include <unistd.h>
+
 #include <filesystem>
 
 #include "platform/file.h"
@@ -291,25 +294,36 @@ TEST_F(ManageFileAccessTest, AnOldObjectDoesNotSeeAMoveOfAnother) {
 TEST_F(ManageFileAccessTest, DeleteReportsTheErrorTextOnTheWay) {
   MakeJob(5);
   Put("B.DAT", "[Information]\r\nErrorMessage=\" 紙切れです。【対処】紙を入れ,蓋を閉じる。 \"\r\n");
-  for (const char* other : {"B", "Bc.001", "b.001"}) Put(other, "of no job, or another");
-  // A directory in the family keeps it from touching anything.
-  Put("B.keep/inside");
-  Expect(0, {Line(5, 120600060, L"Delete", L"削除処理で予期せぬエラーが発生しました。", {}, 5)},
-         Job().Delete());
-  EXPECT_EQ(1, Job().IsExist());
-  EXPECT_THAT(log_.events(), IsEmpty());
-  fs::remove_all(File("B.keep"));
   Put("B.dat2", "[Information]\r\nErrorMessage=never read\r\n");
-  Lines gone;
+  for (const char* other : {"B", "Bc.001", "b.001"}) Put(other, "of no job, or another");
+  Put("B.a/inside");  // a directory in the family comes last, and stays
+  Lines lines;
   for (const wchar_t* name : {L"B.005", L"B.DAT", L"B.dat2"}) {
     const CString text = L"管理ファイルを削除しました。管理ファイル = " + Base(name);
-    gone.push_back(Line(2, 120600050, L"Delete", text));
+    lines.push_back(Line(2, 120600050, L"Delete", text));
   }
-  EXPECT_EQ(1, Job().Delete());
-  EXPECT_EQ(gone, log_.lines());
-  EXPECT_THAT(Family(), ElementsAre("B", "Bc.001", "b.001"));
+  const wchar_t* const why = L"削除処理で予期せぬエラーが発生しました。";
+  lines.push_back(Line(5, 120600060, L"Delete", why, {}, 5));
+  EXPECT_EQ(0, Job().Delete());
+  EXPECT_EQ(lines, log_.lines());
+  EXPECT_THAT(Family(), ElementsAre("B", "B.a", "Bc.001", "b.001"));
   const wchar_t* const event = L"紙切れです。\r\n\r\n【対処】\r\n紙を入れ\r\n蓋を閉じる。\r\n";
   EXPECT_THAT(log_.events(), ElementsAre(Event{0x80003000, event, true}));
+}
+
+TEST_F(ManageFileAccessTest, AJobIsFoundInAFolderThatMayNotBeListed) {
+  MakeJob(105);
+  fs::create_directory(File("B.007"));
+  for (const std::string& name : {temp_.native(), File("B.105")}) chmod(name.c_str(), 0777);
+  chmod(native("jobs").c_str(), 0333);
+  ChildProcess child([&] {
+    if (geteuid() == 0 && setuid(65534) != 0) return 98;  // nothing is forbidden to root
+    if (Job(L"B", 6).WriteAll() != 1) return 1;
+    return Job(L"new", 7).WriteAll() == 1 ? 0 : 2;
+  });
+  EXPECT_EQ(0, child.Wait());
+  chmod(native("jobs").c_str(), 0777);
+  EXPECT_THAT(Family(), ElementsAre("B.006", "B.007", "new.007"));
 }
 
 TEST_F(ManageFileAccessTest, WhatIsMissingIsReported) {
