@@ -123,7 +123,7 @@ TEST_F(UtilPatternTest, AnImageLogIdIsCutOut) {
       {L"#SI#", L"見積" + id + L"#SI#" + id + L"#SI#", 1, L"見積" + id + L"#SI#"},
       // The first delimiter counts, even where it stands too early.
       {L"#SI#", L"#SI#" + id + L"#SI#", 0, L"#SI#" + id + L"#SI#"},
-      {long_delimiter, L"x" + id + long_delimiter + L"rest", 1, L"xrest"},
+      {long_delimiter, id + long_delimiter + L"rest", 1, L"rest"},
       // Without the registry value, or with one that is too long, the function is off.
       {L"", id + L"#SI#", 0, id + L"#SI#"},
       {long_delimiter + L"y", id + long_delimiter + L"y", 0, id + long_delimiter + L"y"}};

@@ -151,7 +151,7 @@ TEST_F(SystemSettingTest, RowsAreSplitByTheQuoteRules) {
       {"59,3,\"a\"\"b\"", {L"59", L"3", L"a\"b"}},
       {"5,,", {L"5", L"", L""}},
       // Dropped at the positions 0 to 2, wherever the field begins.
-      {"a\"b,c\"d", {L"ab,c\"d"}},
+      {"ab\"c,d\"e", {L"abc,d\"e"}},
       // Kept in the middle of a field, and it still flips the state.
       {"abc\"d,e\"f,g", {L"abc\"d,e\"f", L"g"}},
       // Dropped beside a separator and at the end.
