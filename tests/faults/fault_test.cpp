@@ -1,4 +1,4 @@
-// Lets the n-th call of every kind fail in every public operation, for n = 1, 2, 3 ... until the
+// Lets the n-th call of every kind fail in each operation of a table, for n = 1, 2, 3 ... until the
 // operation no longer makes so many, and looks after each run at what it has left.
 #include <netdb.h>
 #include <pthread.h>

@@ -35,29 +35,6 @@ Report MakeFile(Stage& stage) {
 constexpr wchar_t kDocument[] =
     L"<Velkorandia><QTL><a>1</a><b>2</b></QTL><QTL><a>3</a></QTL></Velkorandia>";
 
-CStringArray TwoNames() {
-  const Calm calm;
-  return {L"a", L"b"};
-}
-
-std::wstring Joined(const CMapStringToString& texts) {
-  const Calm calm;
-  const std::map sorted(texts.begin(), texts.end());
-  std::wstring joined;
-  for (const auto& [name, text] : sorted) joined += name + L"=" + text + L";";
-  return joined;
-}
-
-Report SelectFirst(Stage& stage) {
-  CXml xml;
-  const CString document = kDocument;
-  const CStringArray names = TwoNames();
-  CMapStringToString values;
-  stage.Made();
-  const bool is_done = xml.SelectFirstXMLStringValue(document, names, values) == 0;
-  return Reports(is_done, Joined(values));
-}
-
 void HoldDocument(Stage& stage) { WriteNative(stage.native("work/plain.xml"), ToUtf8(kDocument)); }
 
 // Behind a NUL stands what a writer did not come to cut off.
@@ -74,28 +51,23 @@ Report InsertIntoFile(Stage& stage) {
   return Reports(xml.InsertXMLValue(path, name, value) == 0);
 }
 
-template <auto kChange>
-Report ChangeText(Stage& stage) {
+Report UpdateText(Stage& stage) {
   CXml xml;
   CString document = kDocument;
-  const CStringArray names = TwoNames();
+  const CStringArray names = {L"a", L"b"};
   stage.Made();
-  return Reports(kChange(xml, document, names) == 0, document);
+  return Reports(xml.UpdateXMLValueText(document, names, names) == 0, document);
 }
-
-constexpr auto kInsert = [](CXml& xml, CString& text, const CStringArray& names) {
-  return xml.InsertXMLValueText(text, names, names);
-};
-constexpr auto kUpdate = [](CXml& xml, CString& text, const CStringArray& names) {
-  return xml.UpdateXMLValueText(text, names, names);
-};
 
 Report SelectRows(Stage&) {
   RowArray rows;
   const bool is_done = CXml().SelectXmlData(kDocument, &rows) == 0;
   const Calm calm;
   std::wstring text;
-  for (const RowData& row : rows.m_aRows) text += Joined(*row.m_pColumns) + L" ";
+  for (const RowData& row : rows.m_aRows) {
+    const std::map sorted(row.m_pColumns->begin(), row.m_pColumns->end());
+    for (const auto& [name, value] : sorted) text += name + L"=" + value + L";";
+  }
   return Reports(is_done, text);
 }
 
@@ -103,16 +75,13 @@ Report SelectRows(Stage&) {
 
 std::vector<Operation> StorageOperations() {
   const Promise cipher = {nullptr, 0, Throws::kFailures};
-  const Promise xml = {L"CXml::", 3};
-  const Promise rows = {L"CXml::", 3, Throws::kForMemory};
-  const Promise changed = xml.Tells({130111});
+  const Promise rows = Promise{L"CXml::", 3, Throws::kForMemory}.Tells({130105});
+  const Promise changed = Promise{L"CXml::", 3}.Tells({130111});
   return {
       {"FileEncipher", HoldFiles, MakeFile<&CCrypto::CryptFileMake>, cipher, ViewMade},
       {"FileDecipher", HoldFiles, MakeFile<&CCrypto::DecryptFileMake>, cipher, ViewMade},
-      {"XmlSelectFirst", nullptr, SelectFirst, xml.Tells({130101})},
-      {"XmlSelectRows", nullptr, SelectRows, rows.Tells({130105})},
-      {"XmlInsert", nullptr, ChangeText<kInsert>, changed},
-      {"XmlUpdate", nullptr, ChangeText<kUpdate>, changed},
+      {"XmlSelectRows", nullptr, SelectRows, rows},
+      {"XmlUpdate", nullptr, UpdateText, changed},
       {"XmlInsertFile", HoldDocument, InsertIntoFile, changed.Torn().Tells({130108}), ViewDocument},
   };
 }

@@ -21,13 +21,6 @@ struct FtpService {
 std::shared_ptr<void> ServeFtp(Stage&) {
   auto service = std::make_shared<FtpService>();
   service->peer.file("remote.dat") = "what the server has";
-  service->peer.On("LIST", [](ScriptedFtpPeer::Session& session, const std::string&) {
-    session.Reply("150 here it comes");
-    session.SendData("-rw-r--r-- 1 ftp ftp 19 Jan 01 2024 remote.dat\r\n");
-    session.CloseData();
-    session.Reply("226 done");
-    return true;
-  });
   return service;
 }
 
@@ -51,10 +44,6 @@ Report OverFtp(Stage& stage) {
 constexpr auto kGet = [](CFtp& ftp, const wchar_t* at) { return ftp.FtpGet(at, L"remote.dat"); };
 constexpr auto kPutAndVerify = [](CFtp& ftp, const wchar_t* at) {
   return ftp.FtpPutAndVerify(at, L"job.xml", 1);
-};
-constexpr auto kFindSize = [](CFtp& ftp, const wchar_t*) {
-  return ftp.FtpChangeCurrentDirectory(L"there") == 1 &&
-         ftp.FtpSizeVerifyFindFirst(nullptr, L"remote.dat", 19) == 1;
 };
 
 // ---- Shared printer ----
@@ -80,7 +69,6 @@ std::vector<Operation> TransportOperations() {
   return {
       {"FtpPutAndVerify", HoldFile, OverFtp<kPutAndVerify>, ftp, nullptr, ServeFtp},
       {"FtpGet", HoldFile, OverFtp<kGet>, ftp, ViewFetched, ServeFtp},
-      {"FtpFindSize", HoldFile, OverFtp<kFindSize>, ftp, nullptr, ServeFtp},
       {"PrinterSend", HoldFile, SendToPrinter, kNoLine, nullptr, ServePrinter},
   };
 }
