@@ -1,4 +1,4 @@
-// Lets the n-th call of every kind fail in each operation of a table, for n = 1, 2, 3 ... until the
+// Lets the n-th call of every kind fail in every public operation, for n = 1, 2, 3 ... until the
 // operation no longer makes so many, and looks after each run at what it has left.
 #include <netdb.h>
 #include <pthread.h>
@@ -14,6 +14,7 @@
 
 #include "faults/operation.h"
 #include "foundation/file_lock.h"
+#include "platform/dns.h"
 #include "platform/posix/mutex_set.h"
 #include "support/test_clock.h"
 #include "transport/shared_printer_communication.h"
@@ -52,6 +53,7 @@ const Errors kErrors[] = {
     {"memory", kXml, {ENOMEM}},
     {"socket call", kSocket, {ENOBUFS, ECONNREFUSED}},
     {"socket call", kTransfer, {ECONNRESET}, {EINTR, kHalf}},
+    {"socket call", kDatagram, {ENETUNREACH}, {EINTR}},
     {"socket call", kPoll, {ENOMEM}, {EINTR}},
     {"resolver", kResolver, {EAI_AGAIN, EAI_MEMORY}},
     {"machine", kMachine, {ENOMEM}},
@@ -297,6 +299,7 @@ class FaultTest : public Stage, public ::testing::WithParamInterface<Operation> 
   TestClock clock_;
   ScopedClock use_clock_{clock_};
   ScopedLockTimeout lock_timeout_{200};
+  ScopedDnsWait dns_wait_{std::chrono::milliseconds(200)};
   ScopedExchangeWaits waits_{std::chrono::milliseconds(200), std::chrono::milliseconds(200)};
   std::vector<std::string> old_view_, new_view_, names_;
   Report report_;  // none before the rehearsal

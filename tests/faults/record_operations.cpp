@@ -9,6 +9,7 @@
 #include "platform/path.h"
 #include "storage/crypto.h"
 #include "users/enable_users_accessor.h"
+#include "users/shared_user_data_file_access.h"
 #include "users/user_data_file_access.h"
 #include "users/white_list_file_access.h"
 
@@ -174,25 +175,26 @@ constexpr auto kReadInfo = [](Info& info, const Path&) { return info.ReadAll(); 
 constexpr auto kWriteInfo = [](Info& info, const Path&) { return info.WriteAll(); };
 constexpr auto kDeleteInfo = [](Info& info, const Path&) { return info.Delete(0); };
 constexpr auto kMoveInfo = [](Info& info, const Path& to) { return info.Move(to.c_str()); };
+constexpr auto kHasInfo = [](Info& info, const Path&) { return info.IsExist(); };
 
 // ---- Users ----
 
-using User = CUserDataFileAccess;
-
+template <class Access>
 void HoldUser(Stage&) {
-  User user;
+  Access user;
   user.SetUserID(kOldText);
   ASSERT_EQ(user.WriteAll(), 1);
 }
 
+template <class Access>
 Pieces ViewUser(Stage&) {
-  User user;
+  Access user;
   return {user.ReadAll() == 1 ? ToUtf8(user.GetUserID()) : "none"};
 }
 
-template <auto kOperation>
+template <class Access, auto kOperation>
 Report OnUser(Stage& stage) {
-  User user;
+  Access user;
   {
     const Calm calm;
     user.SetUserID(kNewText);
@@ -200,6 +202,10 @@ Report OnUser(Stage& stage) {
   stage.Made();
   return Reports(std::invoke(kOperation, user) == 1, user.GetUserID());
 }
+
+constexpr auto kHas = [](auto& user) { return user.IsExist(); };
+using User = CUserDataFileAccess;
+using Pc = CSharedUserDataFileAccess;
 
 // ---- Lists ----
 
@@ -226,10 +232,15 @@ Pieces ViewWhiteList(Stage& stage) {
 
 void HoldEnabledUsers(Stage& stage) {
   EnableUsersAccessorPeer::DropInstance();
-  WriteNative(stage.native("work/list"),
+  WriteNative(stage.product_native("config/EnableUsers.ini"),
               "[ChangeUsers]\njob=account\n[LogOnlyUsers]\nlog=\n[PcLogonQueryUsers]\n*=query\n");
-  const std::wstring enciphered = stage.config + L"\\EnableUsers.dat";
-  ASSERT_EQ(CCrypto().CryptFileMake(stage.WorkPath(L"list"), enciphered), 0);
+}
+
+void HoldEncipheredUsers(Stage& stage) {
+  HoldEnabledUsers(stage);
+  ASSERT_EQ(CCrypto().CryptFileMake(stage.config + L"\\EnableUsers.ini",
+                                    stage.config + L"\\EnableUsers.dat"),
+            0);
 }
 
 Report OfEnabledUsers(Stage& stage) {
@@ -264,8 +275,9 @@ std::vector<Operation> RecordOperations() {
   const Promise job_exists = Promise{L"CManageFileAccess::"}.Tells({120600010, 120600020});
   const Promise job_delete = job.Tells({120600030, 120600060});
   const Promise job_status = job.Tells({0, 120600070, 120600100, 120600310, 120600320});
-  const Promise job_whole =
-      job_status.Tells({120600010, 120600020, 120600150, 120600160, 120600170});
+  const Promise job_text = job.Tells({0, 120600150, 120600160, 120600170});
+  const Promise job_whole = job_text.Tells({120600010, 120600020});
+  const Promise job_whole_in_file = job_whole.Tells({120600070, 120600100, 120600310, 120600320});
   // A change of status does not fail with its status file.
   const Promise job_rename = job.Sure(2).Tells({0, 120600140});
   const Promise job_write = job.Tells({0, 120600180, 120600190});
@@ -276,36 +288,54 @@ std::vector<Operation> RecordOperations() {
   const Promise info_write = info.Tells({100822, 101002, 101007});
   const Promise info_delete = info_exists.Tells({100906, 100910});
   const Promise info_move = info_exists.Tells({100921, 101002, 101006, 101015});
-  const Promise user = Promise{L"CUserDataFileAccess::"}.Tells({130303, 130304});
-  const Promise user_read = user.Tells({130301, 130307, 130308, 130311});
-  const Promise user_write = user.Torn().Tells({130302, 130305, 130306});
-  const Promise user_delete = user.Tells({130309});
+  const std::set<int> read = {130301, 130303, 130304, 130307, 130308, 130311};
+  const std::set<int> write = {130302, 130303, 130304, 130305, 130306};
+  const std::set<int> remove = {130303, 130304, 130309};
+  const Promise user = {L"CUserDataFileAccess::"};
+  const Promise pc = {L"CSharedUserDataFileAccess::"};
+  const Promise user_write = user.Torn().Tells(write), pc_write = pc.Torn().Tells(write);
   const Promise enabled = {L"CEnableUsersAccessor::", 2, Throws::kForMemory};
   const Promise white_list = {L"CWhiteListFileAccess::Read", 2, Throws::kForMemory};
   const Promise list_read = white_list.Tells({110800010, 110800020, 110800030});
   return {
-      {"JobReadAll", HoldJobInFile, OnJob<&Job::ReadAll, 5>, job_whole, ViewJob},
+      {"JobReadAll", HoldJobInFile, OnJob<&Job::ReadAll, 5>, job_whole_in_file, ViewJob},
+      {"JobReadAllNumbered", HoldJob<96>, OnJob<&Job::ReadAll, 5>, job_whole, ViewJob},
+      {"JobReadStatus", HoldJobInFile, OnJob<&Job::ReadStatus, 5>, job_status, ViewJob},
       {"JobReadByte", HoldJobInByte, OnJob<&Job::ReadStatus, 5>, job_status.Tells({120600090}),
        ViewJob},
       {"JobReadSecond", HoldJobInSecond, OnJob<&Job::ReadStatus, 5>,
        job.Tells({0, 120600100, 120600320}), ViewJob},
+      {"JobReadInformation", HoldJob<5>, OnJob<&Job::ReadInformation, 5>, job_text, ViewJob},
       {"JobIsExist", HoldJob<5>, OnJob<&Job::IsExist, 5>, job_exists, ViewJob},
       {"JobDelete", HoldJobWithError, DeleteJob, job_delete, ViewJob},
       {"JobWriteStatus", HoldJob<5>, OnJob<&Job::WriteStatus, 96>, job_rename, ViewJob},
-      {"JobWriteInformation", HoldJob<5>, OnJob<kWriteLong, 6>, job_write, ViewJob},
+      {"JobWriteInformation", HoldJob<5>, OnJob<&Job::WriteInformation, 6>, job_write.Torn(),
+       ViewJob},
+      {"JobWriteLong", HoldJob<5>, OnJob<kWriteLong, 6>, job_write, ViewJob},
       {"JobWriteAll", HoldJob<5>, OnJob<kWriteAll, 96>, job_write_all.Torn(), ViewJob},
       {"JobWriteAllInFile", HoldJob<5>, OnJob<kWriteAllInFile, 97>, job_write_all.Torn(), ViewJob},
       {"JobWriteAllNew", nullptr, OnJob<kWriteAll, 96>, job_write_all.Or("Job0001.000"), ViewJob},
       {"InfoReadAll", HoldInfo, OnInfo<kReadInfo>, info_read, ViewInfo},
       {"InfoWriteAll", HoldInfo, OnInfo<kWriteInfo>, info_write.Torn(), ViewInfo},
+      {"InfoWriteAllNew", nullptr, OnInfo<kWriteInfo>, info_write, ViewInfo},
       {"InfoDelete", HoldInfo, OnInfo<kDeleteInfo>, info_delete, ViewInfo},
       {"InfoMove", HoldInfoAndTarget, OnInfo<kMoveInfo>, info_move, ViewInfo},
-      {"UserReadAll", HoldUser, OnUser<&User::ReadAll>, user_read, ViewUser},
-      {"UserWriteAll", HoldUser, OnUser<&User::WriteAll>, user_write, ViewUser},
-      {"UserDelete", HoldUser, OnUser<&User::Delete>, user_delete, ViewUser},
+      {"InfoIsExist", HoldInfo, OnInfo<kHasInfo>, kNoLine, ViewInfo},
+      {"UserReadAll", HoldUser<User>, OnUser<User, &User::ReadAll>, user.Tells(read),
+       ViewUser<User>},
+      {"UserWriteAll", HoldUser<User>, OnUser<User, &User::WriteAll>, user_write, ViewUser<User>},
+      {"UserWriteAllNew", nullptr, OnUser<User, &User::WriteAll>, kNoLine, ViewUser<User>},
+      {"UserDelete", HoldUser<User>, OnUser<User, &User::Delete>, user.Tells(remove),
+       ViewUser<User>},
+      {"UserIsExist", HoldUser<User>, OnUser<User, kHas>, kNoLine, ViewUser<User>},
+      {"SharedReadAll", HoldUser<Pc>, OnUser<Pc, &Pc::ReadAll>, pc.Tells(read), ViewUser<Pc>},
+      {"SharedWriteAll", HoldUser<Pc>, OnUser<Pc, &Pc::WriteAll>, pc_write, ViewUser<Pc>},
+      {"SharedDelete", HoldUser<Pc>, OnUser<Pc, &Pc::Delete>, pc.Tells(remove), ViewUser<Pc>},
+      {"SharedIsExist", HoldUser<Pc>, OnUser<Pc, kHas>, kNoLine, ViewUser<Pc>},
       {"WhiteListRead", HoldWhiteList, ReadWhiteList, list_read, ViewWhiteList},
       {"WhiteListWrite", HoldWhiteList, WriteWhiteList, kNoLineButBadAlloc.Torn(), ViewWhiteList},
       {"EnabledUsers", HoldEnabledUsers, OfEnabledUsers, enabled},
+      {"EnabledUsersEnciphered", HoldEncipheredUsers, OfEnabledUsers, enabled},
   };
 }
 

@@ -150,8 +150,15 @@ using vk::tq::testing::state;
 
 // ---- The rows of the table ----
 
-// Nobody is refused to give a lock back: that neither waits nor needs memory.
-Group TakingBy(const sembuf* steps) { return steps->sem_op < 0 ? kNone : kLock; }
+extern "C" int __real_getsockopt(int fd, int level, int option, void* value, socklen_t* size);
+
+// Of a datagram nothing is sent or received by halves.
+Group TransferOn(int fd) {
+  int type = 0;
+  socklen_t size = sizeof type;
+  __real_getsockopt(fd, SOL_SOCKET, SO_TYPE, &type, &size);
+  return type == SOCK_STREAM ? kTransfer : kDatagram;
+}
 
 template <class R, class... A>
 struct Signature {
@@ -242,6 +249,13 @@ int __wrap_semctl(int id, int number, int command, ...) {
   return error == 0 ? __real_semctl(id, number, command, argument) : FailWith(error, -1);
 }
 
+int __real_semtimedop(int id, sembuf* steps, size_t count, const timespec* timeout);
+int __wrap_semtimedop(int id, sembuf* steps, size_t count, const timespec* timeout) {
+  // Nobody is refused to give a lock back: that neither waits nor needs memory.
+  const int error = steps->sem_op < 0 ? 0 : Due(Group::kLock, "semtimedop");
+  return error == 0 ? __real_semtimedop(id, steps, count, timeout) : FailWith(error, -1);
+}
+
 // All options take what fits a pointer. Their numbers are ints here: an enumeration cannot stand in
 // front of arguments without a name.
 CURLcode __real_curl_easy_setopt(CURL* easy, int option, ...);
@@ -252,6 +266,16 @@ CURLcode __wrap_curl_easy_setopt(CURL* easy, int option, ...) {
   va_end(list);
   if (Due(Group::kFtpLibrary, "curl_easy_setopt") != 0) return CURLE_OUT_OF_MEMORY;
   return __real_curl_easy_setopt(easy, option, value);
+}
+
+CURLcode __real_curl_easy_getinfo(CURL* easy, int info, ...);
+CURLcode __wrap_curl_easy_getinfo(CURL* easy, int info, ...) {
+  va_list list;
+  va_start(list, info);
+  void* const value = va_arg(list, void*);
+  va_end(list);
+  if (Due(Group::kFtpLibrary, "curl_easy_getinfo") != 0) return CURLE_UNKNOWN_OPTION;
+  return __real_curl_easy_getinfo(easy, info, value);
 }
 
 }  // extern "C"

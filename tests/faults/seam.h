@@ -12,7 +12,6 @@ namespace vk::tq::testing {
 
 // Functions that fail for the same reasons.
 enum class Group : unsigned char {
-  kNone,  // never
   kOpen,
   kRead,
   kWrite,
@@ -31,6 +30,7 @@ enum class Group : unsigned char {
   kXml,
   kSocket,
   kTransfer,
+  kDatagram,
   kPoll,
   kResolver,
   kMachine,

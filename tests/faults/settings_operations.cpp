@@ -1,5 +1,7 @@
 // The settings of the client and of the site, and the display texts.
 #include <algorithm>
+#include <functional>
+#include <type_traits>
 
 #include "faults/operation.h"
 #include "platform/path.h"
@@ -42,14 +44,22 @@ void HoldLongConfigIni(Stage& stage) {
 
 using Client = CClientSetting;
 
+// An operation of a settings object, which gives a text when it reads one and else 1.
 template <auto kOperation>
 Report OnClient(Stage&) {
   Client setting;
-  return Reports(kOperation(setting) == 1);
+  if constexpr (std::is_same_v<std::invoke_result_t<decltype(kOperation), Client&>, CString>) {
+    return Reports(true, std::invoke(kOperation, setting));
+  } else {
+    return Reports(std::invoke(kOperation, setting) == 1);
+  }
 }
 
+constexpr auto kReadFlag = [](Client& it) { return std::to_wstring(it.ReadSvIpGetAutoFlg()); };
+constexpr auto kReadRetry = [](Client& it) { return std::to_wstring(it.ReadAddIconRetry()); };
 constexpr auto kWriteLonger = [](Client& it) { return it.WritePrimPSIpAddr(L"a longer address"); };
 constexpr auto kWriteShorter = [](Client& it) { return it.WritePrimPSIpAddr(L""); };
+constexpr auto kWriteClientIp = [](Client& it) { return it.WriteClientIP(L"10.1.1.1"); };
 constexpr auto kWriteNup = [](Client& it) { return it.WriteNupSetting(L"1,2,4"); };
 constexpr auto kWriteToner = [](Client& it) { return it.WriteTonerSaveDisp(1); };
 constexpr auto kWriteFont = [](Client& it) { return it.WriteFontImageDisp(1); };
@@ -126,22 +136,30 @@ std::vector<Operation> SettingsOperations() {
   const Promise read = {L"CClientSetting::", 4, Throws::kForMemory};
   const Promise directory = read.Tells({120200600, 120200620, 120200640, 120200660});
   const Promise config = Promise{L"CClientSetting::Write", 5, Throws::kForMemory}.Sure(0).Torn();
-  const Promise client = kNoLineButBadAlloc.Torn();
-  const Promise trays = config.Torn(false).Tells({120200880});
+  // Those that give a value have no way to tell of a failure.
+  const Promise quiet = kNoLineButBadAlloc;
+  const Promise client = quiet.Torn();
+  const Promise trays = config.Tells({120200880});
   const Promise texts = {L"CLangageManager::GetHashTbl", 3};
+  constexpr auto kReadAddress = &Client::ReadPrimPSIpAddr;
   return {
       {"ClientRead", HoldWholeClientIni, ReadWholeClientIni, read, ViewInis},
+      {"ClientReadAddress", HoldClientIni, OnClient<kReadAddress>, quiet.Or(""), ViewInis},
+      {"ClientReadFlag", HoldClientIni, OnClient<kReadFlag>, quiet.Or("0"), ViewInis},
+      {"ClientReadRetry", HoldClientIni, OnClient<kReadRetry>, quiet.Or("100"), ViewInis},
       {"ClientReadEmsDir", HoldClientIni, ReadEmsDir, directory, ViewInis},
       {"ClientWriteAddress", HoldClientIni, OnClient<kWriteLonger>, client, ViewInis},
       {"ClientWriteShorter", HoldClientIni, OnClient<kWriteShorter>, client, ViewInis},
-      {"ConfigLong", HoldLongConfigIni, OnClient<kWriteTrays>, trays, ViewInis},
+      {"ClientWriteClientIp", HoldClientIni, OnClient<kWriteClientIp>, client.Sure(0), ViewInis},
+      {"ConfigTrays", HoldClientIni, OnClient<kWriteTrays>, trays, ViewInis},
+      {"ConfigLong", HoldLongConfigIni, OnClient<kWriteTrays>, trays.Torn(false), ViewInis},
       {"ConfigNup", HoldClientIni, OnClient<kWriteNup>, config.Tells({120200910}), ViewInis},
       {"ConfigToner", HoldClientIni, OnClient<kWriteToner>, config.Tells({120200930}), ViewInis},
       {"ConfigFont", HoldClientIni, OnClient<kWriteFont>, config.Tells({120200960}), ViewInis},
       {"ConfigTimer", HoldClientIni, OnClient<kWriteTimer>, config.Tells({120200990}), ViewInis},
       {"ConfigRemnant", HoldClientIni, OnClient<kWriteRemnant>, config.Tells({120200990}),
        ViewInis},
-      {"SystemLoad", HoldSystemSettings, LoadSystemSettings, kNoLineButBadAlloc},
+      {"SystemLoad", HoldSystemSettings, LoadSystemSettings, quiet},
       {"Texts", HoldTexts, LoadTexts, texts.Tells({130213})},
   };
 }

@@ -71,6 +71,11 @@ bool Peer::Write(std::string_view bytes) const {
   return true;
 }
 
+bool Peer::IsReset() const {
+  pollfd any{get(), 0, 0};
+  return poll(&any, 1, 0) == 1;
+}
+
 void Peer::ResetOnClose() const {
   const linger now{1, 0};
   setsockopt(get(), SOL_SOCKET, SO_LINGER, &now, sizeof now);

@@ -56,6 +56,8 @@ class Peer {
   std::string Read(std::size_t size) const;
   // False when the client is gone.
   bool Write(std::string_view bytes) const;
+  // Whether the client has broken the connection off, instead of closing it in order.
+  bool IsReset() const;
   // Lets the connection end by a reset instead of an orderly close.
   void ResetOnClose() const;
 

@@ -101,6 +101,14 @@ std::string ScriptedFtpPeer::Session::TakeData() {
   return all;
 }
 
+std::optional<std::string> ScriptedFtpPeer::Session::TakeWholeData() {
+  if (!Connected()) return {};
+  std::optional<std::string> all = data_->Read(std::string::npos);
+  if (data_->IsReset()) all.reset();
+  CloseData();
+  return all;
+}
+
 bool ScriptedFtpPeer::Session::Give(std::string_view bytes) {
   Reply("150 here it comes");
   SendData(bytes);

@@ -36,6 +36,8 @@ class ScriptedFtpPeer {
       if (Connected()) data_->Write(bytes);
     }
     std::string TakeData();
+    // Nothing when the client breaks it off.
+    std::optional<std::string> TakeWholeData();
     void TakeSomeData(std::size_t size) {
       if (Connected()) data_->Take(size);
     }
