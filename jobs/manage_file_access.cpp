@@ -73,8 +73,8 @@ int NumberOfName(const CString& name) {
   return ParseInt(name.size() > 3 ? name.substr(name.size() - 3) : name);
 }
 
-// The number of a job's file in a folder that may be used but not listed: each name is asked for. 0, with the last
-// error set, when there is none.
+// The number of a job's file in a folder that may be used but not listed: each name is asked for.
+// 0, with the last error set, when there is none.
 int NumberByAsking(const CString& base) {
   for (int number = 0; number <= kHighestStatus; ++number) {
     const auto status = GetFileStatus(Format(L"%s.%03d", base, number));
@@ -90,8 +90,8 @@ bool IsThere(const CString& path) {
   return false;
 }
 
-// A status file that may not be read is like an empty one, but not one that could not be read for the moment: a default
-// would become the job's status, and an error text would go unreported.
+// A status file that may not be read is like an empty one, but not one that could not be read for
+// the moment: a default would become the job's status, and an error text would go unreported.
 Profile ReadStatusFile(const CString& path) {
   auto text = ReadProfileText(path);
   if (!text && IsPassing(GetLastError())) throw std::runtime_error("a status file cannot be read");

@@ -115,8 +115,8 @@ class ScopedMachine {
 };
 
 /// A text of the registry's local machine hive; empty when there is no such key or value, or it does
-/// not fit a buffer of so many characters, terminator included. Here the hive is an INI file: the path of a
-/// key is a section, a value's name a key.
+/// not fit a buffer of so many characters, terminator included. Here the hive is an INI file: the
+/// path of a key is a section, a value's name a key.
 std::wstring ReadRegistryString(std::wstring_view key, std::wstring_view value, std::size_t size);
 
 }  // namespace vk::tq
