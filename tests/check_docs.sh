@@ -63,6 +63,20 @@ check_porting() {
   done
 }
 
+# Each key of the settings has a row, and each message number of a key stands in its row.
+check_settings() {
+  local key number row
+  while read -r key; do
+    row=$(grep "^| \`$key\` " docs/settings.md) || fault "docs/settings.md has no row for $key"
+    for number in $(grep -ozP "\{L\"$key\"[^{}]*" settings/client_setting_table.h | grep -aoE '1202[0-9]{5}'); do
+      [[ $row == *$number* ]] || fault "docs/settings.md: the row of $key lacks $number"
+    done
+  done < <(grep -ohP '\{L"\K\w+(?=")' settings/client_setting_table.h)
+  while read -r key; do
+    grep -q "^| $key " docs/settings.md || fault "docs/settings.md has no row for item $key"
+  done < <(grep -ohP '^TQ_\w+\(\K[0-9]+' settings/system_setting_items.h)
+}
+
 check_pictures() {
   local source picture
   for source in docs/pictures/*.dot; do
@@ -111,6 +125,7 @@ while read -r document; do
 done < <(documents)
 check_index
 check_porting
+check_settings
 check_pictures
 check_program
 rm -rf "$work"
