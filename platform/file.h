@@ -37,8 +37,10 @@ std::optional<FileStatus> GetFileStatus(const std::wstring& path);
 /// none.
 bool IsSameFile(const std::wstring& left, const std::wstring& right);
 
-/// A file that is open for reading, shared with every other reader and writer. Where a writer was
-/// killed while it replaced the contents, they are the new ones (see InPlaceWriter).
+/// A file that is open for reading, shared with every other reader. Its lock keeps each
+/// InPlaceWriter out until it is closed, and waits for one that is at work. After 0.2 s it is read
+/// without the lock, as it then stands: somebody who holds the lock must not stop all others. Where
+/// a writer was killed while it replaced the contents, they are the new ones.
 class InputFile {
  public:
   InputFile() = default;
@@ -52,17 +54,24 @@ class InputFile {
     FileStatus ignored;
     return Open(path, ignored);
   }
+  /// The same for a file that nobody writes in place: for less than the lock costs.
+  bool OpenUnlocked(const std::wstring& path);
   bool is_open() const { return handle_ != kClosed; }
   /// The status of the open file, whatever has become of its name.
   std::optional<FileStatus> Status() const;
   /// Reads until the buffer is full or the file ends; the number of bytes read, or nothing on an
-  /// error.
+  /// error. Without the lock that can be 32: a writer ended meanwhile, and another attempt reads
+  /// what it wrote.
   std::optional<std::size_t> Read(void* buffer, std::size_t size);
 
  private:
+  bool Open(const std::wstring& path, FileStatus& status, bool is_locked);
+  void Close();
+
   static constexpr std::intptr_t kClosed = -1;
   static constexpr std::uint64_t kNoLimit = ~std::uint64_t{0};
   std::intptr_t handle_ = kClosed;
+  bool is_locked_ = false;
   std::uint64_t size_ = kNoLimit;  ///< of the copy that stands for the contents
   std::uint64_t left_ = kNoLimit;
 };
@@ -80,6 +89,11 @@ std::optional<SecureBytes> ReadFile(const std::wstring& path);
 ///   if (!file.Open(path, size)) ...   // the old contents are whole
 ///   if (!file.Write(data, size)) ...  // any number of calls, size bytes in all
 ///   if (!file.Commit()) ...
+///
+/// From Open to Commit or destruction, or until its process ends, the file is locked: each reader
+/// finds the old contents or the new ones, and no writer tears those of another. Open waits 10 s for
+/// the others and then fails with 32. So nobody may write a file that he still has open for reading.
+/// Where the file system has no such locks (open-file-description locks), all go on without.
 ///
 /// A file that did not exist before appears under its name with Commit only, where the file system
 /// can do that, and is removed again when the writer is destroyed without one.

@@ -157,7 +157,8 @@ CString CCrypto::ComputeHash(const CString& text) {
 
 void CCrypto::GetBytesKey(CByteArray& key) {
   InputFile file;
-  const bool is_open = file.Open(CUtil::GetSpecialFolderPath(kFolderCommonAppData) + m_strKeyFile);
+  const bool is_open =
+      file.OpenUnlocked(CUtil::GetSpecialFolderPath(kFolderCommonAppData) + m_strKeyFile);
   if (!is_open && !IsPassing(GetLastError())) return;
   const std::optional<FileStatus> status = is_open ? file.Status() : std::nullopt;
   // Without its contents the key would be that of no key file, and nothing would tell.

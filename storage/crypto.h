@@ -39,7 +39,12 @@ enum class CipherDirection;
 /// (docs/decisions/in-place-writing.md): what can fail without the file fails first, and so does a
 /// disk that has no room for the new length.
 ///
-/// Nothing here is logged or takes a lock. The file operations give 0 for success and 1 for
+/// Each file but the key file is locked while it is read or written, by itself (InputFile,
+/// InPlaceWriter). A reader waits 0.2 s for a writer and then goes on without the lock. A writer
+/// waits 10 s for readers and writers and then fails with EACCES; so it does when somebody takes
+/// longer to encipher or send a large file that it would change.
+///
+/// Nothing here is logged or takes a named lock. The file operations give 0 for success and 1 for
 /// failure. std::runtime_error also tells of a machine that does not offer AES.
 class TQ_EXPORT CCrypto {
   CString m_strKeyFile;

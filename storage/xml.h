@@ -29,8 +29,10 @@ class XmlElement;
 /// writing operation leaves the first alone. Where an array of values is too short, and for any
 /// other exception, the placeholders of the message stay empty.
 ///
-/// Files are written in place, so that a reader finds the old or the new document
-/// (docs/decisions/xml.md), without a lock.
+/// Files are written in place (docs/decisions/in-place-writing.md), and locked meanwhile: no other
+/// writer comes in between, and a reader of this library finds the old or the new document. One that
+/// others read or write for more than 10 s cannot be written. InsertXMLValue does not hold the lock
+/// from its reading to its writing: of two at one time, one can be lost.
 class TQ_EXPORT CXml {
  public:
   explicit CXml(CString root_name = L"Velkorandia", CString record_name = L"QTL");

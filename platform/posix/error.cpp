@@ -81,17 +81,13 @@ constexpr ErrnoPair kErrnoTable[] = {
     {EHOSTUNREACH, 10065},
 };
 
-// Error values that no errno value leads to.
+// Error values that no errno value leads to, or that another one tells better.
 constexpr ErrnoPair kNearestErrno[] = {
-    {ENOENT, kErrorPathNotFound},
-    {ENOENT, kErrorNoMoreFiles},
-    {EEXIST, kErrorFileExists},
-    {ENAMETOOLONG, kErrorBufferOverflow},
-    {EINVAL, kErrorInvalidName},
-    {ENOTDIR, kErrorDirectoryName},
-    {EPERM, kErrorNotOwner},
-    {ETIMEDOUT, kWaitTimeout},
-    {EINVAL, kErrorInvalidSecurityDescriptor},
+    {ENOENT, kErrorPathNotFound},     {ENOENT, kErrorNoMoreFiles},
+    {EEXIST, kErrorFileExists},       {ENAMETOOLONG, kErrorBufferOverflow},
+    {EACCES, kErrorSharingViolation}, {EINVAL, kErrorInvalidName},
+    {ENOTDIR, kErrorDirectoryName},   {EPERM, kErrorNotOwner},
+    {ETIMEDOUT, kWaitTimeout},        {EINVAL, kErrorInvalidSecurityDescriptor},
 };
 
 struct ErrorText {

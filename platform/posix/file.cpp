@@ -67,13 +67,29 @@ bool IsSameFile(const std::wstring& left, const std::wstring& right) {
          left_info.st_dev == right_info.st_dev && left_info.st_ino == right_info.st_ino;
 }
 
-InputFile::~InputFile() { FileDescriptor close(static_cast<int>(handle_)); }
+InputFile::~InputFile() { Close(); }
+
+void InputFile::Close() {
+  const FileDescriptor fd(static_cast<int>(std::exchange(handle_, kClosed)));
+  if (std::exchange(is_locked_, false)) UnlockFile(fd.get());
+}
 
 bool InputFile::Open(const std::wstring& path, FileStatus& status) {
-  FileDescriptor old(static_cast<int>(std::exchange(handle_, kClosed)));
+  return Open(path, status, true);
+}
+
+bool InputFile::OpenUnlocked(const std::wstring& path) {
+  FileStatus ignored;
+  return Open(path, ignored, false);
+}
+
+bool InputFile::Open(const std::wstring& path, FileStatus& status, bool is_locked) {
+  Close();
   const std::string native = PathToNative(path);
   FileDescriptor fd = OpenForReading(native);
   if (!fd) return FailAtPath(native);
+  // First of all: the size and the copy that a living writer shows are gone in a moment.
+  if (is_locked) LockForReading(fd.get());
   struct stat info {};
   if (!IsReadable(fd.get(), info)) return false;
   status = StatusFromStat(info);
@@ -84,6 +100,7 @@ bool InputFile::Open(const std::wstring& path, FileStatus& status) {
     status.size = size_ = left_ = copy->size;
   }
   handle_ = fd.Release();
+  is_locked_ = is_locked;
   return true;
 }
 
@@ -112,7 +129,13 @@ std::optional<std::size_t> InputFile::Read(void* buffer, std::size_t size) {
       return {};
     }
   }
-  if (left_ != kNoLimit) left_ -= done;
+  if (left_ == kNoLimit) return done;
+  // Without the lock, a copy may be that of a writer that lives, and has been cut off.
+  if (done < size) {
+    Fail(kErrorSharingViolation);
+    return {};
+  }
+  left_ -= done;
   return done;
 }
 
@@ -155,9 +178,12 @@ bool InPlaceWriter::OpenExisting(const std::string& native) {
   FileDescriptor fd(open(native.c_str(), O_RDWR | kFlags));
   if (!fd && errno == EACCES) fd.Reset(open(native.c_str(), O_WRONLY | kFlags));
   if (!fd) return FailWithErrno();
+  if (!LockForWriting(fd.get())) return false;
   struct stat info {};
   if (fstat(fd.get(), &info) != 0) return FailWithErrno();
   if (!S_ISREG(info.st_mode)) return Fail(kErrorAccessDenied);
+  // Removed or replaced while somebody else had the lock: what is written would be lost.
+  if (info.st_nlink == 0) return Fail(kErrorFileNotFound);
   old_size_ = static_cast<std::uint64_t>(info.st_size);
   if (const auto copy = FindSpareCopy(fd.get(), old_size_)) {
     const auto size = PutSpareCopyInPlace(fd.get(), *copy);
@@ -182,6 +208,13 @@ bool InPlaceWriter::CreateNew(const std::string& native) {
     FailWithErrno();
     // The file itself was missing a moment ago, so it must be its folder.
     return GetLastError() == kErrorFileNotFound ? Fail(kErrorPathNotFound) : false;
+  }
+  if (!is_unnamed_) {
+    if (!LockForWriting(fd.get())) return false;
+    // Another writer may have found the file before, and filled it or taken it back.
+    struct stat info {};
+    const bool is_found = fstat(fd.get(), &info) == 0 && (info.st_size != 0 || info.st_nlink == 0);
+    if (is_found) return Fail(kErrorAlreadyExists);
   }
   old_size_ = 0;
   is_new_ = true;
@@ -211,6 +244,7 @@ void InPlaceWriter::TakeBack() {
   } else if (!is_new_ && written_ == 0) {
     [[maybe_unused]] const int ignored = ftruncate(fd.get(), static_cast<off_t>(old_size_));
   }
+  UnlockFile(fd.get());
   written_ = 0;
 }
 
@@ -235,7 +269,10 @@ bool InPlaceWriter::Commit(std::uint64_t size) {
   const auto cut = [&] { return ftruncate(fd.get(), static_cast<off_t>(size)); };
   const bool is_whole = RetryInterrupted(cut) == 0;
   if (is_whole && is_unnamed_ && !NameFile(fd.get(), native_path_)) return FailWithErrno();
-  if (is_whole && close(fd.Release()) == 0) return true;
+  if (is_whole) {
+    UnlockFile(fd.get());
+    if (close(fd.Release()) == 0) return true;
+  }
   FailWithErrno();
   const bool has_name = is_new_ && (is_whole || !is_unnamed_);
   if (has_name) unlink(native_path_.c_str());

@@ -5,6 +5,7 @@
 #include <sys/stat.h>
 
 #include <algorithm>
+#include <thread>
 
 #include "platform/posix/utf8.h"
 
@@ -15,6 +16,24 @@ constexpr char32_t kEscape = 0xDC00;
 
 // The characters that nearly all names consist of: each is one byte, and the same on both sides.
 constexpr bool IsPlain(char c) { return static_cast<unsigned char>(c) < 0x80 && c != '\\'; }
+
+// False when the time is over.
+bool WaitForLock(int file, short kind, std::chrono::milliseconds limit) {
+  constexpr std::chrono::microseconds kShortestPause(20);
+  // With longer ones, whoever has waited long always comes behind others that begin to wait.
+  constexpr std::chrono::microseconds kLongestPause(100);
+  const auto is_taken = [&] {
+    return !SetFileLock(file, kind) && (errno == EAGAIN || errno == EACCES);
+  };
+  if (!is_taken()) return true;
+  const auto end = std::chrono::steady_clock::now() + limit;
+  for (auto pause = kShortestPause; std::chrono::steady_clock::now() < end;
+       pause = std::min(2 * pause, kLongestPause)) {
+    std::this_thread::sleep_for(pause);
+    if (!is_taken()) return true;
+  }
+  return false;
+}
 
 }  // namespace
 
@@ -32,6 +51,14 @@ bool SetFileLock(int file, short kind) noexcept {
   lock.l_whence = SEEK_SET;
   return RetryInterrupted([&] { return fcntl(file, F_OFD_SETLK, &lock); }) == 0;
 }
+
+void LockForReading(int file) { WaitForLock(file, F_RDLCK, std::chrono::milliseconds(200)); }
+
+bool LockForWriting(int file) {
+  return WaitForLock(file, F_WRLCK, std::chrono::seconds(10)) || Fail(kErrorSharingViolation);
+}
+
+void UnlockFile(int file) noexcept { SetFileLock(file, F_UNLCK); }
 
 int PollUntil(std::span<pollfd> sockets,
               const std::chrono::steady_clock::time_point* deadline) noexcept {

@@ -62,6 +62,16 @@ auto RetryInterrupted(const Call& call) {
 // Nobody waits: false, with errno, when another opening of the file has one in the way.
 bool SetFileLock(int file, short kind) noexcept;
 
+// Locks a file for as long as its contents are read or changed in place: many readers, or one
+// writer. A writer holds it for less than a millisecond as a rule. Whoever holds it longer was
+// stopped, or means ill: nobody waits for that for ever. A reader goes on without the lock after
+// 0.2 s, a writer fails after 10 s, with 32. Where no lock can be had, as in some network file
+// systems, both go on without one.
+void LockForReading(int file);
+bool LockForWriting(int file);
+// Closing the file would not be enough: a child that was forked meanwhile shares the lock.
+void UnlockFile(int file) noexcept;
+
 // poll(2) until something happens or the time is over; null stands for no limit. A signal ends
 // nothing.
 int PollUntil(std::span<pollfd> sockets,

@@ -4,39 +4,14 @@
 #include <sys/stat.h>
 
 #include <algorithm>
-#include <chrono>
-#include <thread>
 
 #include "platform/posix/spare_copy.h"
 
 namespace vk::tq::internal {
 namespace {
 
-using std::chrono::milliseconds;
-
-// A writer holds the lock for less than a millisecond. Whoever holds it longer was stopped, or
-// means ill: nobody waits for that for ever. A reader then reads without the lock.
-constexpr milliseconds kWriterWait(10'000);
-constexpr milliseconds kReaderWait(200);
-
 // What is larger is no INI file: somebody means to use up the memory.
 constexpr off_t kLargest = 0x1000000;
-
-bool Lock(int file, short kind, milliseconds limit) {
-  constexpr std::chrono::microseconds kShortestPause(20);
-  constexpr std::chrono::microseconds kLongestPause(1'000);
-  const auto end = std::chrono::steady_clock::now() + limit;
-  for (auto pause = kShortestPause;; pause = std::min(2 * pause, kLongestPause)) {
-    if (SetFileLock(file, kind)) return true;
-    if (errno != EAGAIN && errno != EACCES) return FailWithErrno();
-    if (std::chrono::steady_clock::now() >= end) return Fail(kErrorSharingViolation);
-    std::this_thread::sleep_for(pause);
-  }
-}
-
-// A child that another thread of this process forked meanwhile shares the lock: closing the file
-// here would not end it.
-void Unlock(int file) { SetFileLock(file, F_UNLCK); }
 
 bool IsRegular(int file, struct stat& status) {
   if (fstat(file, &status) != 0) return FailWithErrno();
@@ -89,12 +64,9 @@ std::optional<std::string> ReadProfileFile(const std::string& native) {
     return std::nullopt;
   }
   if (!IsRegular(file.get(), status)) return std::nullopt;
-  {
-    const LastErrorKeeper keeper;
-    Lock(file.get(), F_RDLCK, kReaderWait);
-  }
+  LockForReading(file.get());
   const bool is_read = ReadAll(file.get(), bytes);
-  Unlock(file.get());
+  UnlockFile(file.get());
   if (!is_read) return std::nullopt;
   KeepText(bytes, FindSpareCopy(bytes));
   return bytes;
@@ -103,14 +75,14 @@ std::optional<std::string> ReadProfileFile(const std::string& native) {
 ProfileFile::~ProfileFile() {
   if (!file_) return;
   if (is_new_) unlink(native_.c_str());
-  Unlock(file_.get());
+  UnlockFile(file_.get());
 }
 
 bool ProfileFile::Open(const std::string& native) {
   native_ = native;
   // Another process may remove the file, or put another one in its place, before its lock is here.
   do {
-    if (!OpenOnce() || !Lock(file_.get(), F_WRLCK, kWriterWait)) return false;
+    if (!OpenOnce() || !LockForWriting(file_.get())) return false;
   } while (!is_unnamed_ && !IsStillNamed());
   return ReadAll(file_.get(), bytes_) && Mend();
 }
@@ -184,7 +156,7 @@ bool ProfileFile::Replace(std::string_view bytes) {
   }
   if (is_unnamed_ && !NameFile(file_.get(), native_)) return FailWithErrno();
   is_new_ = is_unnamed_ = false;
-  Unlock(file_.get());
+  UnlockFile(file_.get());
   if (close(file_.Release()) != 0 && errno != EINTR) return FailWithErrno();
   return true;
 }
