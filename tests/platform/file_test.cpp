@@ -4,8 +4,11 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
+#include <atomic>
 #include <filesystem>
 #include <functional>
+#include <thread>
 #include <tuple>
 
 #include "platform/error.h"
@@ -137,6 +140,64 @@ TEST_F(FileTest, ContentsOfManyPagesAreTheOldOrTheNew) {
       EXPECT_EQ("short", ReadNative(native("torn"))) << done;
     }
   }
+}
+
+TEST_F(FileTest, EveryReadIsOldOrNewAndNoWriterTearsAnother) {
+  const std::string texts[] = {std::string(20'000, 'a'), std::string(5'000, 'b')};
+  const auto write = [&](const std::string& text) {
+    int failures = 0;
+    for (int round = 0; round < 1'000; ++round) {
+      failures += WriteFileInPlace(path(L"file"), text.data(), text.size()) ? 0 : 1;
+    }
+    return failures;
+  };
+  ASSERT_EQ(0, write(texts[0]));
+  ChildProcess one([&] { return write(texts[0]); });
+  ChildProcess other([&] { return write(texts[1]); });
+  std::atomic<bool> is_over = false;
+  int torn = 0;
+  std::thread reader([&] {
+    while (!is_over) {
+      const SecureBytes bytes = ReadFile(path(L"file")).value_or(SecureBytes());
+      const auto is_equal = [&](const std::string& text) {
+        return std::ranges::equal(text, bytes);
+      };
+      torn += std::ranges::any_of(texts, is_equal) ? 0 : 1;
+    }
+  });
+  EXPECT_EQ(0, one.Wait());
+  EXPECT_EQ(0, other.Wait());
+  is_over = true;
+  reader.join();
+  EXPECT_EQ(0, torn);
+}
+
+TEST_F(FileTest, AWriterWaitsForAReaderAndWritesNoFileThatIsGone) {
+  WriteNative(native("file"), "old");
+  std::optional<InputFile> reader(std::in_place);
+  ASSERT_TRUE(reader->Open(path(L"file")));
+  std::thread writer([&] { EXPECT_TRUE(WriteFileInPlace(path(L"file"), "new", 3)); });
+  std::this_thread::sleep_for(std::chrono::milliseconds(50));
+  EXPECT_EQ("old", ReadNative(native("file")));
+  fs::remove(native("file"));
+  reader.reset();
+  writer.join();
+  EXPECT_EQ("new", ReadNative(native("file")));
+}
+
+TEST_F(FileTest, AReaderThatDoesNotGetTheLockNeverFindsNothing) {
+  const std::string text(20'000, 'n');
+  WriteNative(native("file"), "old");
+  InPlaceWriter writer;
+  ASSERT_TRUE(writer.Open(path(L"file"), text.size()));
+  ASSERT_TRUE(writer.Write(text.data(), text.size()));
+  InputFile reader;
+  ASSERT_TRUE(reader.Open(path(L"file")));
+  ASSERT_TRUE(writer.Commit());
+  std::string bytes(text.size(), '\0');
+  EXPECT_FALSE(reader.Read(bytes.data(), bytes.size()));
+  EXPECT_EQ(32U, GetLastError());
+  EXPECT_EQ(EACCES, ErrnoFromError(GetLastError()));
 }
 
 TEST_F(FileTest, FoldersAreMadeByTwoProcessesAtOnce) {
