@@ -157,11 +157,15 @@ bool MoveByCopy(const std::string& from, const std::string& to) {
     return FailWithErrno();
   }
   HiddenFile copy(to);
-  return copy.Make() && CopyContents(source.get(), copy.descriptor()) &&
-         CopyAttributes(source.get(), copy.descriptor(), info) &&
-         (fsync(copy.descriptor()) == 0 || FailWithErrno()) && copy.PutInPlace() &&
-         (FlushFolder(ParentOf(to)) || FailWithErrno()) &&
-         (unlink(from.c_str()) == 0 || FailWithErrno());
+  // Whoever writes the file meanwhile would lose what is not in the copy yet.
+  LockForReading(source.get());
+  const bool is_moved = copy.Make() && CopyContents(source.get(), copy.descriptor()) &&
+                        CopyAttributes(source.get(), copy.descriptor(), info) &&
+                        (fsync(copy.descriptor()) == 0 || FailWithErrno()) && copy.PutInPlace() &&
+                        (FlushFolder(ParentOf(to)) || FailWithErrno()) &&
+                        (unlink(from.c_str()) == 0 || FailWithErrno());
+  UnlockFile(source.get());
+  return is_moved;
 }
 
 bool IsSameFile(const struct stat& left, const struct stat& right) {

@@ -134,12 +134,12 @@ TEST_F(HostileTest, WhatIsNoReadableKeyFileIsLikeNone) {
     return bytes;
   };
   const CByteArray without = encipher();
-  for (const auto& [name, put] : kCases) {
+  for (const auto& key_file : kCases) {
     ChildProcess caller([&] {
-      put();
+      key_file.second();
       return encipher() == without ? 0 : 1;
     });
-    EXPECT_EQ(0, caller.Wait()) << name;
+    EXPECT_EQ(0, caller.Wait()) << key_file.first;
     fs::remove(key);
   }
 }

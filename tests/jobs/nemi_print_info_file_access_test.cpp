@@ -191,9 +191,9 @@ TEST_F(NemiPrintInfoFileAccessTest, AHeldLockFailsEveryOperationUntilItIsFree) {
          {kTimeout, Line(100921, L"IsExist", kNoLock), kTimeout, test, kTimeout,
           Line(101002, L"Move", kNoLock)},
          file.Move(Sent().c_str()));
-  for (const auto& [retry, attempts] : {std::pair{INT_MIN, 1}, {0, 1}, {4, 5}}) {
+  for (const auto& [retry, attempts] : {std::pair{INT_MIN, 1U}, {0, 1U}, {4, 5U}}) {
     Lines lines = {kTimeout, test};
-    lines.resize(static_cast<std::size_t>(2 + attempts), kTimeout);
+    lines.resize(2 + attempts, kTimeout);
     lines.push_back(Line(100906, L"Delete", kNoLock));
     Expect(0, lines, file.Delete(retry));
   }

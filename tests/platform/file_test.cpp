@@ -364,6 +364,19 @@ TEST_P(FileMoveTest, ACopyRemovesWhatAKilledOneHasLeft) {
   EXPECT_THAT(Targets(), ElementsAre(".move-1-1", ".move-notes", "job.xml"));
 }
 
+TEST_P(FileMoveTest, ACopyWaitsForWhoWrites) {
+  if (!GetParam()) return;  // nothing is copied
+  WriteNative(from_, std::string(20'000, 'o'));
+  const std::string fresh(5'000, 'n');
+  InPlaceWriter writer;
+  ASSERT_TRUE(writer.Open(PathFromNative(from_), fresh.size()));
+  ASSERT_TRUE(writer.Write(fresh.data(), fresh.size()));
+  std::thread commit([&] { EXPECT_TRUE(writer.Commit()); });
+  EXPECT_TRUE(Move());
+  commit.join();
+  EXPECT_EQ(fresh, ReadNative(to_));
+}
+
 TEST_P(FileMoveTest, SourceThatCannotGoIsNotCopied) {
   WriteNative(from_, "contents");
   chmod(home_.native().c_str(), 0755);
