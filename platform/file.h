@@ -145,10 +145,11 @@ bool RenameFile(const std::wstring& from, const std::wstring& to);
 ///
 /// Between file systems the contents, the rights, the owner where that is allowed, and the time of
 /// the last write are copied to a file that nobody else sees, flushed and put in place; only then
-/// the old name goes. That is for ordinary files; links are refused (5), never followed. On
-/// failure the source is whole, and nothing partial stands under the new name. Fails with 2 when
-/// there is no source, with 3 when the target's folder is missing, and with 5 when the target is a
-/// directory or the old name cannot be removed.
+/// the old name goes. Meanwhile the file is locked as by InputFile; a writer that waited for it
+/// writes a new file of the old name. That is for ordinary files; links are refused (5), never
+/// followed. On failure the source is whole, and nothing partial stands under the new name. Fails
+/// with 2 when there is no source, with 3 when the target's folder is missing, and with 5 when the
+/// target is a directory or the old name cannot be removed.
 bool MoveFileReplacing(const std::wstring& from, const std::wstring& to);
 
 /// Removes a file. A directory fails with 5.

@@ -11,7 +11,7 @@ namespace vk::tq {
 /// `Client.ini` is the INI file `GetSpecialFolderPath(35)` +
 /// "\ORV-INC\Velkorandia\Tessaloquin\config\Client.ini". Its keys lie in the section "Setting",
 /// PrinterInfoCycle alone in the section "Thread". `config.ini`, which the print processor reads,
-/// is "\PrintProcessor\config.ini" behind the same folder. No operation takes a lock of its own;
+/// is "\PrintProcessor\config.ini" behind the same folder. No operation takes a mutex;
 /// two programs that write different keys of one file both succeed, two that write one key race to
 /// the last write. Values, ranges and what a bad value does stand in docs/settings.md. A
 /// text is written on one line: a line break in it becomes a blank, and a NUL ends it.

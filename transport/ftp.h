@@ -16,7 +16,7 @@ namespace vk::tq {
 /// Results are 1 for success and 0 for failure; nothing is thrown. A transfer or a change of
 /// directory that fails closes the connection, so that IsConnect gives 0; the object can be
 /// connected again. Repeating a failed connection is the caller's business. On an object without a
-/// connection every transfer fails. An object belongs to one thread at a time and takes no lock.
+/// connection every transfer fails. An object belongs to one thread at a time and takes no mutex.
 /// Every wait is bounded by the time-out of FtpConnect, which counts anew for each reply and for each
 /// piece of a file that moves. While FtpConnect resolves the server's name, a thread of libcurl's
 /// does that, and one that meets no answer may outlive the call by the resolver's own time-out.

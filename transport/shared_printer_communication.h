@@ -11,7 +11,7 @@ namespace vk::tq {
 /// for the print-out of a job that is spooled there, and asks for the server's time. Each exchange
 /// is one short TCP connection over IPv4: connect, one frame, the answer, close. Between two
 /// exchanges no socket is open, and a failed exchange leaves nothing to clear up. An object belongs
-/// to one thread at a time and takes no lock. No operation throws: one that lacks memory fails.
+/// to one thread at a time and takes no mutex. No operation throws: one that lacks memory fails.
 /// docs/wire-protocol.md shows the frames.
 ///
 /// Results are 1 when the server accepted, else 0. Why an exchange failed is not told. These lines
@@ -53,7 +53,7 @@ class TQ_EXPORT CSharedPrinterCommunication : public CObject {
 
   /// Delivers a print information file as it is stored, under its name without directory, extension
   /// and any further ".xml", of which the first 26 bytes go out; that cut may fall inside a
-  /// character. The file is read first, under no lock, and at most as many bytes of it as it had
+  /// character. The file is read first, locked meanwhile, and at most as many bytes of it as it had
   /// when it was opened: one that grows meanwhile is sent as it was sized, one that shrinks with
   /// what was left to read. A file that is missing, cannot be read, or has more than 256 MiB (it is
   /// held in memory, and no print information file comes near) gives 0 before any connection is

@@ -27,7 +27,7 @@ namespace vk::tq {
 /// CCrypto::CryptingStringWriter. A CR or LF alone is an ordinary character of a name; a name with
 /// both, one after the other, does not come back as it was.
 ///
-/// There is no lock here: callers hold GetPrinterWhiteListMutex around Read and Write. An object
+/// No mutex is taken here: callers hold GetPrinterWhiteListMutex around Read and Write. An object
 /// serves one thread at a time. No operation throws, except for want of memory.
 class TQ_EXPORT CWhiteListFileAccess {
  public:
