@@ -177,18 +177,18 @@ HANDLE Take(const std::wstring& mutex) {
 using KilledOwnerTest = StoreTest;
 
 TEST_F(KilledOwnerTest, LeavesTheLockToTheNext) {
-  for (const auto& [name, mutex, store, line] : kLocks) {
-    SCOPED_TRACE(name);
+  for (const Lock& lock : kLocks) {
+    SCOPED_TRACE(lock.name);
     const auto take_next = [&] {
-      if (store != nullptr) return FindStore(store).read(0) > 0;
-      const HANDLE lock = GetManageFileMutex(mutex);
-      ReleaseManageFileMutex(lock);
-      return lock != nullptr;
+      if (lock.store != nullptr) return FindStore(lock.store).read(0) > 0;
+      const HANDLE mutex = GetManageFileMutex(lock.mutex);
+      ReleaseManageFileMutex(mutex);
+      return mutex != nullptr;
     };
-    ASSERT_TRUE(store == nullptr || FindStore(store).write(0, 1));
+    ASSERT_TRUE(lock.store == nullptr || FindStore(lock.store).write(0, 1));
     Gate held;
     ChildProcess owner([&] {
-      if (Take(mutex) != nullptr) held.Open();
+      if (Take(lock.mutex) != nullptr) held.Open();
       return pause();
     });
     ASSERT_TRUE(held.Wait());
@@ -198,7 +198,8 @@ TEST_F(KilledOwnerTest, LeavesTheLockToTheNext) {
     int failures = 0;
     EXPECT_TRUE(OnceMore(take_next, failures));
     EXPECT_TRUE(take_next());
-    EXPECT_EQ(std::ranges::count(log_.lines(5), line, &LogLine::number), store != nullptr ? 1 : 0);
+    EXPECT_EQ(std::ranges::count(log_.lines(5), lock.line, &LogLine::number),
+              lock.store != nullptr ? 1 : 0);
   }
 }
 

@@ -30,14 +30,14 @@ std::wstring Ask(std::uint16_t port, milliseconds wait) {
 }
 
 // Asks a peer.
-std::wstring Ask(const DnsPeer::Answer& answer, milliseconds wait = milliseconds(5000)) {
+std::wstring AskPeer(const DnsPeer::Answer& answer, milliseconds wait = milliseconds(5000)) {
   const DnsPeer peer(answer);
   return Ask(peer.port(), wait);
 }
 
 // Asks one that answers with a code and records, and with some bits of one byte changed.
 std::wstring Ask(const Reply& reply, std::size_t place = 0, int bits = 0) {
-  return Ask([&](const std::string& question, bool) {
+  return AskPeer([&](const std::string& question, bool) {
     std::string message = reply.To(question);
     message[place] = static_cast<char>(message[place] ^ bits);
     return Messages{message};
@@ -113,8 +113,8 @@ TEST(DnsTest, WhatIsNoAnswerToTheQuestionIsPassedOver) {
     std::transform(question.begin() + 12, question.end(), messages.back().begin() + 12, lower);
     return messages;
   };
-  EXPECT_EQ(L"0 right.example", Ask(answer));
-  EXPECT_EQ(L"9001", Ask([](const std::string& question, bool) {
+  EXPECT_EQ(L"0 right.example", AskPeer(answer));
+  EXPECT_EQ(L"9001", AskPeer([](const std::string& question, bool) {
               std::string header = Reply{.code = 1}.To(question).substr(0, 12);
               header[5] = 0;
               return Messages{header};
@@ -155,7 +155,7 @@ TEST(DnsTest, ATruncatedAnswerIsFetchedOverTcp) {
       const std::string message = part.To(question);
       return Messages{message.substr(0, message.size() - 4)};
     };
-    return Ask(answer, milliseconds(1000));
+    return AskPeer(answer, milliseconds(1000));
   };
   const Reply many{.records = Messages(300, PointerTo("whole.example"))};
   const std::wstring whole = ask([&](const std::string& question) {

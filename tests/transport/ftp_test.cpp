@@ -248,11 +248,11 @@ TEST_F(ScriptedFtpTest, RepeatsARefusedRename) {
     EXPECT_EQ(peer.count("RNFR"), test.tries);
     EXPECT_EQ(peer.connections(), 1);
     // One in front of each try, and one behind the last.
-    EXPECT_EQ(clock_.pauses,
-              std::vector<std::uint32_t>(static_cast<std::size_t>(test.tries) + 1, 25));
+    const auto tries = static_cast<std::size_t>(test.tries);
+    EXPECT_EQ(clock_.pauses, std::vector<std::uint32_t>(tries + 1, 25));
     EXPECT_THAT(log_.texts(),
                 Contains("2 130009 CFtp::FtpPut リモートファイルを再度renameします。" + names)
-                    .Times(test.tries - 1));
+                    .Times(tries - 1));
     EXPECT_THAT(log_.texts(),
                 Contains("5 130009 CFtp::FtpPut リモートファイルをrenameできませんでした。" + names)
                     .Times(test.refusals == 11 ? 1 : 0));
