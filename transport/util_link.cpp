@@ -6,6 +6,7 @@
 #include <new>
 #include <optional>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 #include "foundation/log.h"
@@ -81,8 +82,9 @@ int CUtilLink::ConformFQDN(const CString& address, CString& name, CString& cache
   static constexpr wchar_t kFunction[] = L"CUtilLink::ConformFQDN";
   Log4cxxMgr::LogOutDetail(0, 0, kFunction, __LINE__, L"START");
   if (!IsDotted(address)) {
-    cache = CacheString(address, address);
+    CString new_cache = CacheString(address, address);
     name = address;
+    cache = std::move(new_cache);
     Log4cxxMgr::LogOutDetail(
         3, 0, kFunction, __LINE__,
         Format(L"IPアドレス形式でないため、ホスト名をそのまま設定( ホスト名:%s )", address));
@@ -90,6 +92,7 @@ int CUtilLink::ConformFQDN(const CString& address, CString& name, CString& cache
   }
 
   CacheEntry entry(cache);
+  std::int64_t time = resolve_time;
   int result = 0;
   if (EqualsNoCase(address, entry.address) && IsFresh(resolve_time, valid_minutes)) {
     Log4cxxMgr::LogOutDetail(
@@ -108,15 +111,18 @@ int CUtilLink::ConformFQDN(const CString& address, CString& name, CString& cache
             3, 0, kFunction, __LINE__,
             Format(L"FQDNの取得に成功( IP:%s , FQDN:%s )", address, entry.name));
         result = 1;
-        resolve_time = CurrentClock().Now();
+        time = CurrentClock().Now();
       } else {
         Log4cxxMgr::LogOutDetail(4, 0, kFunction, __LINE__,
                                  Format(L"FQDNの取得に失敗( IP:%s ErrCode:%ld )", address, status));
       }
     }
   }
-  cache = CacheString(address, entry.name);
-  name = entry.name;
+  // All three or none: with a new time, an old name would count as fresh.
+  CString new_cache = CacheString(address, entry.name);
+  name = std::move(entry.name);
+  cache = std::move(new_cache);
+  resolve_time = time;
   return result;
 } catch (const std::exception&) {
   return 0;

@@ -138,6 +138,7 @@ Report ConformName(Stage& stage) {
   stage.Made();
   const bool is_done = CUtilLink::ConformFQDN(address, name, cache, 1, 60, time) == 1;
   const Calm calm;
+  EXPECT_EQ(time != 0, is_done);
   return Reports(is_done, name + cache);
 }
 
