@@ -21,8 +21,8 @@ namespace vk::tq {
 /// piece of a file that moves. While FtpConnect resolves the server's name, a thread of libcurl's
 /// does that, and one that meets no answer may outlive the call by the resolver's own time-out.
 ///
-/// A file is locked while it goes out: a writer of this library waits for that 10 s at most, and
-/// then fails.
+/// A file below 256 KiB is read before anything of it is sent. A longer one is locked until its last
+/// piece has been read: a writer of this library waits for that 10 s at most, and then fails.
 ///
 /// A line with a code carries the last error, whose values platform/ftp_session.h tells; 12003
 /// stands for a refusal by the server. Neither user nor password is logged; a reply in which the

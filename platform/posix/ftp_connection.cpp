@@ -4,6 +4,7 @@
 #include <charconv>
 #include <new>
 #include <system_error>
+#include <utility>
 
 #include "platform/file.h"
 #include "platform/ftp_session.h"
@@ -89,6 +90,30 @@ bool IsPlainName(std::string_view name) {
 
 }  // namespace
 
+// A file on its way out, piece by piece. It is closed, and its lock given back, as soon as its end
+// has been read: what fits into one piece is read before the server hears of it, so that no server
+// decides how long nobody can write it.
+class FtpConnection::OutgoingFile {
+ public:
+  bool Open(const std::wstring& path) { return file_->Open(path) && ReadPiece(); }
+  // Empty behind the end.
+  std::string_view piece() const { return {reinterpret_cast<const char*>(buffer_.data()), size_}; }
+  bool ReadPiece() {
+    size_ = 0;
+    if (!file_) return true;
+    const std::optional<std::size_t> got = file_->Read(buffer_.data(), buffer_.size());
+    if (!got) return false;
+    size_ = *got;
+    if (size_ < buffer_.size()) file_.reset();
+    return true;
+  }
+
+ private:
+  std::optional<InputFile> file_{std::in_place};
+  SecureBytes buffer_ = SecureBytes(kBufferSize);
+  std::size_t size_ = 0;
+};
+
 bool FtpConnection::SetDirectory(std::wstring_view directory) {
   const std::optional<std::string> name = RemoteName(directory);
   return name && control_->Command("CWD", *name);
@@ -146,7 +171,7 @@ bool FtpConnection::Get(std::wstring_view remote_name, const std::wstring& local
 
 bool FtpConnection::Put(const std::wstring& local, std::wstring_view remote_name) {
   const std::optional<std::string> name = RemoteName(remote_name);
-  InputFile file;
+  OutgoingFile file;
   if (!name || !file.Open(local) || !SetType('I')) return false;
   return Transfer("STOR", *name, [&](int data) { return SendFile(data, file); });
 }
@@ -172,8 +197,9 @@ FileDescriptor FtpConnection::Begin(std::string_view verb, std::string_view argu
   const std::optional<std::uint16_t> port = Passive();
   if (!port) return {};
   FileDescriptor data = ConnectBeside(control_->socket(), *port, timeouts_.connect);
-  if (data && !control_->Begin(verb, argument)) AbortConnection(std::move(data));
-  return data;
+  if (!data || control_->Begin(verb, argument)) return data;
+  AbortConnection(std::move(data));
+  return {};
 }
 
 bool FtpConnection::End(FileDescriptor data, bool is_whole) {
@@ -216,17 +242,13 @@ bool FtpConnection::Fetch(std::string_view verb, std::string_view argument, cons
   });
 }
 
-bool FtpConnection::SendFile(int data, InputFile& file) {
-  SecureBytes buffer(kBufferSize);
-  for (;;) {
-    const std::optional<std::size_t> got = file.Read(buffer.data(), buffer.size());
-    if (!got) return false;
-    if (*got == 0) return true;
-    const std::string_view bytes(reinterpret_cast<const char*>(buffer.data()), *got);
-    const Sent sent = SendAll(data, bytes, timeouts_.data_send, control_->socket());
+bool FtpConnection::SendFile(int data, OutgoingFile& file) {
+  while (!file.piece().empty()) {
+    const Sent sent = SendAll(data, file.piece(), timeouts_.data_send, control_->socket());
     if (sent == Sent::kInterrupted) return Fail(kErrorInternetConnectionAborted);
-    if (sent == Sent::kFailed) return false;
+    if (sent == Sent::kFailed || !file.ReadPiece()) return false;
   }
+  return true;
 }
 
 }  // namespace vk::tq

@@ -31,6 +31,7 @@ class FtpConnection {
   std::optional<std::uint64_t> ListedSize(std::wstring_view remote_name);
 
  private:
+  class OutgoingFile;
   // Takes what comes in; false, with the last error set, when it cannot.
   using Sink = std::function<bool(std::string_view bytes)>;
 
@@ -45,7 +46,7 @@ class FtpConnection {
   template <class Work>
   bool Transfer(std::string_view verb, std::string_view argument, const Work& work);
   bool Fetch(std::string_view verb, std::string_view argument, const Sink& sink);
-  bool SendFile(int data, class InputFile& file);
+  bool SendFile(int data, OutgoingFile& file);
 
   std::mutex mutex_;
   std::unique_ptr<FtpControl> control_;
