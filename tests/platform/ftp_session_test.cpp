@@ -7,6 +7,7 @@
 #include <thread>
 
 #include "platform/error.h"
+#include "platform/file.h"
 #include "support/ftp_client_test.h"
 #include "support/scripted_ftp_peer.h"
 
@@ -200,6 +201,31 @@ TEST_F(FtpSessionTest, AnUploadWithoutAReplyIsBrokenOff) {
   ASSERT_NE(Connect(peer.port()), kNoFtpHandle);
   EXPECT_FALSE(Put(L"a"));
   EXPECT_EQ(is_reset.get_future().wait_for(std::chrono::seconds(60)), std::future_status::ready);
+}
+
+// A writer that finds the lock taken gives up after ten seconds.
+TEST_F(FtpSessionTest, NoServerKeepsAFileFromBeingWritten) {
+  const auto write = [&](const wchar_t* name) { return WriteFileInPlace(path(name), "new", 3); };
+  ScriptedFtpPeer peer;
+  peer.On("TYPE", [&](Session& session, const std::string&) {
+    EXPECT_TRUE(write(L"short"));
+    return session.Reply("200 so be it");
+  });
+  peer.On("STOR", [&](Session& session, const std::string& name) {
+    session.Reply("150 go on");
+    peer.file(name) = session.TakeData();
+    EXPECT_TRUE(name == "short" || write(L"long"));
+    return session.Reply("226 stored");
+  });
+  const std::string contents(std::size_t{512} * 1024, 'x');  // ends where a piece does
+  WriteNative(native("short"), "old");
+  WriteNative(native("long"), contents);
+  ASSERT_NE(Connect(peer.port()), kNoFtpHandle);
+  EXPECT_TRUE(Put(L"short"));
+  EXPECT_TRUE(Put(L"long"));
+  EXPECT_EQ(peer.file("short"), "old");
+  EXPECT_TRUE(peer.file("long") == contents);
+  EXPECT_TRUE(ReadNative(native("long")) == "new");
 }
 
 // What is slow and goes on is not ended: each wait counts anew.
