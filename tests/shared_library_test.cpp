@@ -12,6 +12,7 @@
 #include "storage/xml.h"
 #include "transport/ftp.h"
 #include "users/shared_user_data_file_access.h"
+#include "users/user_data_file_access.h"
 
 namespace vk::tq {
 namespace {
@@ -65,6 +66,9 @@ TEST(SharedLibraryTest, TypesCallsAndMemoryCrossTheBorder) {
   user.SetUserID(L"id");
   user.SetUserFileData(CSharedUserDataFileAccess(user).GetUserFileData());
   EXPECT_EQ(user.GetUserID(), L"id");
+  SECURITY_ATTRIBUTES open;
+  EXPECT_EQ(CUserDataFileAccess::CreateNullDACL(&open), 1);
+  EXPECT_EQ(CUserDataFileAccess::DestroyNullDACL(&open), 1);
   InstallLogSink(nullptr);
   InstallEventSink(nullptr);
   std::filesystem::remove_all(folder);

@@ -1,5 +1,6 @@
 #include "foundation/util.h"
 
+#include <pwd.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -8,6 +9,7 @@
 
 #include "foundation/os_type.h"
 #include "platform/error.h"
+#include "platform/path.h"
 #include "platform/system_info.h"
 #include "support/test_clock.h"
 #include "support/test_support.h"
@@ -56,6 +58,15 @@ TEST(UtilTest, TextsAreQuotedEscapedConvertedAndChecked) {
 // ---- Files ----
 
 using UtilSystemTest = ProductTest;
+
+TEST_F(UtilSystemTest, WithoutAHomeThatOfTheAccountCounts) {
+  const ScopedEnvironment places[] = {{"TQ_APPDATA", nullptr}, {"XDG_DATA_HOME", nullptr}};
+  const ScopedEnvironment home("HOME", "nowhere");
+  const passwd* const account = getpwuid(geteuid());
+  if (account == nullptr) GTEST_SKIP() << "this account has no home";
+  EXPECT_EQ(PathFromNative(std::string(account->pw_dir) + "/.local/share"),
+            CUtil::GetSpecialFolderPath(26));
+}
 
 TEST_F(UtilSystemTest, IniValuesAreRead) {
   WriteNative(native("x.ini"), "[S]\nLong=" + std::string(300, 'x') + "\nN=-12x\n");
@@ -129,6 +140,8 @@ TEST_F(UtilSystemTest, TheMachineIsAsked) {
     EXPECT_EQ(is_server, found);
     EXPECT_EQ(type, OsTypeOf(version));
   }
+  EXPECT_EQ(7U, CUtil::GetOSType()) << "whatever the machine";
+  EXPECT_TRUE(CUtil::IsVista() == 1 && CUtil::IsXp() == 0 && CUtil::IsWin2000() == 0);
   machine.fails = true;
   EXPECT_EQ(0, CUtil::GetIPList(addresses) + CUtil::IsWin8orLater(nullptr));
   EXPECT_EQ(L"", CUtil::GetLogonDateTimeFromLSA());
