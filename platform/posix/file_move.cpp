@@ -1,22 +1,19 @@
-#include <acl/libacl.h>
 #include <fcntl.h>
 #include <stdio.h>
-#include <sys/acl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <array>
 #include <atomic>
 #include <cerrno>
-#include <memory>
 #include <string>
 #include <string_view>
-#include <type_traits>
 #include <vector>
 
 #include "platform/error.h"
 #include "platform/file.h"
 #include "platform/path.h"
+#include "platform/posix/file_rights.h"
 #include "platform/posix/native.h"
 
 namespace vk::tq {
@@ -34,19 +31,9 @@ FileDescriptor OpenSource(const std::string& name) {
       open(name.c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY));
 }
 
-// Gives the copy the owner, the access list and the time of the source. Where a list cannot go
-// along, the copy allows no more than it did.
+// Gives the copy the rights and the time of the source.
 bool CopyAttributes(int source, int copy, const struct stat& info) {
-  [[maybe_unused]] const bool is_owner_kept =
-      fchown(copy, info.st_uid, info.st_gid) == 0 ||
-      fchown(copy, static_cast<uid_t>(-1), info.st_gid) == 0;
-  const std::unique_ptr<std::remove_pointer_t<acl_t>, int (*)(void*)> acl(acl_get_fd(source),
-                                                                          acl_free);
-  if (!acl || acl_set_fd(copy, acl.get()) != 0) {
-    // With a list the group's bits are those of its mask.
-    const bool is_plain = acl && acl_equiv_mode(acl.get(), nullptr) == 0;
-    if (fchmod(copy, info.st_mode & (is_plain ? 0777 : 0707)) != 0) return FailWithErrno();
-  }
+  if (!CopyRights(source, copy, info)) return false;
   const std::array<timespec, 2> times = {info.st_atim, info.st_mtim};
   return futimens(copy, times.data()) == 0 || FailWithErrno();
 }

@@ -1,7 +1,6 @@
 #include "platform/posix/replacement_file.h"
 
 #include <fcntl.h>
-#include <sys/acl.h>
 #include <sys/random.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -9,8 +8,8 @@
 #include <cerrno>
 #include <cstdint>
 #include <cstdio>
-#include <memory>
-#include <type_traits>
+
+#include "platform/posix/file_rights.h"
 
 namespace vk::tq {
 namespace {
@@ -69,20 +68,11 @@ bool ReplacementFile::Write(const void* data, std::size_t size) {
 }
 
 bool ReplacementFile::Commit() {
-  if (old_ && !TakeRights()) return false;
+  struct stat old {};
+  if (old_ && fstat(old_.get(), &old) != 0) return FailWithErrno();
+  if (old_ && !CopyRights(old_.get(), file_.get(), old)) return false;
   if (fsync(file_.get()) != 0) return FailWithErrno();
   return PutInPlace();
-}
-
-bool ReplacementFile::TakeRights() {
-  struct stat old {};
-  if (fstat(old_.get(), &old) != 0) return FailWithErrno();
-  // Only a privileged program can give a file away; any other becomes its owner.
-  [[maybe_unused]] const int ignored = fchown(file_.get(), old.st_uid, old.st_gid);
-  const std::unique_ptr<std::remove_pointer_t<acl_t>, int (*)(void*)> acl(
-      acl_get_file(DescriptorPath(old_.get()).c_str(), ACL_TYPE_ACCESS), acl_free);
-  if (acl != nullptr && acl_set_fd(file_.get(), acl.get()) == 0) return true;
-  return fchmod(file_.get(), old.st_mode & 0777) == 0 || FailWithErrno();
 }
 
 bool ReplacementFile::PutInPlace() {

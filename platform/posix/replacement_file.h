@@ -24,13 +24,12 @@ class ReplacementFile {
   // written. A link is replaced by a new file.
   bool Open(const std::wstring& path);
   bool Write(const void* data, std::size_t size);
-  // Gives the new file the rights of the old one, and its owner where that is allowed, brings it to
-  // the disk and puts it in place.
+  // Gives the new file owner, group and rights of the old one, as CopyRights does, brings it to the
+  // disk and puts it in place.
   bool Commit();
 
  private:
   bool Create(mode_t mode);
-  bool TakeRights();
   bool PutInPlace();
 
   FileDescriptor file_;
