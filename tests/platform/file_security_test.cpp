@@ -1,10 +1,14 @@
 #include "platform/file_security.h"
 
+#include <fcntl.h>
 #include <grp.h>
+#include <unistd.h>
 
 #include <cstdio>
 
 #include "platform/error.h"
+#include "platform/posix/file_rights.h"
+#include "platform/posix/native.h"
 #include "support/test_support.h"
 
 namespace vk::tq::testing {
@@ -72,6 +76,35 @@ TEST_F(FileSecurityTest, MissingObjectsAndLinksFail) {
     EXPECT_EQ(GetLastError(), error);
     EXPECT_EQ(WriteAccessList(temp_.path(name), list), SecurityStep::kWriteDescriptor);
     EXPECT_EQ(GetLastError(), error);
+  }
+}
+
+// A file that somebody else makes in the place of another, who is a member of group 4242 besides 100:
+// of another group, members of 100 get no more than anybody, and its own no more than they had.
+TEST_F(FileSecurityTest, NoGroupGetsTheRightsOfAnother) {
+  if (geteuid() != 0) GTEST_SKIP() << "takes the superuser to become somebody else";
+  const std::string user = "chown 65534:100 new; chmod 600 new; chown 0:";
+  const std::pair<std::string, std::string> cases[] = {
+      {"4242 old; chmod 660 old", "4242\nuser::rw-\ngroup::rw-\nother::---\n\n"},
+      {"4243 old; chmod 660 old", "100\nuser::rw-\ngroup::---\nother::---\n\n"},
+      {"4243 old; chmod 664 old", "100\nuser::rw-\ngroup::r--\nother::r--\n\n"},
+      {"4243 old; chmod 604 old", "100\nuser::rw-\ngroup::---\nother::---\n\n"},
+      {"4243 old; setfacl -n -m u:54321:rw,g:7:rw,g::rw,m::rw,o::r old",
+       "100\nuser::rw-\nuser:54321:rw-\ngroup::r--\ngroup:7:rw-\nmask::rw-\nother::r--\n\n"}};
+  for (const auto& [commands, acl] : cases) {
+    SCOPED_TRACE(commands);
+    EXPECT_EQ(OutputOf("rm -f old new; touch old new; " + user + commands), "");
+    const FileDescriptor from(open(temp_.native("old").c_str(), O_PATH | O_CLOEXEC));
+    const FileDescriptor to(open(temp_.native("new").c_str(), O_WRONLY | O_CLOEXEC));
+    ChildProcess child([&] {
+      const gid_t member = 4242;
+      struct stat info {};
+      if (fstat(from.get(), &info) != 0 || setgroups(1, &member) != 0) return 97;
+      if (setgid(100) != 0 || setuid(65534) != 0) return 98;
+      return CopyRights(from.get(), to.get(), info) ? 0 : static_cast<int>(GetLastError());
+    });
+    EXPECT_EQ(child.Wait(), 0);
+    EXPECT_EQ(OutputOf("stat -c %g new") + Acl("new"), acl);
   }
 }
 
