@@ -82,9 +82,8 @@ bool ReadValues(int id, Values& values) noexcept {
 
 enum class Holder { kThisName, kOtherName, kNobody, kFailed };
 
-// Whose identity a set has.
-Holder HolderOf(int id, const MutexIdentity& identity) noexcept {
-  semid_ds status{};
+// Whose identity a set has, and its status.
+Holder HolderOf(int id, const MutexIdentity& identity, semid_ds& status) noexcept {
   SemaphoreArgument argument{};
   argument.status = &status;
   Values values{};
@@ -120,6 +119,31 @@ bool IsOf(std::uint32_t space, const unsigned short* words) noexcept {
   return words[1] == Word(space >> 15) && words[2] == Word(space);
 }
 
+// ---- Rights ----
+
+// A set that everybody on the machine uses must outlive the logon of the user who happened to make
+// it, since login managers remove what a user who logged off owns; so it belongs to root. The
+// maker keeps the rights of one.
+void SettleRights(int id, const MutexIdentity& identity, MutexAccess access) noexcept {
+  const bool is_for_machine = identity.words[0] == kOfMachine && access == MutexAccess::kEverybody;
+  semid_ds status{};
+  status.sem_perm.uid = is_for_machine ? 0 : geteuid();
+  status.sem_perm.gid = is_for_machine ? 0 : getegid();
+  status.sem_perm.mode = static_cast<unsigned short>(access);
+  SemaphoreArgument argument{};
+  argument.status = &status;
+  semctl(id, 0, IPC_SET, argument);
+}
+
+// Does so with one that its maker was killed in front of handing it over, or another user was faster
+// in giving its identity: here or at any later search, as soon as a user comes who may.
+void SettleForgottenRights(int id, const MutexIdentity& identity, const ipc_perm& rights) noexcept {
+  constexpr int kEverybody = static_cast<int>(MutexAccess::kEverybody);
+  const bool is_for_machine =
+      identity.words[0] == kOfMachine && (rights.mode & kEverybody) == kEverybody;
+  if (is_for_machine && rights.uid != 0) SettleRights(id, identity, MutexAccess::kEverybody);
+}
+
 // ---- Searching and making ----
 
 // The sets that a mutex may have are looked for under a few keys in a row, since a key may be taken
@@ -150,33 +174,23 @@ Search SearchSet(const MutexIdentity& identity) noexcept {
     const key_t key = KeyAt(identity, place);
     const int id = GetSet(key);
     Holder holder = Holder::kFailed;
+    semid_ds status{};
     if (id >= 0) {
-      holder = HolderOf(id, identity);
+      holder = HolderOf(id, identity, status);
     } else if (errno == ENOENT) {
       holder = Holder::kNobody;
     } else if (errno == EINVAL) {  // a smaller set, so none of ours
       holder = Holder::kOtherName;
     }
-    if (holder == Holder::kThisName) return {{id, key}, std::nullopt, kErrorSuccess};
+    if (holder == Holder::kThisName) {
+      SettleForgottenRights(id, identity, status.sem_perm);
+      return {{id, key}, std::nullopt, kErrorSuccess};
+    }
     if (holder == Holder::kFailed) return {{}, std::nullopt, ErrorFromSemaphoreErrno(errno)};
     if (holder == Holder::kNobody && !search.free_key) search.free_key = key;
   }
   if (!search.free_key) search.error = kErrorNoSystemResources;
   return search;
-}
-
-// A set that everybody on the machine uses must outlive the logon of the user who happened to make
-// it, since login managers remove what a user who logged off owns; so it belongs to root. The
-// maker keeps the rights of one.
-void SettleRights(int id, const MutexIdentity& identity, MutexAccess access) noexcept {
-  const bool is_for_machine = identity.words[0] == kOfMachine && access == MutexAccess::kEverybody;
-  semid_ds status{};
-  status.sem_perm.uid = is_for_machine ? 0 : geteuid();
-  status.sem_perm.gid = is_for_machine ? 0 : getegid();
-  status.sem_perm.mode = static_cast<unsigned short>(access);
-  SemaphoreArgument argument{};
-  argument.status = &status;
-  semctl(id, 0, IPC_SET, argument);
 }
 
 MutexSet FailToOpen(ErrorCode error) noexcept {
