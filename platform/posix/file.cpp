@@ -225,6 +225,7 @@ bool InPlaceWriter::CreateNew(const std::string& native) {
 bool InPlaceWriter::Reserve(std::uint64_t size) {
   final_size_ = size;
   const auto reserve = [&] {
+    if (!IsWithinSizeLimit(size)) return -1;
     return fallocate(static_cast<int>(handle_), 0, 0, static_cast<off_t>(size));
   };
   if (size == 0 || RetryInterrupted(reserve) == 0) return true;

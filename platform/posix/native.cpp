@@ -2,6 +2,7 @@
 
 #include <fcntl.h>
 #include <limits.h>
+#include <sys/resource.h>
 #include <sys/stat.h>
 
 #include <algorithm>
@@ -36,6 +37,14 @@ bool WaitForLock(int file, short kind, std::chrono::milliseconds limit) {
 }
 
 }  // namespace
+
+bool IsWithinSizeLimit(std::uint64_t size) noexcept {
+  rlimit limit{};
+  const bool is_limited = getrlimit(RLIMIT_FSIZE, &limit) == 0 && limit.rlim_cur != RLIM_INFINITY;
+  if (!is_limited || size <= limit.rlim_cur) return true;
+  errno = EFBIG;
+  return false;
+}
 
 void FileDescriptor::Reset(int descriptor) noexcept {
   const int old = std::exchange(descriptor_, descriptor);

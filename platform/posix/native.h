@@ -7,6 +7,7 @@
 
 #include <cerrno>
 #include <chrono>
+#include <cstdint>
 #include <span>
 #include <string>
 #include <string_view>
@@ -26,6 +27,10 @@ ErrorCode ErrorFromErrno(int error_number) noexcept;
 bool Fail(ErrorCode code) noexcept;
 // The same from errno.
 bool FailWithErrno() noexcept;
+
+// Whether the process's limit of file sizes lets a file be written up to this size; false, with
+// EFBIG in errno, when it does not. The write itself would end the process by SIGXFSZ.
+bool IsWithinSizeLimit(std::uint64_t size) noexcept;
 
 // A file descriptor that is closed with its owner. The destructor leaves errno alone.
 class FileDescriptor {

@@ -130,6 +130,7 @@ bool ProfileFile::Reserve(std::size_t size) {
   if (size <= bytes_.size()) return true;
   const auto old_size = static_cast<off_t>(bytes_.size());
   const auto reserve = [&] {
+    if (!IsWithinSizeLimit(size)) return -1;
     return fallocate(file_.get(), 0, old_size, static_cast<off_t>(size) - old_size);
   };
   if (RetryInterrupted(reserve) == 0) return true;

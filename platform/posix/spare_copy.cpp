@@ -91,6 +91,7 @@ std::optional<std::uint64_t> PutSpareCopyInPlace(int file, const SpareCopy& copy
 }
 
 bool WriteAt(int file, const void* data, std::size_t size, std::uint64_t offset) {
+  if (!IsWithinSizeLimit(offset + size)) return FailWithErrno();
   const char* from = static_cast<const char*>(data);
   while (size > 0) {
     const ssize_t put =
