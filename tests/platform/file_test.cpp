@@ -1,6 +1,7 @@
 #include "platform/file.h"
 
 #include <fcntl.h>
+#include <sys/resource.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -16,6 +17,7 @@
 #include "platform/path.h"
 #include "platform/profile.h"
 #include "platform/stdio_file.h"
+#include "platform/text.h"
 #include "support/test_support.h"
 
 namespace vk::tq::testing {
@@ -100,6 +102,30 @@ TEST_F(FileTest, ANewFileAppearsWhole) {
     EXPECT_TRUE(!is_kept || file.Commit());
   }
   EXPECT_EQ("abc", ReadNative(native("new")));
+}
+
+// It ends no process by SIGXFSZ, and is no obstacle where only the second copy would go beyond it.
+TEST_F(FileTest, ALimitOfFileSizesIsAnError) {
+  const std::string old(5000, 'o');
+  const std::string fresh(5000, 'n');
+  const std::string large(9000, 'l');
+  WriteNative(native("file"), old);
+  WriteNative(native("set.ini"), "[s]\nk=" + old + "\n");
+  ChildProcess child([&] {
+    const rlimit limit{8192, RLIM_INFINITY};
+    if (setrlimit(RLIMIT_FSIZE, &limit) != 0) return 98;
+    const auto set = [&](const std::string& value) {
+      return WriteProfileString(path(L"set.ini"), L"s", L"k", FromUtf8(value));
+    };
+    if (WriteFileInPlace(path(L"file"), large.data(), large.size())) return 1;
+    if (GetLastError() != kErrorFileTooLarge) return 2;
+    if (set(large) || GetLastError() != kErrorFileTooLarge) return 3;
+    if (ReadNative(native("file")) != old) return 4;
+    return WriteFileInPlace(path(L"file"), fresh.data(), fresh.size()) && set(fresh) ? 0 : 5;
+  });
+  EXPECT_EQ(child.Wait(), 0);
+  EXPECT_TRUE(ReadNative(native("file")) == fresh);
+  EXPECT_TRUE(ReadNative(native("set.ini")) == "[s]\nk=" + fresh + "\n");
 }
 
 // What a kill leaves of a write of many pages, at each of its steps.

@@ -5,6 +5,7 @@
 #include <sys/time.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <array>
 #include <chrono>
 #include <csignal>
@@ -207,18 +208,35 @@ TEST_F(NamedMutexTest, DefaultAttributesLeaveNothingBehind) {
   }
 }
 
+// Makes a set for everybody as a user does who is killed in front of handing it to root.
+void MakeUnsettled(const std::wstring& name) {
+  const MutexIdentity identity = IdentityOfMutex(name);
+  std::array<unsigned short, 19> values{};
+  std::copy(identity.words.begin(), identity.words.end(), values.begin() + 2);
+  semctl(semget(KeyOf(name), 19, IPC_CREAT | 0666), 0, SETALL, values.data());
+}
+
 // Nor does it go when he logs off.
 TEST_F(NamedMutexTest, WhatAUserMadeForEverybodyIsNotHis) {
   if (geteuid() != 0) GTEST_SKIP() << "needs a second user";
+  const std::wstring killed = L"Global\\killed";
+  const std::wstring mended = L"Global\\mended";
   ChildProcess maker([&] {
     if (setresuid(kNobody, kNobody, kNobody) != 0) return 98;
+    MakeUnsettled(killed);
+    MakeUnsettled(mended);
+    ProbeMutex(mended, true);
     return ProbeMutex(name_, true) == WaitResult::kAcquired ? 0 : 1;
   });
   EXPECT_EQ(maker.Wait(), 0);
-  EXPECT_EQ(ProbeMutex(name_, true), WaitResult::kAcquired);
-  semid_ds status{};
-  ASSERT_EQ(semctl(SetOf(name_), 0, IPC_STAT, &status), 0);
-  EXPECT_EQ(status.sem_perm.uid, 0U);
+  EXPECT_EQ(ProbeMutex(killed, true), WaitResult::kAcquired);
+  // A look at the set alone, so that nobody but the maker can have mended it.
+  const auto owner = [](const std::wstring& name) {
+    semid_ds status{};
+    EXPECT_EQ(semctl(semget(KeyOf(name), 19, 0), 0, IPC_STAT, &status), 0);
+    return status.sem_perm.uid;
+  };
+  for (const std::wstring& name : {name_, mended, killed}) EXPECT_EQ(owner(name), 0U);
 }
 
 // A process that writes its log-in user begins a session of the kernel's audit.
