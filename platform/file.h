@@ -93,7 +93,9 @@ std::optional<SecureBytes> ReadFile(const std::wstring& path);
 /// From Open to Commit or destruction, or until its process ends, the file is locked: each reader
 /// finds the old contents or the new ones, and no writer tears those of another. Open waits 10 s for
 /// the others and then fails with 32. So nobody may write a file that he still has open for reading.
-/// Where the file system has no such locks (open-file-description locks), all go on without.
+/// Where the file system has no such locks (open-file-description locks), all go on without. A child
+/// that the process forks meanwhile shares the lock: if only the parent is killed, the file stays
+/// locked until the child ends or runs another program.
 ///
 /// A file that did not exist before appears under its name with Commit only, where the file system
 /// can do that, and is removed again when the writer is destroyed without one.
@@ -145,11 +147,12 @@ bool RenameFile(const std::wstring& from, const std::wstring& to);
 ///
 /// Between file systems the contents, the rights, the owner where that is allowed, and the time of
 /// the last write are copied to a file that nobody else sees, flushed and put in place; only then
-/// the old name goes. Meanwhile the file is locked as by InputFile; a writer that waited for it
-/// writes a new file of the old name. That is for ordinary files; links are refused (5), never
-/// followed. On failure the source is whole, and nothing partial stands under the new name. Fails
-/// with 2 when there is no source, with 3 when the target's folder is missing, and with 5 when the
-/// target is a directory or the old name cannot be removed.
+/// the old name goes. Meanwhile the file is locked as by an InPlaceWriter, and with 32 after as long
+/// a wait; a writer that waited for it writes a new file of the old name, and of two movers the later
+/// one finds no source. That is for ordinary files; links are refused (5), never followed. On failure
+/// the source is whole, and nothing partial stands under the new name. Fails with 2 when there is no
+/// source, or another process takes it away meanwhile, with 3 when the target's folder is missing,
+/// and with 5 when the target is a directory or the old name cannot be removed.
 bool MoveFileReplacing(const std::wstring& from, const std::wstring& to);
 
 /// Removes a file. A directory fails with 5.

@@ -86,7 +86,7 @@ bool InputFile::OpenUnlocked(const std::wstring& path) {
 bool InputFile::Open(const std::wstring& path, FileStatus& status, bool is_locked) {
   Close();
   const std::string native = PathToNative(path);
-  FileDescriptor fd = OpenForReading(native);
+  LockedFile fd(OpenForReading(native));
   if (!fd) return FailAtPath(native);
   // First of all: the size and the copy that a living writer shows are gone in a moment.
   if (is_locked) LockForReading(fd.get());
@@ -175,8 +175,8 @@ bool InPlaceWriter::Open(const std::wstring& path, std::uint64_t final_size) {
 bool InPlaceWriter::OpenExisting(const std::string& native) {
   constexpr int kFlags = O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY;
   // Who may only write goes without a look at what a killed writer may have left.
-  FileDescriptor fd(open(native.c_str(), O_RDWR | kFlags));
-  if (!fd && errno == EACCES) fd.Reset(open(native.c_str(), O_WRONLY | kFlags));
+  LockedFile fd(open(native.c_str(), O_RDWR | kFlags));
+  if (!fd && errno == EACCES) fd = LockedFile(open(native.c_str(), O_WRONLY | kFlags));
   if (!fd) return FailWithErrno();
   if (!LockForWriting(fd.get())) return false;
   struct stat info {};
@@ -198,11 +198,11 @@ bool InPlaceWriter::OpenExisting(const std::string& native) {
 // Makes the file without a name, so that nobody sees it before it is whole. Where the file system
 // cannot do that, the file is made under its name.
 bool InPlaceWriter::CreateNew(const std::string& native) {
-  FileDescriptor fd = MakeUnnamedFile(native, O_WRONLY, 0666);
+  LockedFile fd(MakeUnnamedFile(native, O_WRONLY, 0666));
   is_unnamed_ = static_cast<bool>(fd);
   if (!is_unnamed_) {
-    fd.Reset(open(native.c_str(), O_CREAT | O_EXCL | O_WRONLY | O_CLOEXEC | O_NOFOLLOW | O_NOCTTY,
-                  0666));
+    fd = LockedFile(open(native.c_str(),
+                         O_CREAT | O_EXCL | O_WRONLY | O_CLOEXEC | O_NOFOLLOW | O_NOCTTY, 0666));
   }
   if (!fd) {
     FailWithErrno();
@@ -237,7 +237,7 @@ bool InPlaceWriter::Reserve(std::uint64_t size) {
 }
 
 void InPlaceWriter::TakeBack() {
-  FileDescriptor fd(static_cast<int>(std::exchange(handle_, -1)));
+  const LockedFile fd(static_cast<int>(std::exchange(handle_, -1)));
   if (!fd) return;
   const LastErrorKeeper keep;
   if (is_new_ && !is_unnamed_) {
@@ -245,7 +245,6 @@ void InPlaceWriter::TakeBack() {
   } else if (!is_new_ && written_ == 0) {
     [[maybe_unused]] const int ignored = ftruncate(fd.get(), static_cast<off_t>(old_size_));
   }
-  UnlockFile(fd.get());
   written_ = 0;
 }
 
@@ -265,15 +264,12 @@ bool InPlaceWriter::Write(const void* data, std::size_t size) {
 }
 
 bool InPlaceWriter::Commit(std::uint64_t size) {
-  FileDescriptor fd(static_cast<int>(std::exchange(handle_, -1)));
+  LockedFile fd(static_cast<int>(std::exchange(handle_, -1)));
   written_ = 0;
   const auto cut = [&] { return ftruncate(fd.get(), static_cast<off_t>(size)); };
   const bool is_whole = RetryInterrupted(cut) == 0;
   if (is_whole && is_unnamed_ && !NameFile(fd.get(), native_path_)) return FailWithErrno();
-  if (is_whole) {
-    UnlockFile(fd.get());
-    if (close(fd.Release()) == 0) return true;
-  }
+  if (is_whole && fd.Close()) return true;
   FailWithErrno();
   const bool has_name = is_new_ && (is_whole || !is_unnamed_);
   if (has_name) unlink(native_path_.c_str());

@@ -26,9 +26,9 @@ bool FlushFolder(const std::string& folder) {
   return !fd || fsync(fd.get()) == 0 || errno == EINVAL;
 }
 
-FileDescriptor OpenSource(const std::string& name) {
+FileDescriptor OpenSource(const std::string& name, int access) {
   return FileDescriptor(
-      open(name.c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY));
+      open(name.c_str(), access | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY));
 }
 
 // Gives the copy the rights and the time of the source.
@@ -87,12 +87,13 @@ class HiddenFile {
   int descriptor() const { return fd_.get(); }
 
   bool Make() {
-    fd_ = MakeUnnamedFile(target_, O_WRONLY, 0600);
-    const bool is_made =
-        fd_ || TakeHiddenName([&](const char* name) {
-          fd_.Reset(open(name, O_CREAT | O_EXCL | O_WRONLY | O_CLOEXEC | O_NOFOLLOW, 0600));
-          return static_cast<bool>(fd_);
-        });
+    fd_ = LockedFile(MakeUnnamedFile(target_, O_WRONLY, 0600));
+    const bool is_made = fd_ || TakeHiddenName([&](const char* name) {
+                           constexpr int kFlags =
+                               O_CREAT | O_EXCL | O_WRONLY | O_CLOEXEC | O_NOFOLLOW;
+                           fd_ = LockedFile(open(name, kFlags, 0600));
+                           return static_cast<bool>(fd_);
+                         });
     if (is_made) TakeOwnership(fd_.get());
     return is_made;
   }
@@ -130,29 +131,41 @@ class HiddenFile {
 
   const std::string target_;
   std::string name_;
-  FileDescriptor fd_;
+  LockedFile fd_;
 };
 
+// Removes the old name behind a copy. When another process has moved or removed the file meanwhile,
+// the copy goes again: one file must not become two.
+bool RemoveSource(const std::string& from, const std::string& to) {
+  if (unlink(from.c_str()) == 0) return true;
+  const bool is_gone = errno == ENOENT;
+  FailWithErrno();
+  if (is_gone) unlink(to.c_str());
+  return false;
+}
+
 bool MoveByCopy(const std::string& from, const std::string& to) {
-  const FileDescriptor source = OpenSource(from);
+  // Locked as by a writer: what another one writes meanwhile would be lost, and another mover would
+  // make a second file. Who may only read the file keeps the writers out.
+  LockedFile source(OpenSource(from, O_RDWR));
+  const short kind = source ? F_WRLCK : F_RDLCK;
+  if (!source) source = LockedFile(OpenSource(from, O_RDONLY));
   if (!source) return FailWithErrno();
+  if (!LockForWriting(source.get(), kind)) return false;
   struct stat info {};
   if (fstat(source.get(), &info) != 0) return FailWithErrno();
   if (!S_ISREG(info.st_mode)) return Fail(kErrorAccessDenied);
+  // Moved or removed while somebody else had the lock.
+  if (info.st_nlink == 0) return Fail(kErrorFileNotFound);
   // Asked for beforehand: when the old name cannot go, there had better be no second file.
   if (faccessat(AT_FDCWD, ParentOf(from).c_str(), W_OK | X_OK, AT_EACCESS) != 0) {
     return FailWithErrno();
   }
   HiddenFile copy(to);
-  // Whoever writes the file meanwhile would lose what is not in the copy yet.
-  LockForReading(source.get());
-  const bool is_moved = copy.Make() && CopyContents(source.get(), copy.descriptor()) &&
-                        CopyAttributes(source.get(), copy.descriptor(), info) &&
-                        (fsync(copy.descriptor()) == 0 || FailWithErrno()) && copy.PutInPlace() &&
-                        (FlushFolder(ParentOf(to)) || FailWithErrno()) &&
-                        (unlink(from.c_str()) == 0 || FailWithErrno());
-  UnlockFile(source.get());
-  return is_moved;
+  return copy.Make() && CopyContents(source.get(), copy.descriptor()) &&
+         CopyAttributes(source.get(), copy.descriptor(), info) &&
+         (fsync(copy.descriptor()) == 0 || FailWithErrno()) && copy.PutInPlace() &&
+         (FlushFolder(ParentOf(to)) || FailWithErrno()) && RemoveSource(from, to);
 }
 
 bool IsSameFile(const struct stat& left, const struct stat& right) {
@@ -180,7 +193,7 @@ bool MoveFileReplacing(const std::wstring& from, const std::wstring& to) {
   const std::string old_name = PathToNative(from);
   const std::string new_name = PathToNative(to);
   // The contents first: a name must not reach the disk before them.
-  const FileDescriptor source = OpenSource(old_name);
+  const FileDescriptor source = OpenSource(old_name, O_RDONLY);
   if (source && fsync(source.get()) != 0 && errno != EINVAL) return FailWithErrno();
   if (rename(old_name.c_str(), new_name.c_str()) == 0) {
     RemoveOtherLink(old_name, new_name);

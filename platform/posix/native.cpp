@@ -63,11 +63,20 @@ bool SetFileLock(int file, short kind) noexcept {
 
 void LockForReading(int file) { WaitForLock(file, F_RDLCK, std::chrono::milliseconds(200)); }
 
-bool LockForWriting(int file) {
-  return WaitForLock(file, F_WRLCK, std::chrono::seconds(10)) || Fail(kErrorSharingViolation);
+bool LockForWriting(int file, short kind) {
+  return WaitForLock(file, kind, std::chrono::seconds(10)) || Fail(kErrorSharingViolation);
 }
 
-void UnlockFile(int file) noexcept { SetFileLock(file, F_UNLCK); }
+void UnlockFile(int file) noexcept {
+  const int kept = errno;
+  SetFileLock(file, F_UNLCK);
+  errno = kept;
+}
+
+bool LockedFile::Close() noexcept {
+  UnlockFile(get());
+  return close(Release()) == 0;
+}
 
 int PollUntil(std::span<pollfd> sockets,
               const std::chrono::steady_clock::time_point* deadline) noexcept {

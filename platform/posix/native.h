@@ -1,6 +1,7 @@
 // What the files of this folder share: errno values, file descriptors and native names.
 #pragma once
 
+#include <fcntl.h>
 #include <poll.h>
 #include <sys/types.h>
 #include <unistd.h>
@@ -73,9 +74,38 @@ bool SetFileLock(int file, short kind) noexcept;
 // 0.2 s, a writer fails after 10 s, with 32. Where no lock can be had, as in some network file
 // systems, both go on without one.
 void LockForReading(int file);
-bool LockForWriting(int file);
-// Closing the file would not be enough: a child that was forked meanwhile shares the lock.
+// `kind` is F_RDLCK for a file that the caller may not write: that keeps writers out, too.
+bool LockForWriting(int file, short kind = F_WRLCK);
+// Leaves errno alone.
 void UnlockFile(int file) noexcept;
+
+// An open file that may have been locked: it is unlocked in front of closing. Closing alone would
+// not be enough: a child that was forked meanwhile shares the lock.
+class LockedFile {
+ public:
+  LockedFile() = default;
+  explicit LockedFile(FileDescriptor file) noexcept : file_(std::move(file)) {}
+  explicit LockedFile(int descriptor) noexcept : file_(descriptor) {}
+  LockedFile(const LockedFile&) = delete;
+  LockedFile& operator=(const LockedFile&) = delete;
+  LockedFile(LockedFile&&) noexcept = default;
+  LockedFile& operator=(LockedFile&& other) noexcept {
+    std::swap(file_, other.file_);
+    return *this;
+  }
+  ~LockedFile() {
+    if (file_) UnlockFile(file_.get());
+  }
+
+  int get() const noexcept { return file_.get(); }
+  explicit operator bool() const noexcept { return static_cast<bool>(file_); }
+  int Release() noexcept { return file_.Release(); }
+  // False, with errno set, when the system could not close it properly.
+  bool Close() noexcept;
+
+ private:
+  FileDescriptor file_;
+};
 
 // poll(2) until something happens or the time is over; null stands for no limit. A signal ends
 // nothing.

@@ -56,7 +56,7 @@ bool IsWithinPage(std::size_t begin, std::size_t size) {
 }  // namespace
 
 std::optional<std::string> ReadProfileFile(const std::string& native) {
-  const FileDescriptor file = OpenForReading(native);
+  const LockedFile file(OpenForReading(native));
   std::string bytes;
   struct stat status {};
   if (!file) {
@@ -65,17 +65,13 @@ std::optional<std::string> ReadProfileFile(const std::string& native) {
   }
   if (!IsRegular(file.get(), status)) return std::nullopt;
   LockForReading(file.get());
-  const bool is_read = ReadAll(file.get(), bytes);
-  UnlockFile(file.get());
-  if (!is_read) return std::nullopt;
+  if (!ReadAll(file.get(), bytes)) return std::nullopt;
   KeepText(bytes, FindSpareCopy(bytes));
   return bytes;
 }
 
 ProfileFile::~ProfileFile() {
-  if (!file_) return;
-  if (is_new_) unlink(native_.c_str());
-  UnlockFile(file_.get());
+  if (file_ && is_new_) unlink(native_.c_str());
 }
 
 bool ProfileFile::Open(const std::string& native) {
@@ -102,14 +98,14 @@ bool ProfileFile::OpenOnce() {
   constexpr int kFlags = O_RDWR | O_NOFOLLOW | O_CLOEXEC | O_NONBLOCK | O_NOCTTY;
   for (;;) {
     is_new_ = is_unnamed_ = false;
-    file_.Reset(open(native_.c_str(), kFlags));
+    file_ = LockedFile(open(native_.c_str(), kFlags));
     if (file_) break;
     if (errno != ENOENT) return FailWithErrno();
     // Without a name until it is whole: whoever sees the file sees its values.
-    file_ = MakeUnnamedFile(native_, O_RDWR, 0666);
+    file_ = LockedFile(MakeUnnamedFile(native_, O_RDWR, 0666));
     is_unnamed_ = static_cast<bool>(file_);
     if (is_unnamed_) break;
-    file_.Reset(open(native_.c_str(), kFlags | O_CREAT | O_EXCL, 0666));
+    file_ = LockedFile(open(native_.c_str(), kFlags | O_CREAT | O_EXCL, 0666));
     is_new_ = static_cast<bool>(file_);
     if (file_) break;
     if (errno == ENOENT) return Fail(kErrorPathNotFound);
@@ -157,9 +153,7 @@ bool ProfileFile::Replace(std::string_view bytes) {
   }
   if (is_unnamed_ && !NameFile(file_.get(), native_)) return FailWithErrno();
   is_new_ = is_unnamed_ = false;
-  UnlockFile(file_.get());
-  if (close(file_.Release()) != 0 && errno != EINTR) return FailWithErrno();
-  return true;
+  return file_.Close() || errno == EINTR || FailWithErrno();
 }
 
 bool ProfileFile::WriteFrom(std::size_t begin, std::string_view bytes) {

@@ -40,7 +40,7 @@ class ProfileFile {
   void Restore(std::size_t offset);
 
   std::string native_;
-  FileDescriptor file_;
+  LockedFile file_;
   std::string bytes_;
   bool is_new_ = false;      // made under its name, and not written yet
   bool is_unnamed_ = false;  // made, and not visible yet

@@ -226,6 +226,15 @@ TEST_F(FileTest, AReaderThatDoesNotGetTheLockNeverFindsNothing) {
   EXPECT_EQ(EACCES, ErrnoFromError(GetLastError()));
 }
 
+TEST_F(FileTest, AChildThatWasForkedMeanwhileDoesNotKeepTheLock) {
+  const auto open_file = [&] { return open(native("file").c_str(), O_RDWR | O_CREAT, 0600); };
+  std::optional<LockedFile> file(open_file());
+  ASSERT_TRUE(SetFileLock(file->get(), F_WRLCK));
+  ChildProcess child([] { return pause(); });
+  file.reset();
+  EXPECT_TRUE(SetFileLock(FileDescriptor(open_file()).get(), F_WRLCK));
+}
+
 TEST_F(FileTest, FoldersAreMadeByTwoProcessesAtOnce) {
   for (int round = 0; round < 50; ++round) {
     const std::wstring deep = path(L"r" + std::to_wstring(round) + L"\\a\\b\\c\\d\\e");
@@ -390,17 +399,26 @@ TEST_P(FileMoveTest, ACopyRemovesWhatAKilledOneHasLeft) {
   EXPECT_THAT(Targets(), ElementsAre(".move-1-1", ".move-notes", "job.xml"));
 }
 
-TEST_P(FileMoveTest, ACopyWaitsForWhoWrites) {
+// For longer than a reader does. Of several that move one file, one succeeds.
+TEST_P(FileMoveTest, ACopyWaitsForWhoWritesOrMoves) {
   if (!GetParam()) return;  // nothing is copied
   WriteNative(from_, std::string(20'000, 'o'));
-  const std::string fresh(5'000, 'n');
+  const std::string half(5'000, 'n');
   InPlaceWriter writer;
-  ASSERT_TRUE(writer.Open(PathFromNative(from_), fresh.size()));
-  ASSERT_TRUE(writer.Write(fresh.data(), fresh.size()));
-  std::thread commit([&] { EXPECT_TRUE(writer.Commit()); });
-  EXPECT_TRUE(Move());
-  commit.join();
-  EXPECT_EQ(fresh, ReadNative(to_));
+  ASSERT_TRUE(writer.Open(PathFromNative(from_), 2 * half.size()));
+  ASSERT_TRUE(writer.Write(half.data(), half.size()));
+  const auto move = [&](const char* name) {
+    const std::wstring to = PathFromNative(target_.native(name));
+    return MoveFileReplacing(PathFromNative(from_), to) ? 0 : static_cast<int>(GetLastError());
+  };
+  ChildProcess one([&] { return move("one"); });
+  ChildProcess other([&] { return move("other"); });
+  std::this_thread::sleep_for(std::chrono::milliseconds(300));
+  ASSERT_TRUE(writer.Write(half.data(), half.size()) && writer.Commit());
+  const int results[] = {one.Wait(), other.Wait()};
+  EXPECT_THAT(results, ::testing::UnorderedElementsAre(0, static_cast<int>(kErrorFileNotFound)));
+  EXPECT_THAT(Targets(), ElementsAre(results[0] == 0 ? "one" : "other"));
+  EXPECT_EQ(half + half, ReadNative(target_.native(Targets().front())));
 }
 
 TEST_P(FileMoveTest, SourceThatCannotGoIsNotCopied) {
