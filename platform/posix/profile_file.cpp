@@ -76,11 +76,15 @@ ProfileFile::~ProfileFile() {
 
 bool ProfileFile::Open(const std::string& native) {
   native_ = native;
+  bool is_made = false;
   // Another process may remove the file, or put another one in its place, before its lock is here.
   do {
-    if (!OpenOnce() || !LockForWriting(file_.get())) return false;
+    if (!OpenOnce(is_made) || !LockForWriting(file_.get())) return false;
   } while (!is_unnamed_ && !IsStillNamed());
-  return ReadAll(file_.get(), bytes_) && Mend();
+  if (!ReadAll(file_.get(), bytes_)) return false;
+  // Or find the new one first and write it: then it is not for this one to remove.
+  is_new_ = is_made && bytes_.empty();
+  return Mend();
 }
 
 // Puts in its place what a writer had begun to put there when it was killed, and cuts off a copy
@@ -94,10 +98,10 @@ bool ProfileFile::Mend() {
          FailWithErrno();
 }
 
-bool ProfileFile::OpenOnce() {
+bool ProfileFile::OpenOnce(bool& is_made) {
   constexpr int kFlags = O_RDWR | O_NOFOLLOW | O_CLOEXEC | O_NONBLOCK | O_NOCTTY;
   for (;;) {
-    is_new_ = is_unnamed_ = false;
+    is_made = is_unnamed_ = false;
     file_ = LockedFile(open(native_.c_str(), kFlags));
     if (file_) break;
     if (errno != ENOENT) return FailWithErrno();
@@ -106,8 +110,8 @@ bool ProfileFile::OpenOnce() {
     is_unnamed_ = static_cast<bool>(file_);
     if (is_unnamed_) break;
     file_ = LockedFile(open(native_.c_str(), kFlags | O_CREAT | O_EXCL, 0666));
-    is_new_ = static_cast<bool>(file_);
-    if (file_) break;
+    is_made = static_cast<bool>(file_);
+    if (is_made) break;
     if (errno == ENOENT) return Fail(kErrorPathNotFound);
     if (errno != EEXIST) return FailWithErrno();
   }

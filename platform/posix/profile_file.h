@@ -32,7 +32,7 @@ class ProfileFile {
   bool Replace(std::string_view bytes);
 
  private:
-  bool OpenOnce();
+  bool OpenOnce(bool& is_made);
   bool IsStillNamed() const;
   bool Mend();
   bool Reserve(std::size_t size);
