@@ -92,7 +92,9 @@ std::optional<SecureBytes> ReadFile(const std::wstring& path);
 ///
 /// From Open to Commit or destruction, or until its process ends, the file is locked: each reader
 /// finds the old contents or the new ones, and no writer tears those of another. Open waits 10 s for
-/// the others and then fails with 32. So nobody may write a file that he still has open for reading.
+/// another writer and then fails with 32. For a reader it waits 1 s, so nobody should write a file
+/// that he still has open for reading, and then goes on without the lock: whoever may only read the
+/// file must not be able to stop its writers.
 /// Where the file system has no such locks (open-file-description locks), all go on without. A child
 /// that the process forks meanwhile shares the lock: if only the parent is killed, the file stays
 /// locked until the child ends or runs another program.

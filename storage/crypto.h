@@ -41,8 +41,8 @@ enum class CipherDirection;
 ///
 /// Each file but the key file is locked while it is read or written, by itself (InputFile,
 /// InPlaceWriter). A reader waits 0.2 s for a writer and then goes on without the lock. A writer
-/// waits 10 s for readers and writers and then fails with EACCES; so it does when somebody takes
-/// longer to encipher or send a large file that it would change.
+/// waits 1 s for readers and then goes on without it, too; it waits 10 s for writers and then fails
+/// with EACCES. Whoever enciphers a large file for longer than 1 s may see what it changes.
 ///
 /// Nothing here is logged or takes a named lock. The file operations give 0 for success and 1 for
 /// failure. std::runtime_error also tells of a machine that does not offer AES.

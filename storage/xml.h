@@ -31,7 +31,7 @@ class XmlElement;
 ///
 /// Files are written in place (docs/decisions/in-place-writing.md), and locked meanwhile: no other
 /// writer comes in between, and a reader of this library finds the old or the new document. One that
-/// others read or write for more than 10 s cannot be written. InsertXMLValue does not hold the lock
+/// another program writes for more than 10 s cannot be written. InsertXMLValue does not hold the lock
 /// from its reading to its writing: of two at one time, one can be lost.
 class TQ_EXPORT CXml {
  public:

@@ -22,7 +22,8 @@ namespace vk::tq {
 /// does that, and one that meets no answer may outlive the call by the resolver's own time-out.
 ///
 /// A file below 256 KiB is read before anything of it is sent. A longer one is locked until its last
-/// piece has been read: a writer of this library waits for that 10 s at most, and then fails.
+/// piece has been read: a writer of this library waits for that 1 s at most, and then a mixture may
+/// go out.
 ///
 /// A line with a code carries the last error, whose values platform/ftp_session.h tells; 12003
 /// stands for a refusal by the server. Neither user nor password is logged; a reply in which the

@@ -18,6 +18,19 @@ constexpr char32_t kEscape = 0xDC00;
 // The characters that nearly all names consist of: each is one byte, and the same on both sides.
 constexpr bool IsPlain(char c) { return static_cast<unsigned char>(c) < 0x80 && c != '\\'; }
 
+struct flock WholeFile(short kind) {
+  struct flock lock {};
+  lock.l_type = kind;
+  lock.l_whence = SEEK_SET;
+  return lock;
+}
+
+// Whether a reader keeps the lock away, and so no writer.
+bool IsKeptByReader(int file, short kind) {
+  struct flock lock = WholeFile(kind);
+  return fcntl(file, F_OFD_GETLK, &lock) == 0 && lock.l_type == F_RDLCK;
+}
+
 // False when the time is over.
 bool WaitForLock(int file, short kind, std::chrono::milliseconds limit) {
   constexpr std::chrono::microseconds kShortestPause(20);
@@ -55,16 +68,17 @@ void FileDescriptor::Reset(int descriptor) noexcept {
 }
 
 bool SetFileLock(int file, short kind) noexcept {
-  struct flock lock {};
-  lock.l_type = kind;
-  lock.l_whence = SEEK_SET;
+  struct flock lock = WholeFile(kind);
   return RetryInterrupted([&] { return fcntl(file, F_OFD_SETLK, &lock); }) == 0;
 }
 
 void LockForReading(int file) { WaitForLock(file, F_RDLCK, std::chrono::milliseconds(200)); }
 
 bool LockForWriting(int file, short kind) {
-  return WaitForLock(file, kind, std::chrono::seconds(10)) || Fail(kErrorSharingViolation);
+  for (const auto limit : {std::chrono::seconds(1), std::chrono::seconds(9)}) {
+    if (WaitForLock(file, kind, limit) || IsKeptByReader(file, kind)) return true;
+  }
+  return Fail(kErrorSharingViolation);
 }
 
 void UnlockFile(int file) noexcept {

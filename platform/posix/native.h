@@ -71,8 +71,9 @@ bool SetFileLock(int file, short kind) noexcept;
 // Locks a file for as long as its contents are read or changed in place: many readers, or one
 // writer. A writer holds it for less than a millisecond as a rule. Whoever holds it longer was
 // stopped, or means ill: nobody waits for that for ever. A reader goes on without the lock after
-// 0.2 s, a writer fails after 10 s, with 32. Where no lock can be had, as in some network file
-// systems, both go on without one.
+// 0.2 s, and a writer after 1 s if it is a reader who keeps it, for which no right to write is
+// needed. Behind another writer it fails after 10 s, with 32. Where no lock can be had, as in some
+// network file systems, both go on without one.
 void LockForReading(int file);
 // `kind` is F_RDLCK for a file that the caller may not write: that keeps writers out, too.
 bool LockForWriting(int file, short kind = F_WRLCK);

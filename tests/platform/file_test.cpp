@@ -211,6 +211,14 @@ TEST_F(FileTest, AWriterWaitsForAReaderAndWritesNoFileThatIsGone) {
   EXPECT_EQ("new", ReadNative(native("file")));
 }
 
+TEST_F(FileTest, AReaderDoesNotStopAWriterForEver) {
+  WriteNative(native("file"), "old");
+  const FileDescriptor reader(open(native("file").c_str(), O_RDONLY | O_CLOEXEC));
+  ASSERT_TRUE(SetFileLock(reader.get(), F_RDLCK));
+  EXPECT_TRUE(WriteFileInPlace(path(L"file"), "new", 3));
+  EXPECT_EQ("new", ReadNative(native("file")));
+}
+
 TEST_F(FileTest, AReaderThatDoesNotGetTheLockNeverFindsNothing) {
   const std::string text(20'000, 'n');
   WriteNative(native("file"), "old");
