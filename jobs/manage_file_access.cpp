@@ -119,13 +119,14 @@ int ReadOneByteStatus(const CString& path, std::int32_t& status) {
   }
   const auto info = file.Status();
   const std::uint64_t size = info ? info->size : 0;
+  unsigned char byte = 0;
+  const auto got = size == 1 ? file.Read(&byte, 1) : std::nullopt;
+  file.Close();  // no writer is to wait for a line of the log
   if (size != 1) {
     Log4cxxMgr::LogOutDetail(2, 0, kReadStatus, __LINE__,
                              Format(L"管理ファイル１(ステータス) ファイルサイズ：%d", size));
     return 0;
   }
-  unsigned char byte = 0;
-  const auto got = file.Read(&byte, 1);
   if (!got || *got != 1) {
     Log4cxxMgr::LogOutDetail(
         5, 120600090, kReadStatus, __LINE__,

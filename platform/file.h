@@ -57,6 +57,8 @@ class InputFile {
   /// The same for a file that nobody writes in place: for less than the lock costs.
   bool OpenUnlocked(const std::wstring& path);
   bool is_open() const { return handle_ != kClosed; }
+  /// As the destructor does; leaves the last error alone.
+  void Close();
   /// The status of the open file, whatever has become of its name.
   std::optional<FileStatus> Status() const;
   /// Reads until the buffer is full or the file ends; the number of bytes read, or nothing on an
@@ -66,7 +68,6 @@ class InputFile {
 
  private:
   bool Open(const std::wstring& path, FileStatus& status, bool is_locked);
-  void Close();
 
   static constexpr std::intptr_t kClosed = -1;
   static constexpr std::uint64_t kNoLimit = ~std::uint64_t{0};

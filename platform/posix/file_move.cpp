@@ -88,14 +88,9 @@ class HiddenFile {
 
   bool Make() {
     fd_ = LockedFile(MakeUnnamedFile(target_, O_WRONLY, 0600));
-    const bool is_made = fd_ || TakeHiddenName([&](const char* name) {
-                           constexpr int kFlags =
-                               O_CREAT | O_EXCL | O_WRONLY | O_CLOEXEC | O_NOFOLLOW;
-                           fd_ = LockedFile(open(name, kFlags, 0600));
-                           return static_cast<bool>(fd_);
-                         });
-    if (is_made) TakeOwnership(fd_.get());
-    return is_made;
+    if (!fd_) return TakeHiddenName([&](const char* name) { return MakeNamed(name); });
+    TakeOwnership(fd_.get());
+    return true;
   }
 
   // Gives the file its name, in place of any other file.
@@ -112,6 +107,17 @@ class HiddenFile {
   }
 
  private:
+  bool MakeNamed(const char* name) {
+    fd_ = LockedFile(open(name, O_CREAT | O_EXCL | O_WRONLY | O_CLOEXEC | O_NOFOLLOW, 0600));
+    if (!fd_) return false;
+    // Another mover may lock the new file first, and take it away as an orphan.
+    LockForWriting(fd_.get());
+    struct stat info {};
+    const bool is_taken = fstat(fd_.get(), &info) == 0 && info.st_nlink == 0;
+    if (is_taken) errno = EEXIST;
+    return !is_taken;
+  }
+
   // Tries names until one is free.
   template <class Take>
   bool TakeHiddenName(const Take& take) {
