@@ -33,6 +33,10 @@ std::optional<std::wstring> SpecialFolder(int number);
 /// had.
 std::wstring ProgramPath();
 
+/// Makes a new empty file in the temporary folder that only the calling user can open, and gives
+/// its path. The name begins with the prefix. Empty, with the last error set, on failure.
+std::wstring CreateTemporaryFile(std::wstring_view prefix);
+
 /// The value of an environment variable of the library; nothing when it is unset or empty, or in a
 /// set-uid program.
 std::optional<std::string> EnvironmentOverride(const char* name);

@@ -2,19 +2,18 @@
 
 #include <algorithm>
 #include <chrono>
+#include <new>
 #include <string_view>
 #include <utility>
 #include <vector>
 
 #include "foundation/log.h"
 #include "foundation/product_folder.h"
-#include "platform/cipher.h"
 #include "platform/clock.h"
 #include "platform/error.h"
 #include "platform/file.h"
 #include "platform/path.h"
 #include "platform/profile.h"
-#include "platform/secure_memory.h"
 #include "platform/text.h"
 #include "storage/crypto.h"
 
@@ -73,21 +72,29 @@ std::int64_t SettledLastWrite(const CString& path) {
   return last_write.count();
 }
 
-// What CCrypto::DecryptFileMake would write, in memory: the list is never on disk as plain text.
-SecureBytes Decipher(const SecureBytes& cipher) {
-  constexpr std::size_t kChunkSize = 0x100000;  // each is enciphered by itself
-  SecureBytes plain;
-  plain.reserve(cipher.size() + kAesBlockSize);
-  for (std::size_t begin = 0; begin < cipher.size(); begin += kChunkSize) {
-    const std::size_t size = std::min(cipher.size() - begin, kChunkSize);
-    CByteArray chunk;
-    chunk.SetSize(static_cast<int>(size));
-    std::copy_n(cipher.data() + begin, size, chunk.begin());
-    CCrypto().DecryptByTripleDESByte(chunk, chunk);
-    plain.insert(plain.end(), chunk.begin(), chunk.end());
+// Removes the file when the scope ends.
+class ScopedTemporaryFile {
+ public:
+  explicit ScopedTemporaryFile(CString path) : path_(std::move(path)) {}
+  ScopedTemporaryFile(const ScopedTemporaryFile&) = delete;
+  ScopedTemporaryFile& operator=(const ScopedTemporaryFile&) = delete;
+  ~ScopedTemporaryFile() {
+    const LastErrorKeeper keeper;
+    // The name needs memory, which may be there again.
+    for (int attempt = 0; attempt < kAttempts && !path_.empty(); ++attempt) {
+      try {
+        RemoveFile(path_);
+        return;
+      } catch (const std::bad_alloc&) {
+      }
+    }
   }
-  return plain;
-}
+  const CString& path() const { return path_; }
+
+ private:
+  static constexpr int kAttempts = 100;
+  CString path_;
+};
 
 // The names of a section's entries as far as they fit. A name that the end of the buffer cuts would
 // be somebody else's, so it is dropped: it is longer in a larger buffer.
@@ -163,13 +170,19 @@ bool CEnableUsersAccessor::FindList(const CString& directory, bool& is_enciphere
 }
 
 bool CEnableUsersAccessor::ReadList(bool is_enciphered) {
-  auto bytes = ReadFile(m_strListPath);
-  if (!bytes && is_enciphered) {
+  if (!is_enciphered) return ReadEntries(m_strListPath, false);
+  const ScopedTemporaryFile plain(CreateTemporaryFile(L"EnableUsers"));
+  const int result = CCrypto().DecryptFileMake(m_strListPath, plain.path());
+  if (result != 0) {
     LogText(4, kConstructor, __LINE__,
-            L"許可ユーザリストファイルの復号化に失敗しました。[Errorcode=%d]", 1);
+            L"許可ユーザリストファイルの復号化に失敗しました。[Errorcode=%d]", result);
     return false;
   }
-  if (is_enciphered) *bytes = Decipher(*bytes);
+  return ReadEntries(plain.path(), true);
+}
+
+bool CEnableUsersAccessor::ReadEntries(const CString& path, bool is_enciphered) {
+  const auto bytes = ReadFile(path);
   auto text = bytes ? DecodeProfile({reinterpret_cast<const char*>(bytes->data()), bytes->size()})
                     : std::nullopt;
   if (!text) {

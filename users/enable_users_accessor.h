@@ -38,11 +38,12 @@ class Profile;
 ///
 /// A list that is missing or cannot be read is an empty list, with one line from
 /// "CEnableUsersAccessor::CEnableUsersAccessor", number 0: level 2 when there is no file, level 4
-/// when an enciphered one cannot be read (with 1 in place of an error), when a plain one cannot be
-/// opened or read (with the last error), or when an exception ends the reading.
+/// when it cannot be deciphered (with the result of DecryptFileMake), opened or read (with the last
+/// error), or when an exception ends the reading.
 ///
-/// An enciphered list is deciphered in memory, chunk by chunk, and never lies on disk as plain text,
-/// however the process ends.
+/// An enciphered list is deciphered into a temporary file that only the calling user can open, and
+/// that is removed before the constructor returns, whatever happens; only where there is no memory
+/// at all, not even for the name, or the process is killed meanwhile, it stays.
 ///
 /// There is no lock: callers make their calls one at a time, and a pointer from GetInstance is
 /// valid until the next GetInstance. A list may change at any time: when it does while it is read,
@@ -112,6 +113,7 @@ class TQ_EXPORT CEnableUsersAccessor {
   void Load(const CString& directory);
   bool FindList(const CString& directory, bool& is_enciphered);
   bool ReadList(bool is_enciphered);
+  bool ReadEntries(const CString& path, bool is_enciphered);
   void ReadSections(const Profile& profile);
   void ReadLines(std::wstring_view text);
   void DropEntries();

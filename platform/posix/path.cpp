@@ -1,5 +1,6 @@
 #include "platform/path.h"
 
+#include <fcntl.h>
 #include <pwd.h>
 #include <stdlib.h>
 #include <unistd.h>
@@ -140,6 +141,28 @@ std::wstring ProgramPath() {
     native.resize(native.size() - kDeleted.size());
   }
   return PathFromNative(native);
+}
+
+std::wstring CreateTemporaryFile(std::wstring_view prefix) {
+  constexpr std::size_t kLongestName = 255;
+  constexpr std::string_view kRandomPart = "XXXXXX";
+  std::wstring name;
+  for (const wchar_t c : prefix)
+    name += kSeparators.find(c) != kSeparators.npos || c == 0 ? L'_' : c;
+  while (NameToNative(name).size() > kLongestName - kRandomPart.size()) name.pop_back();
+
+  std::string folder = EnvironmentOverride("TMPDIR").value_or("/tmp");
+  if (folder.front() != '/') folder = "/tmp";
+  std::string native = folder + '/' + NameToNative(name) + std::string(kRandomPart);
+  // Whoever has made the file must not fail: nobody else could remove it.
+  std::wstring path = PathFromNative(native);
+  const FileDescriptor file(mkostemp(native.data(), O_CLOEXEC));
+  if (!file) {
+    FailWithErrno();
+    return {};
+  }
+  std::copy_n(native.rbegin(), kRandomPart.size(), path.rbegin());
+  return path;
 }
 
 std::optional<std::string> EnvironmentOverride(const char* name) {

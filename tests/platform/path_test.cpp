@@ -1,5 +1,6 @@
 #include "platform/path.h"
 
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include "platform/posix/native.h"
@@ -45,6 +46,23 @@ TEST(PathTest, TheUsersFolder) {
     const ScopedEnvironment set_home("HOME", home);
     EXPECT_EQ(folder, SpecialFolder(26));
   }
+}
+
+TEST(PathTest, TemporaryFilesArePrivateAndNew) {
+  const TempFolder temp;
+  const ScopedEnvironment folder("TMPDIR", temp.native().c_str());
+  const mode_t old_mask = umask(0);
+  const std::wstring first = CreateTemporaryFile(L"tq");
+  umask(old_mask);
+  EXPECT_NE(first, CreateTemporaryFile(L"tq"));
+  EXPECT_TRUE(first.starts_with(temp.path(L"tq")));
+  struct stat status {};
+  ASSERT_EQ(0, stat(PathToNative(first).c_str(), &status));
+  EXPECT_EQ(S_IFREG | 0600u, status.st_mode);
+  for (const std::wstring& prefix : {std::wstring(L"..\\..\\x/y"), std::wstring(300, L'長')}) {
+    EXPECT_TRUE(ExistsNative(PathToNative(CreateTemporaryFile(prefix))));
+  }
+  EXPECT_EQ(4U, ListNative(temp.native()).size()) << "none is elsewhere";
 }
 
 }  // namespace
