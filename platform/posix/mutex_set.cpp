@@ -124,8 +124,12 @@ bool IsOf(std::uint32_t space, const unsigned short* words) noexcept {
 // A set that everybody on the machine uses must outlive the logon of the user who happened to make
 // it, since login managers remove what a user who logged off owns; so it belongs to root. The
 // maker keeps the rights of one.
+bool BelongsToRoot(const MutexIdentity& identity, MutexAccess access) noexcept {
+  return identity.words[0] == kOfMachine && access == MutexAccess::kEverybody;
+}
+
 void SettleRights(int id, const MutexIdentity& identity, MutexAccess access) noexcept {
-  const bool is_for_machine = identity.words[0] == kOfMachine && access == MutexAccess::kEverybody;
+  const bool is_for_machine = BelongsToRoot(identity, access);
   semid_ds status{};
   status.sem_perm.uid = is_for_machine ? 0 : geteuid();
   status.sem_perm.gid = is_for_machine ? 0 : getegid();
@@ -135,13 +139,11 @@ void SettleRights(int id, const MutexIdentity& identity, MutexAccess access) noe
   semctl(id, 0, IPC_SET, argument);
 }
 
-// Does so with one that its maker was killed in front of handing it over, or another user was faster
-// in giving its identity: here or at any later search, as soon as a user comes who may.
+// The same for a set whose maker was killed before that, or came too late to give it its identity.
+// Each search tries, until the user is one who may.
 void SettleForgottenRights(int id, const MutexIdentity& identity, const ipc_perm& rights) noexcept {
-  constexpr int kEverybody = static_cast<int>(MutexAccess::kEverybody);
-  const bool is_for_machine =
-      identity.words[0] == kOfMachine && (rights.mode & kEverybody) == kEverybody;
-  if (is_for_machine && rights.uid != 0) SettleRights(id, identity, MutexAccess::kEverybody);
+  const auto access = static_cast<MutexAccess>(rights.mode & 0777);
+  if (rights.uid != 0 && BelongsToRoot(identity, access)) SettleRights(id, identity, access);
 }
 
 // ---- Searching and making ----
