@@ -72,7 +72,6 @@ class InputFile {
   static constexpr std::intptr_t kClosed = -1;
   static constexpr std::uint64_t kNoLimit = ~std::uint64_t{0};
   std::intptr_t handle_ = kClosed;
-  bool is_locked_ = false;
   std::uint64_t size_ = kNoLimit;  ///< of the copy that stands for the contents
   std::uint64_t left_ = kNoLimit;
 };
@@ -148,9 +147,9 @@ bool RenameFile(const std::wstring& from, const std::wstring& to);
 /// that has the name. Whoever opens the new name finds the old file or the moved one, always whole;
 /// when the call returns, the move is on disk.
 ///
-/// Between file systems the contents, the rights, the owner where that is allowed, and the time of
-/// the last write are copied to a file that nobody else sees, flushed and put in place; only then
-/// the old name goes. Meanwhile the file is locked as by an InPlaceWriter, and with 32 after as long
+/// Between file systems the contents, the rights, the owner and the group where that is allowed, and
+/// the time of the last write are copied to a file that nobody else sees, flushed and put in place;
+/// only then the old name goes. Meanwhile the file is locked as by an InPlaceWriter, and with 32 after as long
 /// a wait; a writer that waited for it writes a new file of the old name, and of two movers the later
 /// one finds no source. That is for ordinary files; links are refused (5), never followed. On failure
 /// the source is whole, and nothing partial stands under the new name. Fails with 2 when there is no

@@ -70,8 +70,7 @@ bool IsSameFile(const std::wstring& left, const std::wstring& right) {
 InputFile::~InputFile() { Close(); }
 
 void InputFile::Close() {
-  const FileDescriptor fd(static_cast<int>(std::exchange(handle_, kClosed)));
-  if (std::exchange(is_locked_, false)) UnlockFile(fd.get());
+  const LockedFile close(static_cast<int>(std::exchange(handle_, kClosed)));
 }
 
 bool InputFile::Open(const std::wstring& path, FileStatus& status) {
@@ -100,7 +99,6 @@ bool InputFile::Open(const std::wstring& path, FileStatus& status, bool is_locke
     status.size = size_ = left_ = copy->size;
   }
   handle_ = fd.Release();
-  is_locked_ = is_locked;
   return true;
 }
 
