@@ -1,7 +1,6 @@
 #include "platform/dns.h"
 
 #include <algorithm>
-#include <chrono>
 
 #include "platform/service_table.h"
 #include "support/dns_server.h"
@@ -12,32 +11,25 @@ namespace {
 using std::chrono::milliseconds;
 using Messages = std::vector<std::string>;
 
-const std::wstring kBadPacket = std::to_wstring(kDnsBadPacket);
-const std::wstring kNoRecords = std::to_wstring(kDnsNoRecords);
-const std::wstring kTimeout = std::to_wstring(kErrorTimeout);
-
 // Asks a server on loopback; the status, and the hosts behind it.
-std::wstring Ask(std::uint16_t port, milliseconds wait) {
+std::string Ask(std::uint16_t port, milliseconds wait) {
   const ScopedServicePort use_port(Service::kDns, port);
   const ScopedDnsWait use_wait(wait);
-  SetLastError(kErrorSuccess);
   std::vector<DnsRecord> records;
   const ErrorCode status = QueryPtr(L"4.2.0.192.IN-ADDR.ARPA", Ipv4Address{127, 0, 0, 1}, records);
-  EXPECT_EQ(status, GetLastError());
-  std::wstring outcome = std::to_wstring(status);
-  for (const DnsRecord& record : records) outcome += L' ' + record.host;
+  std::string outcome = std::to_string(status);
+  for (const DnsRecord& record : records) outcome += " " + ToUtf8(record.host);
   return outcome;
 }
 
-// Asks a peer.
-std::wstring AskPeer(const DnsPeer::Answer& answer, milliseconds wait = milliseconds(5000)) {
+std::string Ask(const DnsPeer::Answer& answer, milliseconds wait = milliseconds(5000)) {
   const DnsPeer peer(answer);
   return Ask(peer.port(), wait);
 }
 
-// Asks one that answers with a code and records, and with some bits of one byte changed.
-std::wstring Ask(const Reply& reply, std::size_t place = 0, int bits = 0) {
-  return AskPeer([&](const std::string& question, bool) {
+// Some bits of one byte may be changed.
+std::string Answered(const Reply& reply, std::size_t place = 0, int bits = 0) {
+  return Ask([&](const std::string& question, bool) {
     std::string message = reply.To(question);
     message[place] = static_cast<char>(message[place] ^ bits);
     return Messages{message};
@@ -55,23 +47,23 @@ TEST(DnsTest, AliasesComeInOrderBeforeThePointers) {
       PackRecord(PackName("other.example"), kPtr, alias), PackRecord(kAskedName, 1, "\1\2\3\4"),
       to_alias, PackRecord(PackName("4.0-15.2.0.192.IN-addr.arpa"), kPtr, PackName("one.example")),
       PackRecord(alias, kPtr, PackName("two.example"))};
-  EXPECT_EQ(L"0 4.0-15.2.0.192.in-addr.arpa one.example two.example", Ask({.records = records}));
+  EXPECT_EQ("0 4.0-15.2.0.192.in-addr.arpa one.example two.example",
+            Answered({.records = records}));
   // An alias that leads nowhere is no answer, nor is one that comes behind what it leads to.
   const std::string early = PackRecord(alias, kPtr, PackName("early.example"));
-  EXPECT_EQ(kNoRecords, Ask({.records = {early, to_alias}}));
-  EXPECT_EQ(L"9002", Ask({.code = 2, .records = records})) << "what comes with a failure is none";
+  EXPECT_EQ("9501", Answered({.records = {early, to_alias}}));
+  EXPECT_EQ("9002", Answered({.code = 2, .records = records})) << "what comes with it counts not";
 }
 
 TEST(DnsTest, NamesAreWrittenSoThatTheyCanBeTold) {
-  const std::pair<std::string, std::wstring> cases[] = {
-      {std::string("\4a.b\\\7example\0", 14), L"a\\046b\\092.example"},
-      {std::string("\4 \t\x7F\0\0", 6), L"\\032\\009\\127\\000"},
-      {PackName("\xC2\x80\xC2\x9B\xC2\x9F\xC2\xA0é.\xC2"),
-       L"\\194\\128\\194\\155\\194\\159\xA0é.\xFFFD"},
-      {std::string("\0", 1), L"."},
-      {"\1x" + std::string("\xC0\x0E", 2), L"x.2.0.192.IN-ADDR.ARPA"}};
+  const std::pair<std::string, std::string> cases[] = {
+      {std::string("\4a.b\\\7example\0", 14), "a\\046b\\092.example"},
+      {std::string("\4 \t\x7F\0\0", 6), "\\032\\009\\127\\000"},
+      {PackName("\xC2\x80\xC2\x9F\xC2\xA0é.\xC2"), "\\194\\128\\194\\159\u00A0é.\uFFFD"},
+      {std::string("\0", 1), "."},
+      {"\1x" + std::string("\xC0\x0E", 2), "x.2.0.192.IN-ADDR.ARPA"}};
   for (const auto& [packed, host] : cases) {
-    EXPECT_EQ(L"0 " + host, Ask({.records = {PackRecord(kAskedName, kPtr, packed)}}));
+    EXPECT_EQ("0 " + host, Answered({.records = {PackRecord(kAskedName, kPtr, packed)}}));
   }
 }
 
@@ -83,16 +75,15 @@ TEST(DnsTest, MalformedAnswersAreRefused) {
                                "",                        // less than a name
                                "\xC0\x34",                // a name that leads to itself
                                "\xFF\xFF",                // a name outside of the message
-                               "\x40w",                   // a label of an unknown kind
                                PackName(label + label + label + label + label)};
   Messages records = {record.substr(0, record.size() - 3), "\xC0"};  // cut off
   for (const std::string& name : names) records.push_back(PackRecord(kAskedName, kPtr, name));
   for (const std::string& bad : records) {
-    EXPECT_EQ(kBadPacket, Ask({.records = {bad}})) << ToHex(bad);
+    EXPECT_EQ("9502", Answered({.records = {bad}})) << ToHex(bad);
   }
-  // Records that are announced and missing, and an answer without the question.
+  // Records that are announced and missing.
   for (const std::size_t field : {5u, 7u, 9u, 11u}) {
-    EXPECT_EQ(kBadPacket, Ask({.records = {record}}, field, 3)) << field;
+    EXPECT_EQ("9502", Answered({.records = {record}}, field, 3)) << field;
   }
 }
 
@@ -109,16 +100,10 @@ TEST(DnsTest, WhatIsNoAnswerToTheQuestionIsPassedOver) {
       messages.back()[5] = 0;
     }
     messages.push_back(Reply{.records = {PointerTo("right.example")}}.To(question));
-    const auto lower = [](char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c + 32) : c; };
-    std::transform(question.begin() + 12, question.end(), messages.back().begin() + 12, lower);
+    messages.back()[15] |= 0x20;  // the name in another case
     return messages;
   };
-  EXPECT_EQ(L"0 right.example", AskPeer(answer));
-  EXPECT_EQ(L"9001", AskPeer([](const std::string& question, bool) {
-              std::string header = Reply{.code = 1}.To(question).substr(0, 12);
-              header[5] = 0;
-              return Messages{header};
-            }));
+  EXPECT_EQ("0 right.example", Ask(answer));
 }
 
 TEST(DnsTest, AFloodOfForeignAnswersDoesNotProlongTheWait) {
@@ -127,7 +112,7 @@ TEST(DnsTest, AFloodOfForeignAnswersDoesNotProlongTheWait) {
     return Messages(is_over ? 0 : 200, "flood" + question);
   });
   const auto start = std::chrono::steady_clock::now();
-  EXPECT_EQ(kTimeout, Ask(peer.port(), milliseconds(50)));
+  EXPECT_EQ("1460", Ask(peer.port(), milliseconds(50)));
   is_over = true;
   EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(20));
 }
@@ -137,35 +122,30 @@ TEST(DnsTest, AQuestionIsRepeatedOnceWhereSomebodyIsThere) {
   for (const int answered : {2, 3}) {
     std::atomic<int> asked = 0;
     DnsPeer peer([&](const std::string& question, bool) {
-      return Messages(++asked == answered ? 1 : 0, Reply{}.To(question));
+      return Messages(++asked == answered ? 1 : 0, Reply{.code = 3}.To(question));
     });
     port = peer.port();
-    EXPECT_EQ(answered == 2 ? kNoRecords : kTimeout, Ask(port, milliseconds(500)));
+    EXPECT_EQ(answered == 2 ? "9003" : "1460", Ask(port, milliseconds(500)));
     EXPECT_EQ(2, peer.questions());
   }
-  EXPECT_EQ(kTimeout, Ask(port, std::chrono::minutes(10))) << "nobody is there";
+  EXPECT_EQ("1460", Ask(port, std::chrono::minutes(10))) << "nobody is there";
 }
 
 TEST(DnsTest, ATruncatedAnswerIsFetchedOverTcp) {
-  const auto ask = [](const std::function<Messages(const std::string&)>& over_tcp) {
-    const auto answer = [&](const std::string& question, bool is_tcp) {
-      if (is_tcp) return over_tcp(question);
-      // The last record is cut off in the middle.
-      const Reply part{.is_truncated = true, .records = {PointerTo("part.example")}};
-      const std::string message = part.To(question);
-      return Messages{message.substr(0, message.size() - 4)};
-    };
-    return AskPeer(answer, milliseconds(1000));
-  };
   const Reply many{.records = Messages(300, PointerTo("whole.example"))};
-  const std::wstring whole = ask([&](const std::string& question) {
+  bool is_cut = false;
+  const auto answer = [&](const std::string& question, bool is_tcp) {
+    // The last record is cut off in the middle.
+    const Reply part{.is_truncated = true, .records = {PointerTo("part.example")}};
+    if (!is_tcp) return Messages{part.To(question).substr(0, 50)};
     Messages messages(2, many.To(question));
     messages[0][0] ^= 1;  // somebody else's
-    return messages;
-  });
-  EXPECT_EQ(300, std::ranges::count(whole, L' ')) << ToUtf8(whole);
-  EXPECT_EQ(kTimeout, ask([](const auto&) { return Messages(); }));
-  EXPECT_EQ(kTimeout, ask([](const auto&) { return Messages{"cut"}; }));
+    return is_cut ? Messages{"cut"} : messages;
+  };
+  const std::string whole = Ask(answer);
+  EXPECT_EQ(300, std::ranges::count(whole, ' ')) << whole;
+  is_cut = true;
+  EXPECT_EQ("1460", Ask(answer));
 }
 
 }  // namespace

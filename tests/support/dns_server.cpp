@@ -13,9 +13,7 @@
 namespace vk::tq::testing {
 namespace {
 
-constexpr const char* kProgram = "/usr/sbin/unbound";
-
-// For datagrams to that port of 127.0.0.1; none when somebody has it.
+// None when somebody has the port.
 FileDescriptor BindUdp(std::uint16_t port) {
   FileDescriptor udp(socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0));
   const sockaddr_in address{AF_INET, htons(port), {htonl(INADDR_LOOPBACK)}, {}};
@@ -24,23 +22,15 @@ FileDescriptor BindUdp(std::uint16_t port) {
   return is_bound ? std::move(udp) : FileDescriptor();
 }
 
-// One that is free for both protocols.
-std::uint16_t FreePort() {
-  for (;;) {
-    const Listener tcp;
-    if (BindUdp(tcp.port())) return tcp.port();
-  }
-}
-
 std::string Number16(std::size_t number) {
   return {static_cast<char>(number >> 8), static_cast<char>(number)};
 }
 
-std::string Configuration(const std::string& folder, const std::string& address, std::uint16_t port,
+std::string Configuration(const std::string& folder, std::uint16_t port,
                           const std::vector<std::string>& zones,
                           const std::vector<std::string>& records) {
   std::ostringstream text;
-  text << "server:\n  interface: " << address << "\n  port: " << port
+  text << "server:\n  interface: 127.0.0.1\n  port: " << port
        << "\n  username: \"\"\n  chroot: \"\"\n  directory: \"" << folder
        << "\"\n  pidfile: \"\"\n  use-syslog: no\n  logfile: \"\"\n  num-threads: 1\n"
        << "  do-daemonize: no\n  module-config: \"iterator\"\n  outgoing-range: 16\n"
@@ -53,18 +43,18 @@ std::string Configuration(const std::string& folder, const std::string& address,
 
 }  // namespace
 
-DnsServer::DnsServer(const std::vector<std::string>& zones, const std::vector<std::string>& records,
-                     const std::string& address, std::uint16_t port) {
+DnsServer::DnsServer(const std::vector<std::string>& zones,
+                     const std::vector<std::string>& records) {
   const std::string configuration = folder_.native("unbound.conf");
   const std::string output = folder_.native("output");
   // Between the choice of a port and the start somebody else may take it.
   for (int attempt = 0; attempt < 5; ++attempt) {
-    port_ = port != 0 ? port : FreePort();
-    WriteNative(configuration, Configuration(folder_.native(), address, port_, zones, records));
+    port_ = Listener().port();
+    WriteNative(configuration, Configuration(folder_.native(), port_, zones, records));
     WriteNative(output, "");
     process_.emplace([&] {
       dup2(open(output.c_str(), O_WRONLY), STDERR_FILENO);
-      return execl(kProgram, kProgram, "-d", "-c", configuration.c_str(), nullptr);
+      return execl("/usr/sbin/unbound", "unbound", "-d", "-c", configuration.c_str(), nullptr);
     });
     std::string said;
     for (int i = 0; i < 4000 && said.find("fatal error") == std::string::npos; ++i) {
@@ -72,7 +62,7 @@ DnsServer::DnsServer(const std::vector<std::string>& zones, const std::vector<st
       said = ReadNative(output);
       if (said.find("start of service") != std::string::npos) return;
     }
-    Stop();
+    process_.reset();
   }
   throw std::runtime_error("unbound does not start: " + ReadNative(output));
 }
@@ -110,7 +100,7 @@ void DnsPeer::ServeUdp() {
 void DnsPeer::ServeTcp(const Peer& client) {
   // The questions of these tests are short.
   const std::string length = client.Read(2);
-  if (length.size() < 2) return;
+  if (length.empty()) return;
   const std::string question = client.Read(static_cast<unsigned char>(length.back()));
   ++questions_;
   const auto messages = answer_(question, /*is_tcp=*/true);

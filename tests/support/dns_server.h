@@ -2,11 +2,9 @@
 #pragma once
 
 #include <atomic>
-#include <cstdint>
 #include <functional>
 #include <optional>
 #include <string>
-#include <string_view>
 #include <thread>
 #include <vector>
 
@@ -15,18 +13,15 @@
 
 namespace vk::tq::testing {
 
-// unbound on a port of a loopback address, with a configuration of its own and nothing of the
-// system's. It knows the records that it is given, and no others of those zones.
+// unbound on a port of 127.0.0.1, with nothing of the system's configuration. It knows the records
+// that it is given, and no others of those zones.
 class DnsServer {
  public:
   // Zones such as "2.0.192.in-addr.arpa." and records such as
-  // "1.2.0.192.in-addr.arpa. PTR printer.example.". Port 0 lets the server choose a free one.
-  DnsServer(const std::vector<std::string>& zones, const std::vector<std::string>& records,
-            const std::string& address = "127.0.0.1", std::uint16_t port = 0);
+  // "1.2.0.192.in-addr.arpa. PTR printer.example.".
+  DnsServer(const std::vector<std::string>& zones, const std::vector<std::string>& records);
 
   std::uint16_t port() const { return port_; }
-  // From now on nobody answers.
-  void Stop() { process_.reset(); }
 
  private:
   TempFolder folder_;
@@ -34,7 +29,7 @@ class DnsServer {
   std::optional<ChildProcess> process_;
 };
 
-// Answers questions over UDP and TCP on one port of a loopback address.
+// Answers questions over UDP and TCP on one port.
 class DnsPeer {
  public:
   // Gives the messages that a question is answered with, in order; none leaves it unanswered.

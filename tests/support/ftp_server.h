@@ -12,9 +12,8 @@
 
 namespace vk::tq::testing {
 
-// proftpd on a loopback port that the kernel chose, for one account whose home is a folder of its
-// own. Each control connection gets a server process, as from inetd, so that no port is ever handed
-// over and nothing of the system's own configuration is touched.
+// proftpd for one account whose home is a folder of its own, with nothing of the system's
+// configuration. Each control connection gets a process, as from inetd: no port is handed over.
 class FtpServer {
  public:
   static constexpr const wchar_t* kUser = L"tester";

@@ -20,18 +20,15 @@ bool StopSignal::Wait(int fd, short events) const {
   return wait[1].revents == 0;
 }
 
-Listener::Listener(bool is_ipv6, bool is_deaf)
-    : socket_(socket(is_ipv6 ? AF_INET6 : AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0)) {
-  sockaddr_in ipv4{AF_INET, 0, {htonl(INADDR_LOOPBACK)}, {}};
-  sockaddr_in6 ipv6{AF_INET6, 0, 0, in6addr_loopback, 0};
-  auto* const address =
-      is_ipv6 ? reinterpret_cast<sockaddr*>(&ipv6) : reinterpret_cast<sockaddr*>(&ipv4);
-  socklen_t size = is_ipv6 ? sizeof ipv6 : sizeof ipv4;
-  if (bind(get(), address, size) != 0 || (!is_deaf && listen(get(), 8) != 0) ||
-      getsockname(get(), address, &size) != 0) {
+Listener::Listener(bool is_deaf) : socket_(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0)) {
+  sockaddr_in address{AF_INET, 0, {htonl(INADDR_LOOPBACK)}, {}};
+  auto* const any = reinterpret_cast<sockaddr*>(&address);
+  socklen_t size = sizeof address;
+  if (bind(get(), any, size) != 0 || (!is_deaf && listen(get(), 8) != 0) ||
+      getsockname(get(), any, &size) != 0) {
     throw std::runtime_error("no loopback port");
   }
-  port_ = ntohs(is_ipv6 ? ipv6.sin6_port : ipv4.sin_port);
+  port_ = ntohs(address.sin_port);
 }
 
 FileDescriptor Listener::Accept(const StopSignal& stop) const {

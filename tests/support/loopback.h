@@ -1,8 +1,6 @@
 // The servers that tests run on loopback.
 #pragma once
 
-#include <sys/socket.h>
-
 #include <atomic>
 #include <cstdint>
 #include <functional>
@@ -31,7 +29,7 @@ class StopSignal {
 // A socket that listens on a loopback port that the kernel chose; a deaf one only keeps the port.
 class Listener {
  public:
-  explicit Listener(bool is_ipv6 = false, bool is_deaf = false);
+  explicit Listener(bool is_deaf = false);
 
   std::uint16_t port() const { return port_; }
   int get() const { return socket_.get(); }
@@ -56,7 +54,7 @@ class Peer {
   std::string Read(std::size_t size) const;
   // False when the client is gone.
   bool Write(std::string_view bytes) const;
-  // Whether the client has broken the connection off, instead of closing it in order.
+  // Whether the client has broken the connection off instead of closing it.
   bool IsReset() const;
   // Lets the connection end by a reset instead of an orderly close.
   void ResetOnClose() const;
@@ -69,19 +67,15 @@ class Peer {
 // Serves one connection after the other in a thread of its own, until it is destroyed.
 class LoopbackServer {
  public:
-  explicit LoopbackServer(std::function<void(Peer& peer, int index)> serve, int receive_buffer = 0,
-                          bool is_ipv6 = false)
-      : listener_(is_ipv6) {
-    if (receive_buffer > 0) {
-      setsockopt(listener_.get(), SOL_SOCKET, SO_RCVBUF, &receive_buffer, sizeof receive_buffer);
-    }
-    thread_ = std::thread([this, serve = std::move(serve)] {
-      while (FileDescriptor socket = listener_.Accept(stop_)) {
-        Peer peer(std::move(socket), stop_);
-        serve(peer, connections_++);
-      }
-    });
-  }
+  using Serve = std::function<void(Peer& peer, int index)>;
+
+  explicit LoopbackServer(const Serve& serve)
+      : thread_([this, serve] {
+          while (FileDescriptor socket = listener_.Accept(stop_)) {
+            Peer peer(std::move(socket), stop_);
+            serve(peer, connections_++);
+          }
+        }) {}
   ~LoopbackServer() {
     stop_.Raise();
     thread_.join();

@@ -4,9 +4,7 @@
 
 namespace vk::tq::testing {
 
-ScriptedFtpPeer::ScriptedFtpPeer(bool is_ipv6)
-    : is_ipv6_(is_ipv6),
-      server_([this](Peer& control, int) { Session(*this, control).Run(); }, 0, is_ipv6) {
+ScriptedFtpPeer::ScriptedFtpPeer() {
   static constexpr std::pair<const char*, const char*> kReplies[] = {
       {"", "220 ready"},        {"USER", "331 password?"}, {"PASS", "230 welcome"},
       {"PWD", "257 \"/\""},     {"CWD", "250 there"},      {"TYPE", "200 as you like"},
@@ -22,12 +20,9 @@ ScriptedFtpPeer::ScriptedFtpPeer(bool is_ipv6)
     return session.Reply("227 Entering Passive Mode (127,0,0,1," + std::to_string(port / 256) +
                          "," + std::to_string(port % 256) + ").");
   });
-  On("EPSV", [](Session& session, const std::string&) {
-    return session.Reply("229 Extended (|||" + std::to_string(session.OpenPassive()) + "|)");
-  });
   On("STOR", [this](Session& session, const std::string& name) {
     session.Reply("150 go on");
-    files_[name] = session.TakeData();
+    files_[name] = session.TakeWholeData().value_or("");
     return session.Reply("226 stored");
   });
   On("RETR",
@@ -43,31 +38,28 @@ std::vector<std::string> ScriptedFtpPeer::commands() const {
 }
 
 int ScriptedFtpPeer::count(std::string_view verb) const {
-  const std::vector<std::string> all = commands();
-  return static_cast<int>(std::ranges::count_if(
-      all, [&](const std::string& line) { return line.substr(0, line.find(' ')) == verb; }));
+  const auto is_verb = [&](const std::string& line) { return line.starts_with(verb); };
+  return static_cast<int>(std::ranges::count_if(commands(), is_verb));
 }
 
-const ScriptedFtpPeer::Answer* ScriptedFtpPeer::AnswerTo(const std::string& verb) const {
-  const std::lock_guard lock(mutex_);
-  const auto answer = answers_.find(verb);
-  return answer == answers_.end() ? nullptr : &answer->second;
+bool ScriptedFtpPeer::Answered(Session& session, const std::string& line) {
+  const std::size_t blank = std::min(line.find(' '), line.size());
+  std::unique_lock lock(mutex_);
+  const auto answer = answers_.find(line.substr(0, blank));
+  const bool is_known = answer != answers_.end();
+  lock.unlock();
+  // An answer may have a state of its own.
+  return is_known ? answer->second(session, line.substr(std::min(blank + 1, line.size())))
+                  : session.Reply("502 never heard of it");
 }
 
 void ScriptedFtpPeer::Session::Run() {
-  if (!(*peer_.AnswerTo(""))(*this, "")) return;
-  while (const std::optional<std::string> line = TakeLine()) {
-    {
-      const std::lock_guard lock(peer_.mutex_);
-      peer_.commands_.push_back(*line);
-    }
-    const std::size_t blank = std::min(line->find(' '), line->size());
-    const Answer* const answer = peer_.AnswerTo(line->substr(0, blank));
-    if (answer == nullptr) {
-      Reply("502 never heard of it");
-    } else if (!(*answer)(*this, line->substr(std::min(blank + 1, line->size())))) {
-      return;
-    }
+  bool goes_on = peer_.Answered(*this, "");
+  while (const auto line = goes_on ? TakeLine() : std::nullopt) {
+    std::unique_lock lock(peer_.mutex_);
+    peer_.commands_.push_back(*line);
+    lock.unlock();
+    goes_on = peer_.Answered(*this, *line);
   }
 }
 
@@ -84,7 +76,7 @@ std::optional<std::string> ScriptedFtpPeer::Session::TakeLine() {
 
 std::uint16_t ScriptedFtpPeer::Session::OpenPassive() {
   CloseData();
-  return passive_.emplace(peer_.is_ipv6_).port();
+  return passive_.emplace().port();
 }
 
 bool ScriptedFtpPeer::Session::Connected() {
@@ -93,12 +85,6 @@ bool ScriptedFtpPeer::Session::Connected() {
     data_.emplace(std::move(socket), control_.stop());
   }
   return data_.has_value();
-}
-
-std::string ScriptedFtpPeer::Session::TakeData() {
-  const std::string all = Connected() ? data_->Read(std::string::npos) : "";
-  CloseData();
-  return all;
 }
 
 std::optional<std::string> ScriptedFtpPeer::Session::TakeWholeData() {

@@ -1,4 +1,3 @@
-// An FTP server that does what a test tells it to, for what a real one does not do on demand.
 #pragma once
 
 #include <cstdint>
@@ -8,15 +7,14 @@
 #include <optional>
 #include <string>
 #include <string_view>
-#include <utility>
 #include <vector>
 
 #include "support/loopback.h"
 
 namespace vk::tq::testing {
 
-// Serves one control connection after the other. Without a script it behaves: it lets everybody in,
-// keeps what is stored and gives it back.
+// An FTP server for what a real one does not do on demand. Without a script it behaves: it lets
+// everybody in, keeps what is stored and gives it back.
 class ScriptedFtpPeer {
  public:
   // A control connection, as an answer sees it.
@@ -35,11 +33,10 @@ class ScriptedFtpPeer {
     void SendData(std::string_view bytes) {
       if (Connected()) data_->Write(bytes);
     }
-    std::string TakeData();
     // Nothing when the client breaks it off.
     std::optional<std::string> TakeWholeData();
-    void TakeSomeData(std::size_t size) {
-      if (Connected()) data_->Take(size);
+    void TakeSomeData() {
+      if (Connected()) data_->Take(1000);
     }
     // The client sees a reset.
     void CutData() {
@@ -67,7 +64,7 @@ class ScriptedFtpPeer {
   // Answers a command; false closes the control connection.
   using Answer = std::function<bool(Session& session, const std::string& argument)>;
 
-  explicit ScriptedFtpPeer(bool is_ipv6 = false);
+  ScriptedFtpPeer();
 
   std::uint16_t port() const { return server_.port(); }
 
@@ -88,15 +85,13 @@ class ScriptedFtpPeer {
   std::string& file(const std::string& name) { return files_[name]; }
 
  private:
-  // Null for a command that it does not know. An answer may have a state of its own.
-  const Answer* AnswerTo(const std::string& verb) const;
+  bool Answered(Session& session, const std::string& line);
 
-  const bool is_ipv6_;
   std::map<std::string, Answer> answers_;
   std::map<std::string, std::string> files_;
   mutable std::mutex mutex_;
   std::vector<std::string> commands_;
-  LoopbackServer server_;
+  LoopbackServer server_{[this](Peer& control, int) { Session(*this, control).Run(); }};
 };
 
 }  // namespace vk::tq::testing
