@@ -2,8 +2,6 @@
 
 #include <sys/stat.h>
 
-#include <filesystem>
-
 #include "platform/error.h"
 #include "support/test_support.h"
 

@@ -10,14 +10,9 @@ namespace {
 TEST(PathTest, ToNative) {
   const ScopedEnvironment volumes("TQ_VOLUMES", "/v");
   const std::pair<const wchar_t*, const char*> cases[] = {
-      {L"\\tmp\\a/b", "/tmp/a/b"},
-      {L"c:\\a\\.\\\\b\\..\\c", "/v/c/a/c"},
-      {L"c:\\..\\..\\etc\\passwd", "/v/c/etc/passwd"},
-      {L"ab:\\a", "ab:/a"}};
+      {L"c:\\a\\.\\\\b\\..\\c", "/v/c/a/c"}, {L"c:\\..\\..\\etc\\passwd", "/v/c/etc/passwd"}};
   for (const auto& [path, native] : cases) EXPECT_EQ(native, PathToNative(path));
   EXPECT_EQ("/a", PathToNative(std::wstring_view(L"\\a\0b", 4))) << "a path ends at a NUL";
-  const ScopedEnvironment none("TQ_VOLUMES", nullptr);
-  EXPECT_EQ("/var/lib/tessaloquin/volumes/c/日本.txt", PathToNative(L"C:\\日本.txt"));
 }
 
 TEST(PathTest, EveryNativeNameReadsBack) {

@@ -32,27 +32,31 @@ TEST_F(StdioFileTest, LinesEndAtALineFeedAndTheMarkTellsTheEncoding) {
             (Texts{L"ト\u0A30\u300A𠮷", L"レ", L"\uFFFD"}));
   const ScopedEnvironment page("TQ_ANSI_CODEPAGE", "932");
   EXPECT_EQ(Lines("\x83\x67\x83\x8C\x83\x43\n\x95\x5C"), (Texts{L"トレイ", L"表"}));
-  EXPECT_EQ(Lines("a\x83\nb\n"), (Texts{L"a\uFFFD", L"b"}));
+}
+
+// Lines and characters that lie across the boundaries of what is read at once.
+TEST_F(StdioFileTest, LongLinesComeWhole) {
+  const std::wstring line = std::wstring(65'535, L'x') + L"ト\u300A";
+  const std::wstring text = line + L"\r\n" + line + L"\n";
+  EXPECT_EQ(Lines(ToUtf8(text)), (Texts{line, line}));
+  EXPECT_EQ(Lines("\xFF\xFE" + Utf16Le(text)), (Texts{line, line}));
 }
 
 TEST_F(StdioFileTest, WritesBehindTheEndInTheFormOfTheFile) {
-  const auto write = [&](std::string_view old, unsigned flags) {
-    WriteNative(native("w"), old);
+  for (const std::string old : {"a", "\xFF\xFE", ""}) {
+    WriteNative(native("f.txt"), old);
     CStdioFile file;
-    EXPECT_TRUE(file.Open(path(L"w").c_str(), flags));
-    EXPECT_TRUE(file.WriteString(L"ト,1") && file.WriteString(L"\n") && file.Close());
-    return ReadNative(native("w"));
-  };
-  EXPECT_EQ(write("a\n", CStdioFile::modeWrite | CStdioFile::modeCreate), "\u30C8,1\r\n");
-  EXPECT_EQ(write("\xFF\xFE", CStdioFile::modeWrite), "\xFF\xFE" + Utf16Le(L"ト,1\r\n"));
-  const ScopedEnvironment page("TQ_ANSI_CODEPAGE", "932");
-  EXPECT_EQ(write("a\n", CStdioFile::modeWrite), "a\n\x83\x67,1\r\n");
+    EXPECT_TRUE(file.Open(path(L"f.txt").c_str(), CStdioFile::modeWrite));
+    EXPECT_TRUE(file.WriteString(L"ト\n"));
+    const std::string text = old == "\xFF\xFE" ? Utf16Le(L"ト\r\n") : "\u30C8\r\n";
+    EXPECT_EQ(ReadNative(native("f.txt")), old + text);
+  }
   // Creating belongs to writing: reading must not empty a file.
   CStdioFile file;
-  EXPECT_TRUE(file.Open(path(L"w").c_str(), CStdioFile::modeRead | CStdioFile::modeCreate));
+  EXPECT_TRUE(file.Open(path(L"f.txt").c_str(), CStdioFile::modeRead | CStdioFile::modeCreate));
   EXPECT_FALSE(file.WriteString(L"x"));
   EXPECT_FALSE(file.Close()) << "a write has failed";
-  EXPECT_EQ(ReadNative(native("w")), "a\n\x83\x67,1\r\n");
+  EXPECT_EQ(ReadNative(native("f.txt")), "\u30C8\r\n");
 }
 
 }  // namespace
