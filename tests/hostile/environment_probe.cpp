@@ -1,5 +1,4 @@
-// Tells where the library would look, by the environment that it was started in. Its exit code is 0
-// when it runs with the rights of another account.
+// Tells where the library would look; its exit code is 0 with the rights of another account.
 #include <unistd.h>
 
 #include <cstdio>
