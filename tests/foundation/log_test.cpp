@@ -1,7 +1,6 @@
 #include "foundation/log.h"
 
 #include <stdexcept>
-#include <thread>
 
 #include "platform/error.h"
 #include "support/test_support.h"
@@ -37,26 +36,6 @@ TEST(LogTest, ASinkNeverDisturbsTheCallerAndGetsItsLevels) {
   EXPECT_EQ(2, sink->calls);
   InstallLogSink(nullptr);
   InstallEventSink(nullptr);
-}
-
-TEST(LogTest, SinksAreReplacedWhileOthersLog) {
-  std::thread logger([] {
-    for (int i = 0; i < 2000; ++i) Log4cxxMgr::LogOutDetail(5, i, L"F", __LINE__, L"text");
-  });
-  for (int i = 0; i < 200; ++i) const LogRecorder log;
-  logger.join();
-}
-
-// The default, whose file is settled at the first line of a process.
-TEST(LogTest, LinesGoToTheProgramLog) {
-  if (!HasOwnProcess()) return;
-  const TempFolder temp;
-  const ScopedEnvironment file("TQ_LOG_FILE", temp.native("log.txt").c_str());
-  const ScopedEnvironment level("TQ_LOG_LEVEL", "3");
-  Log4cxxMgr::LogOutDetail(2, 1, L"C::F", 1, L"below the level");
-  Log4cxxMgr::LogOutDetail(5, 2, L"C::F", 1, 7, L"行\r\n");
-  EXPECT_THAT(ReadNative(temp.native("log.txt")),
-              ::testing::MatchesRegex("[^\n]* 5 2 C::F\\(1\\) 行\\\\r\\\\n \\[7\\]\n"));
 }
 
 }  // namespace

@@ -3,14 +3,12 @@
 #include <regex>
 
 #include "foundation/util.h"
-#include "platform/system_info.h"
 #include "support/test_support.h"
 
 namespace vk::tq::testing {
 namespace {
 
 using ::testing::ElementsAre;
-using ::testing::IsEmpty;
 
 class UtilPatternTest : public ProductTest {
  protected:
@@ -22,17 +20,10 @@ class UtilPatternTest : public ProductTest {
   int error_ = 77;
 };
 
-std::wstring Repeat(std::wstring_view text, int count) {
-  std::wstring repeated;
-  for (int i = 0; i < count; ++i) repeated += text;
-  return repeated;
-}
-
 TEST_F(UtilPatternTest, TheFirstMatchIsExtracted) {
   const std::tuple<const wchar_t*, const wchar_t*, const wchar_t*> cases[] = {
       {L"Abc123def456", L"abc|[0-9]+", L"123"},
       {L"見積書_2024.pdf", L"_(\\d{4})\\.", L"_2024."},
-      {L"a\nb", L"^b", L""},
       {L"xaby", L"a|ab", L"a"},
       {L"abab", L"(ab)\\1", L"abab"},
       {L"日本", L"\\w", L""}};
@@ -42,35 +33,27 @@ TEST_F(UtilPatternTest, TheFirstMatchIsExtracted) {
     EXPECT_EQ(0, error_);
   }
   EXPECT_EQ(L"", message_);
-  EXPECT_THAT(log_.lines(), IsEmpty());
   result_ = L"abc123";
   EXPECT_EQ(1, Extract(result_, L"\\d"));
   EXPECT_EQ(L"1", result_) << "the source may be the result";
 }
 
-// A bad one, and one that would otherwise exhaust the stack, the memory or the day.
+// A bad one, and one that would otherwise exhaust the stack, the memory or the day. The corpus of the
+// fuzz target has more of them.
 TEST_F(UtilPatternTest, ASearchThatFailsGivesTheEnginesCode) {
   using namespace std::regex_constants;
   const std::wstring long_text(1'000'000, L'a');
   const std::tuple<std::wstring, std::wstring, error_type> cases[] = {
       {L"source", L"[", error_brack},
-      {L"source", L"a{3,2}", error_badbrace},
-      {L"source", L"\\1", error_backref},
       {std::wstring(64, L'a'), L"(a+)+b", error_complexity},
-      {L"aaaa", L"(?:(?:(?:(?:a*)*)*)*)*b", error_complexity},
       {L"", L"(?:|){40}x", error_complexity},
       {long_text, L"^(a|b)*x", error_stack},
-      {L"", L"(?:|){10}{30}{50}", error_space},
-      {L"", L"(?:|)??{30}?{50}", error_space},
-      {L"a", Repeat(L"(", 100'000) + Repeat(L")", 100'000), error_space},
-      {L"a", L"(((a{100}){100}){100}){100}", error_space},
-      {L"a", L"(?:|[\\]({](?:|){9}){300}", error_space},
-      {L"a", L"(?:|[[:alpha:]]){400}", error_space}};
+      {L"a", std::wstring(100'000, L'(') + std::wstring(100'000, L')'), error_space},
+      {L"a", L"(((a{100}){100}){100}){100}", error_space}};
   for (const auto& [source, pattern, code] : cases) {
     SCOPED_TRACE(ToUtf8(pattern.substr(0, 40)));
     log_.Clear();
     EXPECT_EQ(0, Extract(source, pattern));
-    EXPECT_EQ(source.size(), result_.size());
     EXPECT_EQ(static_cast<int>(code), error_);
     const LogLine line{5, 0, L"CUtil::ExtractPatternString",
                        L"文字列から正規表現パターンに一致した文字列を抽出する際にエラーが発生しま"
@@ -78,7 +61,7 @@ TEST_F(UtilPatternTest, ASearchThatFailsGivesTheEnginesCode) {
                            std::to_wstring(error_) + L": " + message_ + L")"};
     EXPECT_THAT(log_.lines(), ElementsAre(line));
   }
-  EXPECT_EQ(0, Extract(L"source", std::wstring(L"\0a", 2)));
+  EXPECT_EQ(0, Extract(L"source", L""));
   EXPECT_EQ(L"source", result_);
   EXPECT_EQ(CUtil::ERR_REGEX_EMPTY, error_);
 }
@@ -88,15 +71,12 @@ TEST_F(UtilPatternTest, ASmallStackIsRespected) {
     const std::wstring text(10'000, L'a');
     CString result;
     int error = 0;
-    for (const auto& pattern :
-         {std::wstring(L"(a|b)*x"), std::wstring(L"a*?x"), std::wstring(L"(?=(a*))x"),
-          Repeat(L"(?:|)", 100), Repeat(L"(", 150) + Repeat(L")", 150), Repeat(L"a", 1900)}) {
+    for (const auto& pattern : {std::wstring(L"(a|b)*x"), std::wstring(L"a*?x"),
+                                std::wstring(150, L'(') + std::wstring(150, L')')}) {
       CUtil::ExtractPatternString(text, pattern, result, error);
       EXPECT_EQ(static_cast<int>(std::regex_constants::error_stack), error) << ToUtf8(pattern);
     }
-    EXPECT_EQ(1, CUtil::ExtractPatternString(text + L"192.168.0.1", L"(\\d{1,3}\\.){3}\\d{1,3}",
-                                             result, error));
-    EXPECT_EQ(L"192.168.0.1", result);
+    EXPECT_EQ(1, CUtil::ExtractPatternString(text + L"b1", L"b[0-9]", result, error));
     return nullptr;
   };
   pthread_attr_t attributes;
@@ -108,44 +88,29 @@ TEST_F(UtilPatternTest, ASmallStackIsRespected) {
   pthread_attr_destroy(&attributes);
 }
 
-class OtherProcessor : public Machine {
- public:
-  std::uint16_t ProcessorArchitecture() override { return number; }
-  std::uint16_t number = kArchitectureX64;
-};
-
 TEST_F(UtilPatternTest, AnImageLogIdIsCutOut) {
-  OtherProcessor processor;
-  const ScopedMachine use_machine(processor);
   const std::wstring id = L"0123456789abcdef0123456789ABCDEFwxyz";
-  const std::wstring long_delimiter(63, L'x');
+  const std::wstring longest(63, L'x');
   const std::tuple<std::wstring, std::wstring, int, std::wstring> cases[] = {
       {L"#SI#", L"見積" + id + L"#SI#" + id + L"#SI#", 1, L"見積" + id + L"#SI#"},
-      // The first delimiter counts, even where it stands too early.
       {L"#SI#", L"#SI#" + id + L"#SI#", 0, L"#SI#" + id + L"#SI#"},
-      {long_delimiter, id + long_delimiter + L"rest", 1, L"rest"},
+      {longest, id + longest + L"rest", 1, L"rest"},
       // Without the registry value, or with one that is too long, the function is off.
       {L"", id + L"#SI#", 0, id + L"#SI#"},
-      {long_delimiter + L"y", id + long_delimiter + L"y", 0, id + long_delimiter + L"y"}};
-  const LogLine off{2, 101414, L"CUtil::SepareteImaglogID", L"イメログID取得処理無効で実施。"};
-  for (const char* key : {"SOFTWARE\\Wow6432Node\\ORV-INC", "SOFTWARE\\ORV-INC"}) {
-    for (const auto& [delimiter, whole, result, left] : cases) {
-      WriteNative(native("registry.ini"),
-                  "[" + std::string(key) + "\\Velkorandia\\Tessaloquin\\Option]\r\n" +
-                      "ImageLogIDDelimiter = " + ToUtf8(delimiter) + "\r\n");
-      std::wstring text = whole;
-      std::wstring buffer(38, L'|');
-      EXPECT_EQ(result, CUtil::SepareteImaglogID(text.data(), buffer.data()));
-      EXPECT_EQ(left, text.c_str());
-      EXPECT_EQ(result == 1 ? id + L'\0' + L'|' : std::wstring(38, L'|'), buffer);
-    }
-    EXPECT_THAT(log_.lines(), ElementsAre(off, off));
-    log_.Clear();
-    processor.number = 12;
+      {longest + L"y", id + longest + L"y", 0, id + longest + L"y"}};
+  for (const auto& [delimiter, whole, result, left] : cases) {
+    WriteNative(native("registry.ini"),
+                "[SOFTWARE\\Wow6432Node\\ORV-INC\\Velkorandia\\Tessaloquin\\Option]\r\n"
+                "ImageLogIDDelimiter = " +
+                    ToUtf8(delimiter) + "\r\n");
+    std::wstring text = whole;
+    std::wstring buffer(38, L'|');
+    EXPECT_EQ(result, CUtil::SepareteImaglogID(text.data(), buffer.data()));
+    EXPECT_EQ(left, text.c_str());
+    EXPECT_EQ(result == 1 ? id + L'\0' + L'|' : std::wstring(38, L'|'), buffer);
   }
-  wchar_t delimiter[64];
-  EXPECT_EQ(0, CUtil::GetImageLogIDDelimiter(delimiter));
-  EXPECT_STREQ(L"#SI#", delimiter);
+  const LogLine off{2, 101414, L"CUtil::SepareteImaglogID", L"イメログID取得処理無効で実施。"};
+  EXPECT_THAT(log_.lines(), ElementsAre(off, off));
 }
 
 }  // namespace
