@@ -18,14 +18,15 @@ class FtpSessionTest : public ProductTest {
  protected:
   ~FtpSessionTest() override { CloseFtpHandle(internet_); }
 
-  FtpHandle Connect(const ScriptedFtpPeer& peer) {
+  bool Connect() {
     CloseFtpHandle(connection_);
-    connection_ = ConnectFtp(internet_, L"127.0.0.1", peer.port(), L"tester", L"secret");
-    return connection_;
+    connection_ = ConnectFtp(internet_, L"127.0.0.1", peer_.port(), L"tester", L"secret");
+    return connection_ != kNoFtpHandle;
   }
   bool Put(const wchar_t* name) { return PutFtpFile(connection_, path(name), name); }
   bool Get(const wchar_t* name) { return GetFtpFile(connection_, name, path(name)); }
 
+  ScriptedFtpPeer peer_;
   FtpHandle internet_ = OpenFtp(L"test");
   FtpHandle connection_ = kNoFtpHandle;
 };
@@ -38,16 +39,13 @@ TEST_F(FtpSessionTest, FollowsThePassivePortButNoOtherHost) {
       {"227 (127,0,0,1,256,", ")", false}};
   WriteNative(native("a"), "bytes");
   for (const auto& [before, after, works] : cases) {
-    SCOPED_TRACE(before);
-    ScriptedFtpPeer peer;
-    peer.On("PASV", [&before = before, &after = after](Session& session, const std::string&) {
+    peer_.On("PASV", [before = before, after = after](Session& session, const std::string&) {
       const std::uint16_t port = session.OpenPassive();
       return session.Reply(before + std::to_string(port / 256) + "," + std::to_string(port % 256) +
                            after);
     });
-    ASSERT_NE(Connect(peer), kNoFtpHandle);
-    EXPECT_EQ(Put(L"a"), works);
-    EXPECT_EQ(peer.file("a"), works ? "bytes" : "");
+    ASSERT_TRUE(Connect());
+    EXPECT_EQ(Put(L"a"), works) << before;
     EXPECT_TRUE(works || GetLastError() == kErrorInvalidData);
   }
 }
@@ -56,46 +54,43 @@ TEST_F(FtpSessionTest, FollowsThePassivePortButNoOtherHost) {
 // server waits for. One that is broken is not made anew: the directory would be another one.
 TEST_F(FtpSessionTest, TakesNoReplyOfAnotherKind) {
   WriteNative(native("a"), "bytes");
+  // From the last step to the first.
   const std::tuple<const char*, const char*, ErrorCode> cases[] = {
+      {"CWD", "150 soon\r\n250 there", kErrorSuccess},
+      {"CWD", "250-a\r\n550 b\r\n 250 no\r\n250-\r\n250 c", kErrorSuccess},
+      {"STOR", "150 go on\r\n350 more", kErrorInvalidData},
+      {"STOR", "226 stored", kErrorInvalidData},
+      {"RNTO", "350 to what?", kErrorInvalidData},
+      {"RNFR", "250 done", kErrorInvalidData},
+      {"SIZE", "350 5", kErrorInvalidData},
       {"CWD", "150 soon\r\n150 sooner\r\n250 there", kErrorInvalidData},
       {"CWD", "2x0 no number", kErrorInvalidData},
-      {"SIZE", "350 5", kErrorInvalidData},
-      {"RNFR", "250 done", kErrorInvalidData},
-      {"RNTO", "350 to what?", kErrorInvalidData},
-      {"STOR", "226 stored", kErrorInvalidData},
-      {"STOR", "150 go on\r\n350 more", kErrorInvalidData},
-      {"CWD", "250 there\r\n421 you were idle", kErrorInternetConnectionAborted},
-      {"CWD", "150 soon\r\n250 there", kErrorSuccess},
-      {"CWD", "250-a\r\n550 b\r\n 250 no\r\n250-\r\n250 c", kErrorSuccess}};
+      {"CWD", "250 there\r\n421 you were idle", kErrorInternetConnectionAborted}};
   for (const auto& [verb, reply, error] : cases) {
-    SCOPED_TRACE(reply);
-    ScriptedFtpPeer peer;
-    peer.On(verb, reply);
-    ASSERT_NE(Connect(peer), kNoFtpHandle);
+    peer_.On(verb, reply);
+    ASSERT_TRUE(Connect());
+    SetLastError(kErrorSuccess);
     EXPECT_EQ(error == kErrorSuccess, SetFtpDirectory(connection_, L"a") &&
                                           FtpFileSize(connection_, L"a") &&
                                           RenameFtpFile(connection_, L"a", L"b") && Put(L"a"));
-    if (error == kErrorSuccess) continue;
-    EXPECT_EQ(GetLastError(), error);
-    EXPECT_FALSE(DeleteFtpFile(connection_, L"a"));
-    EXPECT_EQ(GetLastError(), kErrorInternetConnectionAborted);
-    EXPECT_EQ(peer.connections(), 1);
+    EXPECT_EQ(GetLastError(), error) << reply;
+    EXPECT_EQ(DeleteFtpFile(connection_, L"a"), error == kErrorSuccess);
   }
+  EXPECT_EQ(peer_.connections(), 10);
 }
 
 TEST_F(FtpSessionTest, ADownloadThatIsCutReplacesNothing) {
   WriteNative(native("a"), "old");
   for (const ErrorCode error : {kErrorInternetConnectionAborted, kErrorInternetConnectionReset,
                                 kErrorInternetExtendedError}) {
-    ScriptedFtpPeer peer;
-    peer.On("RETR", [error](Session& session, const std::string&) {
+    peer_.On("RETR", [error](Session& session, const std::string&) {
       session.Reply("150 here it comes");
       session.SendData(std::string(1 << 20, 'x'));
       if (error == kErrorInternetConnectionReset) session.CutData();
       session.CloseData();
       return error == kErrorInternetExtendedError && session.Reply("426 something broke");
     });
-    ASSERT_NE(Connect(peer), kNoFtpHandle);
+    ASSERT_TRUE(Connect());
     EXPECT_FALSE(Get(L"a"));
     EXPECT_EQ(GetLastError(), error);
     EXPECT_EQ(ReadNative(native("a")), "old");
@@ -110,65 +105,62 @@ TEST_F(FtpSessionTest, EachWaitEndsByItsTimeout) {
   const auto drip = [](Session& session, const char* piece) {
     while (session.ReplyRaw(piece)) std::this_thread::sleep_for(std::chrono::milliseconds(100));
   };
+  // From the last step to the first.
   const struct {
     FtpTimeout which;
     const char* verb;
     bool breaks_off;
     std::function<void(Session&)> answer;  // before it stops
   } stalls[] = {
-      {kControlReceive, "", false, [&](Session& s) { drip(s, "220-wait\r\n"); }},
+      {kDataReceive, "RETR", true, [](Session& s) { s.Reply("150 it comes"), s.SendData("a"); }},
+      {kDataSend, "STOR", true, [](Session& s) { s.Reply("150 go on"), s.TakeSomeData(); }},
+      {kControlReceive, "STOR", false, [](Session& s) { s.Reply("150 go on"), s.TakeWholeData(); }},
+      {kControlReceive, "STOR", true, [](Session&) {}},
       {kControlReceive, "STOR", true, [&](Session& s) { drip(s, "150-wait\r\n"); }},
       {kControlReceive, "USER", false, [](Session&) {}},
-      {kControlReceive, "STOR", true, [](Session&) {}},
-      {kControlReceive, "STOR", false, [](Session& s) { s.Reply("150 go on"), s.TakeWholeData(); }},
-      {kDataSend, "STOR", true, [](Session& s) { s.Reply("150 go on"), s.TakeSomeData(); }},
-      {kDataReceive, "RETR", true, [](Session& s) { s.Reply("150 it comes"), s.SendData("a"); }}};
+      {kControlReceive, "", false, [&](Session& s) { drip(s, "220-wait\r\n"); }}};
   WriteNative(native("big"), "");
   std::filesystem::resize_file(native("big"), 64 << 20);
+  Gate is_broken_off;
   for (const auto& stall : stalls) {
     SCOPED_TRACE(&stall - stalls);
-    Gate is_broken_off;
-    ScriptedFtpPeer peer;
-    peer.On(stall.verb, [&](Session& session, const std::string&) {
+    peer_.On(stall.verb, [&](Session& session, const std::string&) {
       stall.answer(session);
-      if (!stall.breaks_off) session.Stall();
-      if (session.AwaitDataReset()) is_broken_off.Open();
+      if (!stall.breaks_off) session.AwaitEnd();
+      if (stall.breaks_off && session.AwaitDataReset()) is_broken_off.Open();
       return false;
     });
     for (const auto which : {kConnect, kControlSend, kControlReceive, kDataSend, kDataReceive}) {
       EXPECT_TRUE(SetFtpTimeout(internet_, which, which == stall.which ? 300 : kNoFtpTimeout));
     }
-    EXPECT_FALSE(Connect(peer) != kNoFtpHandle && Put(L"big") && Get(L"x"));
+    EXPECT_FALSE(Connect() && Put(L"big") && Get(L"x"));
     EXPECT_EQ(GetLastError(), kErrorInternetTimeout);
     CloseFtpHandle(connection_);
     EXPECT_TRUE(!stall.breaks_off || is_broken_off.Wait());
-    EXPECT_EQ(peer.connections(), 1);
   }
 }
 
 // A writer that finds the lock taken gives up after ten seconds.
 TEST_F(FtpSessionTest, NoServerKeepsAFileFromBeingWritten) {
   const auto write = [&](const wchar_t* name) { return WriteFileInPlace(path(name), "new", 3); };
-  ScriptedFtpPeer peer;
-  peer.On("TYPE", [&](Session& session, const std::string&) {
+  peer_.On("TYPE", [&](Session& session, const std::string&) {
     EXPECT_TRUE(write(L"short"));
     return session.Reply("200 so be it");
   });
-  peer.On("STOR", [&](Session& session, const std::string& name) {
+  peer_.On("STOR", [&](Session& session, const std::string& name) {
     session.Reply("150 go on");
-    peer.file(name) = session.TakeWholeData().value_or("");
+    peer_.file(name) = session.TakeWholeData().value_or("");
     EXPECT_TRUE(name == "short" || write(L"long"));
     return session.Reply("226 stored");
   });
   const std::string contents(std::size_t{512} * 1024, 'x');  // ends where a piece does
   WriteNative(native("short"), "old");
   WriteNative(native("long"), contents);
-  ASSERT_NE(Connect(peer), kNoFtpHandle);
-  EXPECT_TRUE(Put(L"short"));
-  EXPECT_TRUE(Put(L"long"));
-  EXPECT_EQ(peer.file("short"), "old");
-  EXPECT_TRUE(peer.file("long") == contents);
-  EXPECT_TRUE(ReadNative(native("long")) == "new");
+  ASSERT_TRUE(Connect());
+  EXPECT_TRUE(Put(L"short") && Put(L"long"));
+  EXPECT_EQ(peer_.file("short"), "old");
+  EXPECT_TRUE(peer_.file("long") == contents);
+  EXPECT_EQ(ReadNative(native("long")), "new");
 }
 
 }  // namespace

@@ -7,7 +7,6 @@
 #include <unistd.h>
 
 #include <algorithm>
-#include <sstream>
 #include <stdexcept>
 
 namespace vk::tq::testing {
@@ -26,20 +25,21 @@ std::string Number16(std::size_t number) {
   return {static_cast<char>(number >> 8), static_cast<char>(number)};
 }
 
-std::string Configuration(const std::string& folder, std::uint16_t port,
-                          const std::vector<std::string>& zones,
-                          const std::vector<std::string>& records) {
-  std::ostringstream text;
-  text << "server:\n  interface: 127.0.0.1\n  port: " << port
-       << "\n  username: \"\"\n  chroot: \"\"\n  directory: \"" << folder
-       << "\"\n  pidfile: \"\"\n  use-syslog: no\n  logfile: \"\"\n  num-threads: 1\n"
-       << "  do-daemonize: no\n  module-config: \"iterator\"\n  outgoing-range: 16\n"
-       << "  so-reuseport: no\n  do-ip6: no\n";
-  for (const std::string& zone : zones) text << "  local-zone: \"" << zone << "\" static\n";
-  for (const std::string& record : records) text << "  local-data: '" << record << "'\n";
-  text << "remote-control:\n  control-enable: no\n";
-  return text.str();
-}
+constexpr const char* kSettings = R"(
+  interface: 127.0.0.1
+  username: ""
+  chroot: ""
+  directory: "/"
+  pidfile: ""
+  use-syslog: no
+  logfile: ""
+  num-threads: 1
+  do-daemonize: no
+  module-config: "iterator"
+  outgoing-range: 16
+  so-reuseport: no
+  do-ip6: no
+)";
 
 }  // namespace
 
@@ -47,10 +47,13 @@ DnsServer::DnsServer(const std::vector<std::string>& zones,
                      const std::vector<std::string>& records) {
   const std::string configuration = folder_.native("unbound.conf");
   const std::string output = folder_.native("output");
+  std::string lists;
+  for (const std::string& zone : zones) lists += "  local-zone: \"" + zone + "\" static\n";
+  for (const std::string& record : records) lists += "  local-data: '" + record + "'\n";
   // Between the choice of a port and the start somebody else may take it.
   for (int attempt = 0; attempt < 5; ++attempt) {
     port_ = Listener().port();
-    WriteNative(configuration, Configuration(folder_.native(), port_, zones, records));
+    WriteNative(configuration, "server:\n  port: " + std::to_string(port_) + kSettings + lists);
     WriteNative(output, "");
     process_.emplace([&] {
       dup2(open(output.c_str(), O_WRONLY), STDERR_FILENO);

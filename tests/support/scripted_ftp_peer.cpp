@@ -45,12 +45,10 @@ int ScriptedFtpPeer::count(std::string_view verb) const {
 bool ScriptedFtpPeer::Answered(Session& session, const std::string& line) {
   const std::size_t blank = std::min(line.find(' '), line.size());
   std::unique_lock lock(mutex_);
-  const auto answer = answers_.find(line.substr(0, blank));
-  const bool is_known = answer != answers_.end();
+  const std::shared_ptr<Answer> answer = answers_[line.substr(0, blank)];
   lock.unlock();
-  // An answer may have a state of its own.
-  return is_known ? answer->second(session, line.substr(std::min(blank + 1, line.size())))
-                  : session.Reply("502 never heard of it");
+  return answer != nullptr ? (*answer)(session, line.substr(std::min(blank + 1, line.size())))
+                           : session.Reply("502 never heard of it");
 }
 
 void ScriptedFtpPeer::Session::Run() {

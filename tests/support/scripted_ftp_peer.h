@@ -3,6 +3,7 @@
 #include <cstdint>
 #include <functional>
 #include <map>
+#include <memory>
 #include <mutex>
 #include <optional>
 #include <string>
@@ -25,8 +26,8 @@ class ScriptedFtpPeer {
     // CR LF is added. False when the client is gone.
     bool Reply(std::string_view text) { return ReplyRaw(std::string(text) + "\r\n"); }
     bool ReplyRaw(std::string_view bytes) { return control_.Write(bytes); }
-    // Takes no more notice of the client, but keeps the connections, until the test is over.
-    void Stall() const { control_.stop().Wait(); }
+    // Takes no more notice of the client until it is gone.
+    void AwaitEnd() const { control_.Read(std::string::npos); }
 
     std::uint16_t OpenPassive();
     // The data connection; each is used once.
@@ -68,11 +69,10 @@ class ScriptedFtpPeer {
 
   std::uint16_t port() const { return server_.port(); }
 
-  // Replaces the answer to a command; the verb "" stands for the greeting. To be called before the
-  // client connects.
+  // Replaces the answer to a command from the next one on; the verb "" stands for the greeting.
   void On(const std::string& verb, Answer answer) {
     const std::lock_guard lock(mutex_);
-    answers_[verb] = std::move(answer);
+    answers_[verb] = std::make_shared<Answer>(std::move(answer));
   }
   void On(const std::string& verb, const std::string& reply) {
     On(verb, [reply](Session& session, const std::string&) { return session.Reply(reply); });
@@ -87,7 +87,7 @@ class ScriptedFtpPeer {
  private:
   bool Answered(Session& session, const std::string& line);
 
-  std::map<std::string, Answer> answers_;
+  std::map<std::string, std::shared_ptr<Answer>> answers_;
   std::map<std::string, std::string> files_;
   mutable std::mutex mutex_;
   std::vector<std::string> commands_;

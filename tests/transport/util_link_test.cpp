@@ -112,7 +112,6 @@ TEST_F(UtilLinkTest, TheRulesOfTheCache) {
       {L"192.0.2.1@kept", 0, 0, "na\\064me", true},
       {L"192.0.2.9@kept", 0, 60, "na\\064me", true},
       {L"192.0.2.1@kept@third", 0, 60, "kept", false},
-      {L"192.0.2.1", 0, 60, "", false},
       {L"@192.0.2.1@kept", 0, 60, "na\\064me", true},
   };
   int asked = 0;
