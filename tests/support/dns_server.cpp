@@ -25,22 +25,6 @@ std::string Number16(std::size_t number) {
   return {static_cast<char>(number >> 8), static_cast<char>(number)};
 }
 
-constexpr const char* kSettings = R"(
-  interface: 127.0.0.1
-  username: ""
-  chroot: ""
-  directory: "/"
-  pidfile: ""
-  use-syslog: no
-  logfile: ""
-  num-threads: 1
-  do-daemonize: no
-  module-config: "iterator"
-  outgoing-range: 16
-  so-reuseport: no
-  do-ip6: no
-)";
-
 }  // namespace
 
 DnsServer::DnsServer(const std::vector<std::string>& zones,
@@ -53,7 +37,8 @@ DnsServer::DnsServer(const std::vector<std::string>& zones,
   // Between the choice of a port and the start somebody else may take it.
   for (int attempt = 0; attempt < 5; ++attempt) {
     port_ = Listener().port();
-    WriteNative(configuration, "server:\n  port: " + std::to_string(port_) + kSettings + lists);
+    WriteNative(configuration, "include: " TQ_TEST_DATA "/unbound.conf\nserver:\n  port: " +
+                                   std::to_string(port_) + "\n" + lists);
     WriteNative(output, "");
     process_.emplace([&] {
       dup2(open(output.c_str(), O_WRONLY), STDERR_FILENO);

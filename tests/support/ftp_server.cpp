@@ -22,17 +22,12 @@ FtpServer::FtpServer() : server_([this](const Peer& control, int) { StartSession
   WriteNative(folder_.native("accounts"),
               "tester:" + std::string(kPasswordHash) + ":" + ids + "::" + home() + ":/bin/sh\n");
   std::filesystem::permissions(folder_.native("accounts"), std::filesystem::perms::owner_read);
-  std::ostringstream text;
-  text << "ServerName test\nServerType inetd\nDefaultServer on\n"
-       << "DefaultAddress 127.0.0.1\nPort " << port() << "\nUser " << getpwuid(getuid())->pw_name
-       << "\nGroup " << getgrgid(getgid())->gr_name << "\nAuthOrder mod_auth_file.c\nAuthPAM off\n"
-       << "AuthUserFile " << folder_.native("accounts") << "\nRootLogin on\n"
-       << "RequireValidShell off\nUseFtpUsers off\nUseReverseDNS off\nUseEncoding off\n"
-       << "AllowOverwrite on\nDelayEngine off\nWtmpLog off\nScoreboardFile none\n"
-       << "TransferLog none\nSystemLog " << folder_.native("system.log") << "\n"
-       << "LogFormat dialogue \"%r -> %s %S\"\nExtendedLog " << folder_.native("dialogue.log")
-       << " ALL dialogue\n";
-  WriteNative(folder_.native("proftpd.conf"), text.str());
+  WriteNative(folder_.native("proftpd.conf"),
+              "Include " TQ_TEST_DATA "/proftpd.conf\nPort " + std::to_string(port()) + "\nUser " +
+                  getpwuid(getuid())->pw_name + "\nGroup " + getgrgid(getgid())->gr_name +
+                  "\nAuthUserFile " + folder_.native("accounts") + "\nSystemLog " +
+                  folder_.native("system.log") + "\nExtendedLog " + folder_.native("dialogue.log") +
+                  " ALL dialogue\n");
 }
 
 void FtpServer::StartSession(const Peer& control) {
