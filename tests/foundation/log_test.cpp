@@ -38,5 +38,15 @@ TEST(LogTest, ASinkNeverDisturbsTheCallerAndGetsItsLevels) {
   InstallEventSink(nullptr);
 }
 
+// The default, whose file is settled at the first line of a process.
+TEST(LogTest, LinesGoToTheProgramLog) {
+  if (!HasOwnProcess()) return;
+  const TempFolder temp;
+  const ScopedEnvironment file("TQ_LOG_FILE", temp.native("log.txt").c_str());
+  Log4cxxMgr::LogOutDetail(5, 2, L"C::F", 1, 7, L"行");
+  EXPECT_THAT(ReadNative(temp.native("log.txt")),
+              ::testing::MatchesRegex("[^\n]* 5 2 C::F\\(1\\) 行 \\[7\\]\n"));
+}
+
 }  // namespace
 }  // namespace vk::tq::testing
