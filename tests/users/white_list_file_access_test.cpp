@@ -9,23 +9,17 @@ namespace {
 
 using namespace testing;
 
-using ::testing::ElementsAre;
-using ::testing::IsEmpty;
-
 TEST(WhiteListMatchTest, OneEntry) {
   const std::tuple<const wchar_t*, CStringArray, CStringArray> kCases[] = {
       // Kind 0: the whole first attribute, in any case.
       {L"0", {L"office ａ3", L" \t　Office Ａ3\r\n"}, {L"Office", L"Office Ａ33", L"", L" "}},
       // Kind 0 with a star: what it begins with, in this case.
-      {L"0",
-       {L"Off*", L"Office Ａ3*", L"Office *", L" O*nothing of this counts*"},
-       {L"off*", L"Office Ａ3 *", L"Office Ａ3 and more*", L"*", L" *Ａ3"}},
+      {L"0", {L"Off*", L"Office Ａ3*", L" O*nothing of this counts*"}, {L"off*", L"*", L" *Ａ3"}},
       // The others: contained, in this case, untrimmed.
       {L"1", {L"10.0", L""}, {L"ip_", L" IP_", L"Office"}},
       {L"2", {L"経理", L""}, {L"*"}},
       {L"3", {L"PCL6", L""}, {L"pcl6"}},
       // The kind is a number that begins the text.
-      {L"abc", {L"office ａ3"}, {}},
       {L"４", {L"office ａ3"}, {}},
       {L" +3rd", {L"PCL6"}, {}},
       {L"4", {}, {L""}},
@@ -55,54 +49,40 @@ TEST(WhiteListMatchTest, MatchAllListsEveryPrinterButTheSuitesOwn) {
   EXPECT_EQ(list.IsWhitePrinter(L"", L"", L"", L"A velkorandia Tessa Loquin Driver 2"), 1);
 }
 
-class WhiteListFileTest : public ProductTest {
- protected:
-  WhiteListFileTest() { WriteKeyFile(); }
-};
+using WhiteListFileTest = ProductTest;
 
 TEST_F(WhiteListFileTest, EntriesComeBackInOrder) {
+  WriteKeyFile();
   const CStringArray kinds{L"1", L"0", L"3", L"", L"x", L"0"};
   const CStringArray names{L"ends", L" Büro * ", L"ドライバ 髙", L"a\rb", L"a\nb", L""};
   CWhiteListFileAccess written;
   written.Add(L"1", CString(L"ends\0here", 9));
   for (int i = 1; i < kinds.GetSize(); ++i) written.Add(kinds[i], names[i]);
   ASSERT_EQ(written.Write(FromUtf8(temp_.native())), 1);
-
   CWhiteListFileAccess read;
   read.m_bMatchAll = 1;
   ASSERT_EQ(read.Read(temp_.path()), 1);
   EXPECT_EQ(read.m_bMatchAll, 0);
   EXPECT_EQ(read.GetKinds(), kinds);
   EXPECT_EQ(read.GetNames(), names);
-  EXPECT_EQ(read.IsWhitePrinter(L"Büro 5", L"", L"", L""), 1);
-  ASSERT_EQ(read.Read(temp_.path()), 1);
-  EXPECT_EQ(read.GetNames().GetSize(), 2 * names.GetSize()) << "what is read is appended";
-  EXPECT_THAT(log_.lines(), IsEmpty());
-}
-
-TEST_F(WhiteListFileTest, OddTexts) {
-  const std::tuple<const wchar_t*, CStringArray, CStringArray> kCases[] = {
-      {L"0\rA\nB", {}, {}},
-      {L"0\r\n", {L"0"}, {L""}},
-      {L"0\r\nA\rB\nC\n\rD\r\r\n1\r\nE\n", {L"0", L"1"}, {L"A\rB\nC\n\rD\r", L"E\n"}},
-  };
-  for (const auto& [text, kinds, names] : kCases) {
+  // What is read is appended. A last name needs no line end, a kind alone is no entry.
+  for (const wchar_t* text : {L"4\r\nA\nB", L"5\rA", L"6\r\n"}) {
     ASSERT_EQ(CCrypto().CryptingStringWriter(text, path(L"WhiteList.dat")), 0);
-    CWhiteListFileAccess list;
-    EXPECT_EQ(list.Read(temp_.path()), 1);
-    EXPECT_EQ(list.GetKinds(), kinds) << ToUtf8(text);
-    EXPECT_EQ(list.GetNames(), names) << ToUtf8(text);
+    EXPECT_EQ(read.Read(temp_.path()), 1);
   }
+  EXPECT_EQ(read.GetNames().GetSize(), names.GetSize() + 2);
+  EXPECT_EQ(read.GetNames()[names.GetSize()], L"A\nB");
+  EXPECT_EQ(read.IsWhitePrinter(L"Büro 5", L"", L"", L""), 1);
 }
 
 TEST_F(WhiteListFileTest, FailuresLoseNothing) {
+  WriteKeyFile();
   CWhiteListFileAccess list;
   list.Add(L"0", L"A");
   EXPECT_EQ(list.Write(path(L"none")) + list.Read(path(L"none")), 0);
   EXPECT_FALSE(ExistsNative(native("none")));
   WriteNative(native("folder/WhiteList.dat/x"), "");
   EXPECT_EQ(list.Write(path(L"folder")) + list.Read(path(L"folder")), 0);
-
   ASSERT_EQ(list.Write(temp_.path()), 1);
   const std::string before = ReadNative(native("WhiteList.dat"));
   WriteKeyFile(std::string(34, 'k'));
@@ -110,15 +90,12 @@ TEST_F(WhiteListFileTest, FailuresLoseNothing) {
   EXPECT_EQ(CWhiteListFileAccess().Write(temp_.path()) + list.Read(temp_.path()), 0);
   EXPECT_EQ(ReadNative(native("WhiteList.dat")), before);
   EXPECT_EQ(list.GetNames(), CStringArray{L"A"});
-  const auto line = [](int level, int number, const wchar_t* end, std::optional<int> code = {}) {
-    const CString text = CString(L"プリンタ除外ファイル") + end;
-    return LogLine{level, number, L"CWhiteListFileAccess::Read", text, {}, code};
-  };
-  EXPECT_THAT(
-      log_.lines(),
-      ElementsAre(line(2, 110800010, L"が存在しません。"),
-                  line(5, 110800020, L"の復号化に失敗しました。"),
-                  line(5, 110800030, L"の読み込み処理で予期せぬエラーが発生しました。", 4711)));
+  const std::string file = " CWhiteListFileAccess::Read プリンタ除外ファイル";
+  EXPECT_THAT(log_.texts(),
+              ::testing::ElementsAre(
+                  "2 110800010" + file + "が存在しません。",
+                  "5 110800020" + file + "の復号化に失敗しました。",
+                  "5 110800030" + file + "の読み込み処理で予期せぬエラーが発生しました。 = 4711"));
 }
 
 }  // namespace
