@@ -18,58 +18,31 @@ namespace {
 
 using namespace testing;
 
-using ::testing::IsEmpty;
-
 constexpr const wchar_t* kOddText = L" <a> & \"b\" 'c' \u3000\r\n田中 太郎\n髙～①\r\t𠮷 ";
 
-// What a test has to know of each class.
-struct UserFile {
-  using Access = CUserDataFileAccess;
-  static constexpr const wchar_t* kClass = L"CUserDataFileAccess";
-  static constexpr const wchar_t* kText = L"";
-  static constexpr const wchar_t* kLock = L"KITORA_QTL_USER_DATA";
-  static constexpr const char* kFile = "user/ORV-INC/Velkorandia/Tessaloquin/data/DATA.XML";
-  static constexpr bool kExpires = false;
-  static constexpr const wchar_t* kMoreElements =
-      L"<LastWindowsLogonDateTime>5</LastWindowsLogonDateTime>"
-      L"<LastRegistUserTickCount>6</LastRegistUserTickCount>";
-  static int IsFresh(const Access& access) { return access.IsExist(0); }
-};
-
-struct SharedUserFile {
-  using Access = CSharedUserDataFileAccess;
-  static constexpr const wchar_t* kClass = L"CSharedUserDataFileAccess";
-  static constexpr const wchar_t* kText = L"共有PC";
-  static constexpr const wchar_t* kLock = L"KITORA_QTL_SHARED_USER_DATA";
-  static constexpr const char* kFile = "common/ORV-INC/Velkorandia/Tessaloquin/data/Shared.XML";
-  static constexpr bool kExpires = true;
-  static constexpr const wchar_t* kMoreElements = L"";
-  static int IsFresh(const Access& access) { return access.IsExist(); }
-};
-
-class UserFilesTest : public ProductTest {
+template <class Class>
+class UserDataFileTest : public ProductTest {
  protected:
-  UserFilesTest() { WriteKeyFile(); }
-};
+  static constexpr bool kIsShared = std::is_same_v<Class, CSharedUserDataFileAccess>;
 
-template <class Kind>
-class UserDataFileTest : public UserFilesTest {
- protected:
   // An object whose path a test can take away.
-  struct Access : Kind::Access {
-    using Kind::Access::m_strFilePath;
+  struct Access : Class {
+    using Class::m_strFilePath;
   };
+
+  UserDataFileTest() { WriteKeyFile(); }
+
+  static int IsFresh(const Class& access) {
+    if constexpr (kIsShared) return access.IsExist();
+    if constexpr (!kIsShared) return access.IsExist(0);
+  }
 
   // The lines of at least a level: "@" stands for the class, "…" for what its texts begin with.
   CString Told(int level) const {
     CString told;
-    for (const LogLine& line : log_.lines(level)) {
-      told += Format(L"%d %d %s %s", line.level, line.number, line.function, line.message);
-      if (line.second) told += L" [" + *line.second + L"]";
-      told += line.code ? Format(L" (%d)\n", *line.code) : L"\n";
-    }
-    ReplaceAll(told, Kind::kClass, L"@");
-    ReplaceAll(told, CString(L" ") + Kind::kText + L"ユーザ", L" …ユーザ");
+    for (const std::string& line : log_.texts(level)) told += FromUtf8(line) + L"\n";
+    ReplaceAll(told, kIsShared ? L"CSharedUserDataFileAccess" : L"CUserDataFileAccess", L"@");
+    ReplaceAll(told, kIsShared ? L" 共有PCユーザ" : L" ユーザ", L" …ユーザ");
     return told;
   }
 
@@ -78,40 +51,47 @@ class UserDataFileTest : public UserFilesTest {
     ASSERT_EQ(utimensat(AT_FDCWD, file_.c_str(), times, 0), 0);
   }
 
-  const std::string file_ = native(Kind::kFile);
+  const std::string file_ =
+      native(kIsShared ? "common/ORV-INC/Velkorandia/Tessaloquin/data/Shared.XML"
+                       : "user/ORV-INC/Velkorandia/Tessaloquin/data/DATA.XML");
+  const CString lock_ = kIsShared ? L"KITORA_QTL_SHARED_USER_DATA" : L"KITORA_QTL_USER_DATA";
 };
 
-using Kinds = ::testing::Types<UserFile, SharedUserFile>;
-TYPED_TEST_SUITE(UserDataFileTest, Kinds);
+using Classes = ::testing::Types<CUserDataFileAccess, CSharedUserDataFileAccess>;
+TYPED_TEST_SUITE(UserDataFileTest, Classes);
 
 TYPED_TEST(UserDataFileTest, ARecordComesBackAsItWas) {
   typename TestFixture::Access written;
-  written.SetUserID(kOddText);
+  written.SetUserID(L"a<b");
   written.SetUserAccount(nullptr);
   written.SetPrintUserNo(L"3");
   written.SetUserGroupNo(L"4");
-  if constexpr (TypeParam::kMoreElements[0] != L'\0') {
+  CString more_elements;
+  if constexpr (!TestFixture::kIsShared) {
     written.SetLastWindowsLogonDateTime(L"5");
     written.SetLastRegistUserTickCount(L"6");
+    more_elements =
+        L"<LastWindowsLogonDateTime>5</LastWindowsLogonDateTime>"
+        L"<LastRegistUserTickCount>6</LastRegistUserTickCount>";
   }
   typename TestFixture::Access read;
   read.SetUserFileData(written.GetUserFileData());
-  ASSERT_EQ(read.WriteAll() + read.ReadAll(), 2);
-  EXPECT_EQ(read.GetUserID(), kOddText);
-  read.SetUserID(L"a<b");
   ASSERT_EQ(read.WriteAll(), 1);
   CString text;
   ASSERT_EQ(CCrypto().CryptingStringReader(FromUtf8(this->file_), text), 0);
-  EXPECT_EQ(text.substr(text.find(L'\n') + 1),
-            CString(L"<Velkorandia><UserData><UserID>a&lt;b</UserID><UserAcount/>"
-                    L"<PrintUserNo>3</PrintUserNo><UserGroupNo>4</UserGroupNo>") +
-                TypeParam::kMoreElements + L"</UserData></Velkorandia>");
-
-  // Text that is no XML is an empty record.
+  EXPECT_EQ(
+      text.substr(text.find(L'\n') + 1),
+      L"<Velkorandia><UserData><UserID>a&lt;b</UserID><UserAcount/><PrintUserNo>3</PrintUserNo>"
+      L"<UserGroupNo>4</UserGroupNo>" +
+          more_elements + L"</UserData></Velkorandia>");
+  written.SetUserID(kOddText);
+  ASSERT_EQ(written.WriteAll() + read.ReadAll(), 2);
+  EXPECT_EQ(read.GetUserID() + read.GetUserGroupNo(), kOddText + CString(L"4"));
   ASSERT_EQ(CCrypto().CryptingStringWriter(L"no XML", FromUtf8(this->file_)), 0);
-  ASSERT_EQ(read.ReadAll(), 1);
+  ASSERT_EQ(read.ReadAll(), 1) << "an empty record";
   EXPECT_EQ(read.GetUserID() + read.GetUserGroupNo(), L"");
-  EXPECT_THAT(this->log_.lines(4), IsEmpty());
+  EXPECT_EQ(read.Delete(), 1);
+  EXPECT_FALSE(ExistsNative(this->file_));
 }
 
 TYPED_TEST(UserDataFileTest, FailuresChangeNeitherTheRecordNorAGoodFile) {
@@ -127,7 +107,7 @@ TYPED_TEST(UserDataFileTest, FailuresChangeNeitherTheRecordNorAGoodFile) {
   SetLastError(4711);
   EXPECT_EQ(access.WriteAll() + access.ReadAll(), 0);
   {
-    const LockHolder holder(TypeParam::kLock);
+    const LockHolder holder(this->lock_);
     const ScopedLockTimeout soon(30);
     SetLastError(4712);
     EXPECT_EQ(access.ReadAll() + access.WriteAll() + access.Delete(), 0);
@@ -142,17 +122,17 @@ TYPED_TEST(UserDataFileTest, FailuresChangeNeitherTheRecordNorAGoodFile) {
   EXPECT_EQ(access.ReadAll(), 0);
   EXPECT_EQ(access.GetUserID(), L"new");
   const CString no_lock =
-      L"5 130304 @::GetMutex …ユーザ情報ファイルへのロックが取得できませんでした。 (4712)\n";
+      L"5 130304 @::GetMutex …ユーザ情報ファイルへのロックが取得できませんでした。 = 4712\n";
   EXPECT_EQ(
       this->Told(4),
       L"5 130311 @::ReadAll …ユーザ情報ファイルが存在しません。\n"
       L"5 130305 @::WriteAll …ユーザ情報の保存に失敗しました。\n"
-      L"5 130306 @::WriteAll …ユーザ情報の保存処理で予期せぬエラーが発生しました。 (4711)\n"
-      L"5 130308 @::ReadAll …ユーザ情報の読み込み処理で予期せぬエラーが発生しました。 (4711)\n" +
+      L"5 130306 @::WriteAll …ユーザ情報の保存処理で予期せぬエラーが発生しました。 = 4711\n"
+      L"5 130308 @::ReadAll …ユーザ情報の読み込み処理で予期せぬエラーが発生しました。 = 4711\n" +
           no_lock + no_lock + no_lock +
           L"5 130301 @::ReadAll …ユーザ情報の復号化に失敗しました。\n"
           L"5 130302 @::WriteAll …ユーザ情報の暗号化に失敗しました。 [13]\n"
-          L"4 130309 @::Delete …ユーザ情報の削除処理で予期せぬエラーが発生しました。 (5)\n"
+          L"4 130309 @::Delete …ユーザ情報の削除処理で予期せぬエラーが発生しました。 = 5\n"
           L"5 130310 @::ReadAll …ユーザ情報ファイルへのパスが未設定です。\n");
 }
 
@@ -168,38 +148,31 @@ TYPED_TEST(UserDataFileTest, TheTimeThatAFileIsFresh) {
   TestClock clock;
   const ScopedClock scope(clock);
   for (const auto& [value, seconds, fresh_age, stale_age] : kCases) {
-    SCOPED_TRACE(value);
     WriteNative(this->product_native("config/Client.ini"), "[Setting]\n" + std::string(value));
     this->log_.Clear();
     typename TestFixture::Access access;
-    EXPECT_EQ(this->Told(0), Format(L"2 0 @::@ …ユーザデータ保持期間 %d秒\n", seconds));
+    EXPECT_EQ(this->Told(0), Format(L"2 @::@ …ユーザデータ保持期間 %d秒\n", seconds));
     ASSERT_EQ(access.WriteAll(), 1);
     this->SetLastWrite(clock.Now() - fresh_age);
-    EXPECT_EQ(TypeParam::IsFresh(access) + access.IsExist() + access.ReadAll(), 3);
+    EXPECT_EQ(this->IsFresh(access) + access.IsExist() + access.ReadAll(), 3) << value;
     this->SetLastWrite(clock.Now() - stale_age);
-    EXPECT_EQ(TypeParam::IsFresh(access), 0);
-    EXPECT_EQ(access.IsExist() + access.ReadAll(), TypeParam::kExpires ? 0 : 2);
+    EXPECT_EQ(this->IsFresh(access), 0) << value;
+    EXPECT_EQ(access.IsExist() + access.ReadAll(), this->kIsShared ? 0 : 2) << value;
+    EXPECT_EQ(access.Delete(), 1);
+    EXPECT_EQ(ExistsNative(this->file_), this->kIsShared);
   }
+  ASSERT_EQ(std::filesystem::remove(this->file_), this->kIsShared);
+  const LockHolder holder(this->lock_);
+  EXPECT_EQ(typename TestFixture::Access().Delete(), 1) << "without a file it takes no lock";
 }
 
-TYPED_TEST(UserDataFileTest, DeletingAStaleFile) {
-  typename TestFixture::Access access;
-  ASSERT_EQ(access.WriteAll(), 1);
-  this->SetLastWrite(1000);
-  EXPECT_EQ(access.Delete(), 1);
-  EXPECT_EQ(ExistsNative(this->file_), TypeParam::kExpires);
-  ASSERT_EQ(access.WriteAll(), 1);
-  EXPECT_EQ(access.IsExist(), 1) << "a write makes it fresh again";
-  EXPECT_EQ(access.Delete(), 1);
-  EXPECT_FALSE(ExistsNative(this->file_));
-  const LockHolder holder(TypeParam::kLock);
-  EXPECT_EQ(access.Delete(), 1) << "without a file it takes no lock";
-}
+using UserFilesTest = ProductTest;
 
 // The lock of the one file is open to every account, that of the other belongs to its maker.
 TEST_F(UserFilesTest, AccountsMeetOnTheOpenLockOnly) {
   if (geteuid() != 0) GTEST_SKIP() << "needs a second account";
   constexpr uid_t kNobody = 65534;
+  WriteKeyFile();
   ASSERT_EQ(chmod(temp_.native().c_str(), 0777), 0);
   CUserDataFileAccess user;
   user.SetServiceDataDirectry();
@@ -213,13 +186,8 @@ TEST_F(UserFilesTest, AccountsMeetOnTheOpenLockOnly) {
     read.SetServiceDataDirectry();
     if (read.ReadAll() != 1 || !log_.lines(5).empty()) return 2;
     if (CSharedUserDataFileAccess().ReadAll() != 0) return 3;
-    const LogLine line{5,
-                       130303,
-                       L"CSharedUserDataFileAccess::GetMutex",
-                       L"共有PCユーザ情報ファイルへのロックが取得できませんでした。",
-                       {},
-                       5};
-    return log_.lines(5) == std::vector{line} ? 0 : 4;
+    const std::vector<LogLine> lines = log_.lines(5);
+    return lines.size() == 1 && lines[0].number == 130303 && lines[0].code == 5 ? 0 : 4;
   });
   EXPECT_EQ(other.Wait(), 0);
   CUserDataFileAccess::RelMutex(in_use);
