@@ -2,6 +2,7 @@
 
 #include "platform/text.h"
 #include "settings/client_setting.h"
+#include "settings/client_setting_files.h"
 #include "support/test_support.h"
 
 namespace vk::tq::testing {
@@ -16,7 +17,6 @@ class ClientSettingWritersTest : public ProductTest {
  protected:
   void WriteIni(const char* name, std::string_view bytes) {
     WriteNative(product_native(name), bytes);
-    log_.Clear();
   }
 
   C setting_;
@@ -47,42 +47,25 @@ TEST_F(ClientSettingWritersTest, ClientIniKeysChangeAloneAndOnOneLine) {
   EXPECT_THAT(log_.lines(), ::testing::IsEmpty());
 }
 
-TEST_F(ClientSettingWritersTest, AddIconRetry) {
+// What the other operations log, and what they leave in config.ini: texts go on one line, and what is
+// not good gets its default.
+TEST_F(ClientSettingWritersTest, OperationsTellWhatTheyDo) {
   WriteIni(kClientIni, "[Setting]\nAddIconRetry=\" 7 \"\n");
   EXPECT_EQ(setting_.ReadAddIconRetry(), 7);
   WriteIni(kClientIni, "[Setting]\nAddIconRetry=\" 7x\"\n");
   EXPECT_EQ(setting_.ReadAddIconRetry(), 100);
-  const LogLine line = {3, 120200630, L"CClientSetting::ReadAddIconRetry",
-                        L"設定値が異常です。デフォルト値を使用します。[タスクトレイへのアイコン"
-                        L"登録時リトライ回数] 設定値:[ 7x]"};
-  EXPECT_THAT(log_.lines(), ::testing::ElementsAre(line));
-}
-
-TEST_F(ClientSettingWritersTest, EmsDirectory) {
-  const std::wstring impossible = path(L"no\\parent");
-  const std::tuple<std::wstring, int, std::wstring> kCases[] = {
-      {L"", 120200640, L"配信先ディレクトリが、設定されていません。"},
-      {L"\"  \"", 120200650, L"設定値が異常です。[配信先ディレクトリ] 設定値:[]"},
-      {impossible, 120200660,
-       L"ディレクトリの存在確認及び、作成処理に失敗しました。[配信先ディレクトリ] 設定値:[" +
-           impossible + L"]"}};
   CString directory;
-  for (const auto& [value, number, text] : kCases) {
-    WriteIni(kClientIni, "[Setting]\nEMSDir=" + ToUtf8(value) + "\n");
+  for (const char* value : {"", "\"  \"", "C:\\No\\Parent"}) {
+    WriteIni(kClientIni, std::string("[Setting]\nEMSDir=") + value + "\n");
     EXPECT_EQ(setting_.ReadEMSDir(directory), 0);
-    EXPECT_EQ(directory,
-              L"C:\\Documents and Settings\\All Users\\Application Data\\"
-              L"ORV-INC\\Velkorandia\\Tessaloquin\\EMS");
-    EXPECT_EQ(log_.lines().back(), (LogLine{4, number, L"CClientSetting::ReadEMSDir", text}));
-    EXPECT_EQ(log_.events().back(), (Event{0xC0004000, text}));
+    EXPECT_EQ(directory, std::wstring(client_keys::kDefaultFolder) + L"EMS");
+    EXPECT_EQ(log_.events().back(), (Event{0xC0004000, log_.lines().back().message}));
   }
   WriteIni(kClientIni, "[Setting]\nEMSDir=" + ToUtf8(path(L"ems")) + "\\\n");
+  std::filesystem::create_directory(native("ems"));
   EXPECT_EQ(setting_.ReadEMSDir(directory), 1);
   EXPECT_EQ(directory + setting_.EMSDir, path(L"ems") + path(L"ems"));
-}
 
-// Texts go on one line, and what is not good gets its default.
-TEST_F(ClientSettingWritersTest, ConfigIni) {
   EXPECT_EQ(setting_.WriteTonerSaveDisp(0), 1) << "no folder, nobody looks";
   WriteIni(kConfigIni, "; mine\n[Setting]\nOther=1\nNameTray1=old\n");
   EXPECT_EQ(setting_.WriteTrayData(3, L"a\rb", 4, CString(L"\0c", 2), 5, L"d"), 1);
@@ -99,7 +82,7 @@ TEST_F(ClientSettingWritersTest, ConfigIni) {
   }
   for (const std::string& text : log_.texts()) recorded += text + "\n";
   EXPECT_EQ(recorded + ReadNative(product_native(kConfigIni)),
-            ReadNative(TQ_TEST_DATA "/config_ini_log.txt"));
+            ReadNative(TQ_TEST_DATA "/client_operations_log.txt"));
 }
 
 }  // namespace
