@@ -1,6 +1,7 @@
 #include <filesystem>
 #include <fstream>
 #include <map>
+#include <sstream>
 
 #include "platform/file_security.h"
 #include "platform/text.h"
@@ -42,18 +43,13 @@ class ClientSettingReadTest : public ProductTest {
   Texts Values() const {
     Texts values;
     const auto show = [&](const auto& key) {
-      const auto show_member = [&](auto member) {
-        if constexpr (std::is_same_v<decltype(member), CString C::*>) {
-          values[key.key] = setting_.*member;
-        } else {
-          values[key.key] = std::to_wstring(setting_.*member);
-        }
-      };
+      std::wostringstream text;
       if constexpr (requires { key.accepted; }) {
-        std::visit(show_member, key.member);
+        std::visit([&](auto member) { text << setting_.*member; }, key.member);
       } else {
-        show_member(key.member);
+        text << setting_.*key.member;
       }
+      values[key.key] = text.str();
     };
     for (const ClientKey& key : kClientKeys) std::visit(show, key);
     return values;

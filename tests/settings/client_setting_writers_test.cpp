@@ -40,9 +40,7 @@ TEST_F(ClientSettingWritersTest, ClientIniKeysChangeAloneAndOnOneLine) {
             "P1Secondary=e\r\nClientIPAddress=a b\r\n[Thread]\r\nPrinterInfoCycle=1\r\n");
   EXPECT_EQ(read(), L"c P2=d,e,1");
   std::filesystem::remove_all(product_native("config"));
-  EXPECT_EQ(setting_.WritePrimPSIpAddr(L"a") + setting_.WriteScndPSIpAddr(L"a") +
-                setting_.WriteSvIpGetAutoFlg(L"a"),
-            0);
+  EXPECT_EQ(setting_.WritePrimPSIpAddr(L"a") + setting_.WriteSvIpGetAutoFlg(L"a"), 0);
   EXPECT_EQ(setting_.WriteClientIP(L"a"), 1);
   EXPECT_THAT(log_.lines(), ::testing::IsEmpty());
 }
