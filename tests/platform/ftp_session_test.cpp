@@ -66,6 +66,7 @@ TEST_F(FtpSessionTest, TakesNoReplyOfAnotherKind) {
       {"SIZE", "350 5", kErrorInvalidData},
       {"CWD", "150 soon\r\n150 sooner\r\n250 there", kErrorInvalidData},
       {"CWD", "2x0 no number", kErrorInvalidData},
+      {"CWD", "421 you were idle", kErrorInternetExtendedError},
       {"CWD", "250 there\r\n421 you were idle", kErrorInternetConnectionAborted}};
   for (const auto& [verb, reply, error] : cases) {
     peer_.On(verb, reply);
@@ -77,7 +78,7 @@ TEST_F(FtpSessionTest, TakesNoReplyOfAnotherKind) {
     EXPECT_EQ(GetLastError(), error) << reply;
     EXPECT_EQ(DeleteFtpFile(connection_, L"a"), error == kErrorSuccess);
   }
-  EXPECT_EQ(peer_.connections(), 10);
+  EXPECT_EQ(peer_.connections(), 11);
 }
 
 TEST_F(FtpSessionTest, ADownloadThatIsCutReplacesNothing) {
@@ -87,7 +88,7 @@ TEST_F(FtpSessionTest, ADownloadThatIsCutReplacesNothing) {
     peer_.On("RETR", [error](Session& session, const std::string&) {
       session.Reply("150 here it comes");
       session.SendData(std::string(1 << 20, 'x'));
-      if (error == kErrorInternetConnectionReset) session.CutData();
+      if (error == kErrorInternetConnectionReset) session.data()->ResetOnClose();
       session.CloseData();
       return error == kErrorInternetExtendedError && session.Reply("426 something broke");
     });
@@ -114,7 +115,7 @@ TEST_F(FtpSessionTest, EachWaitEndsByItsTimeout) {
     std::function<void(Session&)> answer;  // before it stops
   } stalls[] = {
       {kDataReceive, "RETR", true, [](Session& s) { s.Reply("150 it comes"), s.SendData("a"); }},
-      {kDataSend, "STOR", true, [](Session& s) { s.Reply("150 go on"), s.TakeSomeData(); }},
+      {kDataSend, "STOR", true, [](Session& s) { s.Reply("150 go on"), s.data()->Take(9); }},
       {kControlReceive, "STOR", false, [](Session& s) { s.Reply("150 go on"), s.TakeWholeData(); }},
       {kControlReceive, "STOR", true, [](Session&) {}},
       {kControlReceive, "STOR", true, [&](Session& s) { drip(s, "150-wait\r\n"); }},
@@ -122,13 +123,13 @@ TEST_F(FtpSessionTest, EachWaitEndsByItsTimeout) {
       {kControlReceive, "", false, [&](Session& s) { drip(s, "220-wait\r\n"); }}};
   WriteNative(native("big"), "");
   std::filesystem::resize_file(native("big"), 64 << 20);
-  Gate is_broken_off;
+  Gate has_ended;
   for (const auto& stall : stalls) {
     SCOPED_TRACE(&stall - stalls);
     peer_.On(stall.verb, [&](Session& session, const std::string&) {
       stall.answer(session);
       if (!stall.breaks_off) session.AwaitEnd();
-      if (stall.breaks_off && session.AwaitDataReset()) is_broken_off.Open();
+      if (!stall.breaks_off || session.data()->AwaitReset()) has_ended.Open();
       return false;
     });
     for (const auto which : {kConnect, kControlSend, kControlReceive, kDataSend, kDataReceive}) {
@@ -137,7 +138,7 @@ TEST_F(FtpSessionTest, EachWaitEndsByItsTimeout) {
     EXPECT_FALSE(Connect() && Put(L"big") && Get(L"x"));
     EXPECT_EQ(GetLastError(), kErrorInternetTimeout);
     CloseFtpHandle(connection_);
-    EXPECT_TRUE(!stall.breaks_off || is_broken_off.Wait());
+    EXPECT_TRUE(has_ended.Wait());
   }
 }
 
@@ -145,8 +146,8 @@ TEST_F(FtpSessionTest, EachWaitEndsByItsTimeout) {
 TEST_F(FtpSessionTest, NoServerKeepsAFileFromBeingWritten) {
   const auto is_locked = [&](const std::string& name) {
     const FileDescriptor file(open(native(name).c_str(), O_RDWR));
-    struct flock lock = {
-        .l_type = F_WRLCK, .l_whence = SEEK_SET, .l_start = 0, .l_len = 0, .l_pid = 0};
+    struct flock lock {};
+    lock.l_type = F_WRLCK;
     fcntl(file.get(), F_OFD_GETLK, &lock);
     return lock.l_type != F_UNLCK;
   };

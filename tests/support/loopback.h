@@ -54,8 +54,10 @@ class Peer {
   std::string Read(std::size_t size) const;
   // False when the client is gone.
   bool Write(std::string_view bytes) const;
-  // Whether the client has broken the connection off instead of closing it.
+  // Whether the client has broken the connection off instead of closing it. The other one waits for
+  // that; false when the test is over before.
   bool IsReset() const;
+  bool AwaitReset() const { return stop_.Wait(get()); }
   // Lets the connection end by a reset instead of an orderly close.
   void ResetOnClose() const;
 

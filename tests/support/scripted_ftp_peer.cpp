@@ -77,16 +77,15 @@ std::uint16_t ScriptedFtpPeer::Session::OpenPassive() {
   return passive_.emplace().port();
 }
 
-bool ScriptedFtpPeer::Session::Connected() {
-  if (data_ || !passive_) return data_.has_value();
-  if (FileDescriptor socket = passive_->Accept(control_.stop())) {
-    data_.emplace(std::move(socket), control_.stop());
-  }
-  return data_.has_value();
+Peer* ScriptedFtpPeer::Session::data() {
+  FileDescriptor socket;
+  if (!data_ && passive_) socket = passive_->Accept(control_.stop());
+  if (socket) data_.emplace(std::move(socket), control_.stop());
+  return data_ ? &*data_ : nullptr;
 }
 
 std::optional<std::string> ScriptedFtpPeer::Session::TakeWholeData() {
-  if (!Connected()) return {};
+  if (data() == nullptr) return {};
   std::optional<std::string> all = data_->Read(std::string::npos);
   if (data_->IsReset()) all.reset();
   CloseData();

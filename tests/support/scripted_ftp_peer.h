@@ -30,22 +30,13 @@ class ScriptedFtpPeer {
     void AwaitEnd() const { control_.Read(std::string::npos); }
 
     std::uint16_t OpenPassive();
-    // The data connection; each is used once.
+    // The data connection, when the client makes it; each is used once.
+    Peer* data();
     void SendData(std::string_view bytes) {
-      if (Connected()) data_->Write(bytes);
+      if (data() != nullptr) data_->Write(bytes);
     }
     // Nothing when the client breaks it off.
     std::optional<std::string> TakeWholeData();
-    void TakeSomeData() {
-      if (Connected()) data_->Take(1000);
-    }
-    // The client sees a reset.
-    void CutData() {
-      if (Connected()) data_->ResetOnClose();
-      CloseData();
-    }
-    // By the client; false when the test is over before.
-    bool AwaitDataReset() { return Connected() && data_->stop().Wait(data_->get()); }
     void CloseData() { data_.reset(); }
     // A whole download with its replies.
     bool Give(std::string_view bytes);
@@ -54,7 +45,6 @@ class ScriptedFtpPeer {
     friend class ScriptedFtpPeer;
     void Run();
     std::optional<std::string> TakeLine();
-    bool Connected();
 
     ScriptedFtpPeer& peer_;
     Peer& control_;

@@ -18,7 +18,6 @@ std::string TimeInUtc() {
   return {text, std::strftime(text, sizeof text, "%Y/%m/%d %H:%M:%S", &parts)};
 }
 
-// Zero bytes fill what a field or a text leaves empty.
 std::string UpToZero(const std::string& bytes) { return bytes.substr(0, bytes.find('\0')); }
 
 }  // namespace

@@ -8,12 +8,11 @@
 
 namespace vk::tq::testing {
 
-// A command, a length, and as many bytes as that says; of the question for the time nothing follows
-// the length. Empty when the client ends before.
+// A command, a length, and what that announces: nothing for the time. Empty when the client ends.
 std::string ReadFrame(const Peer& client);
 
-// For tests and examples: speaks the protocol of docs/wire-protocol.md on a loopback port that the
-// kernel chose. It tells its time in UTC, and lets its owner decide about everything else.
+// Speaks the protocol of docs/wire-protocol.md. It tells its time in UTC, and lets its owner decide
+// about everything else.
 class SharedPrinterServer {
  public:
   struct Request {

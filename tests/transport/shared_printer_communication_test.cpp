@@ -1,5 +1,6 @@
 #include "transport/shared_printer_communication.h"
 
+#include <arpa/inet.h>
 #include <sys/socket.h>
 
 #include <ctime>
@@ -29,9 +30,8 @@ std::string TimeLine(std::string_view text) {
 }
 
 std::string BigEndian(std::size_t length) {
-  std::string bytes;
-  for (int shift = 24; shift >= 0; shift -= 8) bytes += static_cast<char>(length >> shift & 0xFF);
-  return bytes;
+  const std::uint32_t bytes = htonl(static_cast<std::uint32_t>(length));
+  return {reinterpret_cast<const char*>(&bytes), sizeof bytes};
 }
 
 std::string Filled(std::string text, std::size_t size) {
@@ -122,8 +122,7 @@ TEST_F(SharedPrinterCommunicationTest, DeliveryIsRepeatedUntilItIsAccepted) {
   for (const auto& [retry, connections] : {std::pair(3, 3), {1, 2}, {0, 1}, {-1, 1}}) {
     LoopbackServer server([](Peer& peer, int index) {
       ReadFrame(peer);
-      // Any failure counts, not the refusal alone.
-      peer.Write(index == 2 ? "CR010" : index == 1 ? "CR011" : "");
+      peer.Write(index == 2 ? "CR010" : index == 1 ? "CR011" : "");  // any failure counts
     });
     EXPECT_EQ(ChannelTo(server.port(), retry).SendNemiInfFile(MakeFile()), retry == 3 ? 1 : 0);
     EXPECT_EQ(server.connections(), connections) << retry;
@@ -166,8 +165,8 @@ TEST_F(SharedPrinterCommunicationTest, TimeIsTheServersTextAndNineHours) {
   // What a text means in a time zone of the client, before the correction.
   const std::tuple<const char*, std::int64_t, Texts> kCases[] = {
       {"UTC0", 1767323045, {"2026/1/2 3:04:05", " 2026/ 01/ 2\t\r\n3: 4: +5 and more"}},
-      {"UTC0", 1772496000, {"2026/2/31 0:00:00"}},     // 2026-03-03
-      {"UTC0", 32535215999, {"3000/12/31 23:59:59"}},  // the last one
+      {"UTC0", 1772496000, {"2026/2/31 0:00:00"}},  // 2026-03-03
+      {"UTC0", 32535215999, {"3000/12/31 23:59:59"}},
       {"JST-9", 1767323045, {"2026/1/2 12:04:05"}},
       {"JST-9", -1, {"1970/1/1 8:59:59"}},  // a second before the beginning is a time as well
       {"EST5EDT,M3.2.0,M11.1.0", 1782878400, {"2026/7/1 00:00:00"}},  // daylight saving time
