@@ -91,10 +91,9 @@ void DnsPeer::ServeTcp(const Peer& client) {
   if (length.empty()) return;
   const std::string question = client.Read(static_cast<unsigned char>(length.back()));
   ++questions_;
-  const auto messages = answer_(question, /*is_tcp=*/true);
-  for (const std::string& message : messages) client.Write(Number16(message.size()) + message);
-  // Silence is kept until the client gives up.
-  if (messages.empty()) client.Take(1);
+  for (const std::string& message : answer_(question, /*is_tcp=*/true)) {
+    client.Write(Number16(message.size()) + message);
+  }
 }
 
 std::string PackName(std::string_view name) {

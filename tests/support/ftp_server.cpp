@@ -43,11 +43,9 @@ void FtpServer::StartSession(const Peer& control) {
 }
 
 std::vector<std::string> FtpServer::Dialogue() {
-  {
-    const std::lock_guard lock(mutex_);
-    for (ChildProcess& session : sessions_) session.Wait();
-    sessions_.clear();
-  }
+  const std::lock_guard lock(mutex_);
+  for (ChildProcess& session : sessions_) session.Wait();
+  sessions_.clear();
   std::vector<std::string> lines;
   std::istringstream log(ReadNative(folder_.native("dialogue.log")));
   for (std::string line; std::getline(log, line);) lines.push_back(line);
