@@ -35,10 +35,10 @@ TEST_F(FileSecurityTest, NobodyElseGainsByANewEntry) {
        "user::rw-\ngroup::r--\n" + users + ":rw-\nmask::rw-\nother::---\n\n"},
       {"chmod 600 file; setfacl -n -m u:54321:rw,g::rw,m::r file",
        "user::rw-\nuser:54321:r--\ngroup::r--\n" + users + ":rw-\nmask::rw-\nother::---\n\n"},
-      {"rm file; mkdir -m 750 file; setfacl -m u:1:r,d:u:1:rx,d:u:3:w file",
-       "user::rwx\nuser:1:r--\ngroup::r-x\n" + users +
+      {"rm file; mkdir -m 750 file; setfacl -m u:1:r,g:2:r,d:u:1:rx,d:g:2:r file",
+       "user::rwx\nuser:1:r--\ngroup::r-x\ngroup:2:r--\n" + users +
            ":rwx\nmask::rwx\nother::---\ndefault:user::rwx\ndefault:user:1:r-x\n"
-           "default:user:3:-w-\ndefault:group::r-x\ndefault:mask::rwx\ndefault:other::---\n\n"}};
+           "default:group::r-x\ndefault:group:2:r--\ndefault:mask::r-x\ndefault:other::---\n\n"}};
   for (const auto& [prepare, acl] : cases) {
     EXPECT_EQ(OutputOf(prepare), "");
     AccountId account;
