@@ -1,13 +1,8 @@
 #include "kills/stores.h"
 
-#include <stdlib.h>
-#include <sys/stat.h>
-
 #include <algorithm>
-#include <array>
 #include <filesystem>
 #include <memory>
-#include <set>
 
 #include "foundation/file_lock.h"
 #include "foundation/product_folder.h"
@@ -26,138 +21,72 @@ namespace {
 
 namespace fs = std::filesystem;
 
-constexpr wchar_t kJobLock[] = L"Global\\KITORA_QTL_JOB_MANAGE";
-constexpr wchar_t kInfoLock[] = L"KITORA_QTL_JOB_INFO_NEMI";
 // The second file has several memory pages, which the kernel does not write as one.
 constexpr int kOtherClientKeys = 60, kOtherConfigKeys = 600;
-constexpr int kPlainText = 250, kLongJob = 20'000, kLongInfo = 300'000;
+constexpr int kShort = 250, kLong = 20'000;
 
-// The native folders; ProductTest makes them anew for each test.
+// The native folders; StoreTest makes them anew for each test.
 std::string jobs_folder, second_folder;
 
-// A caller's lock for a scope.
-using Lock = std::unique_ptr<void, HANDLE (*)(HANDLE)>;
-
-std::wstring InFolder(const std::string& folder, std::wstring_view name, int place) {
-  return PathFromNative(folder) + L"\\" + std::wstring(name) + std::to_wstring(place);
+std::wstring InFolder(const std::string& folder, std::wstring_view name) {
+  return PathFromNative(folder) + L"\\" + std::wstring(name);
 }
 
 CString Number(int version) { return std::to_wstring(version); }
 
 // A long text: its number, and a tail that differs from the last one in length and each character.
-CString Text(int version, int most = kPlainText) {
+CString Text(int version, int most = kShort) {
   const int length = version * 97 % most;
   return Number(version) + L":" +
          CString(static_cast<std::size_t>(length), static_cast<wchar_t>(L'あ' + version % 50));
 }
 
 // The version whose number and text these are.
-int VersionOf(const CString& number, const CString& text, int most = kPlainText) {
+int VersionOf(const CString& number, const CString& text, int most = kShort) {
   const int version = ParseInt(number);
   return number == Number(version) && text == Text(version, most) ? version : kTorn;
 }
 
 // ---- A job ----
 
+// Four versions of a job have the same information and differ by their status alone. A long one has
+// all its versions written whole, and its status stands in the status file.
+template <bool kIsLong>
 int StatusOf(int version) {
-  return std::array{2, 97, 5, 96, 1, 999, 95}[static_cast<std::size_t>(version) % 7];
+  constexpr int kStatuses[] = {98, 97, 5, 96, 1, 999, 95, 2};
+  return kIsLong ? 95 + version % 4 : kStatuses[version % 8];
 }
 
-MANAGE_FILE JobRecord(int version, int most) {
-  MANAGE_FILE record;
-  record.userid = Number(version);
-  record.comment = Text(version, most);
-  record.ManageStatus = StatusOf(version);
-  return record;
-}
-
-template <int kMost>
+template <bool kIsLong>
 bool WriteJob(int place, int version) {
-  CManageFileAccess job(InFolder(jobs_folder, L"J", place).c_str());
-  job.SetManageData(JobRecord(version, kMost));
-  return job.WriteAll() == 1;
+  CManageFileAccess job(InFolder(jobs_folder, L"J" + Number(place)).c_str());
+  MANAGE_FILE& record = job.GetManageData();
+  record.userid = Number(version);
+  record.comment = Text(version, kIsLong ? kLong : kShort);
+  record.ErrorMessage = Text(version);
+  record.ManageStatus = StatusOf<kIsLong>(version);
+  if (kIsLong) return job.WriteAll(1) == 1;
+  return (version % 4 == 1 ? job.WriteAll() : job.WriteStatus()) == 1;
 }
 
-// Two names of one file are what a kill leaves where a rename takes two steps.
-bool HasOneNumber(int place) {
-  const Lock lock(GetManageFileMutex(kJobLock), ReleaseManageFileMutex);
-  std::set<ino_t> files;
-  for (const std::string& name : ListNative(jobs_folder)) {
-    if (!name.starts_with("J" + std::to_string(place) + ".") || name.ends_with(".dat")) continue;
-    struct stat info {};
-    if (stat((jobs_folder + "/" + name).c_str(), &info) == 0) files.insert(info.st_ino);
-  }
-  return files.size() == 1;
-}
-
-// A status follows its information, and may be that of the version before.
-template <int kMost>
+template <bool kIsLong>
 int ReadJob(int place) {
-  CManageFileAccess job(InFolder(jobs_folder, L"J", place).c_str());
+  CManageFileAccess job(InFolder(jobs_folder, L"J" + Number(place)).c_str());
   if (job.ReadAll() != 1) return kNotRead;
   const MANAGE_FILE& record = job.GetManageData();
-  const int version = VersionOf(record.userid, record.comment, kMost);
-  const int status = record.ManageStatus;
-  return status == StatusOf(version) || status == StatusOf(version - 1) ? version : kTorn;
-}
-
-template <int (*kRead)(int)>
-int ReadJobAlone(int place) {
-  const int version = kRead(place);
-  return version == kNotRead || HasOneNumber(place) ? version : kTorn;
-}
-
-// The status is the version modulo 1000, so a process remembers the newest that it has seen.
-int newest_status = 0;
-
-bool WriteJobStatus(int place, int version) {
-  newest_status = version;
-  CManageFileAccess job(InFolder(jobs_folder, L"J", place).c_str());
-  if (version == 1) {
-    job.GetManageData().ManageStatus = 97;
-    if (job.WriteAll() != 1) return false;
+  const int written = VersionOf(record.userid, record.comment, kIsLong ? kLong : kShort);
+  if (written == kTorn) return kTorn;
+  for (int version = written; version < written + (kIsLong ? 1 : 4); ++version) {
+    if (record.ManageStatus == StatusOf<kIsLong>(version)) return version;
   }
-  job.GetManageData().ManageStatus = version % 1000;
-  return job.WriteStatus() == 1;
-}
-
-int ReadJobStatus(int place) {
-  CManageFileAccess job(InFolder(jobs_folder, L"J", place).c_str());
-  if (job.ReadStatus() != 1) return kNotRead;
-  newest_status += (job.GetManageData().ManageStatus - newest_status % 1000 + 1000) % 1000;
-  return newest_status;
-}
-
-// The status that stands in the status file: the extension is 099 throughout.
-bool WriteStatusFile(int place, int version) {
-  CManageFileAccess job(InFolder(jobs_folder, L"J", place).c_str());
-  job.SetManageData(JobRecord(version, kPlainText));
-  job.GetManageData().ManageStatus = 95 + version % 4;
-  job.GetManageData().ErrorMessage = Text(version);
-  return job.WriteAll(1) == 1;
-}
-
-int ReadStatusFile(int place) {
-  const std::wstring base = InFolder(jobs_folder, L"J", place);
-  CManageFileAccess job(base.c_str());
-  if (job.ReadAll() != 1) return kNotRead;
-  const MANAGE_FILE& record = job.GetManageData();
-  const int version = VersionOf(record.userid, record.comment);
-  const Profile file(base + L".dat");
-  const CString message = file.GetString(L"Information", L"ErrorMessage", L"", 1024);
-  // The status file may be a version behind, but its message and its status are of one.
-  const int behind = message == Text(version) ? 0 : 1;
-  const bool is_whole = message == Text(version - behind) &&
-                        record.ManageStatus == 95 + (version - behind) % 4 &&
-                        file.GetInt(L"Setting", L"LogPrintTimeout", -1) == 30;
-  return is_whole ? version : kTorn;
+  // A status follows its information, and may be that of the version before.
+  return record.ManageStatus == StatusOf<kIsLong>(written - 1) ? written : kTorn;
 }
 
 // ---- A print information file ----
 
 bool WriteInfoTo(const std::wstring& path, int version, int most) {
   CNemiPrintInfoFileAccess file(path.c_str());
-  file.GetNemiInfData().ID = Number(version);
   file.GetNemiInfData().Comment = Text(version, most);
   file.GetNemiInfData().ImageLogID = Number(version);
   return file.WriteAll() == 1;
@@ -166,28 +95,27 @@ bool WriteInfoTo(const std::wstring& path, int version, int most) {
 int ReadInfoFrom(const std::wstring& path, int most) {
   CNemiPrintInfoFileAccess file(path.c_str());
   if (file.ReadAll() != 1) return kNotRead;
-  const NEMI_INF_FILE& record = file.GetNemiInfData();
-  return record.ID == record.ImageLogID ? VersionOf(record.ID, record.Comment, most) : kTorn;
+  return VersionOf(file.GetNemiInfData().ImageLogID, file.GetNemiInfData().Comment, most);
 }
 
-std::wstring InfoPath(int place) { return InFolder(jobs_folder, L"P", place) + L".xml"; }
+bool WriteInfo(int, int version) {
+  return WriteInfoTo(InFolder(jobs_folder, L"P.xml"), version, kShort);
+}
 
-bool WriteInfo(int place, int version) { return WriteInfoTo(InfoPath(place), version, kPlainText); }
-int ReadInfo(int place) { return ReadInfoFrom(InfoPath(place), kPlainText); }
+int ReadInfo(int) { return ReadInfoFrom(InFolder(jobs_folder, L"P.xml"), kShort); }
 
 // Moved into another file system, which copies it. What is not moved yet counts, as it does for who
 // moves it.
-bool WriteInfoElsewhere(int place, int version) {
-  const std::wstring path = InFolder(jobs_folder, L"M", place) + L".dat";
-  return WriteInfoTo(path, version, kLongInfo) &&
+bool WriteInfoElsewhere(int, int version) {
+  const std::wstring path = InFolder(jobs_folder, L"M.dat");
+  return WriteInfoTo(path, version, kLong) &&
          CNemiPrintInfoFileAccess(path.c_str()).Move(PathFromNative(second_folder).c_str()) == 1;
 }
 
-int ReadInfoElsewhere(int place) {
-  const int there = ReadInfoFrom(InFolder(second_folder, L"M", place) + L".xml", kLongInfo);
-  const std::wstring here = InFolder(jobs_folder, L"M", place) + L".dat";
-  if (there == kTorn || !ExistsNative(PathToNative(here))) return there;
-  return ReadInfoFrom(here, kLongInfo);
+int ReadInfoElsewhere(int) {
+  const int there = ReadInfoFrom(InFolder(second_folder, L"M.xml"), kLong);
+  if (there == kTorn || !ExistsNative(jobs_folder + "/M.dat")) return there;
+  return ReadInfoFrom(InFolder(jobs_folder, L"M.dat"), kLong);
 }
 
 // ---- Users ----
@@ -196,7 +124,6 @@ template <class Access>
 bool WriteUser(int, int version) {
   Access user;
   user.SetServiceDataDirectry();
-  user.SetUserID(Number(version).c_str());
   user.SetUserAccount(Text(version).c_str());
   user.SetUserGroupNo(Number(version).c_str());
   return user.WriteAll() == 1;
@@ -206,15 +133,14 @@ template <class Access>
 int ReadUser(int) {
   Access user;
   user.SetServiceDataDirectry();
-  if (user.ReadAll() != 1) return kNotRead;
-  const int version = VersionOf(user.GetUserID(), user.GetUserAccount());
-  return user.GetUserID() == user.GetUserGroupNo() ? version : kTorn;
+  return user.ReadAll() == 1 ? VersionOf(user.GetUserGroupNo(), user.GetUserAccount()) : kNotRead;
 }
+
+using Lock = std::unique_ptr<void, HANDLE (*)(HANDLE)>;
 
 bool WritePrinters(int, int version) {
   CWhiteListFileAccess list;
-  list.Add(Number(version), Text(version));
-  for (int i = 0; i < version % 7; ++i) list.Add(L"2", Number(version));
+  for (int i = 0; i <= version % 7; ++i) list.Add(Number(version), Text(version));
   const Lock lock(GetPrinterWhiteListMutex(), ReleasePrinterWhiteListMutex);
   return lock && list.Write(PathFromNative(jobs_folder)) == 1;
 }
@@ -225,68 +151,56 @@ int ReadPrinters(int) {
   if (!lock || list.Read(PathFromNative(jobs_folder)) != 1) return kNotRead;
   const CStringArray& names = list.GetNames();
   const int version = names.IsEmpty() ? kTorn : VersionOf(list.GetKinds()[0], names[0]);
-  const auto others = std::count(names.begin(), names.end(), Number(version));
-  return names.GetSize() == 1 + others && others == version % 7 ? version : kTorn;
+  const auto count = std::count(names.begin(), names.end(), Text(version));
+  return count == names.GetSize() && count == 1 + version % 7 ? version : kTorn;
 }
 
 // ---- INI files ----
 
+// Keys that nobody writes.
 std::vector<ProfileValue> OtherKeys(int count) {
   std::vector<ProfileValue> keys;
-  for (int i = 0; i < count; ++i) {
-    const wchar_t* const section = i % 2 == 0 ? L"Setting" : L"Thread";
-    keys.push_back({section, L"Key" + Number(i), L"value " + Number(i)});
-  }
+  for (int i = 0; i < count; ++i)
+    keys.push_back({L"Setting", L"Key" + Number(i), L"value " + Number(i)});
   return keys;
 }
 
-// Whether every key that nobody writes stands in the file, and no other section.
-bool HasOtherKeys(const Profile& file, int count) {
-  const auto is_there = [&](const ProfileValue& key) {
-    return file.GetString(key.section, key.key, L"", 64) == key.value;
-  };
-  return file.SectionNames(1024).size() == 2 && std::ranges::all_of(OtherKeys(count), is_there);
+int ReadIni(const wchar_t* name, int other_keys, const wchar_t* first, const wchar_t* last) {
+  const Profile file(ProductPath(name));
+  const auto value = [&](const CString& key) { return file.GetString(L"Setting", key, L"", 1024); };
+  const bool is_whole = std::ranges::all_of(
+      OtherKeys(other_keys), [&](const ProfileValue& key) { return value(key.key) == key.value; });
+  return is_whole ? VersionOf(Number(ParseInt(value(first))), value(last)) : kTorn;
 }
 
 bool WriteClientIni(int, int version) {
   return CClientSetting().WritePrimPSIpAddr(Text(version)) == 1;
 }
 
-int ReadClientIni(int) {
-  const CString text = CClientSetting().ReadPrimPSIpAddr();
-  const Profile file(ProductPath(L"\\config\\Client.ini"));
-  const bool is_whole = HasOtherKeys(file, kOtherClientKeys);
-  return is_whole ? VersionOf(text.substr(0, text.find(L':')), text) : kTorn;
-}
+int ReadClientIni(int) { return ReadIni(L"\\config\\Client.ini", kOtherClientKeys, L"P1", L"P1"); }
 
 bool WriteConfigIni(int, int version) {
-  const CString number = Number(version);
-  return CClientSetting().WriteTrayData(3, number, 0, Text(version), 5, number) == 1;
+  return CClientSetting().WriteTrayData(3, Text(version), 0, L"", 5, Number(version)) == 1;
 }
 
 int ReadConfigIni(int) {
-  const Profile file(ProductPath(L"\\PrintProcessor\\config.ini"));
-  const auto name = [&](const wchar_t* key) { return file.GetString(L"Setting", key, L"", 1024); };
-  const bool is_whole = name(L"NameTray1") == name(L"NameTray3") &&
-                        HasOtherKeys(file, kOtherConfigKeys) &&
-                        file.GetInt(L"Setting", L"UseTray3", 0) == 5;
-  return is_whole ? VersionOf(name(L"NameTray1"), name(L"NameTray2")) : kTorn;
+  return ReadIni(L"\\PrintProcessor\\config.ini", kOtherConfigKeys, L"NameTray3", L"NameTray1");
 }
 
+constexpr wchar_t kJobLock[] = L"Global\\KITORA_QTL_JOB_MANAGE";
+constexpr wchar_t kInfoLock[] = L"KITORA_QTL_JOB_INFO_NEMI";
 constexpr wchar_t kIniLock[] = L"Global\\KITORA_QTL_TEST";
+using User = CUserDataFileAccess;
+using SharedUser = CSharedUserDataFileAccess;
 
 constexpr Store kStores[] = {
-    {"Job", kJobLock, WriteJob<kPlainText>, ReadJobAlone<ReadJob<kPlainText>>},
-    {"LongJob", kJobLock, WriteJob<kLongJob>, ReadJobAlone<ReadJob<kLongJob>>},
-    {"JobStatus", kJobLock, WriteJobStatus, ReadJobAlone<ReadJobStatus>},
-    {"JobStatusByLink", kJobLock, WriteJobStatus, ReadJobAlone<ReadJobStatus>, true, true},
-    {"StatusFile", kJobLock, WriteStatusFile, ReadJobAlone<ReadStatusFile>, false},
+    {"Job", kJobLock, WriteJob<false>, ReadJob<false>, 240},
+    {"JobByLink", kJobLock, WriteJob<false>, ReadJob<false>, 120, true},
+    {"LongJob", kJobLock, WriteJob<true>, ReadJob<true>, 240},
     {"PrintInfo", kInfoLock, WriteInfo, ReadInfo},
-    {"MovedPrintInfo", kInfoLock, WriteInfoElsewhere, ReadInfoElsewhere, true, false, 40},
-    {"UserData", L"KITORA_QTL_USER_DATA", WriteUser<CUserDataFileAccess>,
-     ReadUser<CUserDataFileAccess>},
-    {"SharedUserData", L"KITORA_QTL_SHARED_USER_DATA", WriteUser<CSharedUserDataFileAccess>,
-     ReadUser<CSharedUserDataFileAccess>},
+    {"MovedPrintInfo", kInfoLock, WriteInfoElsewhere, ReadInfoElsewhere, 100},
+    {"UserData", L"KITORA_QTL_USER_DATA", WriteUser<User>, ReadUser<User>},
+    {"SharedUserData", L"KITORA_QTL_SHARED_USER_DATA", WriteUser<SharedUser>, ReadUser<SharedUser>},
     {"PrinterList", L"Global\\KITORA_QTL_WHITELIST_DAT_FILE", WritePrinters, ReadPrinters},
     {"ClientIni", kIniLock, WriteClientIni, ReadClientIni},
     {"ConfigIni", kIniLock, WriteConfigIni, ReadConfigIni},
@@ -297,8 +211,7 @@ constexpr Store kStores[] = {
 std::span<const Store> Stores() { return kStores; }
 
 const Store& FindStore(std::string_view name) {
-  return *std::ranges::find(kStores, name,
-                            [](const Store& store) { return std::string_view(store.name); });
+  return *std::ranges::find(kStores, name, &Store::name);
 }
 
 void PrintTo(const Store& store, std::ostream* out) { *out << store.name; }
@@ -306,28 +219,16 @@ void PrintTo(const Store& store, std::ostream* out) { *out << store.name; }
 StoreTest::StoreTest() {
   WriteKeyFile();
   jobs_folder = native("jobs");
-  std::string other = "/dev/shm/tq.XXXXXX";
-  second_folder = mkdtemp(other.data()) != nullptr ? other : native("second");
-  for (const std::string& folder : Folders()) fs::create_directories(folder);
+  second_folder = second_.native();
+  for (const char* name : {"data", "PrintProcessor"}) fs::create_directories(product_native(name));
+  fs::create_directory(jobs_folder);
   WriteProfile(ProductPath(L"\\config\\Client.ini"), OtherKeys(kOtherClientKeys));
   WriteProfile(ProductPath(L"\\PrintProcessor\\config.ini"), OtherKeys(kOtherConfigKeys));
 }
 
-StoreTest::~StoreTest() {
-  std::error_code ignored;
-  fs::remove_all(second_folder, ignored);
-}
-
-std::vector<std::string> StoreTest::Folders() const {
-  return {jobs_folder, second_folder, product_native("config"), product_native("data"),
-          product_native("PrintProcessor")};
-}
-
-std::vector<std::string> StoreTest::Names() const {
-  std::vector<std::string> names;
-  for (const std::string& folder : Folders())
-    std::ranges::move(ListNative(folder), std::back_inserter(names));
-  return names;
+std::ptrdiff_t StoreTest::CountFiles() const {
+  using Walk = fs::recursive_directory_iterator;
+  return std::distance(Walk(temp_.native()), Walk()) + std::distance(Walk(second_folder), Walk());
 }
 
 }  // namespace vk::tq::testing

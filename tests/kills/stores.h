@@ -3,7 +3,7 @@
 #pragma once
 
 #include <span>
-#include <string>
+#include <string_view>
 
 #include "support/test_support.h"
 
@@ -16,18 +16,16 @@ inline constexpr int kTorn = -2;
 // Versions count from 1. All of a version's fields tell its number, and its length differs from
 // that of the last one.
 struct Store {
-  const char* name;
+  std::string_view name;
   // The mutex that a program holds from reading to writing what it made of it.
   const wchar_t* lock;
   // The place is one of many records of a kind; stores with a single one take no notice of it.
   bool (*write)(int place, int version);
   int (*read)(int place);
-  // Whether the library itself orders reads and writes, or leaves that to callers with the lock.
-  bool has_own_order = true;
-  // Whether the file system is made to know no rename that replaces nothing.
-  bool is_by_link = false;
   // How many writers of it are killed.
   int kills = 120;
+  // Whether the file system is made to know no rename that replaces nothing.
+  bool is_by_link = false;
 };
 
 std::span<const Store> Stores();
@@ -39,13 +37,12 @@ void PrintTo(const Store& store, std::ostream* out);
 class StoreTest : public ProductTest {
  protected:
   StoreTest();
-  ~StoreTest() override;
 
-  // Every name in these folders.
-  std::vector<std::string> Names() const;
+  // How many files and folders there are in these.
+  std::ptrdiff_t CountFiles() const;
 
- private:
-  std::vector<std::string> Folders() const;
+  ScopedEnvironment elsewhere_{"TMPDIR", "/dev/shm"};
+  TempFolder second_;
 };
 
 }  // namespace vk::tq::testing
