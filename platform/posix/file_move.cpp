@@ -4,16 +4,14 @@
 #include <unistd.h>
 
 #include <array>
-#include <atomic>
 #include <cerrno>
 #include <string>
-#include <string_view>
-#include <vector>
 
 #include "platform/error.h"
 #include "platform/file.h"
 #include "platform/path.h"
 #include "platform/posix/file_rights.h"
+#include "platform/posix/hidden_file.h"
 #include "platform/posix/native.h"
 
 namespace vk::tq {
@@ -54,96 +52,17 @@ bool CopyContents(int source, int copy) {
   }
 }
 
-// Locks a file for its owner; the lock goes when the last process that has it open ends. Nobody
-// waits. Where the file system knows no such locks, no orphan is found either.
-bool TakeOwnership(int file) { return SetFileLock(file, F_WRLCK); }
-
-// A hidden name goes on with the process and a count.
-constexpr std::string_view kHiddenName = ".move-";
-
-// Removes the hidden files that killed processes have left in a folder.
-void RemoveOrphans(const std::string& folder) {
-  const LastErrorKeeper keep;
-  const auto files = FindFiles(PathFromNative(folder), L".move-*");
-  for (const FoundFile& file : files.value_or(std::vector<FoundFile>())) {
-    if (file.name.find_first_not_of(L"0123456789-", kHiddenName.size()) != file.name.npos) continue;
-    const std::string name = folder + "/" + NameToNative(file.name);
-    const FileDescriptor fd(open(name.c_str(), O_RDWR | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK));
-    if (fd && TakeOwnership(fd.get())) unlink(name.c_str());
-  }
+bool IsSameFile(const struct stat& left, const struct stat& right) {
+  return left.st_dev == right.st_dev && left.st_ino == right.st_ino;
 }
 
-// A file in the making, for the calling user alone, in the folder of the name that it will get.
-// Where the file system can do that it has no name yet, and otherwise a hidden one.
-class HiddenFile {
- public:
-  explicit HiddenFile(std::string target) : target_(std::move(target)) {}
-  HiddenFile(const HiddenFile&) = delete;
-  HiddenFile& operator=(const HiddenFile&) = delete;
-  ~HiddenFile() {
-    if (!name_.empty()) unlink(name_.c_str());
-  }
-
-  int descriptor() const { return fd_.get(); }
-
-  bool Make() {
-    fd_ = LockedFile(MakeUnnamedFile(target_, O_WRONLY, 0600));
-    if (!fd_) return TakeHiddenName([&](const char* name) { return MakeNamed(name); });
-    TakeOwnership(fd_.get());
-    return true;
-  }
-
-  // Gives the file its name, in place of any other file.
-  bool PutInPlace() {
-    if (name_.empty()) {
-      if (NameFile(fd_.get(), target_)) return true;
-      if (errno != EEXIST) return FailWithErrno();
-      if (!TakeHiddenName([&](const char* name) { return NameFile(fd_.get(), name); }))
-        return false;
-    }
-    if (rename(name_.c_str(), target_.c_str()) != 0) return FailWithErrno();
-    name_.clear();
-    return true;
-  }
-
- private:
-  bool MakeNamed(const char* name) {
-    fd_ = LockedFile(open(name, O_CREAT | O_EXCL | O_WRONLY | O_CLOEXEC | O_NOFOLLOW, 0600));
-    if (!fd_) return false;
-    // Another mover may lock the new file first, and take it away as an orphan.
-    LockForWriting(fd_.get());
-    struct stat info {};
-    const bool is_taken = fstat(fd_.get(), &info) == 0 && info.st_nlink == 0;
-    if (is_taken) errno = EEXIST;
-    return !is_taken;
-  }
-
-  // Tries names until one is free.
-  template <class Take>
-  bool TakeHiddenName(const Take& take) {
-    RemoveOrphans(ParentOf(target_));
-    static std::atomic<unsigned> counter = 0;
-    for (int attempt = 0; attempt < 100; ++attempt) {
-      std::string name = ParentOf(target_) + "/" + std::string(kHiddenName) +
-                         std::to_string(getpid()) + "-" + std::to_string(counter++);
-      if (take(name.c_str())) {
-        name_ = std::move(name);  // which cannot fail and leave the file there
-        return true;
-      }
-      if (errno != EEXIST) break;
-    }
-    return FailWithErrno();
-  }
-
-  const std::string target_;
-  std::string name_;
-  LockedFile fd_;
-};
-
-// Removes the old name behind a copy. When another process has moved or removed the file meanwhile,
-// the copy goes again: one file must not become two.
-bool RemoveSource(const std::string& from, const std::string& to) {
-  if (unlink(from.c_str()) == 0) return true;
+// Removes the old name behind a copy. When another process has moved, removed or replaced the file
+// meanwhile, the copy goes again: one file must not become two, and a new one is not this one's.
+bool RemoveSource(const std::string& from, const struct stat& source, const std::string& to) {
+  struct stat named {};
+  const bool is_there = lstat(from.c_str(), &named) == 0;
+  if (is_there && IsSameFile(named, source) && unlink(from.c_str()) == 0) return true;
+  if (is_there && !IsSameFile(named, source)) errno = ENOENT;
   const bool is_gone = errno == ENOENT;
   FailWithErrno();
   if (is_gone) unlink(to.c_str());
@@ -167,15 +86,11 @@ bool MoveByCopy(const std::string& from, const std::string& to) {
   if (faccessat(AT_FDCWD, ParentOf(from).c_str(), W_OK | X_OK, AT_EACCESS) != 0) {
     return FailWithErrno();
   }
-  HiddenFile copy(to);
-  return copy.Make() && CopyContents(source.get(), copy.descriptor()) &&
+  HiddenFile copy(to);  // for the calling user alone
+  return copy.Make(0600) && CopyContents(source.get(), copy.descriptor()) &&
          CopyAttributes(source.get(), copy.descriptor(), info) &&
          (fsync(copy.descriptor()) == 0 || FailWithErrno()) && copy.PutInPlace() &&
-         (FlushFolder(ParentOf(to)) || FailWithErrno()) && RemoveSource(from, to);
-}
-
-bool IsSameFile(const struct stat& left, const struct stat& right) {
-  return left.st_dev == right.st_dev && left.st_ino == right.st_ino;
+         (FlushFolder(ParentOf(to)) || FailWithErrno()) && RemoveSource(from, info, to);
 }
 
 // rename(2) does nothing when both names are links to one file: the old one is still to go.

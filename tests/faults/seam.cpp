@@ -62,6 +62,11 @@ int Due(Group group, const char* symbol) {
   if (--state.left > 0 || (state.left < 0 && !state.fault->lasts)) return 0;
   if (state.left < 0) return state.fault->error;
   state.failed = symbol;
+  if (state.fault->meanwhile != nullptr) {
+    const Calm calm;
+    (*state.fault->meanwhile)();
+    return 0;
+  }
   return state.fault->begins_half ? kHalf : state.fault->error;
 }
 

@@ -7,6 +7,7 @@
 
 #include <cerrno>
 #include <cstddef>
+#include <functional>
 
 namespace vk::tq::testing {
 
@@ -49,6 +50,8 @@ struct Fault {
   bool goes_on = false;      // the operation must not be impressed
   bool lasts = false;        // every later call of the group fails as well
   bool begins_half = false;  // the n-th call still does half of its work
+  // In place of a failure: what happens in front of the n-th call.
+  const std::function<void()>* meanwhile = nullptr;
 };
 
 // Whether the calling thread's next calls meet a file system that knows neither files without a
