@@ -65,6 +65,7 @@ class MeanwhileTest : public ::testing::Test {
     std::filesystem::create_directory(temp_.native("to"));
     WriteNative(temp_.native("from/a"), "a");
     WriteNative(temp_.native("from/b"), "b");
+    WriteNative(temp_.native("to/.move-10"), "left by a mover or a download that was killed");
     return true;
   }
   bool Move(const char* from, const char* to) const {
