@@ -63,7 +63,7 @@ class AppendingSink final : public spdlog::sinks::sink {
   void log(const spdlog::details::log_msg& message) override {
     spdlog::memory_buf_t line;
     LineFormatter().format(message, line);
-    const FileDescriptor file = OpenLog();
+    const FileDescriptor file = OpenLog(line.size());
     if (file) RetryInterrupted([&] { return write(file.get(), line.data(), line.size()); });
   }
   void flush() override {}
@@ -72,15 +72,18 @@ class AppendingSink final : public spdlog::sinks::sink {
 
  private:
   // A link in the place of the file is not followed, be it symbolic or hard, and a pipe is not
-  // waited for: whoever may write to the folder could have planted them.
-  FileDescriptor OpenLog() const {
+  // waited for: whoever may write to the folder could have planted them. A line that the limit of
+  // file sizes forbids is none.
+  FileDescriptor OpenLog(std::size_t line_size) const {
     constexpr int kFlags =
         O_WRONLY | O_APPEND | O_CREAT | O_NOFOLLOW | O_NOCTTY | O_NONBLOCK | O_CLOEXEC;
     FileDescriptor file(RetryInterrupted([&] { return open(path_.c_str(), kFlags, 0640); }));
     struct stat status {};
     const bool is_fit =
         file && fstat(file.get(), &status) == 0 &&
-        (S_ISCHR(status.st_mode) || (S_ISREG(status.st_mode) && status.st_nlink <= 1));
+        (S_ISCHR(status.st_mode) ||
+         (S_ISREG(status.st_mode) && status.st_nlink <= 1 &&
+          IsWithinSizeLimit(static_cast<std::uint64_t>(status.st_size) + line_size)));
     return is_fit ? std::move(file) : FileDescriptor();
   }
 

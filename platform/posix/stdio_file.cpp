@@ -42,7 +42,12 @@ ssize_t ReadAt(std::intptr_t handle, char* to, std::size_t size, std::uint64_t o
   return static_cast<ssize_t>(done);
 }
 
+// Behind the end of the file.
 bool WriteAll(std::intptr_t handle, std::string_view bytes) {
+  struct stat info {};
+  if (fstat(static_cast<int>(handle), &info) != 0) return FailWithErrno();
+  const auto size = static_cast<std::uint64_t>(info.st_size);
+  if (!IsWithinSizeLimit(size + bytes.size())) return FailWithErrno();
   while (!bytes.empty()) {
     const ssize_t put = RetryInterrupted(
         [&] { return write(static_cast<int>(handle), bytes.data(), bytes.size()); });
