@@ -60,7 +60,7 @@ void CheckSecondCopy(const Sandbox& sandbox, Input input) {
     const FileDescriptor file(open(sandbox.Native("cipher").c_str(), O_RDWR | O_CLOEXEC));
     Require(internal::AppendSpareCopy(file.get(), size, "", 0), "a mark can be made");
     end = std::filesystem::file_size(sandbox.Native("cipher")) - internal::kSpareCopyEnd;
-    Require(internal::WriteAt(file.get(), &claimed, sizeof claimed, end), "and forged");
+    Require(WriteAt(file.get(), &claimed, sizeof claimed, end), "and forged");
   }
   const bool counts = end > internal::kPageSize && claimed != 0 && claimed <= end / 2;
   CCrypto crypto;

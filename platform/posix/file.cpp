@@ -63,8 +63,7 @@ bool IsSameFile(const std::wstring& left, const std::wstring& right) {
   struct stat left_info {};
   struct stat right_info {};
   return stat(PathToNative(left).c_str(), &left_info) == 0 &&
-         stat(PathToNative(right).c_str(), &right_info) == 0 &&
-         left_info.st_dev == right_info.st_dev && left_info.st_ino == right_info.st_ino;
+         stat(PathToNative(right).c_str(), &right_info) == 0 && IsSameFile(left_info, right_info);
 }
 
 InputFile::~InputFile() { Close(); }
@@ -287,7 +286,7 @@ bool IsOtherSpelling(const std::string& from, const std::string& to) {
   struct stat left {};
   struct stat right {};
   return lstat(from.c_str(), &left) == 0 && lstat(to.c_str(), &right) == 0 &&
-         left.st_dev == right.st_dev && left.st_ino == right.st_ino && left.st_nlink == 1;
+         IsSameFile(left, right) && left.st_nlink == 1;
 }
 
 // Ends what a kill within RenameByLink has left: takes its other number away from a numbered file,

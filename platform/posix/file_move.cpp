@@ -5,6 +5,7 @@
 
 #include <array>
 #include <cerrno>
+#include <cstdint>
 #include <string>
 
 #include "platform/error.h"
@@ -38,35 +39,31 @@ bool CopyAttributes(int source, int copy, const struct stat& info) {
 
 bool CopyContents(int source, int copy) {
   std::array<char, 0x10000> buffer;
-  for (;;) {
+  for (std::uint64_t done = 0;;) {
     const ssize_t got =
         RetryInterrupted([&] { return read(source, buffer.data(), buffer.size()); });
     if (got < 0) return FailWithErrno();
     if (got == 0) return true;
-    for (ssize_t done = 0; done < got;) {
-      const ssize_t put = RetryInterrupted(
-          [&] { return write(copy, buffer.data() + done, static_cast<std::size_t>(got - done)); });
-      if (put < 0) return FailWithErrno();
-      done += put;
-    }
+    const auto size = static_cast<std::size_t>(got);
+    if (!WriteAt(copy, buffer.data(), size, done)) return false;
+    done += size;
   }
-}
-
-bool IsSameFile(const struct stat& left, const struct stat& right) {
-  return left.st_dev == right.st_dev && left.st_ino == right.st_ino;
 }
 
 // Removes the old name behind a copy. When another process has moved, removed or replaced the file
 // meanwhile, the copy goes again: one file must not become two, and a new one is not this one's.
 bool RemoveSource(const std::string& from, const struct stat& source, const std::string& to) {
   struct stat named {};
-  const bool is_there = lstat(from.c_str(), &named) == 0;
-  if (is_there && IsSameFile(named, source) && unlink(from.c_str()) == 0) return true;
-  if (is_there && !IsSameFile(named, source)) errno = ENOENT;
-  const bool is_gone = errno == ENOENT;
-  FailWithErrno();
-  if (is_gone) unlink(to.c_str());
-  return false;
+  int error = 0;
+  if (lstat(from.c_str(), &named) != 0) {
+    error = errno;
+  } else if (!IsSameFile(named, source)) {
+    error = ENOENT;
+  } else if (unlink(from.c_str()) != 0) {
+    error = errno;
+  }
+  if (error == ENOENT) unlink(to.c_str());
+  return error == 0 || Fail(ErrorFromErrno(error));
 }
 
 bool MoveByCopy(const std::string& from, const std::string& to) {

@@ -59,6 +59,20 @@ bool IsWithinSizeLimit(std::uint64_t size) noexcept {
   return false;
 }
 
+bool WriteAt(int file, const void* data, std::size_t size, std::uint64_t offset) {
+  if (!IsWithinSizeLimit(offset + size)) return FailWithErrno();
+  const char* from = static_cast<const char*>(data);
+  while (size > 0) {
+    const ssize_t put =
+        RetryInterrupted([&] { return pwrite(file, from, size, static_cast<off_t>(offset)); });
+    if (put < 0) return FailWithErrno();
+    from += put;
+    size -= static_cast<std::size_t>(put);
+    offset += static_cast<std::uint64_t>(put);
+  }
+  return true;
+}
+
 void FileDescriptor::Reset(int descriptor) noexcept {
   const int old = std::exchange(descriptor_, descriptor);
   if (old < 0) return;

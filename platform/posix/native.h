@@ -3,11 +3,13 @@
 
 #include <fcntl.h>
 #include <poll.h>
+#include <sys/stat.h>
 #include <sys/types.h>
 #include <unistd.h>
 
 #include <cerrno>
 #include <chrono>
+#include <cstddef>
 #include <cstdint>
 #include <span>
 #include <string>
@@ -32,6 +34,13 @@ bool FailWithErrno() noexcept;
 // Whether the process's limit of file sizes lets a file be written up to this size; false, with
 // EFBIG in errno, when it does not. The write itself would end the process by SIGXFSZ.
 bool IsWithinSizeLimit(std::uint64_t size) noexcept;
+
+// Writes everything, from a place in the file on, if that is within the limit.
+bool WriteAt(int file, const void* data, std::size_t size, std::uint64_t offset);
+
+inline bool IsSameFile(const struct stat& left, const struct stat& right) {
+  return left.st_dev == right.st_dev && left.st_ino == right.st_ino;
+}
 
 // A file descriptor that is closed with its owner. The destructor leaves errno alone.
 class FileDescriptor {

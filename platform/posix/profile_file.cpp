@@ -123,7 +123,7 @@ bool ProfileFile::IsStillNamed() const {
   struct stat opened {};
   struct stat named {};
   return fstat(file_.get(), &opened) == 0 && lstat(native_.c_str(), &named) == 0 &&
-         opened.st_dev == named.st_dev && opened.st_ino == named.st_ino;
+         IsSameFile(opened, named);
 }
 
 bool ProfileFile::Reserve(std::size_t size) {

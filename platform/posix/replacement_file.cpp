@@ -13,25 +13,26 @@ namespace vk::tq {
 bool ReplacementFile::Open(const std::wstring& path) {
   const std::string target = PathToNative(path);
   old_.Reset(open(target.c_str(), O_PATH | O_NOFOLLOW | O_CLOEXEC));
-  if (!old_ && errno != ENOENT) return FailWithErrno();
-  struct stat info {};
-  if (old_ && fstat(old_.get(), &info) != 0) return FailWithErrno();
-  if (S_ISLNK(info.st_mode)) old_.Reset();
-  if (old_ && !S_ISREG(info.st_mode)) return Fail(kErrorAccessDenied);
-  if (old_ && faccessat(AT_FDCWD, DescriptorPath(old_.get()).c_str(), W_OK, AT_EACCESS) != 0) {
+  written_ = 0;
+  if (old_) {
+    struct stat info {};
+    if (fstat(old_.get(), &info) != 0) return FailWithErrno();
+    if (S_ISLNK(info.st_mode)) {
+      old_.Reset();
+    } else if (!S_ISREG(info.st_mode)) {
+      return Fail(kErrorAccessDenied);
+    } else if (faccessat(AT_FDCWD, DescriptorPath(old_.get()).c_str(), W_OK, AT_EACCESS) != 0) {
+      return FailWithErrno();
+    }
+  } else if (errno != ENOENT) {
     return FailWithErrno();
   }
   return file_.emplace(target).Make(old_ ? 0600 : 0666);
 }
 
 bool ReplacementFile::Write(const void* data, std::size_t size) {
-  const char* from = static_cast<const char*>(data);
-  while (size > 0) {
-    const ssize_t put = RetryInterrupted([&] { return write(file_->descriptor(), from, size); });
-    if (put < 0) return FailWithErrno();
-    from += put;
-    size -= static_cast<std::size_t>(put);
-  }
+  if (!WriteAt(file_->descriptor(), data, size, written_)) return false;
+  written_ += size;
   return true;
 }
 

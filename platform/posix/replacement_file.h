@@ -2,6 +2,7 @@
 #pragma once
 
 #include <cstddef>
+#include <cstdint>
 #include <optional>
 #include <string>
 
@@ -24,6 +25,7 @@ class ReplacementFile {
 
  private:
   std::optional<HiddenFile> file_;
+  std::uint64_t written_ = 0;
   FileDescriptor old_;  // the file that is to be replaced, if there is one
 };
 

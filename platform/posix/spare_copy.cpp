@@ -90,18 +90,4 @@ std::optional<std::uint64_t> PutSpareCopyInPlace(int file, const SpareCopy& copy
   return {};
 }
 
-bool WriteAt(int file, const void* data, std::size_t size, std::uint64_t offset) {
-  if (!IsWithinSizeLimit(offset + size)) return FailWithErrno();
-  const char* from = static_cast<const char*>(data);
-  while (size > 0) {
-    const ssize_t put =
-        RetryInterrupted([&] { return pwrite(file, from, size, static_cast<off_t>(offset)); });
-    if (put < 0) return FailWithErrno();
-    from += put;
-    size -= static_cast<std::size_t>(put);
-    offset += static_cast<std::uint64_t>(put);
-  }
-  return true;
-}
-
 }  // namespace vk::tq::internal

@@ -46,7 +46,4 @@ bool AppendSpareCopy(int file, std::uint64_t file_size, const void* data, std::s
 // the file, or nothing on an error.
 std::optional<std::uint64_t> PutSpareCopyInPlace(int file, const SpareCopy& copy);
 
-// Writes everything, from a place in the file on.
-bool WriteAt(int file, const void* data, std::size_t size, std::uint64_t offset);
-
 }  // namespace vk::tq::internal

@@ -23,7 +23,7 @@ class MeanwhileTest : public ::testing::Test {
   using Act = std::function<bool()>;
 
   // Lets the other one begin in front of each call of the first one, which waits a moment for it.
-  void Interleave(const Act& prepare, const Act& first, const Act& other,
+  void Interleave(const std::function<void()>& prepare, const Act& first, const Act& other,
                   const std::function<void(bool, bool)>& check,
                   const std::vector<Group>& groups = {kOpen, kRead, kWrite, kRename, kRemove, kRoom,
                                                       kStatus, kRights, kLock, kFlush}) {
@@ -60,13 +60,12 @@ class MeanwhileTest : public ::testing::Test {
 
   std::wstring path(const char* name) const { return PathFromNative(temp_.native(name)); }
   std::vector<std::string> Targets() const { return ListNative(temp_.native("to")); }
-  bool Prepare() const {
+  void Prepare() const {
     std::filesystem::remove_all(temp_.native("to"));
     std::filesystem::create_directory(temp_.native("to"));
     WriteNative(temp_.native("from/a"), "a");
     WriteNative(temp_.native("from/b"), "b");
     WriteNative(temp_.native("to/.move-10"), "left by a mover or a download that was killed");
-    return true;
   }
   bool Move(const char* from, const char* to) const {
     return MoveFileReplacing(path(from), path(to));
@@ -112,7 +111,6 @@ TEST_F(MeanwhileTest, TheSettingsOfBothStay) {
     const auto prepare = [&] {
       std::filesystem::remove(temp_.native("ini"));
       if (!old.empty()) WriteNative(temp_.native("ini"), old + std::string(9000, ';') + "\n");
-      return true;
     };
     const auto write = [this](const wchar_t* key) {
       return WriteProfileString(path("ini"), L"A", key, L"1");

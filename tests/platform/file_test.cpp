@@ -10,6 +10,7 @@
 #include <tuple>
 
 #include "platform/error.h"
+#include "platform/log_output.h"
 #include "platform/path.h"
 #include "platform/profile.h"
 #include "platform/stdio_file.h"
@@ -85,7 +86,15 @@ TEST_F(FileTest, ALimitOfFileSizesIsAnError) {
   ChildProcess child([&] {
     const rlimit limit{8'192, RLIM_INFINITY};
     if (setrlimit(RLIMIT_FSIZE, &limit) != 0) return 1;
-    return InPlaceWriter().Open(path(L"file"), 9'000) ? 0 : static_cast<int>(GetLastError());
+    if (InPlaceWriter().Open(path(L"file"), 9'000)) return 2;
+    const std::wstring text(9'000, L'x');
+    WriteNative(native("lines"), "");
+    CStdioFile lines;
+    if (!lines.Open(path(L"lines").c_str(), CStdioFile::modeWrite)) return 3;
+    if (lines.WriteString(text.c_str())) return 4;
+    const ScopedEnvironment log("TQ_LOG_FILE", native("log").c_str());
+    for (int i = 0; i < 2; ++i) AppendProgramLog(5, text);
+    return static_cast<int>(GetLastError());
   });
   EXPECT_EQ(static_cast<int>(kErrorFileTooLarge), child.Wait());
 }
@@ -237,6 +246,18 @@ TEST_F(FileMoveTest, PlantedLinksAreNotFollowed) {
   EXPECT_FALSE(Move());
   EXPECT_EQ("victim", ReadNative(victim));
   EXPECT_EQ("contents", ReadNative(to_));
+}
+
+TEST_F(FileMoveTest, ALimitOfFileSizesIsAnError) {
+  WriteNative(from_, std::string(9'000, 'x'));
+  ChildProcess child([&] {
+    const rlimit limit{8'192, RLIM_INFINITY};
+    if (setrlimit(RLIMIT_FSIZE, &limit) != 0 || Move()) return 1;
+    return static_cast<int>(GetLastError());
+  });
+  EXPECT_EQ(static_cast<int>(kErrorFileTooLarge), child.Wait());
+  EXPECT_TRUE(ExistsNative(from_));
+  EXPECT_THAT(Targets(), ElementsAre());
 }
 
 // For longer than a reader does. Of several that move one file, one succeeds.
