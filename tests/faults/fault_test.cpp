@@ -1,16 +1,17 @@
 // Lets the n-th call of every kind fail in every public operation, for n = 1, 2, 3 ... until the
 // operation no longer makes so many, and looks after each run at what it has left.
-#include <netdb.h>
 #include <pthread.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <array>
-#include <cerrno>
 #include <chrono>
 #include <cstdio>
 #include <filesystem>
+#include <iterator>
 #include <map>
+#include <set>
+#include <sstream>
 
 #include "faults/operation.h"
 #include "foundation/file_lock.h"
@@ -24,46 +25,13 @@ namespace {
 
 namespace fs = std::filesystem;
 
-// The errors with which calls of a group may make an operation fail, and those that must not
-// impress it. The first one also lasts.
-struct Errors {
-  const char* kind;
-  Group group;
-  std::vector<int> failing;
-  std::vector<int> passing = {};
-};
-using enum Group;
-const Errors kErrors[] = {
-    {"open", kOpen, {EMFILE, EIO}},
-    {"read", kRead, {EIO}, {EINTR}},
-    {"write", kWrite, {ENOSPC, EIO}, {EINTR}},
-    {"short write", kWrite, {}, {kHalf}},
-    {"close", kClose, {EIO}},
-    {"rename", kRename, {EACCES, EIO}},
-    {"unlink", kRemove, {EACCES}},
-    {"mkdir", kFolder, {ENOSPC, EACCES}},
-    {"directory read", kDirectory, {EIO}},
-    {"reserve and cut", kRoom, {ENOSPC, EIO}, {EINTR}},
-    {"flush", kFlush, {EIO}},
-    {"status", kStatus, {EIO, ENOMEM}},
-    {"rights", kRights, {EPERM, ENOMEM}},
-    {"rights", kAccounts, {EIO}, {EINTR}},
-    {"lock", kLock, {ENOMEM, EACCES, ENOSPC}},
-    {"memory", kMemory, {ENOMEM}},
-    {"memory", kXml, {ENOMEM}},
-    {"socket call", kSocket, {ENOBUFS, ECONNREFUSED}},
-    {"socket call", kTransfer, {ECONNRESET}, {EINTR, kHalf}},
-    {"socket call", kDatagram, {ENETUNREACH}, {EINTR}},
-    {"socket call", kPoll, {ENOMEM}, {EINTR}},
-    {"resolver", kResolver, {EAI_AGAIN, EAI_MEMORY}},
-    {"machine", kMachine, {ENOMEM}},
-    {"cipher", kCipher, {ENOMEM}},
-    {"ftp library", kFtpLibrary, {ENOMEM}},
+const Group* const kGroups[] = {
+    &kOpen,   &kRead,     &kWrite,    &kClose,  &kRename,   &kRemove,  &kFolder, &kDirectory,
+    &kRoom,   &kFlush,    &kStatus,   &kRights, &kAccounts, &kLock,    &kMemory, &kXml,
+    &kSocket, &kTransfer, &kDatagram, &kPoll,   &kResolver, &kMachine, &kCipher, &kFtpLibrary,
 };
 
-// ---- What an operation may leave behind ----
-
-constexpr const wchar_t* kLocks[] = {
+constexpr std::wstring_view kLocks[] = {
     L"Global\\KITORA_QTL_JOB_MANAGE",
     L"KITORA_QTL_JOB_INFO_NEMI",
     L"KITORA_QTL_USER_DATA",
@@ -72,52 +40,41 @@ constexpr const wchar_t* kLocks[] = {
     L"Global\\KITORA_QTL_PRINT_MLTTHREAD",
 };
 
-// The locks that another thread cannot take at once, a bit for each. Blocks are counted by thread:
-// the other one must free nothing that this one has made, as std::thread does.
-unsigned HeldLocks() {
-  unsigned held = 0;
-  const auto probe = [](void* to) -> void* {
-    for (unsigned i = 0; i < std::size(kLocks); ++i) {
-      const bool is_global = std::wstring_view(kLocks[i]).starts_with(L"Global");
-      if (ProbeMutex(kLocks[i], is_global) != WaitResult::kAcquired) {
-        *static_cast<unsigned*>(to) |= 1U << i;
-      }
-    }
+// Blocks are counted by thread: the other one must free nothing that this one has made, as
+// std::thread does.
+bool CanAnotherThreadTakeAllLocks() {
+  bool are_free = false;
+  const auto probe = [](void* result) -> void* {
+    *static_cast<bool*>(result) = std::ranges::all_of(kLocks, [](std::wstring_view lock) {
+      return ProbeMutex(lock.data(), lock.starts_with(L"Global")) == WaitResult::kAcquired;
+    });
     return nullptr;
   };
   pthread_t thread{};
-  if (pthread_create(&thread, nullptr, probe, &held) != 0) return ~0U;
-  pthread_join(thread, nullptr);
-  return held;
+  return pthread_create(&thread, nullptr, probe, &are_free) == 0 &&
+         pthread_join(thread, nullptr) == 0 && are_free;
 }
 
 auto OpenDescriptors() {
   return std::distance(fs::directory_iterator("/proc/self/fd"), fs::directory_iterator());
 }
 
-// Keeps the lines, and no events.
-struct Sink : LogSink, EventSink {
-  explicit Sink(std::vector<LogLine>& to) : lines(to) {}
-  void Write(const LogRecord& record) override {
-    const Calm calm;
-    lines.push_back(
-        {record.level, record.number, std::wstring(record.function), std::wstring(record.message)});
-  }
-  void Write(unsigned long, std::wstring_view, bool) override {}
-  std::vector<LogLine>& lines;
-};
-
-// ---- The driver ----
-
-class FaultTest : public Stage, public ::testing::WithParamInterface<Operation> {
+class FaultTest : public Stage,
+                  public ::testing::WithParamInterface<Operation>,
+                  LogSink,
+                  EventSink {
  protected:
   FaultTest() {
     setenv("TQ_LOG_FILE", native("work/log").c_str(), 1);
-    const auto sink = std::make_shared<Sink>(lines_);
-    InstallLogSink(sink);
-    InstallEventSink(sink);
+    InstallLogSink({std::shared_ptr<void>(), this});
+    InstallEventSink({std::shared_ptr<void>(), this});
     clock_.pauses.reserve(100);
-    for (const wchar_t* lock : kLocks) identities_.push_back(IdentityOfMutex(lock));
+    for (const std::wstring_view lock : kLocks) identities_.push_back(IdentityOfMutex(lock.data()));
+    for (const char* const name : {"user", "volumes/c", "jobs", "work", "tmp"}) {
+      fs::create_directories(native(name));
+    }
+    folders_ = Names();
+    ReadPromises();
   }
 
   // How many points there were.
@@ -127,36 +84,73 @@ class FaultTest : public Stage, public ::testing::WithParamInterface<Operation> 
     }
   }
 
-  struct Run {
-    Report report;
-    std::string exception;  // empty when there was none
-    bool is_for_memory = false;
-    const char* failed = nullptr;
-  };
+  void Write(const LogRecord& record) override {
+    const Calm calm;
+    lines_.push_back({record.level, record.number, std::wstring(record.function), L""});
+  }
+  void Write(unsigned long, std::wstring_view message, bool) override {
+    const Calm calm;
+    event = message;
+  }
 
+  // Finds the row of the operation.
+  void ReadPromises() {
+    std::istringstream rows(ReadNative(TQ_TEST_DATA "/fault_promises.txt"));
+    for (std::string row, name; std::getline(rows, row);) {
+      std::istringstream words(row);
+      words >> name;
+      if (name != operation_.name) continue;
+      words >> throws_ >> function_ >> level_;
+      numbers_.insert(std::istream_iterator<int>(words), {});
+    }
+  }
+
+  // Of what an operation leaves behind.
+  std::vector<std::string> Names() const {
+    std::vector<std::string> names;
+    for (const auto& entry : fs::recursive_directory_iterator(temp_.native())) {
+      names.push_back(entry.path().string());
+    }
+    return names;
+  }
+
+  // Making folders takes longer than all the rest, so those that every operation needs stay.
   void Prepare() {
-    is_made_ = false;
-    clock_.pauses.clear();
-    Refresh();
+    for (const std::string& name : Names()) {
+      if (std::ranges::count(folders_, name) == 0) fs::remove_all(name);
+    }
+    for (const std::string& folder : folders_) fs::create_directory(folder);
+    WriteKeyFile();
     if (operation_.prepare != nullptr) operation_.prepare(*this);
     for (const MutexIdentity& lock : identities_) {
       if (const MutexSet set = FindMutexSet(lock); set.id >= 0) RetireMutexSet(set.id);
     }
+    is_made_ = false;
+    clock_.pauses.clear();
     lines_ = {};
+    event = {};
   }
+
+  struct Run {
+    Report report;
+    std::string exception;  // empty when there was none
+    const char* failed = nullptr;
+  };
 
   Run Perform(const Fault& fault, int n) {
     Run run;
-    Arm(fault, n);
+    seam.failed = nullptr;
+    seam.left = n;
+    seam.fault = &fault;
     try {
       run.report = operation_.run(*this);
     } catch (const std::bad_alloc&) {
-      run.is_for_memory = true;
-      run.exception = "std::bad_alloc";
+      run.exception = kBadAlloc;
     } catch (const std::exception& exception) {
       run.exception = exception.what();
     }
-    run.failed = Disarm();
+    seam.fault = nullptr;
+    run.failed = seam.failed;
     return run;
   }
 
@@ -172,37 +166,32 @@ class FaultTest : public Stage, public ::testing::WithParamInterface<Operation> 
       const Run run = Perform(kNoFault, 1);
       ASSERT_TRUE(run.report) << "fails without a fault: " << run.exception;
       report_ = run.report;
-      blocks_ = LiveBlocks();
+      blocks_ = seam.blocks;
     }
-    if (operation_.serve != nullptr) usleep(50000);  // the server closes its own ends
+    if (server_ != nullptr) usleep(50000);  // it closes its own ends
     descriptors_ = OpenDescriptors();
-    const std::vector<std::string> names = Names();
-    for (const std::string& name : promise_.also) names_.push_back(native("jobs/" + name));
-    names_.insert(names_.end(), names.begin(), names.end());
+    if (promise_.also != nullptr) names_.push_back(native("jobs/") + promise_.also);
+    std::ranges::copy(Names(), std::back_inserter(names_));
     new_view_ = View();
   }
 
   void Check(const Fault& fault, const Run& run) {
     // A server in this process may still close a connection.
-    auto open = OpenDescriptors();
-    for (int wait = 0; wait < 5000 && open != descriptors_; ++wait) {
-      usleep(1000);
-      open = OpenDescriptors();
-    }
-    EXPECT_EQ(open, descriptors_);
-    EXPECT_EQ(HeldLocks(), 0U) << "held locks, a bit for each";
+    for (int wait = 0; wait < 5000 && OpenDescriptors() != descriptors_; ++wait) usleep(1000);
+    EXPECT_EQ(OpenDescriptors(), descriptors_);
+    EXPECT_TRUE(CanAnotherThreadTakeAllLocks());
     CheckReport(fault, run);
     for (const std::string& name : Names()) {
       // What cannot be removed, or cannot be named for want of any memory, stays.
-      if (fault.group == kRemove || (fault.group == kMemory && fault.lasts)) break;
+      if (&fault.group == &kRemove || (&fault.group == &kMemory && fault.lasts)) break;
       EXPECT_TRUE(std::ranges::count(names_, name) > 0) << name << " is left behind";
     }
-    if (!(fault.begins_half && promise_.is_torn_by_half)) CheckView(fault, run);
+    if (!(fault.begins_half && promise_.is_torn)) CheckView(fault, run);
   }
 
   void CheckView(const Fault& fault, const Run& run) {
     // A file that takes a new name by two steps, and cannot lose either name, goes by both.
-    const bool is_free = fault.lasts && fault.group == kRemove;
+    const bool is_free = fault.lasts && &fault.group == &kRemove;
     const Pieces view = View();
     for (std::size_t i = 0; i < view.size(); ++i) {
       EXPECT_TRUE(is_free || view[i] == new_view_[i] || view[i] == old_view_[i] ||
@@ -219,26 +208,24 @@ class FaultTest : public Stage, public ::testing::WithParamInterface<Operation> 
   }
 
   bool IsAlsoAllowed(const std::string& text) const {
-    return std::ranges::count(promise_.also, text) > 0;
+    return promise_.also != nullptr && text == promise_.also;
   }
 
   void CheckReport(const Fault& fault, const Run& run) {
     if (!run.exception.empty()) {
-      const bool is_allowed =
-          promise_.throws == Throws::kFailures ||
-          (run.is_for_memory && (!is_made_ || promise_.throws == Throws::kForMemory));
-      EXPECT_TRUE(is_allowed) << "throws " << run.exception;
+      const bool is_allowed = run.exception == kBadAlloc && (!is_made_ || throws_ == kBadAlloc);
+      EXPECT_TRUE(is_allowed || throws_ == "failures") << "throws " << run.exception;
     } else if (run.report) {
       EXPECT_TRUE(run.report == report_ || !report_ || IsAlsoAllowed(*run.report))
           << "reports a success with another value: " << *run.report;
-    } else if (promise_.line != nullptr) {
-      const auto explains = [this](const LogLine& line) {
-        return line.level >= promise_.level && line.function.starts_with(promise_.line);
-      };
-      EXPECT_TRUE(std::ranges::any_of(lines_, explains)) << "fails without a line";
+    } else if (function_ != "-") {
+      bool is_told = false;
       for (const LogLine& line : lines_) {
-        if (explains(line)) told_.insert(line.number);
+        if (line.level < level_ || !ToUtf8(line.function).starts_with(function_)) continue;
+        is_told = true;
+        told_.insert(line.number);
       }
+      EXPECT_TRUE(is_told) << "fails without a line";
     }
     if (fault.goes_on) {
       EXPECT_EQ(run.report, report_) << run.exception;
@@ -247,113 +234,103 @@ class FaultTest : public Stage, public ::testing::WithParamInterface<Operation> 
 
   // What failed once works again, and nothing is lost. A cache may have grown, but not each time.
   void CheckRecovery(const Fault& fault, int n) {
-    long blocks = Recover();
-    for (int again = 0; blocks != blocks_ && again < 12; ++again) {
-      blocks_ = blocks;
+    for (int again = 0; again < 12; ++again) {
+      if (again > 0) {
+        Prepare();
+        Perform(fault, n);
+      }
       Prepare();
-      Perform(fault, n);
-      blocks = Recover();
+      EXPECT_EQ(Perform(kNoFault, 1).report, report_) << "does not recover";
+      lines_ = {};
+      if (std::exchange(blocks_, seam.blocks) == seam.blocks) return;
     }
-    EXPECT_EQ(blocks, blocks_) << "blocks of memory are lost";
-    blocks_ = blocks;
+    ADD_FAILURE() << "blocks of memory are lost";
   }
 
-  long Recover() {
-    Prepare();
-    const Run run = Perform(kNoFault, 1);
-    EXPECT_EQ(run.report, report_) << "does not recover";
-    lines_ = {};
-    return LiveBlocks();
-  }
-
-  static int PartCount() {
-    return ::testing::UnitTest::GetInstance()->current_test_info()->result()->total_part_count();
-  }
-
-  // Lets each call of the fault's group fail in turn.
+  // Lets each call of the fault's group fail in turn, up to the first one that does harm.
   void Inject(const Fault& fault) {
-    int failures = 0;
     // What stays away from a point on is tried at ever fewer points: each call was first before.
-    for (int n = 1;; n += fault.lasts ? 1 + n / 8 : 1) {
+    for (int n = 1; !HasFailure(); n += fault.lasts ? 1 + n / 8 : 1) {
       Prepare();
       const Run run = Perform(fault, n);
       if (run.failed == nullptr) return;
-      for (const char* const kind : {fault.kind, "all kinds"}) ++points_[kind][fault.lasts];
-      const int parts = PartCount();
+      for (const char* const kind : {fault.group.kind, "all"}) ++points_[kind][fault.lasts];
       Check(fault, run);
       CheckRecovery(fault, n);
-      if (PartCount() == parts) continue;
-      ADD_FAILURE() << "The above: " << fault.kind << " " << n << ", " << run.failed << ", error "
-                    << fault.error << (fault.lasts ? " from then on" : "");
-      if (++failures > 3) return;
+      if (!HasFailure()) continue;
+      ADD_FAILURE() << "The above: " << fault.group.kind << " " << n << ", " << run.failed
+                    << ", error " << fault.error << (fault.lasts ? " from then on" : "");
     }
   }
 
-  static constexpr Fault kNoFault = {"none", kOpen, 0};
+  static inline const Fault kNoFault = {kNone, 0};
+  static constexpr char kBadAlloc[] = "bad_alloc";
 
   static inline std::map<const char*, std::array<int, 2>, std::less<std::string_view>> points_;
   const Operation& operation_ = GetParam();
   const Promise& promise_ = operation_.promise;
+  // From the operation's row.
+  std::string throws_, function_;
+  int level_ = 0;
+  std::set<int> numbers_;
   std::vector<LogLine> lines_;
   std::vector<MutexIdentity> identities_;
   TestClock clock_;
   ScopedClock use_clock_{clock_};
+  const ScopedEnvironment temporary_{"TMPDIR", native("tmp").c_str()};
   ScopedLockTimeout lock_timeout_{200};
   ScopedDnsWait dns_wait_{std::chrono::milliseconds(200)};
   ScopedExchangeWaits waits_{std::chrono::milliseconds(200), std::chrono::milliseconds(200)};
-  std::vector<std::string> old_view_, new_view_, names_;
+  std::vector<std::string> folders_, names_, old_view_, new_view_;
   Report report_;  // none before the rehearsal
   std::set<int> told_;
   long blocks_ = 0;
   std::ptrdiff_t descriptors_ = 0;
+  std::shared_ptr<void> server_ = operation_.serve != nullptr ? operation_.serve(*this) : nullptr;
 };
 
 TEST_P(FaultTest, IsSurvived) {
-  const std::shared_ptr<void> server =
-      operation_.serve != nullptr ? operation_.serve(*this) : nullptr;
   for (const bool is_plain : {false, true}) {
-    if (is_plain && operation_.serve != nullptr) break;
+    if (is_plain && server_ != nullptr) break;
     SCOPED_TRACE(is_plain ? "on a plain file system" : "on an ordinary file system");
-    EnterPlainFileSystem(is_plain);
+    seam.is_plain = is_plain;
     // What cannot do its work there has nothing to lose.
     Prepare();
     if (is_plain && !Perform(kNoFault, 1).report) break;
     ASSERT_NO_FATAL_FAILURE(Rehearse());
-    for (const auto& [kind, group, failing, passing] : kErrors) {
-      for (const int error : failing) Inject({kind, group, error});
-      for (const int error : passing) Inject({kind, group, error, true});
-      if (std::ranges::count(passing, kHalf) > 0) {
-        Inject({kind, group, kHalf, true, true});
-        Inject({kind, group, EIO, false, true, true});
-      }
-      if (!failing.empty()) Inject({kind, group, failing[0], false, true});
+    for (const Group* const group : kGroups) {
+      for (const int error : group->failing) Inject({*group, error});
+      for (const int error : group->passing) Inject({*group, error, true});
+      Inject({*group, group->failing[0], false, true});
+      if (std::ranges::count(group->passing, kHalf) == 0) continue;
+      Inject({*group, kHalf, true, true});
+      Inject({*group, EIO, false, true, true});
     }
   }
-  EnterPlainFileSystem(false);
-  if (!promise_.numbers.empty()) {
-    EXPECT_EQ(told_, promise_.numbers);
+  seam.is_plain = false;
+  EXPECT_FALSE(function_.empty()) << "has no row in the table of promises";
+  if (!numbers_.empty()) {
+    EXPECT_EQ(told_, numbers_);
   }
 }
 
 // What a process does once may fail when it is done: here each run is the first of its process.
 TEST_P(FaultTest, IsSurvivedAtFirst) {
-  const std::shared_ptr<void> server =
-      operation_.serve != nullptr ? operation_.serve(*this) : nullptr;
   constexpr int kIsOver = 2;
-  for (const auto& [kind, group, failing, passing] : kErrors) {
-    const Fault fault = {kind, group, failing.empty() ? passing[0] : failing[0]};
+  for (const Group* const group : kGroups) {
     for (int n = 1, end = 0; end != kIsOver; ++n) {
       ChildProcess process([&] {
+        const Fault fault = {*group, group->failing[0]};
         Prepare();
         const Run run = Perform(fault, n);
         if (run.failed == nullptr) return kIsOver;
         CheckReport(fault, run);
         Prepare();
         EXPECT_TRUE(Perform(kNoFault, 1).report) << "does not recover";
-        return PartCount() == 0 ? 0 : 1;
+        return HasFailure() ? 1 : 0;
       });
       end = process.Wait();
-      ASSERT_TRUE(end == 0 || end == kIsOver) << fault.kind << " " << n << " ends with " << end;
+      ASSERT_TRUE(end == 0 || end == kIsOver) << group->kind << " " << n << " ends with " << end;
       points_["at first"][0] += end == 0;
     }
   }
@@ -361,8 +338,7 @@ TEST_P(FaultTest, IsSurvivedAtFirst) {
 
 std::vector<Operation> AllOperations() {
   std::vector<Operation> all;
-  for (const auto list : {StorageOperations, RecordOperations, SettingsOperations,
-                          FoundationOperations, TransportOperations}) {
+  for (const auto list : {RecordOperations, SettingsOperations, TransportOperations}) {
     std::ranges::move(list(), std::back_inserter(all));
   }
   return all;
@@ -372,44 +348,4 @@ INSTANTIATE_TEST_SUITE_P(Operations, FaultTest, ::testing::ValuesIn(AllOperation
                          [](const auto& test) { return std::string(test.param.name); });
 
 }  // namespace
-
-void PrintTo(const Operation& operation, std::ostream* out) { *out << operation.name; }
-
-Report Reports(bool is_done, const std::wstring& text) {
-  const Calm calm;
-  if (!is_done) return {};
-  return ToUtf8(text);
-}
-
-std::wstring Stage::WorkPath(const std::wstring& name) const {
-  const Calm calm;
-  return path(name.empty() ? L"work" : L"work\\" + name);
-}
-
-std::vector<std::string> Stage::Names() const {
-  std::vector<std::string> names;
-  for (const auto& entry : fs::recursive_directory_iterator(temp_.native())) {
-    names.push_back(entry.path().string());
-  }
-  return names;
-}
-
-void Stage::Refresh() {
-  // Making folders takes longer than all the rest, so those that every operation needs stay.
-  const std::string kept[] = {temp_.native(), product_native(),  product_native("config"),
-                              native("user"), native("volumes"), native("jobs"),
-                              native("work"), native("tmp")};
-  const auto is_kept = [&](const std::string& path) {
-    return std::ranges::any_of(
-        kept, [&](const auto& one) { return (one + "/").starts_with(path + "/"); });
-  };
-  for (const std::string& folder : kept) {
-    fs::create_directory(folder);
-    for (const std::string& name : ListNative(folder)) {
-      if (!is_kept(folder + "/" + name)) fs::remove_all(folder + "/" + name);
-    }
-  }
-  WriteKeyFile();
-}
-
 }  // namespace vk::tq::testing

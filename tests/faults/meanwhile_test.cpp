@@ -16,8 +16,6 @@
 namespace vk::tq::testing {
 namespace {
 
-using enum Group;
-
 class MeanwhileTest : public ::testing::Test {
  protected:
   using Act = std::function<bool()>;
@@ -25,37 +23,37 @@ class MeanwhileTest : public ::testing::Test {
   // Lets the other one begin in front of each call of the first one, which waits a moment for it.
   void Interleave(const std::function<void()>& prepare, const Act& first, const Act& other,
                   const std::function<void(bool, bool)>& check,
-                  const std::vector<Group>& groups = {kOpen, kRead, kWrite, kRename, kRemove, kRoom,
-                                                      kStatus, kRights, kLock, kFlush}) {
-    for (const Group group : groups) {
+                  const std::vector<const Group*>& groups = {&kOpen, &kRead, &kWrite, &kRename,
+                                                             &kRemove, &kRoom, &kStatus, &kRights,
+                                                             &kLock, &kFlush}) {
+    for (const Group* const group : groups) {
       for (int n = 1;; ++n) {
         prepare();
         std::future<bool> end;
         const std::function<void()> meanwhile = [&] {
           end = std::async(std::launch::async, [&] {
-            const Fault none = {"none", kOpen, 0};
-            EnterPlainFileSystem(true);
-            Arm(none, 1);
-            const bool is_done = other();
-            Disarm();
-            return is_done;
+            return OnPlainFileSystem(other, {kNone, 0}, 1);
           });
           end.wait_for(std::chrono::milliseconds(20));
-          if (then_ != nullptr) Arm(*then_, 1);
+          if (then_ == nullptr) return;
+          seam.fault = then_;
+          seam.left = 1;
         };
-        const Fault turn = {.kind = "turn", .group = group, .error = 0, .meanwhile = &meanwhile};
-        EnterPlainFileSystem(true);
-        Arm(turn, n);
-        const bool is_done = first();
-        Disarm();
-        EnterPlainFileSystem(false);
+        const Fault turn = {.group = *group, .error = 0, .meanwhile = &meanwhile};
+        const bool is_done = OnPlainFileSystem(first, turn, n);
         if (!end.valid()) break;
-        SCOPED_TRACE("group " + std::to_string(static_cast<int>(group)) + ", call " +
-                     std::to_string(n));
+        SCOPED_TRACE(group->kind + std::string(", call ") + std::to_string(n));
         check(is_done, end.get());
         if (HasFailure()) return;
       }
     }
+  }
+
+  static bool OnPlainFileSystem(const Act& act, const Fault& fault, int n) {
+    seam = {.fault = &fault, .left = n, .is_plain = true};
+    const bool is_done = act();
+    seam = {};
+    return is_done;
   }
 
   std::wstring path(const char* name) const { return PathFromNative(temp_.native(name)); }
@@ -103,7 +101,7 @@ TEST_F(MeanwhileTest, AMovedFileIsOneFile) {
                const bool is_there = ExistsNative(temp_.native("from/a"));
                EXPECT_EQ("b", ReadNative(temp_.native(is_there ? "from/a" : "to/a")));
              },
-             {kOpen, kRead, kWrite, kLock, kFlush});
+             {&kOpen, &kRead, &kWrite, &kLock, &kFlush});
 }
 
 TEST_F(MeanwhileTest, TheSettingsOfBothStay) {
@@ -123,7 +121,7 @@ TEST_F(MeanwhileTest, TheSettingsOfBothStay) {
     Interleave(prepare, first, other, [&](bool is_first, bool is_other) {
       EXPECT_TRUE(is_first && is_other && has(L"first") && has(L"other"));
     });
-    const Fault full = {.kind = "full disk", .group = kWrite, .error = ENOSPC, .lasts = true};
+    const Fault full = {.group = kWrite, .error = ENOSPC, .lasts = true};
     then_ = &full;
     Interleave(prepare, first, other, [&](bool is_first, bool is_other) {
       EXPECT_TRUE(is_other && has(L"other"));

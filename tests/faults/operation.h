@@ -4,10 +4,7 @@
 #include <functional>
 #include <memory>
 #include <optional>
-#include <set>
 #include <string>
-#include <string_view>
-#include <utility>
 #include <vector>
 
 #include "faults/seam.h"
@@ -22,99 +19,76 @@ class Stage : public ProductTest {
   using ProductTest::native;
   using ProductTest::path;
   using ProductTest::product_native;
-  using ProductTest::product_path;
-  using ProductTest::WriteKeyFile;
-
-  // The operation's own folder, or a file in it; the call meets no fault.
-  std::wstring WorkPath(const std::wstring& name = L"") const;
-  // Of what an operation leaves behind.
-  std::vector<std::string> Names() const;
 
   // From here on an operation that is said to throw nothing may not throw for want of memory either.
   // In front of it stand the making of its object and of its arguments.
   void Made() { is_made_ = true; }
 
-  const std::wstring job = path(L"jobs\\Job0001");
+  const std::wstring jobs = path(L"jobs");
+  const std::wstring job = jobs + L"\\Job0001";
+  const std::wstring work = path(L"work");
   const std::wstring config = product_path(L"config");
+  std::wstring event;      // the text of the last one
   std::uint16_t port = 0;  // where the operation's server listens
 
  protected:
-  void Refresh();
-
   bool is_made_ = false;
-
- private:
-  const ScopedEnvironment temporary_{"TMPDIR", native("tmp").c_str()};
 };
 
 // What an operation reports: nothing when it failed, else what it has read.
 using Report = std::optional<std::string>;
 
 // Makes the report of an operation. A text that the operation fills is looked at behind it.
-Report Reports(bool is_done, const std::wstring& text = {});
+inline Report Reports(bool is_done, const std::wstring& text = {}) {
+  const Calm calm;
+  return is_done ? Report(ToUtf8(text)) : Report();
+}
 
-enum class Throws : unsigned char {
-  kNothing,
-  kForMemory,  // std::bad_alloc
-  kFailures,   // any exception that its header names, std::bad_alloc among them
-};
+// An operation on a new object. What the object then tells is looked at without faults.
+template <class Object, class Work>
+std::function<Report(Stage&)> On(Work work) {
+  return [work](Stage& stage) {
+    Object object(stage);
+    stage.Made();
+    const bool is_done = std::invoke(work, object) == 1;
+    const Calm calm;
+    return is_done ? Report(ToUtf8(object.Text())) : Report();
+  };
+}
 
-// What a header promises of an operation that meets a fault.
+// What a fresh reader sees of the stored state, piece by piece: after a fault each is as it was
+// before the operation, or as it is after one without a fault.
+using Pieces = std::vector<std::string>;
+
+inline Pieces ViewFile(const std::string& file) {
+  return {ExistsNative(file) ? ReadNative(file) : "none"};
+}
+
+// What an operation's header promises beside its row in fault_promises.txt.
 struct Promise {
-  // How the function begins that the line of a failure names, and its lowest level. Null when the
-  // header promises no line.
-  const wchar_t* line = nullptr;
-  int level = 4;
-  Throws throws = Throws::kNothing;
-  // Reports and pieces that the header allows beside those of a run without a fault.
-  std::vector<std::string> also = {};
+  // A report or piece that is allowed beside those of a run without a fault.
+  const char* also = nullptr;
   // How many of the pieces a success promises.
   std::size_t sure_pieces = 100;
-  // The numbers of the lines of that function and level that failures leave: each of them, and no
-  // other. Nothing is said of them when empty.
-  std::set<int> numbers = {};
   // A record is replaced in place within a memory page, without a second copy: if half a write is
   // the last that the disk ever takes, it is torn.
-  bool is_torn_by_half = false;
-
-  Promise Or(const char* allowed) const { return With(&Promise::also, {allowed}); }
-  Promise Sure(std::size_t pieces) const { return With(&Promise::sure_pieces, pieces); }
-  Promise Tells(std::set<int> more) const {
-    more.insert(numbers.begin(), numbers.end());
-    return With(&Promise::numbers, std::move(more));
-  }
-  Promise Torn(bool is_torn = true) const { return With(&Promise::is_torn_by_half, is_torn); }
-
-  template <class Value>
-  Promise With(Value Promise::*member, Value value) const {
-    Promise copy = *this;
-    copy.*member = std::move(value);
-    return copy;
-  }
+  bool is_torn = false;
 };
-inline const Promise kNoLine;
-inline const Promise kNoLineButBadAlloc = {nullptr, 0, Throws::kForMemory};
-
-using Pieces = std::vector<std::string>;
 
 struct Operation {
   const char* name;
   void (*prepare)(Stage&);  // null when a fresh product folder is all that it needs
-  Report (*run)(Stage&);
-  Promise promise = {};
-  // What a fresh reader sees of the stored state, piece by piece: after a fault each is as it was
-  // before the operation, or as it is after one without a fault.
+  std::function<Report(Stage&)> run;
   Pieces (*view)(Stage&) = nullptr;
+  Promise promise = {};
   // Starts a server, and sets the port.
   std::shared_ptr<void> (*serve)(Stage&) = nullptr;
+
+  friend void PrintTo(const Operation& operation, std::ostream* out) { *out << operation.name; }
 };
 
-void PrintTo(const Operation& operation, std::ostream* out);
-
-std::vector<Operation> StorageOperations();
 std::vector<Operation> RecordOperations();
 std::vector<Operation> SettingsOperations();
-std::vector<Operation> FoundationOperations();
 std::vector<Operation> TransportOperations();
 
 }  // namespace vk::tq::testing

@@ -7,17 +7,13 @@
 #include <grp.h>
 #include <iconv.h>
 #include <ifaddrs.h>
-#include <libxml/parser.h>
 #include <libxml/parserInternals.h>
-#include <libxml/tree.h>
 #include <locale.h>
-#include <netdb.h>
 #include <openssl/evp.h>
 #include <poll.h>
 #include <pthread.h>
 #include <pwd.h>
 #include <stdarg.h>
-#include <sys/acl.h>
 #include <sys/random.h>
 #include <sys/sem.h>
 #include <sys/socket.h>
@@ -36,38 +32,28 @@
 namespace vk::tq::testing {
 namespace {
 
-struct State {
-  const Fault* fault = nullptr;
-  int left = 0;  // calls up to the one that fails
-  int calm = 0;
-  const char* failed = nullptr;
-  bool is_plain = false;
-};
-thread_local State state;
-thread_local long live_blocks = 0;
-
-bool IsWatched() { return state.fault != nullptr && state.calm == 0; }
+bool IsWatched() { return seam.fault != nullptr && seam.calm == 0; }
 
 // What a plain file system refuses.
 constexpr std::string_view kRefused[] = {"fallocate",  "acl_get_file", "acl_get_fd",
                                          "acl_set_fd", "acl_set_file", "renameat2"};
 
 // The error with which a call has to fail now, or 0.
-int Due(Group group, const char* symbol) {
+int Due(const Group& group, const char* symbol) {
   if (!IsWatched()) return 0;
-  if (state.is_plain && std::ranges::count(kRefused, symbol) > 0) {
-    return group == Group::kRename ? EINVAL : EOPNOTSUPP;
+  if (seam.is_plain && std::ranges::count(kRefused, symbol) > 0) {
+    return &group == &kRename ? EINVAL : EOPNOTSUPP;
   }
-  if (group != state.fault->group) return 0;
-  if (--state.left > 0 || (state.left < 0 && !state.fault->lasts)) return 0;
-  if (state.left < 0) return state.fault->error;
-  state.failed = symbol;
-  if (state.fault->meanwhile != nullptr) {
+  if (&group != &seam.fault->group) return 0;
+  if (--seam.left > 0 || (seam.left < 0 && !seam.fault->lasts)) return 0;
+  if (seam.left < 0) return seam.fault->error;
+  seam.failed = symbol;
+  if (seam.fault->meanwhile != nullptr) {
     const Calm calm;
-    (*state.fault->meanwhile)();
+    (*seam.fault->meanwhile)();
     return 0;
   }
-  return state.fault->begins_half ? kHalf : state.fault->error;
+  return seam.fault->begins_half ? kHalf : seam.fault->error;
 }
 
 template <class Result>
@@ -78,12 +64,12 @@ Result FailWith(int error, Result failed) {
 
 void* Allocate(std::size_t size) {
   void* const block = std::malloc(size > 0 ? size : 1);
-  if (block != nullptr) ++live_blocks;
+  if (block != nullptr) ++seam.blocks;
   return block;
 }
 
 void Free(void* block) {
-  if (block != nullptr) --live_blocks;
+  if (block != nullptr) --seam.blocks;
   std::free(block);
 }
 
@@ -91,57 +77,31 @@ void Free(void* block) {
 [[maybe_unused]] const int has_xml_memory = xmlMemSetup(
     Free,
     [](std::size_t size) -> void* {
-      return Due(Group::kXml, "malloc of libxml2") != 0 ? nullptr : Allocate(size);
+      return Due(kXml, "malloc of libxml2") != 0 ? nullptr : Allocate(size);
     },
     [](void* block, std::size_t size) -> void* {
-      if (Due(Group::kXml, "realloc of libxml2") != 0) return nullptr;
+      if (Due(kXml, "realloc of libxml2") != 0) return nullptr;
       void* const moved = std::realloc(block, size);
-      if (block == nullptr && moved != nullptr) ++live_blocks;
+      if (block == nullptr && moved != nullptr) ++seam.blocks;
       return moved;
     },
     [](const char* text) -> char* {
-      if (Due(Group::kXml, "strdup of libxml2") != 0) return nullptr;
-      ++live_blocks;
+      if (Due(kXml, "strdup of libxml2") != 0) return nullptr;
+      ++seam.blocks;
       return strdup(text);
     });
 
 }  // namespace
 
-void EnterPlainFileSystem(bool is_plain) { state.is_plain = is_plain; }
-
-void Arm(const Fault& fault, int n) {
-  state.failed = nullptr;
-  state.left = n;
-  state.fault = &fault;
-}
-
-const char* Disarm() {
-  state.fault = nullptr;
-  return state.failed;
-}
-
-Calm::Calm() { ++state.calm; }
-Calm::~Calm() { --state.calm; }
-
-long LiveBlocks() { return live_blocks; }
-
 }  // namespace vk::tq::testing
 
-using vk::tq::testing::Allocate;
-using vk::tq::testing::Due;
-using vk::tq::testing::FailWith;
-using vk::tq::testing::Free;
-using vk::tq::testing::Group;
-using enum vk::tq::testing::Group;
-using vk::tq::testing::IsWatched;
-using vk::tq::testing::kHalf;
-using vk::tq::testing::state;
+using namespace vk::tq::testing;
 
 // ---- Memory ----
 
 // Never inlined: a compiler that sees malloc or free alone takes them for the wrong partner.
 [[gnu::noinline]] void* operator new(std::size_t size, const std::nothrow_t&) noexcept {
-  return Due(Group::kMemory, "operator new") != 0 ? nullptr : Allocate(size);
+  return Due(kMemory, "operator new") != 0 ? nullptr : Allocate(size);
 }
 [[gnu::noinline]] void* operator new(std::size_t size) {
   if (void* const block = operator new(size, std::nothrow)) return block;
@@ -158,7 +118,7 @@ using vk::tq::testing::state;
 extern "C" int __real_getsockopt(int fd, int level, int option, void* value, socklen_t* size);
 
 // Of a datagram nothing is sent or received by halves.
-Group TransferOn(int fd) {
+const Group& TransferOn(int fd) {
   int type = 0;
   socklen_t size = sizeof type;
   __real_getsockopt(fd, SOL_SOCKET, SO_TYPE, &type, &size);
@@ -173,6 +133,8 @@ struct Signature {
 };
 template <class R, class... A>
 Signature<R, A...> SignatureOf(R (*)(A...));
+template <class R, class... A>
+Signature<R, A...> SignatureOf(R (*)(A..., ...));
 
 #define RESULT(symbol) decltype(SignatureOf(&symbol))::Result
 #define ARGUMENT(symbol, n) decltype(SignatureOf(&symbol))::Argument<n>
@@ -190,6 +152,8 @@ Signature<R, A...> SignatureOf(R (*)(A...));
 #define PASSED_4 a, b, c, d
 #define PASSED_5 a, b, c, d, e
 #define PASSED_6 a, b, c, d, e, f
+#define LAST_2 b
+#define LAST_3 c
 #define SEAM(group, count, symbol, failure)                         \
   extern "C" RESULT(symbol) __real_##symbol(TAKEN_##count(symbol)); \
   extern "C" RESULT(symbol) __wrap_##symbol(TAKEN_##count(symbol)); \
@@ -198,8 +162,19 @@ Signature<R, A...> SignatureOf(R (*)(A...));
     if (error == 0) return __real_##symbol(PASSED_##count);         \
     return FailWith<RESULT(symbol)>(error, failure);                \
   }
+#define SEAM_MORE(group, count, symbol, failure)                         \
+  extern "C" RESULT(symbol) __real_##symbol(TAKEN_##count(symbol), ...); \
+  extern "C" RESULT(symbol) __wrap_##symbol(TAKEN_##count(symbol), ...); \
+  RESULT(symbol) __wrap_##symbol(TAKEN_##count(symbol), ...) {           \
+    va_list list;                                                        \
+    va_start(list, LAST_##count);                                        \
+    void* const more = va_arg(list, void*);                              \
+    va_end(list);                                                        \
+    const int error = Due(group, #symbol);                               \
+    if (error == 0) return __real_##symbol(PASSED_##count, more);        \
+    return FailWith<RESULT(symbol)>(error, failure);                     \
+  }
 #include "faults/seam.inc"
-#undef SEAM
 
 // ---- Those that need more ----
 
@@ -211,76 +186,26 @@ int __wrap_open(const char* path, int flags, ...) {
   va_start(list, flags);
   const mode_t mode = (flags & (O_CREAT | O_TMPFILE)) != 0 ? va_arg(list, mode_t) : 0;
   va_end(list);
-  if (IsWatched() && state.is_plain && (flags & O_TMPFILE) == O_TMPFILE) {
+  if (IsWatched() && seam.is_plain && (flags & O_TMPFILE) == O_TMPFILE) {
     return FailWith(EOPNOTSUPP, -1);
   }
-  const int error = Due(Group::kOpen, "open");
+  const int error = Due(kOpen, "open");
   return error == 0 ? __real_open(path, flags, mode) : FailWith(error, -1);
 }
 
 int __real_rename(const char* from, const char* to);
 int __wrap_rename(const char* from, const char* to) {
   const auto folder = [](std::string_view path) { return path.substr(0, path.rfind('/')); };
-  if (IsWatched() && state.is_plain && folder(from) != folder(to)) return FailWith(EXDEV, -1);
-  const int error = Due(Group::kRename, "rename");
+  if (IsWatched() && seam.is_plain && folder(from) != folder(to)) return FailWith(EXDEV, -1);
+  const int error = Due(kRename, "rename");
   return error == 0 ? __real_rename(from, to) : FailWith(error, -1);
 }
 
 // A real flush takes long and tells nothing here.
 int __wrap_fsync(int fd);
 int __wrap_fsync(int) {
-  const int error = Due(Group::kFlush, "fsync");
+  const int error = Due(kFlush, "fsync");
   return error == 0 ? 0 : FailWith(error, -1);
-}
-
-int __real_fcntl(int fd, int command, ...);
-int __wrap_fcntl(int fd, int command, ...) {
-  va_list list;
-  va_start(list, command);
-  auto* const lock = va_arg(list, struct flock*);
-  va_end(list);
-  // Nobody is refused to give a lock back.
-  const int error = lock->l_type == F_UNLCK ? 0 : Due(Group::kLock, "fcntl");
-  return error == 0 ? __real_fcntl(fd, command, lock) : FailWith(error, -1);
-}
-
-int __real_semctl(int id, int number, int command, ...);
-int __wrap_semctl(int id, int number, int command, ...) {
-  va_list list;
-  va_start(list, command);
-  void* const argument = command == IPC_RMID ? nullptr : va_arg(list, void*);
-  va_end(list);
-  const int error = Due(Group::kLock, "semctl");
-  return error == 0 ? __real_semctl(id, number, command, argument) : FailWith(error, -1);
-}
-
-int __real_semtimedop(int id, sembuf* steps, size_t count, const timespec* timeout);
-int __wrap_semtimedop(int id, sembuf* steps, size_t count, const timespec* timeout) {
-  // Nobody is refused to give a lock back: that neither waits nor needs memory.
-  const int error = steps->sem_op < 0 ? 0 : Due(Group::kLock, "semtimedop");
-  return error == 0 ? __real_semtimedop(id, steps, count, timeout) : FailWith(error, -1);
-}
-
-// All options take what fits a pointer. Their numbers are ints here: an enumeration cannot stand in
-// front of arguments without a name.
-CURLcode __real_curl_easy_setopt(CURL* easy, int option, ...);
-CURLcode __wrap_curl_easy_setopt(CURL* easy, int option, ...) {
-  va_list list;
-  va_start(list, option);
-  void* const value = va_arg(list, void*);
-  va_end(list);
-  if (Due(Group::kFtpLibrary, "curl_easy_setopt") != 0) return CURLE_OUT_OF_MEMORY;
-  return __real_curl_easy_setopt(easy, option, value);
-}
-
-CURLcode __real_curl_easy_getinfo(CURL* easy, int info, ...);
-CURLcode __wrap_curl_easy_getinfo(CURL* easy, int info, ...) {
-  va_list list;
-  va_start(list, info);
-  void* const value = va_arg(list, void*);
-  va_end(list);
-  if (Due(Group::kFtpLibrary, "curl_easy_getinfo") != 0) return CURLE_UNKNOWN_OPTION;
-  return __real_curl_easy_getinfo(easy, info, value);
 }
 
 }  // extern "C"

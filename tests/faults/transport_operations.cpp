@@ -16,61 +16,44 @@ void HoldFile(Stage& stage) { WriteNative(stage.native("work/job.xml"), "content
 
 // ---- FTP ----
 
-struct FtpService {
-  ScriptedFtpPeer peer;
-  ScopedServicePort port{Service::kFtpControl, peer.port()};
+struct FtpService : ScriptedFtpPeer {
+  ScopedServicePort use_port{Service::kFtpControl, port()};
 };
 
 // What the server takes for a whole file is put where a view finds it.
 std::shared_ptr<void> ServeFtp(Stage& stage) {
-  auto service = std::make_shared<FtpService>();
-  const std::string stored = stage.native("stored");
-  service->peer.On("STOR", [stored](ScriptedFtpPeer::Session& session, const std::string&) {
+  auto server = std::make_shared<FtpService>();
+  using Session = ScriptedFtpPeer::Session;
+  server->On("STOR", [stored = stage.native("stored")](Session& session, const auto&) {
     session.Reply("150 go on");
     if (const auto data = session.TakeWholeData()) WriteNative(stored, *data);
     return session.Reply("226 stored");
   });
-  service->peer.On("SIZE", "213 20");
-  service->peer.file("remote.dat") = "what the server has";
-  service->peer.On("LIST", [](ScriptedFtpPeer::Session& session, const std::string&) {
-    session.Reply("150 here it comes");
-    session.SendData("-rw-r--r-- 1 ftp ftp 19 Jan 01 2024 remote.dat\r\n");
-    session.CloseData();
-    session.Reply("226 done");
-    return true;
+  server->On("SIZE", "213 20");
+  server->file("remote.dat") = "what the server has";
+  server->On("LIST", [](Session& session, const auto&) {
+    return session.Give("-rw-r--r-- 1 ftp ftp 19 Jan 01 2024 remote.dat\r\n");
   });
-  return service;
+  return server;
 }
 
-template <const char* kFile>
-Pieces ViewFile(Stage& stage) {
-  const std::string file = stage.native(kFile);
-  return {ExistsNative(file) ? ReadNative(file) : "none"};
-}
-constexpr char kFetched[] = "work/remote.dat";
-constexpr char kStored[] = "stored";
-
-// One work on a new connection.
-template <auto kWork>
-Report OverFtp(Stage& stage) {
-  const CString folder = stage.WorkPath();
-  CFtp ftp;
-  stage.Made();
-  const bool is_done = ftp.FtpConnect(L"127.0.0.1", L"user", L"password", 2000) == 1 &&
-                       kWork(ftp, folder.c_str()) == 1;
-  ftp.FtpDisConnect();
-  return Reports(is_done);
+Pieces ViewFiles(Stage& stage) {
+  return {ViewFile(stage.native("stored"))[0], ViewFile(stage.native("work/remote.dat"))[0]};
 }
 
-constexpr auto kPut = [](CFtp& ftp, const wchar_t* at) { return ftp.FtpPut(at, L"job.xml"); };
-constexpr auto kGet = [](CFtp& ftp, const wchar_t* at) { return ftp.FtpGet(at, L"remote.dat"); };
-constexpr auto kPutAndVerify = [](CFtp& ftp, const wchar_t* at) {
-  return ftp.FtpPutAndVerify(at, L"job.xml", 1);
-};
-constexpr auto kFindSize = [](CFtp& ftp, const wchar_t*) {
-  return ftp.FtpChangeCurrentDirectory(L"there") == 1 &&
-         ftp.FtpSizeVerifyFindFirst(nullptr, L"remote.dat", 19) == 1;
-};
+// A work on a new connection.
+template <class Work>
+Operation OverFtp(const char* name, Work work) {
+  const auto run = [work](Stage& stage) {
+    CFtp ftp;
+    stage.Made();
+    const bool is_done = ftp.FtpConnect(L"127.0.0.1", L"user", L"password", 2000) == 1 &&
+                         work(ftp, stage.work.c_str()) == 1;
+    ftp.FtpDisConnect();
+    return Reports(is_done);
+  };
+  return {name, HoldFile, run, ViewFiles, {}, ServeFtp};
+}
 
 // ---- Shared printer ----
 
@@ -81,24 +64,18 @@ std::shared_ptr<void> ServePrinter(Stage& stage) {
   return server;
 }
 
-template <auto kWork>
-Report OverChannel(Stage& stage) {
-  const CString path = stage.WorkPath(L"job.xml");
-  CSharedPrinterCommunication channel(L"localhost", stage.port, 1000, 1);
-  stage.Made();
-  return Reports(kWork(channel, path));
-}
-
 using Channel = CSharedPrinterCommunication;
-constexpr auto kSend = [](Channel& channel, const CString& path) {
-  return channel.SendNemiInfFile(path) == 1;
-};
-constexpr auto kPrintOut = [](Channel& channel, const CString& path) {
-  return channel.SendSpoolPrintOut(path, path, path) == 1;
-};
-constexpr auto kTime = [](Channel& channel, const CString& path) {
-  return channel.GetServerTime(path).GetTime() > 0;
-};
+
+template <class Work>
+Operation OverChannel(const char* name, Work work) {
+  const auto run = [work](Stage& stage) {
+    const CString path = stage.work + L"\\job.xml";
+    Channel channel(L"localhost", stage.port, 1000, 1);
+    stage.Made();
+    return Reports(work(channel, path));
+  };
+  return {name, HoldFile, run, nullptr, {}, ServePrinter};
+}
 
 // ---- DNS ----
 
@@ -125,13 +102,6 @@ struct DnsService {
 std::shared_ptr<void> ServeDns(Stage&) { return std::make_shared<DnsService>(); }
 
 Report FindName(Stage& stage) {
-  CString name;
-  const CString address = L"192.0.2.1";
-  stage.Made();
-  return Reports(CUtilLink::GetFQDN(address, "127.0.0.1", name) == 0, name);
-}
-
-Report ConformName(Stage& stage) {
   CString name, cache;
   std::int64_t time = 0;
   const CString address = L"192.0.2.1";
@@ -154,18 +124,24 @@ Report ListServers(Stage& stage) {
 }  // namespace
 
 std::vector<Operation> TransportOperations() {
-  const Promise ftp = {L"CFtp::", 3};
   return {
-      {"FtpPut", HoldFile, OverFtp<kPut>, ftp, ViewFile<kStored>, ServeFtp},
-      {"FtpPutAndVerify", HoldFile, OverFtp<kPutAndVerify>, ftp, ViewFile<kStored>, ServeFtp},
-      {"FtpGet", HoldFile, OverFtp<kGet>, ftp, ViewFile<kFetched>, ServeFtp},
-      {"FtpFindSize", HoldFile, OverFtp<kFindSize>, ftp, nullptr, ServeFtp},
-      {"PrinterSend", HoldFile, OverChannel<kSend>, kNoLine, nullptr, ServePrinter},
-      {"PrinterPrintOut", HoldFile, OverChannel<kPrintOut>, kNoLine, nullptr, ServePrinter},
-      {"PrinterTime", HoldFile, OverChannel<kTime>, kNoLine, nullptr, ServePrinter},
-      {"NameFind", HoldFile, FindName, kNoLine, nullptr, ServeDns},
-      {"NameConform", HoldFile, ConformName, kNoLine, nullptr, ServeDns},
-      {"NameServers", HoldFile, ListServers, {L"CUtilLink::", 5}},
+      OverFtp("FtpPut", [](CFtp& ftp, auto at) { return ftp.FtpPut(at, L"job.xml"); }),
+      OverFtp("FtpPutAndVerify",
+              [](CFtp& ftp, auto at) { return ftp.FtpPutAndVerify(at, L"job.xml", 1); }),
+      OverFtp("FtpGet", [](CFtp& ftp, auto at) { return ftp.FtpGet(at, L"remote.dat"); }),
+      OverFtp("FtpFindSize",
+              [](CFtp& ftp, auto) {
+                return ftp.FtpChangeCurrentDirectory(L"there") == 1 &&
+                       ftp.FtpSizeVerifyFindFirst(nullptr, L"remote.dat", 19) == 1;
+              }),
+      OverChannel("PrinterSend",
+                  [](Channel& it, auto& path) { return it.SendNemiInfFile(path) == 1; }),
+      OverChannel("PrinterPrintOut",
+                  [](Channel& it, auto& id) { return it.SendSpoolPrintOut(id, id, id) == 1; }),
+      OverChannel("PrinterTime",
+                  [](Channel& it, auto& path) { return it.GetServerTime(path).GetTime() > 0; }),
+      {"NameFind", nullptr, FindName, nullptr, {}, ServeDns},
+      {"NameServers", nullptr, ListServers},
   };
 }
 
