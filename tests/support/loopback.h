@@ -4,6 +4,7 @@
 #include <atomic>
 #include <cstdint>
 #include <functional>
+#include <mutex>
 #include <string>
 #include <string_view>
 #include <thread>
@@ -12,6 +13,25 @@
 #include "platform/posix/native.h"
 
 namespace vk::tq::testing {
+
+// A value that a test and a server's thread share.
+template <class T>
+class Guarded {
+ public:
+  explicit Guarded(T value = {}) : value_(std::move(value)) {}
+  void operator=(T value) {
+    const std::lock_guard lock(mutex_);
+    value_ = std::move(value);
+  }
+  T operator*() const {
+    const std::lock_guard lock(mutex_);
+    return value_;
+  }
+
+ private:
+  mutable std::mutex mutex_;
+  T value_;
+};
 
 // Ends the waits of a server's thread.
 class StopSignal {

@@ -58,13 +58,14 @@ class SharedPrinterCommunicationTest : public ProductTest {
     return path(FromUtf8(name));
   }
 
-  std::string frame_;
-  std::string answer_ = "CR010";
+  Guarded<std::string> frame_;
+  Guarded<std::string> answer_{"CR010"};
   LoopbackServer server_{[this](Peer& peer, int) {
-    frame_ = ReadFrame(peer);
+    std::string frame = ReadFrame(peer);
     char byte = 0;
-    if (recv(peer.get(), &byte, 1, MSG_DONTWAIT) > 0) frame_ += "and more than was announced";
-    peer.Write(answer_);
+    if (recv(peer.get(), &byte, 1, MSG_DONTWAIT) > 0) frame += "and more than was announced";
+    frame_ = frame;
+    peer.Write(*answer_);
   }};
 };
 
@@ -84,11 +85,11 @@ TEST_F(SharedPrinterCommunicationTest, DeliversAFileAsItIsStored) {
     log_.Clear();
     EXPECT_EQ(Channel().SendNemiInfFile(path), 1) << file;
     EXPECT_EQ(log_.texts(), kConnectLines);
-    EXPECT_EQ(frame_, "CS01" + BigEndian(31) + Filled(name, 26) + contents) << file;
+    EXPECT_EQ(*frame_, "CS01" + BigEndian(31) + Filled(name, 26) + contents) << file;
   }
   // A native path, and more in the file than its size says, as if it had grown.
   EXPECT_EQ(Channel().SendNemiInfFile(L"/proc/self/status"), 1);
-  EXPECT_EQ(frame_, "CS01" + BigEndian(26) + Filled("status", 26));
+  EXPECT_EQ(*frame_, "CS01" + BigEndian(26) + Filled("status", 26));
 }
 
 TEST_F(SharedPrinterCommunicationTest, FileThatCannotBeReadMakesNoConnection) {
@@ -154,7 +155,7 @@ TEST_F(SharedPrinterCommunicationTest, PrintOutRequestCarriesTheTextAndAsManyZer
       "<JobId>a&b%s</JobId><ClientName>\x87\x40</ClientName><PrintMode>OUTPUT</PrintMode>"
       "</QTL></Velkorandia>";
   const std::size_t size = 2 * text.size();
-  EXPECT_EQ(frame_, "CS06" + BigEndian(size) + Filled(text, size));
+  EXPECT_EQ(*frame_, "CS06" + BigEndian(size) + Filled(text, size));
 }
 
 // server_times.txt has a time zone of the client, what the server's text means there, and that text.
@@ -170,7 +171,7 @@ TEST_F(SharedPrinterCommunicationTest, TimeIsTheServersTextAndNineHours) {
     EXPECT_EQ(Channel(5).GetServerTime(L"not read").GetTime(), expected) << text;
     EXPECT_EQ(log_.texts(3).back(), TimeLine(text));
   }
-  EXPECT_EQ(frame_, std::string("CS02\0\0\0\1", 8));
+  EXPECT_EQ(*frame_, std::string("CS02\0\0\0\1", 8));
 }
 
 // What announces too much, ends, or does not go on.

@@ -33,9 +33,9 @@ class UtilLinkTest : public ProductTest {
   ConfiguredMachine machine_;
   ScopedMachine use_machine_{machine_};
   ScopedDnsWait wait_{std::chrono::milliseconds(5000)};
-  Reply reply_;  // to every question
+  Guarded<Reply> reply_;  // to every question
   DnsPeer peer_{
-      [this](const std::string& question, bool) { return std::vector{reply_.To(question)}; }};
+      [this](const std::string& question, bool) { return std::vector{(*reply_).To(question)}; }};
   ScopedServicePort port_{Service::kDns, peer_.port()};
 };
 
@@ -69,8 +69,8 @@ TEST_F(UtilLinkTest, AnAddressBecomesItsNameAndStaysInTheCacheForItsLife) {
   std::string told;
   for (const auto& c : cases) {
     machine_.servers = c.servers;
-    reply_ = {.code = c.host == nullptr ? 3 : 0};
-    if (c.host != nullptr) reply_.records = {PackRecord(kAskedName, kPtr, PackName(c.host))};
+    reply_ = c.host == nullptr ? Reply{.code = 3}
+                               : Reply{.records = {PackRecord(kAskedName, kPtr, PackName(c.host))}};
     std::wstring name = L"old";
     std::wstring cache = c.cache;
     std::int64_t time = clock_.now - c.age;
