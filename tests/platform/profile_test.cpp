@@ -7,7 +7,6 @@
 
 #include "platform/error.h"
 #include "platform/posix/native.h"
-#include "platform/posix/spare_copy.h"
 #include "support/json.h"
 #include "support/test_support.h"
 
@@ -91,15 +90,10 @@ TEST_F(ProfileTest, AChangeKeepsEveryOtherByte) {
   for (const auto& [before, section, after] : cases) {
     EXPECT_EQ(after, Changed(before, section, L"new"));
   }
-}
-
-// The second byte of 0x83 0x5C is a backslash elsewhere; ② is one of the characters that only code
-// page 932 has.
-TEST_F(ProfileTest, AFileKeepsItsCodePage) {
+  // The second byte of 0x83 0x5C is a backslash elsewhere.
   const ScopedEnvironment japanese("TQ_ANSI_CODEPAGE", "932");
   EXPECT_EQ("[\x83\x5C]\r\nk=\x87\x41\r\n\x83\x5C=\x81\x60\r\n",
             Changed("[\x83\x5C]\r\nk=\x87\x40\r\n\x83\x5C=\x81\x60\r\n", L"ソ", L"②"));
-  EXPECT_EQ(L"～", Get(L"ソ", L"ソ"));
 }
 
 TEST_F(ProfileTest, ManyChangesAreOneWrite) {
@@ -123,21 +117,6 @@ TEST_F(ProfileTest, AWriterWaitsAReaderNotForEver) {
   ASSERT_TRUE(SetFileLock(file.get(), F_UNLCK));
   EXPECT_EQ(0, writer.Wait());
   EXPECT_EQ("[A]\ny=1\nx=2\n", Bytes());
-}
-
-// A writer that was killed leaves a second copy behind the text.
-TEST_F(ProfileTest, ACopyStandsForTheTextWhenItIsWhole) {
-  const std::string rest(5'004, ';');
-  const std::string old_text = "[A]\nx=1\n" + rest;
-  for (const std::size_t missing : {0U, 1U}) {
-    Write(old_text);
-    const FileDescriptor file(open(native_.c_str(), O_RDWR));
-    ASSERT_TRUE(internal::AppendSpareCopy(file.get(), old_text.size(), "[A]\nx=2\n", 8));
-    Write(Bytes().substr(0, Bytes().size() - missing));
-    EXPECT_EQ(missing == 0 ? L"2" : L"1", Get(L"A", L"x"));
-    EXPECT_TRUE(Set(L"A", L"x", L"3"));
-    EXPECT_EQ("[A]\nx=3\n" + (missing == 0 ? "" : rest), Bytes());
-  }
 }
 
 }  // namespace

