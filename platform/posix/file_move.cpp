@@ -50,18 +50,19 @@ bool CopyContents(int source, int copy) {
   }
 }
 
-// Removes the old name behind a copy. When another process has moved, removed or replaced the file
-// meanwhile, the copy goes again: one file must not become two, and a new one is not this one's.
-bool RemoveSource(const std::string& from, const struct stat& source, const std::string& to) {
+// Why a name no longer stands for the file that is being moved, or 0: another process may have moved,
+// removed or replaced it.
+int ErrnoOfName(const std::string& name, const struct stat& file) {
   struct stat named {};
-  int error = 0;
-  if (lstat(from.c_str(), &named) != 0) {
-    error = errno;
-  } else if (!IsSameFile(named, source)) {
-    error = ENOENT;
-  } else if (unlink(from.c_str()) != 0) {
-    error = errno;
-  }
+  if (lstat(name.c_str(), &named) != 0) return errno;
+  return IsSameFile(named, file) ? 0 : ENOENT;
+}
+
+// Removes the old name behind a copy. When it no longer stands for the file, the copy goes again: one
+// file must not become two, and a new one is not this one's.
+bool RemoveSource(const std::string& from, const struct stat& source, const std::string& to) {
+  int error = ErrnoOfName(from, source);
+  if (error == 0 && unlink(from.c_str()) != 0) error = errno;
   if (error == ENOENT) unlink(to.c_str());
   return error == 0 || Fail(ErrorFromErrno(error));
 }
@@ -77,17 +78,20 @@ bool MoveByCopy(const std::string& from, const std::string& to) {
   struct stat info {};
   if (fstat(source.get(), &info) != 0) return FailWithErrno();
   if (!S_ISREG(info.st_mode)) return Fail(kErrorAccessDenied);
-  // Moved or removed while somebody else had the lock.
-  if (info.st_nlink == 0) return Fail(kErrorFileNotFound);
   // Asked for beforehand: when the old name cannot go, there had better be no second file.
   if (faccessat(AT_FDCWD, ParentOf(from).c_str(), W_OK | X_OK, AT_EACCESS) != 0) {
     return FailWithErrno();
   }
   HiddenFile copy(to);  // for the calling user alone
-  return copy.Make(0600) && CopyContents(source.get(), copy.descriptor()) &&
-         CopyAttributes(source.get(), copy.descriptor(), info) &&
-         (fsync(copy.descriptor()) == 0 || FailWithErrno()) && copy.PutInPlace() &&
-         (FlushFolder(ParentOf(to)) || FailWithErrno()) && RemoveSource(from, info, to);
+  if (!copy.Make(0600) || !CopyContents(source.get(), copy.descriptor()) ||
+      !CopyAttributes(source.get(), copy.descriptor(), info)) {
+    return false;
+  }
+  if (fsync(copy.descriptor()) != 0) return FailWithErrno();
+  // What is gone meanwhile must not replace another file.
+  if (const int error = ErrnoOfName(from, info)) return Fail(ErrorFromErrno(error));
+  return copy.PutInPlace() && (FlushFolder(ParentOf(to)) || FailWithErrno()) &&
+         RemoveSource(from, info, to);
 }
 
 // rename(2) does nothing when both names are links to one file: the old one is still to go.

@@ -87,6 +87,12 @@ class FaultTest : public Stage,
   void Write(const LogRecord& record) override {
     const Calm calm;
     lines_.push_back({record.level, record.number, std::wstring(record.function), L""});
+    // Who writes a record is not to wait for a line of the log.
+    for (const auto& entry : fs::directory_iterator("/proc/self/fd")) {
+      std::error_code closed;
+      const std::string file = fs::read_symlink(entry.path(), closed).string();
+      EXPECT_FALSE(file.starts_with(native("jobs/"))) << file << " is open while a line is written";
+    }
   }
   void Write(unsigned long, std::wstring_view message, bool) override {
     const Calm calm;

@@ -89,9 +89,8 @@ TEST_F(MeanwhileTest, AMovedFileIsOneFile) {
   };
   Interleave(
       prepare, move, [this] { return Move("from/a", "to/c"); }, expect_one);
-  Interleave(
-      prepare, move, [this] { return std::filesystem::remove(temp_.native("from/a")); },
-      expect_one);
+  const auto remove = [this] { return std::filesystem::remove(temp_.native("from/a")); };
+  Interleave(prepare, move, remove, expect_one);
   const auto replace = [this] {
     std::filesystem::rename(temp_.native("from/b"), temp_.native("from/a"));
     return true;
@@ -102,6 +101,16 @@ TEST_F(MeanwhileTest, AMovedFileIsOneFile) {
                EXPECT_EQ("b", ReadNative(temp_.native(is_there ? "from/a" : "to/a")));
              },
              {&kOpen, &kRead, &kWrite, &kLock, &kFlush});
+  // What is gone before its copy is whole replaces no other file.
+  const auto prepare_target = [this] {
+    Prepare();
+    WriteNative(temp_.native("to/a"), "old");
+  };
+  for (const Act& other : {Act(remove), Act(replace)}) {
+    Interleave(prepare_target, move, other,
+               [this](bool, bool) { EXPECT_EQ("old", ReadNative(temp_.native("to/a"))); },
+               {&kLock, &kRead, &kWrite});
+  }
 }
 
 TEST_F(MeanwhileTest, TheSettingsOfBothStay) {
