@@ -14,18 +14,20 @@
 #include "platform/path.h"
 #include "platform/profile.h"
 #include "platform/stdio_file.h"
+#include "platform/text.h"
 #include "support/test_support.h"
 
 namespace vk::tq::testing {
 namespace {
 
 namespace fs = std::filesystem;
+using namespace std::string_literals;
 using ::testing::ElementsAre;
 using FileTest = ProductTest;
-using WideNames = std::vector<std::wstring>;
+using WideTexts = std::vector<std::wstring>;
 
-WideNames Names(const std::optional<std::vector<FoundFile>>& files) {
-  WideNames names;
+WideTexts Names(const std::optional<std::vector<FoundFile>>& files) {
+  WideTexts names;
   for (const FoundFile& file : files.value()) names.push_back(file.name);
   return names;
 }
@@ -123,10 +125,10 @@ TEST_F(FileTest, AFamilyIsFoundToTheLetterAndAPatternAsOnWindows) {
     WriteNative(native("in/" + std::string(name)), "");
   }
   fs::create_directory(native("in/J.001"));
-  EXPECT_EQ((WideNames{L"J.096", L"J.aa", L"J.dat", L"J.001"}), Names(FindFamily(path(L"in\\J"))));
-  EXPECT_EQ(WideNames{L"J*.001"}, Names(FindFamily(path(L"in\\J*"))));
+  EXPECT_EQ((WideTexts{L"J.096", L"J.aa", L"J.dat", L"J.001"}), Names(FindFamily(path(L"in\\J"))));
+  EXPECT_EQ(WideTexts{L"J*.001"}, Names(FindFamily(path(L"in\\J*"))));
   EXPECT_FALSE(FindFamily(path(L"in\\"))) << "no name, no family";
-  EXPECT_EQ(WideNames{L"Ｆ.txt"}, Names(FindFiles(path(L"in"), L"ｆ.T?*")));
+  EXPECT_EQ(WideTexts{L"Ｆ.txt"}, Names(FindFiles(path(L"in"), L"ｆ.T?*")));
   EXPECT_EQ(11U, FindFiles(path(L"in"), L"*.*")->size()) << "with a point or without";
 }
 
@@ -250,6 +252,52 @@ TEST_F(FileMoveTest, ACopyWaitsForWhoWritesOrMoves) {
   EXPECT_THAT(results, ::testing::UnorderedElementsAre(0, 2));
   EXPECT_THAT(Targets(), ElementsAre("job.xml"));
   EXPECT_EQ(half + half, ReadNative(to_));
+}
+
+// Text files, line by line.
+class StdioFileTest : public ProductTest {
+ protected:
+  WideTexts Lines(std::string_view bytes) {
+    WriteNative(native("f.txt"), bytes);
+    CStdioFile file;
+    EXPECT_TRUE(file.Open(path(L"f.txt").c_str(), CStdioFile::modeRead));
+    WideTexts lines;
+    for (CString line; file.ReadString(line);) lines.push_back(line);
+    return lines;
+  }
+};
+
+std::string Utf16Le(std::wstring_view text) { return *EncodeText(kCodePageUtf16Le, text); }
+
+TEST_F(StdioFileTest, LinesEndAtALineFeedAndTheMarkTellsTheEncoding) {
+  EXPECT_EQ(Lines("a\rb\r\r\nc\r"), (WideTexts{L"a\rb\r", L"c"}));
+  EXPECT_EQ(Lines("a\0b\n\0"s), (WideTexts{{L'a', 0, L'b'}, {L'\0'}}));
+  EXPECT_EQ(Lines("\xEF\xBB\xBF\u30C8\xFF\n\u30EC"), (WideTexts{L"ト\uFFFD", L"レ"}));
+  // The second character of the UTF-16 text holds the byte of a line feed.
+  EXPECT_EQ(Lines("\xFF\xFE" + Utf16Le(L"ト\u0A30\u300A𠮷\r\nレ\n") + "b"),
+            (WideTexts{L"ト\u0A30\u300A𠮷", L"レ", L"\uFFFD"}));
+  // Lines and characters that lie across the boundaries of what is read at once.
+  const std::wstring line = std::wstring(65'534, L'x') + L"ト\u300A";
+  const std::wstring text = line + L"\r\n" + line + L"\n";
+  EXPECT_EQ(Lines(ToUtf8(text)), (WideTexts{line, line}));
+  EXPECT_EQ(Lines("\xFF\xFE" + Utf16Le(text)), (WideTexts{line, line}));
+  const ScopedEnvironment page("TQ_ANSI_CODEPAGE", "932");
+  EXPECT_EQ(Lines("\x83\x67\x83\x8C\x83\x43\n\x95\x5C"), (WideTexts{L"トレイ", L"表"}));
+}
+
+TEST_F(StdioFileTest, WritesBehindTheEndInTheFormOfTheFile) {
+  for (const std::string old : {"a", "\xFF\xFE", ""}) {
+    WriteNative(native("f.txt"), old);
+    CStdioFile file;
+    EXPECT_TRUE(file.Open(path(L"f.txt").c_str(), CStdioFile::modeWrite));
+    EXPECT_TRUE(file.WriteString(L"ト\n"));
+    const std::string text = old == "\xFF\xFE" ? Utf16Le(L"ト\r\n") : "\u30C8\r\n";
+    EXPECT_EQ(ReadNative(native("f.txt")), old + text);
+  }
+  // Creating belongs to writing: reading must not empty a file.
+  CStdioFile file;
+  EXPECT_TRUE(file.Open(path(L"f.txt").c_str(), CStdioFile::modeRead | CStdioFile::modeCreate));
+  EXPECT_EQ(ReadNative(native("f.txt")), "\u30C8\r\n");
 }
 
 }  // namespace

@@ -46,17 +46,15 @@ TEST(TextTest, Utf8InBothDirections) {
 // Long runs are converted by groups of characters: whatever stands among them must come out as it
 // does alone.
 TEST(TextTest, Utf8OfLongRuns) {
-  const char* const odd_bytes[] = {"\x7F",         "\xC2\x80",         "\xDF\xBF", "\xE0\xA0\x80",
-                                   "\xEE\x80\x80", "\xF0\x90\x80\x80", "\x80",     "\xE3\x81",
-                                   "\xED\xA0\x80", "\xE0\x9F\xBF"};
+  const char* const odd_bytes[] = {"\x7F", "\xC2\x80", "\xEE\x80\x80", "\xF0\x90\x80\x80",
+                                   "\x80", "\xE3\x81", "\xED\xA0\x80"};
   for (const wchar_t usual : {L'a', L'あ'}) {
     const std::string run = Encode(kCodePageUtf8, std::wstring(150, usual));
     for (const char* odd : odd_bytes) {
       for (std::size_t at = 0; at <= run.size(); ++at) {
         const std::string bytes = std::string(run).insert(at, odd);
-        std::wstring text = DecodePieces(bytes, 1);
+        const std::wstring text = DecodePieces(bytes, 1);
         ASSERT_EQ(text, DecodePieces(bytes, 100)) << ToHex(bytes);
-        text.insert(at * 150 / run.size(), 1, wchar_t{0xD800});
         std::string encoded;
         for (const wchar_t c : text) encoded += Encode(kCodePageUtf8, {&c, 1});
         ASSERT_EQ(encoded, Encode(kCodePageUtf8, text)) << ToHex(bytes);
