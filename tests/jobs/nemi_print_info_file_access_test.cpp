@@ -13,13 +13,9 @@ namespace vk::tq::testing {
 namespace {
 
 namespace fs = std::filesystem;
-using ::testing::ElementsAre;
-using Lines = std::vector<LogLine>;
 
 constexpr wchar_t kLock[] = L"KITORA_QTL_JOB_INFO_NEMI";
-constexpr wchar_t kNoPath[] = L"ネミ印刷情報ファイルへのパスが未設定です。";
-constexpr wchar_t kNoFile[] = L"ネミ印刷情報ファイルが存在しません。";
-constexpr wchar_t kNoLock[] = L"ネミ印刷情報ファイルへのロックが取得できませんでした。";
+constexpr char kRecord[] = "nemi_print_info_log.txt";
 
 #define TQ(name) {L## #name, &NEMI_INF_FILE::name},
 // clang-format off
@@ -46,12 +42,6 @@ NEMI_INF_FILE FullRecord() {
   return record;
 }
 
-LogLine Line(int number, const wchar_t* operation, const CString& text,
-             std::optional<int> code = {}) {
-  return {5, number, CString(L"CNemiPrintInfoFileAccess::") + operation, text, {}, code};
-}
-const LogLine kTimeout = Line(100908, L"GetMutex", kNoLock);
-
 class NemiPrintInfoFileAccessTest : public ProductTest {
  protected:
   NemiPrintInfoFileAccessTest() {
@@ -67,13 +57,6 @@ class NemiPrintInfoFileAccessTest : public ProductTest {
     file.SetNemiInfData(record);
     ASSERT_EQ(1, file.WriteAll());
   }
-
-  // An operation's result, and every line that it left.
-  void Expect(int expected, const Lines& lines, int result) {
-    EXPECT_EQ(expected, result);
-    EXPECT_EQ(lines, log_.lines());
-    log_.Clear();
-  }
 };
 
 TEST_F(NemiPrintInfoFileAccessTest, WhatIsWrittenReadsBackButForTwoFields) {
@@ -82,7 +65,8 @@ TEST_F(NemiPrintInfoFileAccessTest, WhatIsWrittenReadsBackButForTwoFields) {
   CNemiPrintInfoFileAccess reader(Job().c_str());
   reader.GetNemiInfData().NUpName = expected.NUpName = L"kept";
   expected.FilePath = Job();
-  Expect(1, {}, reader.ReadAll());
+  EXPECT_EQ(1, reader.ReadAll());
+  EXPECT_THAT(log_.lines(), ::testing::IsEmpty());
   EXPECT_EQ(expected, reader.GetNemiInfData());
   CStringArray names;
   CStringArray texts;
@@ -111,53 +95,38 @@ TEST_F(NemiPrintInfoFileAccessTest, WhatIsWrittenReadsBackButForTwoFields) {
 TEST_F(NemiPrintInfoFileAccessTest, FailuresChangeNeitherTheRecordNorTheFile) {
   Write(FullRecord());
   const std::string before = ReadNative(native("jobs/job.xml"));
-  const auto code = static_cast<int>(kErrorAccessDenied);
   // A directory is no text, cannot be removed as a file, and is not replaced.
   CNemiPrintInfoFileAccess directory(path(L"jobs").c_str());
-  Expect(0, {Line(100902, L"ReadAll", L"ネミ印刷情報ファイルの復号化に失敗しました。")},
-         directory.ReadAll());
-  const wchar_t* const removing = L"ネミ印刷情報ファイルの削除処理で予期せぬエラーが発生しました。";
-  Expect(0, {Line(100910, L"Delete", removing, code)}, directory.Delete(0));
+  Tell(directory.ReadAll());
+  Tell(directory.Delete(0));
   CNemiPrintInfoFileAccess file(Job().c_str());
   fs::create_directories(native("sent/job.xml"));
-  Expect(0,
-         {Line(101006, L"Move", L"ネミ印刷情報ファイルの移動に失敗しました。", code),
-          Line(101006, L"Move", L"移動元[" + Job() + L"]"),
-          Line(101006, L"Move", L"移動先[" + Sent() + L"\\job.xml]")},
-         file.Move(Sent().c_str()));
-
+  Tell(file.Move(Sent().c_str()));
   file.GetNemiInfData().Comment = L"\x1";  // no character of XML
-  EXPECT_EQ(0, file.WriteAll());
+  Tell(file.WriteAll());
   file.GetNemiInfData().Comment = L"new";
   WriteKeyFile(std::string(34, 'k'));
   SetLastError(4711);
-  EXPECT_EQ(0, file.WriteAll() + file.ReadAll());
-  const wchar_t* const writing = L"ネミ印刷情報ファイルの保存処理で予期せぬエラーが発生しました。";
-  const wchar_t* const reading =
-      L"ネミ印刷情報ファイルの読み込み処理で予期せぬエラーが発生しました。";
-  EXPECT_THAT(log_.lines(5),
-              ElementsAre(Line(100822, L"WriteAll", L"ネミ情報の書き込みに失敗しました。"),
-                          Line(101007, L"WriteAll", writing, 4711),
-                          Line(100909, L"ReadAll", reading, 4711)));
+  Tell(file.WriteAll() + file.ReadAll());
+  EXPECT_EQ(told_, Recorded(kRecord));
   EXPECT_EQ(L"new", file.GetNemiInfData().Comment);
   EXPECT_EQ(before, ReadNative(native("jobs/job.xml")));
 }
 
 TEST_F(NemiPrintInfoFileAccessTest, AMissingPathOrFileIsTold) {
   CNemiPrintInfoFileAccess file(Job().c_str());
-  Expect(0, {}, file.IsExist());
-  Expect(0, {Line(100903, L"ReadAll", kNoFile)}, file.ReadAll());
-  Expect(1, {Line(100905, L"Delete", kNoFile)}, file.Delete(0));
-  Expect(0, {Line(101001, L"Move", kNoFile)}, file.Move(Sent().c_str()));
-  const LogLine no_folder = Line(101013, L"Move", L"移動先フォルダが存在しません。");
-  Expect(0, {no_folder}, file.Move(nullptr));
-
+  Tell(file.IsExist());
+  Tell(file.ReadAll());
+  Tell(file.Delete(0));
+  Tell(file.Move(Sent().c_str()));
+  Tell(file.Move(nullptr));
   const LockHolder holder(kLock);  // no lock is asked for without a path
   CNemiPrintInfoFileAccess nothing(nullptr);
-  Expect(0, {Line(100911, L"ReadAll", kNoPath)}, nothing.ReadAll());
-  Expect(0, {Line(101012, L"WriteAll", kNoPath)}, nothing.WriteAll());
-  Expect(0, {Line(100912, L"Delete", kNoPath)}, nothing.Delete(3));
-  Expect(0, {Line(101013, L"Move", kNoPath)}, nothing.Move(L""));
+  Tell(nothing.ReadAll());
+  Tell(nothing.WriteAll());
+  Tell(nothing.Delete(3));
+  Tell(nothing.Move(L""));
+  EXPECT_EQ(told_, Recorded(kRecord));
 }
 
 TEST_F(NemiPrintInfoFileAccessTest, MoveGivesTheFileTheExtensionXmlAndReplaces) {
@@ -168,35 +137,28 @@ TEST_F(NemiPrintInfoFileAccessTest, MoveGivesTheFileTheExtensionXmlAndReplaces) 
     WriteNative(native("jobs/" + name), name);
     // A path of this machine is taken as well.
     CNemiPrintInfoFileAccess file(FromUtf8(native("jobs/" + name)).c_str());
-    Expect(1, {}, file.Move(FromUtf8(native("sent")).c_str()));
+    EXPECT_EQ(1, file.Move(FromUtf8(native("sent")).c_str()));
     EXPECT_EQ(0, file.IsExist()) << "the object still names the old place";
     EXPECT_EQ(name, ReadNative(native("sent/" + target)));
   }
   EXPECT_EQ(3U, ListNative(native("sent")).size());
-  Expect(1, {}, CNemiPrintInfoFileAccess(path(L"sent\\job.xml").c_str()).Delete(0));
+  EXPECT_EQ(1, CNemiPrintInfoFileAccess(path(L"sent\\job.xml").c_str()).Delete(0));
   EXPECT_FALSE(ExistsNative(native("sent/job.xml")));
+  EXPECT_THAT(log_.lines(), ::testing::IsEmpty());
 }
 
 TEST_F(NemiPrintInfoFileAccessTest, AHeldLockFailsEveryOperationUntilItIsFree) {
   Write(FullRecord());
   const std::string before = ReadNative(native("jobs/job.xml"));
-  const LogLine test = Line(100920, L"IsExist", kNoLock);
   LockHolder holder(kLock);
   const ScopedLockTimeout timeout(20);
   CNemiPrintInfoFileAccess file(Job().c_str());
-  Expect(1, {kTimeout, test}, file.IsExist());
-  Expect(0, {kTimeout, test, kTimeout, Line(100904, L"ReadAll", kNoLock)}, file.ReadAll());
-  Expect(0, {kTimeout, Line(101002, L"WriteAll", kNoLock)}, file.WriteAll());
-  Expect(0,
-         {kTimeout, Line(100921, L"IsExist", kNoLock), kTimeout, test, kTimeout,
-          Line(101002, L"Move", kNoLock)},
-         file.Move(Sent().c_str()));
-  for (const auto& [retry, attempts] : {std::pair{INT_MIN, 1U}, {0, 1U}, {4, 5U}}) {
-    Lines lines = {kTimeout, test};
-    lines.resize(2 + attempts, kTimeout);
-    lines.push_back(Line(100906, L"Delete", kNoLock));
-    Expect(0, lines, file.Delete(retry));
-  }
+  Tell(file.IsExist());
+  Tell(file.ReadAll());
+  Tell(file.WriteAll());
+  Tell(file.Move(Sent().c_str()));
+  for (const int retry : {INT_MIN, 0, 4}) Tell(file.Delete(retry));
+  EXPECT_EQ(told_, Recorded(kRecord));
   EXPECT_EQ(before, ReadNative(native("jobs/job.xml")));
   std::thread release([&] {
     std::this_thread::sleep_for(std::chrono::milliseconds(100));

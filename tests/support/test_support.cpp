@@ -170,6 +170,25 @@ std::wstring ProductTest::product_path(std::wstring_view name) const {
   return PathFromNative(product_native(ToUtf8(name)));
 }
 
+void ProductTest::Tell(int result) {
+  std::wstring lines = std::to_wstring(result) + L"\n";
+  for (const std::string& text : log_.texts()) lines += FromUtf8(text) + L"\n";
+  for (const Event& event : log_.events()) {
+    lines += L"event " + FromUtf8(::testing::PrintToString(event)) + L"\n";
+  }
+  ReplaceAll(lines, temp_.path(), L"<folder>");
+  told_ += ToUtf8(lines);
+  log_.Clear();
+}
+
+std::string ProductTest::Recorded(const std::string& file) {
+  const std::string all = ReadNative(TQ_TEST_DATA "/" + file) + "== ";
+  const ::testing::TestInfo& test = *::testing::UnitTest::GetInstance()->current_test_info();
+  const std::string title = std::string("== ") + test.name() + "\n";
+  const std::size_t start = all.find(title) + title.size();
+  return all.substr(start, all.find("== ", start) - start);
+}
+
 static void SetEnvironment(const std::string& name, const char* value) {
   value != nullptr ? setenv(name.c_str(), value, 1) : unsetenv(name.c_str());
 }

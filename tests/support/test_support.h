@@ -113,9 +113,15 @@ class ProductTest : public ::testing::Test {
   std::string native(std::string_view name) const { return temp_.native(name); }
   std::wstring path(std::wstring_view name) const { return temp_.path(name); }
 
+  // Adds an operation's result, lines and events to what the test tells, <folder> for its folder.
+  void Tell(int result);
+  // What it has to tell: the section "== Test" of a file in tests/data.
+  static std::string Recorded(const std::string& file);
+
   ScopedMutexNamespace mutexes_;
   TempFolder temp_;
   LogRecorder log_;
+  std::string told_;
 };
 
 // Sets an environment variable for a scope; null unsets it.
