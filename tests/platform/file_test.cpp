@@ -37,15 +37,14 @@ TEST_F(FileTest, AReadFollowsLinksOfTheCallerAlone) {
   fs::create_symlink("secret", native("own"));
   fs::create_symlink("own", native("twice"));
   // As bytes, as an INI file, and as lines.
-  const auto read = [&](const std::wstring& link) {
-    const std::wstring value = Profile(link).GetString(L"s", L"k", L"", 10);
-    const bool has_lines = CStdioFile().Open(link.c_str(), CStdioFile::modeRead);
-    return std::tuple(ReadFile(link).has_value(), value, has_lines);
+  const auto read = [link = path(L"twice")] {
+    return std::tuple(ReadFile(link).has_value(), Profile(link).GetString(L"s", L"k", L"", 10),
+                      CStdioFile().Open(link.c_str(), CStdioFile::modeRead));
   };
-  EXPECT_EQ(read(path(L"twice")), std::tuple(true, L"precious", true));
+  EXPECT_EQ(read(), std::tuple(true, L"precious", true));
   if (getuid() != 0) GTEST_SKIP() << "another user's link takes root to make";
   ASSERT_EQ(0, lchown(native("own").c_str(), 65534, 65534));
-  EXPECT_EQ(read(path(L"twice")), std::tuple(false, L"", false));
+  EXPECT_EQ(read(), std::tuple(false, L"", false));
   EXPECT_EQ(5U, GetLastError());
 }
 
@@ -87,7 +86,8 @@ TEST_F(FileTest, ContentsOfManyPagesAreTheOldOrTheNew) {
   }
 }
 
-TEST_F(FileTest, AWriterWaitsForAReaderAndWritesNoFileThatIsGone) {
+// And a writer that has waited writes no file that is gone meanwhile.
+TEST_F(FileTest, AReaderDoesNotStopAWriterForEver) {
   WriteNative(native("file"), "old");
   std::optional<InputFile> reader(std::in_place);
   ASSERT_TRUE(reader->Open(path(L"file")));
@@ -98,13 +98,9 @@ TEST_F(FileTest, AWriterWaitsForAReaderAndWritesNoFileThatIsGone) {
   reader.reset();
   writer.join();
   EXPECT_EQ("new", ReadNative(native("file")));
-}
-
-TEST_F(FileTest, AReaderDoesNotStopAWriterForEver) {
-  WriteNative(native("file"), "old");
-  const FileDescriptor reader(open(native("file").c_str(), O_RDONLY | O_CLOEXEC));
-  ASSERT_TRUE(SetFileLock(reader.get(), F_RDLCK));
-  EXPECT_TRUE(WriteFileInPlace(path(L"file"), "new", 3));
+  const FileDescriptor file(open(native("file").c_str(), O_RDONLY | O_CLOEXEC));
+  ASSERT_TRUE(SetFileLock(file.get(), F_RDLCK));
+  EXPECT_TRUE(WriteFileInPlace(path(L"file"), "newer", 5));
 }
 
 TEST_F(FileTest, AReaderThatDoesNotGetTheLockNeverFindsNothing) {
@@ -298,6 +294,45 @@ TEST_F(StdioFileTest, WritesBehindTheEndInTheFormOfTheFile) {
   CStdioFile file;
   EXPECT_TRUE(file.Open(path(L"f.txt").c_str(), CStdioFile::modeRead | CStdioFile::modeCreate));
   EXPECT_EQ(ReadNative(native("f.txt")), "\u30C8\r\n");
+}
+
+// The file is settled at the first line of a process.
+class LogOutputTest : public ::testing::Test {
+ protected:
+  TempFolder temp_;
+  std::string native_ = temp_.native("program.log");
+  ScopedEnvironment file_{"TQ_LOG_FILE", native_.c_str()};
+};
+
+// The file is the one of that name, whatever has become of an older one and of the program's folder.
+TEST_F(LogOutputTest, ALineTellsTimeProcessThreadAndLevel) {
+  if (!HasOwnProcess()) return;
+  AppendProgramLog(2, L"old");
+  fs::rename(native_, temp_.native("program.log.1"));
+  fs::current_path("/");
+  // In text that steers no terminal.
+  const std::wstring controls(L"\0\x1B\x7F\x80\x85\x9F\u2028\u2029", 8);
+  AppendProgramLog(5, L"日本\r\n\t" + controls + L"\xA0。|");
+  AppendProgramLog(5, L"x");
+  EXPECT_THAT(
+      ReadNative(native_),
+      ::testing::MatchesRegex("[0-9]{4}-[0-9]{2}-[0-9]{2}T[0-9]{2}:[0-9]{2}:[0-9]{2}\\.[0-9]{3}Z "
+                              "[0-9]+:[0-9]+ 5 日本\\\\r\\\\n\t\\?{8}\xC2\xA0。\\|\n.* 5 x\n"));
+}
+
+TEST_F(LogOutputTest, WhatSomebodyPlantedIsLeftAlone) {
+  if (!HasOwnProcess()) return;
+  const std::string victim = temp_.native("victim");
+  WriteNative(victim, "");
+  const std::function<void()> plants[] = {
+      [&] { fs::create_symlink(victim, native_); }, [&] { fs::create_hard_link(victim, native_); },
+      [&] { ASSERT_EQ(0, mkfifo(native_.c_str(), 0600)); }, [&] { fs::create_directory(native_); }};
+  for (const auto& plant : plants) {
+    plant();
+    AppendProgramLog(5, L"text");
+    fs::remove(native_);
+  }
+  EXPECT_EQ("", ReadNative(victim));
 }
 
 }  // namespace

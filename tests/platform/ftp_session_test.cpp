@@ -106,13 +106,9 @@ TEST_F(FtpSessionTest, EachWaitEndsByItsTimeout) {
   const auto drip = [](Session& session, const char* piece) {
     while (session.ReplyRaw(piece)) std::this_thread::sleep_for(std::chrono::milliseconds(100));
   };
-  // From the last step to the first.
-  const struct {
-    FtpTimeout which;
-    const char* verb;
-    bool breaks_off;
-    std::function<void(Session&)> answer;  // before it stops
-  } stalls[] = {
+  // From the last step to the first: the wait, the command, whether the file is broken off, and
+  // what is answered before the server stops.
+  const std::tuple<FtpTimeout, const char*, bool, std::function<void(Session&)>> stalls[] = {
       {kDataReceive, "RETR", true, [](Session& s) { s.Reply("150 it comes"), s.SendData("a"); }},
       {kDataSend, "STOR", true, [](Session& s) { s.Reply("150 go on"), s.data()->Take(9); }},
       {kControlReceive, "STOR", false, [](Session& s) { s.Reply("150 go on"), s.TakeWholeData(); }},
@@ -125,14 +121,16 @@ TEST_F(FtpSessionTest, EachWaitEndsByItsTimeout) {
   Gate has_ended;
   for (const auto& stall : stalls) {
     SCOPED_TRACE(&stall - stalls);
-    peer_.On(stall.verb, [&](Session& session, const std::string&) {
-      stall.answer(session);
-      if (!stall.breaks_off) session.AwaitEnd();
-      if (!stall.breaks_off || session.data()->AwaitReset()) has_ended.Open();
+    peer_.On(std::get<1>(stall), [&](Session& session, const std::string&) {
+      const auto& [wait, verb, breaks_off, answer] = stall;
+      answer(session);
+      if (!breaks_off) session.AwaitEnd();
+      if (!breaks_off || session.data()->AwaitReset()) has_ended.Open();
       return false;
     });
-    for (const auto which : {kConnect, kControlSend, kControlReceive, kDataSend, kDataReceive}) {
-      EXPECT_TRUE(SetFtpTimeout(internet_, which, which == stall.which ? 300 : kNoFtpTimeout));
+    for (const auto wait : {kConnect, kControlSend, kControlReceive, kDataSend, kDataReceive}) {
+      const bool is_meant = wait == std::get<0>(stall);
+      EXPECT_TRUE(SetFtpTimeout(internet_, wait, is_meant ? 300 : kNoFtpTimeout));
     }
     EXPECT_FALSE(Connect() && Put(L"big") && Get(L"x"));
     EXPECT_EQ(GetLastError(), kErrorInternetTimeout);

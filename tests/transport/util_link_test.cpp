@@ -45,14 +45,8 @@ TEST_F(UtilLinkTest, AnAddressBecomesItsNameAndStaysInTheCacheForItsLife) {
   using Servers = std::vector<std::string>;
   const std::string here = "127.0.0.1";
   const std::string nobody = "127.255.255.254";  // the greatest length
-  const struct {
-    Servers servers;
-    const char* host;  // none: there is no such name
-    const wchar_t* address;
-    const wchar_t* cache;
-    std::int64_t age;
-    int valid_minutes;
-  } cases[] = {
+  // The DNS servers, the host or that there is none, the address, the cache, its age and its life.
+  const std::tuple<Servers, const char*, const wchar_t*, const wchar_t*, int, int> cases[] = {
       {{here}, "a.example", L"127.0.0.1", L"", 7200, 60},
       {{here}, "a.example", L"127.0.0.1", L"127.0.0.1@kept@third", 3600, 60},
       {{here}, nullptr, L"127.0.0.1", L"127.0.0.1@kept", 3601, 60},
@@ -67,15 +61,15 @@ TEST_F(UtilLinkTest, AnAddressBecomesItsNameAndStaysInTheCacheForItsLife) {
       {{here}, "a.example", L"", L"", 0, 60},
   };
   std::string told;
-  for (const auto& c : cases) {
-    machine_.servers = c.servers;
-    reply_ = c.host == nullptr ? Reply{.code = 3}
-                               : Reply{.records = {PackRecord(kAskedName, kPtr, PackName(c.host))}};
+  for (const auto& [servers, host, address, old_cache, age, minutes] : cases) {
+    machine_.servers = servers;
+    reply_ = host == nullptr ? Reply{.code = 3}
+                             : Reply{.records = {PackRecord(kAskedName, kPtr, PackName(host))}};
     std::wstring name = L"old";
-    std::wstring cache = c.cache;
-    std::int64_t time = clock_.now - c.age;
+    std::wstring cache = old_cache;
+    std::int64_t time = clock_.now - age;
     log_.Clear();
-    const int result = CUtilLink::ConformFQDN(c.address, name, cache, 2, c.valid_minutes, time);
+    const int result = CUtilLink::ConformFQDN(address, name, cache, 2, minutes, time);
     for (const std::string& line : log_.texts()) told += line + "\n";
     told += "-> " + std::to_string(result) + " [" + ToUtf8(name + L"] [" + cache) + "] " +
             std::to_string(clock_.now - time) + " " + std::to_string(peer_.questions()) + "\n";
@@ -87,7 +81,7 @@ TEST_F(UtilLinkTest, WhatCannotBeAskedIsNotAsked) {
   CString name = L"old";
   EXPECT_EQ(13, CUtilLink::GetFQDN(L"", name));
   EXPECT_EQ(87, CUtilLink::GetFQDN(L"192.0.2.1", "localhost", name));
-  for (const std::wstring text : {L"1.2.3", L"1.2.3.4.5", L"1.2.3.04", L"1.2.3.256", L"1.2.3.４"}) {
+  for (const CString text : {L"1.2.3", L"1.2.3.4.5", L"1.2.3.04", L"1.2.3.256", L"1.2.3.４"}) {
     EXPECT_EQ(123, CUtilLink::GetFQDN(text, name));
     EXPECT_EQ(text, name);
   }
