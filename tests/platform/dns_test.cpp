@@ -46,28 +46,18 @@ TEST(DnsTest, AliasesComeInOrderBeforeThePointers) {
 }
 
 TEST(DnsTest, MalformedAnswersAreRefused) {
-  const std::string record = PointerTo("host.example");
   const std::string label = std::string(63, 'x') + ".";
-  Messages records = {record.substr(0, record.size() - 3), "\xC0"};  // cut off
-  for (const std::string& name : {"\x05host"s,                       // a label without an end
-                                  PackName("a") + "behind",          // more than a name
-                                  ""s,                               // less than a name
-                                  "\xC0\x34"s,                       // a name that leads to itself
-                                  "\xFF\xFF"s,  // a name outside of the message
+  for (const std::string& name : {"\x05host"s,               // a label without an end
+                                  PackName("a") + "behind",  // more than a name
+                                  ""s,                       // less than a name
+                                  "\xC0\x34"s,               // a name that leads to itself
+                                  "\xFF\xFF"s,               // a name outside of the message
                                   PackName(label + label + label + label + label)}) {
-    records.push_back(PackRecord(kAskedName, kPtr, name));
+    EXPECT_EQ("9502", Answered({.records = {PackRecord(kAskedName, kPtr, name)}})) << ToHex(name);
   }
-  for (const std::string& bad : records) {
-    EXPECT_EQ("9502", Answered({.records = {bad}})) << ToHex(bad);
-  }
-  for (const std::size_t count : {5u, 7u, 9u, 11u}) {  // announced and missing
-    const DnsPeer peer([&](const std::string& question, bool) {
-      std::string message = Reply{.records = {record}}.To(question);
-      message[count] ^= 3;
-      return Messages{message};
-    });
-    EXPECT_EQ("9502", Ask(peer)) << count;
-  }
+  const std::string record = PointerTo("host.example");
+  EXPECT_EQ("9502", Answered({.records = {record.substr(0, record.size() - 3)}})) << "cut off";
+  EXPECT_EQ("9502", Answered({.records = {"\xC0"}})) << "no record at all";
 }
 
 TEST(DnsTest, WhatIsNoAnswerToTheQuestionIsPassedOver) {

@@ -6,7 +6,6 @@
 #include <unistd.h>
 
 #include <algorithm>
-#include <thread>
 #include <tuple>
 
 #include "platform/error.h"

@@ -2,10 +2,6 @@
 
 #include <fcntl.h>
 
-#include <filesystem>
-#include <functional>
-#include <thread>
-
 #include "platform/error.h"
 #include "support/scripted_ftp_peer.h"
 #include "support/test_support.h"

@@ -3,7 +3,6 @@
 #include <fcntl.h>
 
 #include <sstream>
-#include <thread>
 
 #include "platform/error.h"
 #include "platform/posix/native.h"
