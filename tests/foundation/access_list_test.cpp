@@ -9,7 +9,6 @@ namespace vk::tq {
 namespace {
 
 using ::testing::ElementsAre;
-using testing::LogLine;
 using testing::ProductTest;
 
 TEST(AccessListTest, TheNewEntryStandsBetweenOwnAndInheritedOnes) {
@@ -36,9 +35,8 @@ TEST_F(SetFileAccessTest, AFileAndWhatWillBeInAFolderAreGivenToTheGroup) {
   }
   EXPECT_EQ(CUtil::SetFileAccess(path(L"none"), L"power users", 1), 0);
   EXPECT_EQ(CUtil::SetFileAccess(L"\\proc\\self\\status", L"users", 1), 0);
-  const wchar_t* const function = L"CUtil::SetFileAccess";
-  EXPECT_THAT(log_.lines(), ElementsAre(LogLine{2, 0, function, L"SID取得失敗", {}, 1332},
-                                        LogLine{2, 0, function, L"SetFileSecurity失敗", {}, 50}));
+  EXPECT_THAT(log_.texts(), ElementsAre("2 CUtil::SetFileAccess SID取得失敗 = 1332",
+                                        "2 CUtil::SetFileAccess SetFileSecurity失敗 = 50"));
 }
 
 }  // namespace

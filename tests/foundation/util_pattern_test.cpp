@@ -95,8 +95,8 @@ TEST_F(UtilPatternTest, AnImageLogIdIsCutOut) {
     EXPECT_EQ(left, text.c_str());
     EXPECT_EQ(result == 1 ? id + L'\0' + L'|' : std::wstring(38, L'|'), buffer);
   }
-  const LogLine off{2, 101414, L"CUtil::SepareteImaglogID", L"イメログID取得処理無効で実施。"};
-  EXPECT_THAT(log_.lines(), ElementsAre(off));
+  EXPECT_THAT(log_.texts(), ElementsAre("2 101414 CUtil::SepareteImaglogID イメログID取得処理無効"
+                                        "で実施。"));
 }
 
 }  // namespace

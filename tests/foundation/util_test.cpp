@@ -48,8 +48,8 @@ TEST_F(UtilSystemTest, FilesAreListedWithoutDirectories) {
   EXPECT_THAT(files, ElementsAre(L"A.txt", L"b.txt"));
   EXPECT_EQ(0, GetFileList2(path(L"nowhere"), L"*", files));
   EXPECT_TRUE(files.IsEmpty());
-  const wchar_t* const text = L"ファイルの一覧取得に失敗しました。";
-  EXPECT_THAT(log_.lines(), ElementsAre(LogLine{5, 140542, L"GetFileList2", text, {}, 3}));
+  EXPECT_THAT(log_.texts(),
+              ElementsAre("5 140542 GetFileList2 ファイルの一覧取得に失敗しました。 = 3"));
 }
 
 TEST(UtilTimeTest, ARegistrationLastsUpToItsLimit) {

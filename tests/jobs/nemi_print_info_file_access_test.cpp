@@ -66,7 +66,7 @@ TEST_F(NemiPrintInfoFileAccessTest, WhatIsWrittenReadsBackButForTwoFields) {
   reader.GetNemiInfData().NUpName = expected.NUpName = L"kept";
   expected.FilePath = Job();
   EXPECT_EQ(1, reader.ReadAll());
-  EXPECT_THAT(log_.lines(), ::testing::IsEmpty());
+  EXPECT_THAT(log_.texts(), ::testing::IsEmpty());
   EXPECT_EQ(expected, reader.GetNemiInfData());
   CStringArray names;
   CStringArray texts;
@@ -144,7 +144,7 @@ TEST_F(NemiPrintInfoFileAccessTest, MoveGivesTheFileTheExtensionXmlAndReplaces) 
   EXPECT_EQ(3U, ListNative(native("sent")).size());
   EXPECT_EQ(1, CNemiPrintInfoFileAccess(path(L"sent\\job.xml").c_str()).Delete(0));
   EXPECT_FALSE(ExistsNative(native("sent/job.xml")));
-  EXPECT_THAT(log_.lines(), ::testing::IsEmpty());
+  EXPECT_THAT(log_.texts(), ::testing::IsEmpty());
 }
 
 TEST_F(NemiPrintInfoFileAccessTest, AHeldLockFailsEveryOperationUntilItIsFree) {

@@ -42,7 +42,7 @@ TEST_F(ClientSettingWritersTest, ClientIniKeysChangeAloneAndOnOneLine) {
   std::filesystem::remove_all(product_native("config"));
   EXPECT_EQ(setting_.WritePrimPSIpAddr(L"a") + setting_.WriteSvIpGetAutoFlg(L"a"), 0);
   EXPECT_EQ(setting_.WriteClientIP(L"a"), 1);
-  EXPECT_THAT(log_.lines(), ::testing::IsEmpty());
+  EXPECT_THAT(log_.texts(), ::testing::IsEmpty());
 }
 
 // What the other operations log, and what they leave in config.ini: texts go on one line, and what is

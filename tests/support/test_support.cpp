@@ -92,8 +92,6 @@ std::string LogLine::text() const {
          second_text + code_text;
 }
 
-void PrintTo(const LogLine& line, std::ostream* out) { *out << line.text(); }
-
 void PrintTo(const Event& event, std::ostream* out) {
   *out << "{0x" << std::hex << event.id << std::dec << ", \"" << ToUtf8(event.message) << "\""
        << (event.is_shared ? ", shared}" : "}");
@@ -139,6 +137,13 @@ std::vector<std::string> LogRecorder::texts(int lowest_level) const {
   return texts;
 }
 
+std::string LogRecorder::text() const {
+  std::string text;
+  for (const std::string& line : texts()) text += line + "\n";
+  for (const Event& event : events()) text += "event " + ::testing::PrintToString(event) + "\n";
+  return text;
+}
+
 std::vector<Event> LogRecorder::events() const {
   const std::lock_guard lock(store_->mutex);
   return store_->events;
@@ -171,11 +176,7 @@ std::wstring ProductTest::product_path(std::wstring_view name) const {
 }
 
 void ProductTest::Tell(int result) {
-  std::wstring lines = std::to_wstring(result) + L"\n";
-  for (const std::string& text : log_.texts()) lines += FromUtf8(text) + L"\n";
-  for (const Event& event : log_.events()) {
-    lines += L"event " + FromUtf8(::testing::PrintToString(event)) + L"\n";
-  }
+  std::wstring lines = FromUtf8(std::to_string(result) + "\n" + log_.text());
   ReplaceAll(lines, temp_.path(), L"<folder>");
   told_ += ToUtf8(lines);
   log_.Clear();

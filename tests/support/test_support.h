@@ -62,9 +62,7 @@ struct LogLine {
 
   // "level number function message [second] = code", without what is none.
   std::string text() const;
-  bool operator==(const LogLine&) const = default;
 };
-void PrintTo(const LogLine& line, std::ostream* out);
 
 struct Event {
   unsigned long id = 0;
@@ -86,6 +84,8 @@ class LogRecorder {
   // The lines of at least this level.
   std::vector<LogLine> lines(int lowest_level = 0) const;
   std::vector<std::string> texts(int lowest_level = 0) const;
+  // All lines, and then all events, each with a line end.
+  std::string text() const;
   std::vector<Event> events() const;
   void Clear();
 

@@ -70,9 +70,9 @@ TEST_F(UtilLinkTest, AnAddressBecomesItsNameAndStaysInTheCacheForItsLife) {
     std::int64_t time = clock_.now - age;
     log_.Clear();
     const int result = CUtilLink::ConformFQDN(address, name, cache, 2, minutes, time);
-    for (const std::string& line : log_.texts()) told += line + "\n";
-    told += "-> " + std::to_string(result) + " [" + ToUtf8(name + L"] [" + cache) + "] " +
-            std::to_string(clock_.now - time) + " " + std::to_string(peer_.questions()) + "\n";
+    told += log_.text() + "-> " + std::to_string(result) + " [" + ToUtf8(name + L"] [" + cache) +
+            "] " + std::to_string(clock_.now - time) + " " + std::to_string(peer_.questions()) +
+            "\n";
   }
   EXPECT_EQ(told, ReadNative(TQ_TEST_DATA "/fqdn_log.txt"));
 }
