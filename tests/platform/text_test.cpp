@@ -102,8 +102,7 @@ TEST(TextTest, ASecretIsWipedWithItsUnusedCapacity) {
 
 TEST(PathTest, ToNative) {
   const ScopedEnvironment volumes("TQ_VOLUMES", "/v");
-  EXPECT_EQ("/v/c/a/c", PathToNative(L"c:\\a\\.\\\\b\\..\\c"));
-  EXPECT_EQ("/v/c/etc/passwd", PathToNative(L"c:\\..\\..\\etc\\passwd"));
+  EXPECT_EQ("/v/c/a/c", PathToNative(L"c:\\..\\a\\.\\\\b\\..\\c"));
   EXPECT_EQ("/a", PathToNative(std::wstring_view(L"\\a\0b", 4))) << "a path ends at a NUL";
   // Every name of the machine reads back.
   std::string native = "/日本\xED\xA0\x80\xC3";

@@ -8,6 +8,7 @@
 namespace vk::tq::testing {
 namespace {
 
+using namespace std::string_literals;
 using ::testing::ElementsAre;
 using ::testing::HasSubstr;
 using ::testing::Not;
@@ -27,21 +28,20 @@ class FtpTestOf : public ProductTest {
  protected:
   FtpTestOf() { std::filesystem::create_directory(native("in")); }
   // The password must be in none of the lines.
-  void TearDown() override { EXPECT_THAT(told_ + Lines(), Not(HasSubstr("geheim"))); }
-
-  // Where the folder of the test is "~".
-  std::string Lines() const {
-    std::string lines;
-    for (const std::string& line : log_.texts()) lines += line + "\n";
-    const std::string folder = ToUtf8(temp_.path());
-    for (std::size_t at; (at = lines.find(folder)) != std::string::npos;) {
-      lines.replace(at, folder.size(), "~");
-    }
-    return lines;
+  void TearDown() override {
+    Tell(0);
+    EXPECT_THAT(told_, Not(HasSubstr("geheim")));
   }
-  // Adds to the record what a call has logged and given, and the pauses that it made.
+
+  // Adds to the record what a call has logged and given, and the pauses that it made. The folder of
+  // the test is "~".
   void Tell(int result) {
-    told_ += Lines() + "-> " + std::to_string(result) + (ftp_.IsConnect() != 0 ? " connected" : "");
+    for (const std::string& line : log_.texts()) told_ += line + "\n";
+    const std::string folder = ToUtf8(temp_.path());
+    for (std::size_t at; (at = told_.find(folder)) != std::string::npos;) {
+      told_.replace(at, folder.size(), "~");
+    }
+    told_ += "-> " + std::to_string(result) + (ftp_.IsConnect() != 0 ? " connected" : "");
     for (const std::uint32_t pause : clock_.pauses) told_ += " " + std::to_string(pause);
     told_ += "\n";
     log_.Clear();
@@ -162,20 +162,17 @@ TEST_F(ScriptedFtpTest, EachRefusalIsTold) {
     return reply.starts_with("550 ") ? session.Reply(reply) : session.Give(reply);
   });
   Connect();
-  for (const std::string listing :
-       {"total 1\r\n-rw-r--r-- 1 Jan 1000 6000000000 Jan  1  2026 a b\n",
-        "lrwxrwxrwx 1 u 6000000000 2026-11-24 14:29 a b -> c\r\n",
-        "11-24-26  02:29PM           6000000000 a b\r\n",
-        "11-24-26  02:29PM <DIR> a b\r\n-rw-r--r-- 1 u g 6000000000 Nov 24 14:29  a b\r\n",
-        "550 no \xe8\xa1\xa8", "550 geheim secret is not here"}) {
+  for (const std::string& listing :
+       {"total 1\r\n-rw-r--r-- 1 Jan 1000 6000000000 Jan  1  2026 a b\n"s,
+        "11-24-26  02:29PM <DIR> a b\r\n-rw-r--r-- 1 u g 6000000000 Nov 24 14:29  a b\r\n"s,
+        "550 no \xe8\xa1\xa8"s, "550 geheim secret is not here"s, "550 "s + std::string(300, 'x'),
+        "lrwxrwxrwx 1 u 6000000000 2026-11-24 14:29 a b -> c\r\n"s,
+        "11-24-26  02:29PM           6000000000 a b\r\n"s}) {
     reply = listing;
     Tell(Find(L"a b", 6000000000));
   }
-  reply = "550 " + std::string(300, 'x');
-  Tell(Find(L"a b", 5));
   // What is listed of the current directory is another file than one of that name elsewhere.
-  reply = "11-24-26  02:29PM 5 a b";
-  Tell(Find(L"sub/a b", 5));
+  Tell(Find(L"sub/a b", 6000000000));
 
   WriteNative(native("a"), "x");
   server_.On("SIZE", [&](Session& session, const std::string&) {

@@ -73,9 +73,6 @@ TEST_F(SharedPrinterCommunicationTest, DeliversAFileAsItIsStored) {
     EXPECT_EQ(Channel().SendNemiInfFile(MakeFile(contents, file)), 1) << file;
     EXPECT_EQ(frame_, "CS01" + BigEndian(31) + Filled(name, 26) + contents) << file;
   }
-  // A native path, and more in the file than its size says, as if it had grown.
-  EXPECT_EQ(Channel().SendNemiInfFile(L"/proc/self/status"), 1);
-  EXPECT_EQ(frame_, "CS01" + BigEndian(26) + Filled("status", 26));
 }
 
 TEST_F(SharedPrinterCommunicationTest, FileThatCannotBeReadMakesNoConnection) {
