@@ -92,11 +92,6 @@ std::string LogLine::text() const {
          second_text + code_text;
 }
 
-void PrintTo(const Event& event, std::ostream* out) {
-  *out << "{0x" << std::hex << event.id << std::dec << ", \"" << ToUtf8(event.message) << "\""
-       << (event.is_shared ? ", shared}" : "}");
-}
-
 struct LogRecorder::Store : LogSink, EventSink {
   void Write(const LogRecord& record) override {
     const std::lock_guard lock(mutex);
@@ -106,12 +101,12 @@ struct LogRecorder::Store : LogSink, EventSink {
   }
   void Write(unsigned long id, std::wstring_view message, bool is_shared) override {
     const std::lock_guard lock(mutex);
-    events.push_back({id, std::wstring(message), is_shared});
+    events += ToUtf8(Format(L"event 0x%x %s%s\n", id, message, is_shared ? L" (shared)" : L""));
   }
 
   std::mutex mutex;
   std::vector<LogLine> lines;
-  std::vector<Event> events;
+  std::string events;
 };
 
 LogRecorder::LogRecorder() : store_(std::make_shared<Store>()) {
@@ -140,13 +135,8 @@ std::vector<std::string> LogRecorder::texts(int lowest_level) const {
 std::string LogRecorder::text() const {
   std::string text;
   for (const std::string& line : texts()) text += line + "\n";
-  for (const Event& event : events()) text += "event " + ::testing::PrintToString(event) + "\n";
-  return text;
-}
-
-std::vector<Event> LogRecorder::events() const {
   const std::lock_guard lock(store_->mutex);
-  return store_->events;
+  return text + store_->events;
 }
 
 void LogRecorder::Clear() {

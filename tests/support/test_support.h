@@ -64,15 +64,6 @@ struct LogLine {
   std::string text() const;
 };
 
-struct Event {
-  unsigned long id = 0;
-  std::wstring message;
-  bool is_shared = false;
-
-  bool operator==(const Event&) const = default;
-};
-void PrintTo(const Event& event, std::ostream* out);
-
 // Records every log line and event while it is installed.
 class LogRecorder {
  public:
@@ -84,9 +75,8 @@ class LogRecorder {
   // The lines of at least this level.
   std::vector<LogLine> lines(int lowest_level = 0) const;
   std::vector<std::string> texts(int lowest_level = 0) const;
-  // All lines, and then all events, each with a line end.
+  // All lines, and then all events, each with a line end: "event 0xid message (shared)".
   std::string text() const;
-  std::vector<Event> events() const;
   void Clear();
 
  private:
