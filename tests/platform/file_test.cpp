@@ -247,32 +247,29 @@ TEST_F(FileMoveTest, ACopyWaitsForWhoWritesOrMoves) {
   EXPECT_EQ(half + half, ReadNative(to_));
 }
 
-// Text files, line by line.
-class StdioFileTest : public ProductTest {
- protected:
-  WideTexts Lines(std::string_view bytes) {
-    WriteNative(native("f.txt"), bytes);
-    CStdioFile file;
-    EXPECT_TRUE(file.Open(path(L"f.txt").c_str(), CStdioFile::modeRead));
-    WideTexts lines;
-    for (CString line; file.ReadString(line);) lines.push_back(line);
-    return lines;
-  }
-};
+using StdioFileTest = ProductTest;
 
 std::string Utf16Le(std::wstring_view text) { return *EncodeText(kCodePageUtf16Le, text); }
 
 TEST_F(StdioFileTest, LinesEndAtALineFeedAndTheMarkTellsTheEncoding) {
-  EXPECT_EQ(Lines("a\rb\r\r\nc\r"), (WideTexts{L"a\rb\r", L"c"}));
-  EXPECT_EQ(Lines("\xEF\xBB\xBF\u30C8\xFF\n\u30EC"), (WideTexts{L"ト\uFFFD", L"レ"}));
+  const auto lines = [&](std::string_view bytes) {
+    WriteNative(native("f.txt"), bytes);
+    CStdioFile file;
+    EXPECT_TRUE(file.Open(path(L"f.txt").c_str(), CStdioFile::modeRead));
+    WideTexts lines_read;
+    for (CString line; file.ReadString(line);) lines_read.push_back(line);
+    return lines_read;
+  };
+  EXPECT_EQ(lines("a\rb\r\r\nc\r"), (WideTexts{L"a\rb\r", L"c"}));
+  EXPECT_EQ(lines("\xEF\xBB\xBF\u30C8\xFF\n\u30EC"), (WideTexts{L"ト\uFFFD", L"レ"}));
   // The second character of the UTF-16 text holds the byte of a line feed.
-  EXPECT_EQ(Lines("\xFF\xFE" + Utf16Le(L"ト\u0A30\u300A𠮷\r\nレ\n") + "b"),
+  EXPECT_EQ(lines("\xFF\xFE" + Utf16Le(L"ト\u0A30\u300A𠮷\r\nレ\n") + "b"),
             (WideTexts{L"ト\u0A30\u300A𠮷", L"レ", L"\uFFFD"}));
   // A character that lies across the boundary of what is read at once.
   const std::wstring line = std::wstring(65'534, L'x') + L"ト\u300A";
-  EXPECT_EQ(Lines(ToUtf8(line)), WideTexts{line});
+  EXPECT_EQ(lines(ToUtf8(line)), WideTexts{line});
   const ScopedEnvironment page("TQ_ANSI_CODEPAGE", "932");
-  EXPECT_EQ(Lines("\x83\x67\x83\x8C\x83\x43\n\x95\x5C"), (WideTexts{L"トレイ", L"表"}));
+  EXPECT_EQ(lines("\x83\x67\x83\x8C\x83\x43\n\x95\x5C"), (WideTexts{L"トレイ", L"表"}));
 }
 
 TEST_F(StdioFileTest, WritesBehindTheEndInTheFormOfTheFile) {
@@ -291,38 +288,30 @@ TEST_F(StdioFileTest, WritesBehindTheEndInTheFormOfTheFile) {
 }
 
 // The file is settled at the first line of a process.
-class LogOutputTest : public ::testing::Test {
- protected:
-  TempFolder temp_;
-  std::string native_ = temp_.native("program.log");
-  ScopedEnvironment file_{"TQ_LOG_FILE", native_.c_str()};
-};
-
-TEST_F(LogOutputTest, ALineTellsTimeProcessThreadAndLevel) {
+TEST(LogOutputTest, WhatSomebodyPlantedIsLeftAlone) {
   if (!HasOwnProcess()) return;
-  // In text that steers no terminal.
+  const TempFolder temp;
+  const std::string log = temp.native("program.log");
+  const std::string victim = temp.native("victim");
+  const ScopedEnvironment file("TQ_LOG_FILE", log.c_str());
+  WriteNative(victim, "");
+  const std::function<void()> plants[] = {
+      [&] { fs::create_symlink(victim, log); }, [&] { fs::create_hard_link(victim, log); },
+      [&] { ASSERT_EQ(0, mkfifo(log.c_str(), 0600)); }, [&] { fs::create_directory(log); }};
+  for (const auto& plant : plants) {
+    plant();
+    AppendProgramLog(5, L"text");
+    fs::remove(log);
+  }
+  EXPECT_EQ("", ReadNative(victim));
+  // A new file is written to, in text that steers no terminal.
   const std::wstring controls(L"\0\x1B\x7F\x80\x85\x9F\u2028\u2029", 8);
   AppendProgramLog(5, L"日本\r\n\t" + controls + L"\xA0。|");
   AppendProgramLog(5, L"x");
   EXPECT_THAT(
-      ReadNative(native_),
+      ReadNative(log),
       ::testing::MatchesRegex("[0-9]{4}-[0-9]{2}-[0-9]{2}T[0-9]{2}:[0-9]{2}:[0-9]{2}\\.[0-9]{3}Z "
                               "[0-9]+:[0-9]+ 5 日本\\\\r\\\\n\t\\?{8}\xC2\xA0。\\|\n.* 5 x\n"));
-}
-
-TEST_F(LogOutputTest, WhatSomebodyPlantedIsLeftAlone) {
-  if (!HasOwnProcess()) return;
-  const std::string victim = temp_.native("victim");
-  WriteNative(victim, "");
-  const std::function<void()> plants[] = {
-      [&] { fs::create_symlink(victim, native_); }, [&] { fs::create_hard_link(victim, native_); },
-      [&] { ASSERT_EQ(0, mkfifo(native_.c_str(), 0600)); }, [&] { fs::create_directory(native_); }};
-  for (const auto& plant : plants) {
-    plant();
-    AppendProgramLog(5, L"text");
-    fs::remove(native_);
-  }
-  EXPECT_EQ("", ReadNative(victim));
 }
 
 }  // namespace
