@@ -165,10 +165,10 @@ std::wstring ProductTest::product_path(std::wstring_view name) const {
   return PathFromNative(product_native(ToUtf8(name)));
 }
 
-void ProductTest::Tell(int result) {
-  std::wstring lines = FromUtf8(std::to_string(result) + "\n" + log_.text());
-  ReplaceAll(lines, temp_.path(), L"<folder>");
-  told_ += ToUtf8(lines);
+void ProductTest::Tell(const std::string& result) {
+  std::wstring lines = FromUtf8(log_.text());
+  ReplaceAll(lines, temp_.path(), L"~");
+  told_ += ToUtf8(lines) + "-> " + result + "\n";
   log_.Clear();
 }
 

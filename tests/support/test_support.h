@@ -103,8 +103,9 @@ class ProductTest : public ::testing::Test {
   std::string native(std::string_view name) const { return temp_.native(name); }
   std::wstring path(std::wstring_view name) const { return temp_.path(name); }
 
-  // Adds an operation's result, lines and events to what the test tells, <folder> for its folder.
-  void Tell(int result);
+  // Adds an operation's lines, events and result to what the test tells; "~" is the test's folder.
+  void Tell(const std::string& result);
+  void Tell(int result) { Tell(std::to_string(result)); }
   // What it has to tell: the section "== Test" of a file in tests/data.
   static std::string Recorded(const std::string& file);
 

@@ -33,18 +33,11 @@ class FtpTestOf : public ProductTest {
     EXPECT_THAT(told_, Not(HasSubstr("geheim")));
   }
 
-  // Adds to the record what a call has logged and given, and the pauses that it made. The folder of
-  // the test is "~".
+  // With the pauses that the call made.
   void Tell(int result) {
-    for (const std::string& line : log_.texts()) told_ += line + "\n";
-    const std::string folder = ToUtf8(temp_.path());
-    for (std::size_t at; (at = told_.find(folder)) != std::string::npos;) {
-      told_.replace(at, folder.size(), "~");
-    }
-    told_ += "-> " + std::to_string(result) + (ftp_.IsConnect() != 0 ? " connected" : "");
-    for (const std::uint32_t pause : clock_.pauses) told_ += " " + std::to_string(pause);
-    told_ += "\n";
-    log_.Clear();
+    std::string text = std::to_string(result) + (ftp_.IsConnect() != 0 ? " connected" : "");
+    for (const std::uint32_t pause : clock_.pauses) text += " " + std::to_string(pause);
+    ProductTest::Tell(text);
     clock_.pauses.clear();
   }
   int LogIn(unsigned long timeout = 20000) {
@@ -73,7 +66,6 @@ class FtpTestOf : public ProductTest {
   Server server_;
   ScopedServicePort port_{Service::kFtpControl, server_.port()};
   CFtp ftp_;
-  std::string told_;
 };
 using FtpTest = FtpTestOf<FtpServer>;
 using ScriptedFtpTest = FtpTestOf<ScriptedFtpPeer>;
