@@ -60,7 +60,6 @@ TEST_F(UtilLinkTest, AnAddressBecomesItsNameAndStaysInTheCacheForItsLife) {
       {{here}, "a.example", L"192.0.2.01", L"", 0, 60},
       {{here}, "a.example", L"", L"", 0, 60},
   };
-  std::string told;
   for (const auto& [servers, host, address, old_cache, age, minutes] : cases) {
     machine_.servers = servers;
     reply_ = host == nullptr ? Reply{.code = 3}
@@ -68,13 +67,11 @@ TEST_F(UtilLinkTest, AnAddressBecomesItsNameAndStaysInTheCacheForItsLife) {
     std::wstring name = L"old";
     std::wstring cache = old_cache;
     std::int64_t time = clock_.now - age;
-    log_.Clear();
     const int result = CUtilLink::ConformFQDN(address, name, cache, 2, minutes, time);
-    told += log_.text() + "-> " + std::to_string(result) + " [" + ToUtf8(name + L"] [" + cache) +
-            "] " + std::to_string(clock_.now - time) + " " + std::to_string(peer_.questions()) +
-            "\n";
+    Tell(std::to_string(result) + " [" + ToUtf8(name + L"] [" + cache) + "] " +
+         std::to_string(clock_.now - time) + " " + std::to_string(peer_.questions()));
   }
-  EXPECT_EQ(told, ReadNative(TQ_TEST_DATA "/fqdn_log.txt"));
+  EXPECT_EQ(told_, ReadNative(TQ_TEST_DATA "/fqdn_log.txt"));
 }
 
 TEST_F(UtilLinkTest, WhatCannotBeAskedIsNotAsked) {
