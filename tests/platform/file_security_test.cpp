@@ -13,16 +13,14 @@
 namespace vk::tq::testing {
 namespace {
 
-class FileSecurityTest : public ::testing::Test {
+class FileSecurityTest : public ProductTest {
  protected:
   // What a command prints that runs in the folder of the test.
   std::string OutputOf(const std::string& command) const {
     const std::string line = "cd " + temp_.native() + " && (" + command + ") >output";
     EXPECT_EQ(0, std::system(line.c_str())) << command;
-    return ReadNative(temp_.native("output"));
+    return ReadNative(native("output"));
   }
-
-  TempFolder temp_;
 };
 
 // A mask that grows for a new entry must not widen what it held back before.
@@ -42,9 +40,9 @@ TEST_F(FileSecurityTest, NobodyElseGainsByANewEntry) {
     AccountId account;
     AccessList list;
     ASSERT_EQ(LookUpAccount(L"users", account), SecurityStep::kNone);
-    ASSERT_EQ(ReadAccessList(temp_.path(L"file"), list), SecurityStep::kNone);
+    ASSERT_EQ(ReadAccessList(path(L"file"), list), SecurityStep::kNone);
     list.entries.push_back({account, kGenericAll});
-    ASSERT_EQ(WriteAccessList(temp_.path(L"file"), list), SecurityStep::kNone) << GetLastError();
+    ASSERT_EQ(WriteAccessList(path(L"file"), list), SecurityStep::kNone) << GetLastError();
     EXPECT_EQ(OutputOf("getfacl -cpnE file"), acl) << prepare;
   }
 }
@@ -53,8 +51,8 @@ TEST_F(FileSecurityTest, MissingObjectsAndLinksFail) {
   EXPECT_EQ(OutputOf("touch file && ln -s file link"), "");
   AccessList list;
   for (const auto& [name, error] : {std::pair(L"none", 2U), std::pair(L"link", 5U)}) {
-    EXPECT_EQ(ReadAccessList(temp_.path(name), list), SecurityStep::kQuerySize);
-    EXPECT_EQ(WriteAccessList(temp_.path(name), list), SecurityStep::kWriteDescriptor);
+    EXPECT_EQ(ReadAccessList(path(name), list), SecurityStep::kQuerySize);
+    EXPECT_EQ(WriteAccessList(path(name), list), SecurityStep::kWriteDescriptor);
     EXPECT_EQ(GetLastError(), error);
   }
 }
@@ -72,8 +70,8 @@ TEST_F(FileSecurityTest, NoGroupGetsTheRightsOfAnother) {
   for (const auto& [commands, acl] : cases) {
     SCOPED_TRACE(commands);
     EXPECT_EQ(OutputOf("rm -f old new; touch old new; " + user + commands), "");
-    const FileDescriptor from(open(temp_.native("old").c_str(), O_PATH | O_CLOEXEC));
-    const FileDescriptor to(open(temp_.native("new").c_str(), O_WRONLY | O_CLOEXEC));
+    const FileDescriptor from(open(native("old").c_str(), O_PATH | O_CLOEXEC));
+    const FileDescriptor to(open(native("new").c_str(), O_WRONLY | O_CLOEXEC));
     struct stat info {};
     ASSERT_EQ(fstat(from.get(), &info), 0);
     ChildProcess child([&] {

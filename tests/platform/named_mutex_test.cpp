@@ -4,7 +4,6 @@
 #include <sys/sem.h>
 #include <unistd.h>
 
-#include <chrono>
 #include <future>
 #include <list>
 

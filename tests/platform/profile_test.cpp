@@ -16,7 +16,7 @@ using namespace std::string_literals;
 
 constexpr std::size_t kEnough = 1024;
 
-class ProfileTest : public ::testing::Test {
+class ProfileTest : public ProductTest {
  protected:
   void Write(std::string_view bytes) const { WriteNative(native_, bytes); }
   std::string Bytes() const { return ReadNative(native_); }
@@ -34,10 +34,8 @@ class ProfileTest : public ::testing::Test {
     return Bytes();
   }
 
-  TempFolder temp_;
-  std::string native_ = temp_.native("file.ini");
-  std::wstring path_ = temp_.path(L"file.ini");
-  ScopedEnvironment code_page_{"TQ_ANSI_CODEPAGE", "65001"};
+  const std::string native_ = native("file.ini");
+  const std::wstring path_ = path(L"file.ini");
 };
 
 // A recorded list: NUL behind each name, the last of which may be cut.
@@ -106,13 +104,13 @@ TEST_F(ProfileTest, ManyChangesAreOneWrite) {
 // And a file that was replaced meanwhile is opened anew.
 TEST_F(ProfileTest, AWriterWaitsAReaderNotForEver) {
   Write("[A]\nx=1\n");
-  WriteNative(temp_.native("other"), "[A]\ny=1\n");
+  WriteNative(native("other"), "[A]\ny=1\n");
   const FileDescriptor file(open(native_.c_str(), O_RDWR | O_CLOEXEC));
   ASSERT_TRUE(SetFileLock(file.get(), F_WRLCK));
   EXPECT_EQ(L"1", Get(L"A", L"x"));
   ChildProcess writer([&] { return Set(L"A", L"x", L"2") ? 0 : 1; });
   std::this_thread::sleep_for(std::chrono::milliseconds(50));
-  std::filesystem::rename(temp_.native("other"), native_);
+  std::filesystem::rename(native("other"), native_);
   ASSERT_TRUE(SetFileLock(file.get(), F_UNLCK));
   EXPECT_EQ(0, writer.Wait());
   EXPECT_EQ("[A]\ny=1\nx=2\n", Bytes());
