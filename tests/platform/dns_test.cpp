@@ -8,6 +8,7 @@ namespace {
 
 using namespace std::string_literals;
 using std::chrono::milliseconds;
+using std::chrono::steady_clock;
 using Messages = std::vector<std::string>;
 
 // The status of a question, and the hosts behind it.
@@ -74,6 +75,15 @@ TEST(DnsTest, WhatIsNoAnswerToTheQuestionIsPassedOver) {
     return messages;
   };
   EXPECT_EQ("0 right.example", Ask(DnsPeer(answer), milliseconds(1000)));
+}
+
+TEST(DnsTest, AFloodOfForeignAnswersDoesNotProlongTheWait) {
+  std::optional<DnsPeer> peer([](const std::string&, bool) { return Messages(500'000, "flood"); });
+  const auto start = steady_clock::now();
+  EXPECT_EQ("1460", Ask(*peer, milliseconds(50)));
+  const auto time = steady_clock::now() - start;
+  peer.reset();
+  EXPECT_LT(time, (steady_clock::now() - start) / 2) << "it goes on much longer";
 }
 
 }  // namespace

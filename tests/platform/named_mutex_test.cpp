@@ -4,6 +4,7 @@
 #include <sys/sem.h>
 #include <unistd.h>
 
+#include <csignal>
 #include <future>
 #include <list>
 
@@ -56,8 +57,11 @@ TEST_F(NamedMutexTest, OwnerTakesItAgainAndNobodyElseGivesItBack) {
     EXPECT_EQ(GetLastError(), kErrorNotOwner);
   }).join();
   // A child inherits the owner's memory, but not the mutex; and its end must not give it back.
+  // A signal does not end its wait.
   ChildProcess child([&]() -> int {
-    std::exit(mutex.Wait(0) == WaitResult::kTimeout && !mutex.Release() ? 0 : 1);
+    std::signal(SIGALRM, [](int) {});
+    ualarm(5000, 5000);
+    std::exit(mutex.Wait(100) == WaitResult::kTimeout && !mutex.Release() ? 0 : 1);
   });
   EXPECT_EQ(child.Wait(), 0);
   EXPECT_EQ(TakeOnThread(name_), WaitResult::kTimeout);

@@ -44,7 +44,7 @@ TEST(TextTest, Utf8InBothDirections) {
 // does alone.
 TEST(TextTest, Utf8OfLongRuns) {
   const char* const odd_bytes[] = {"\x7F", "\xC2\x80", "\xEE\x80\x80", "\xF0\x90\x80\x80",
-                                   "\x80", "\xE3\x81", "\xED\xA0\x80"};
+                                   "\x80", "\xE3\x81", "\xED\xA0\x80", "\xE0\x9F\xBF"};
   for (const wchar_t usual : {L'a', L'あ'}) {
     const std::string run = *EncodeText(kCodePageUtf8, std::wstring(150, usual));
     for (const char* odd : odd_bytes) {

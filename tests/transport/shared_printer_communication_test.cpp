@@ -43,14 +43,11 @@ class SharedPrinterCommunicationTest : public ProductTest {
     WriteNative(native(name), contents);
     return path(FromUtf8(name));
   }
-  // Adds to the record what a call has logged and given, and the connections so far.
+  // With the connections so far.
   void Tell(int result) {
-    for (const std::string& line : log_.texts()) told_ += line + "\n";
-    told_ += "-> " + std::to_string(result) + " " + std::to_string(server_.connections()) + "\n";
-    log_.Clear();
+    ProductTest::Tell(std::to_string(result) + " " + std::to_string(server_.connections()));
   }
 
-  std::string told_;
   std::string frame_;
   std::string answer_ = "CR010";
   LoopbackServer server_{[this](Peer& peer, int) {
