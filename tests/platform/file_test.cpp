@@ -146,9 +146,9 @@ TEST_F(FileTest, NoRenameReplacesAFileAndAMoveUnderAnotherNameOfItLosesNothing) 
   EXPECT_FALSE(RenameFile(path(L"file"), path(L"link")));
   EXPECT_EQ(183U, GetLastError());
   EXPECT_TRUE(RenameFile(path(L"file"), path(L".\\file"))) << "in another spelling";
+  fs::create_hard_link(native("file"), native("twin"));
   EXPECT_TRUE(MoveFileReplacing(path(L"file"), path(L".\\file")));
   EXPECT_EQ("contents", ReadNative(native("file")));
-  fs::create_hard_link(native("file"), native("twin"));
   EXPECT_TRUE(MoveFileReplacing(path(L"file"), path(L"twin")));
   EXPECT_FALSE(ExistsNative(native("file")));
   EXPECT_EQ("contents", ReadNative(native("twin")));
