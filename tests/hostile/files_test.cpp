@@ -103,6 +103,15 @@ TEST_F(HostileTest, WhatIsNoReadableKeyFileIsLikeNone) {
   }
 }
 
+TEST_F(HostileTest, TheKeyFileCountsAnewForEachOperation) {
+  const Store& store = FindStore("UserData");
+  ASSERT_TRUE(store.write(0, 1));
+  WriteKeyFile("another key");
+  EXPECT_EQ(kTorn, store.read(0)) << "read as a record without fields";
+  WriteKeyFile();
+  EXPECT_EQ(1, store.read(0));
+}
+
 TEST_F(HostileTest, NoNameLeadsElsewhere) {
   // The job, and the file below the volumes; none when nothing is to be made.
   const std::pair<std::wstring, std::string> kCases[] = {

@@ -58,6 +58,12 @@ TEST(DnsTest, MalformedAnswersAreRefused) {
   }
   const std::string record = PointerTo("host.example");
   EXPECT_EQ("9502", Answered({.records = {record.substr(0, record.size() - 3)}})) << "cut off";
+  const auto announce_two = [&](const std::string& question, bool) {
+    std::string message = Reply{.records = {record}}.To(question);
+    message[7] = 2;
+    return Messages{message};
+  };
+  EXPECT_EQ("9502", Ask(DnsPeer(announce_two)));
 }
 
 TEST(DnsTest, WhatIsNoAnswerToTheQuestionIsPassedOver) {

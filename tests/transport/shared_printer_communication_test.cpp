@@ -113,6 +113,19 @@ TEST_F(SharedPrinterCommunicationTest, EachAnswerIsTold) {
   EXPECT_EQ(told_, ReadNative(TQ_TEST_DATA "/shared_printer_log.txt"));
 }
 
+TEST_F(SharedPrinterCommunicationTest, AnEndAtAnyByteFailsTheExchangeAlone) {
+  const CString file = MakeFile();
+  const std::string answer = TimeAnswer("2026/1/2 3:04:05");
+  for (std::size_t size = 0; size < answer.size(); ++size) {
+    answer_ = answer.substr(0, size);
+    // Without its last digit it is a time as well.
+    EXPECT_EQ(size + 1 == answer.size(), Channel().GetServerTime(L"") != CTime()) << size;
+    EXPECT_EQ(0, Channel().SendNemiInfFile(file)) << size;
+  }
+  answer_ = answer;
+  EXPECT_NE(CTime(), Channel().GetServerTime(L""));
+}
+
 TEST_F(SharedPrinterCommunicationTest, DeliveryIsRepeatedUntilItIsAccepted) {
   // How often it is repeated, and the connections that this makes.
   for (const auto& [retry, connections] : {std::pair(3, 3), {1, 2}, {0, 1}, {-1, 1}}) {
