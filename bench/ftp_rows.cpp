@@ -13,7 +13,7 @@
 #include "platform/clock.h"
 #include "platform/service_table.h"
 #include "rows.h"
-#include "support/ftp_server.h"
+#include "servers/ftp_server.h"
 #include "transport/ftp.h"
 #include "workspace.h"
 
@@ -42,8 +42,8 @@ struct Transfer : Workspace {
         file.Write(bytes.data(), bytes.size());
       }
     }
-    const int connected = ftp.FtpConnect(L"127.0.0.1", testing::FtpServer::kUser,
-                                         testing::FtpServer::kPassword, 60000);
+    const int connected = ftp.FtpConnect(L"127.0.0.1", servers::FtpServer::kUser,
+                                         servers::FtpServer::kPassword, 60000);
     Require(connected == 1, "no connection");
   }
   ~Transfer() { ftp.FtpDisConnect(); }
@@ -55,7 +55,7 @@ struct Transfer : Workspace {
     for (const std::string& name : names) unlink(server.home(name).c_str());
   }
 
-  testing::FtpServer server;
+  servers::FtpServer server;
   ScopedServicePort port;
   NoPauses pauses;
   ScopedClock clock;

@@ -8,15 +8,15 @@
 #include <fstream>
 #include <string>
 
-#include "support/dns_server.h"
-#include "support/ftp_server.h"
-#include "support/shared_printer_server.h"
+#include "servers/dns_server.h"
+#include "servers/ftp_server.h"
+#include "servers/shared_printer_server.h"
 
 namespace {
 
-using vk::tq::testing::DnsServer;
-using vk::tq::testing::FtpServer;
-using vk::tq::testing::SharedPrinterServer;
+using vk::tq::servers::DnsServer;
+using vk::tq::servers::FtpServer;
+using vk::tq::servers::SharedPrinterServer;
 using vk::tq::testing::StopSignal;
 using vk::tq::testing::TempFolder;
 using vk::tq::testing::ToUtf8;

@@ -5,7 +5,7 @@
 #include "platform/service_table.h"
 #include "platform/system_info.h"
 #include "road.h"
-#include "support/dns_server.h"
+#include "servers/dns_server.h"
 #include "transport/util_link.h"
 
 namespace demo {
@@ -38,7 +38,7 @@ class AdjustableClock : public vk::tq::Clock {
 
 void FindTheServersName(Road& road) {
   Chapter("6. The printer server's name");
-  const vk::tq::testing::DnsServer server(
+  const vk::tq::servers::DnsServer server(
       {"127.in-addr.arpa."}, {"1.0.0.127.in-addr.arpa. PTR printserver.example.co.jp."});
   const vk::tq::ScopedServicePort port(vk::tq::Service::kDns, server.port());
   LoopbackMachine machine;

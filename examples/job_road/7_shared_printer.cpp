@@ -3,13 +3,13 @@
 #include <string>
 
 #include "road.h"
-#include "support/shared_printer_server.h"
+#include "servers/shared_printer_server.h"
 #include "transport/shared_printer_communication.h"
 
 namespace demo {
 
 using vk::tq::CSharedPrinterCommunication;
-using vk::tq::testing::SharedPrinterServer;
+using vk::tq::servers::SharedPrinterServer;
 
 void CallTheSharedPrinter(Road& road) {
   Chapter("7. The shared printer server");

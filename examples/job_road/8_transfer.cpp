@@ -4,7 +4,7 @@
 
 #include "platform/service_table.h"
 #include "road.h"
-#include "support/ftp_server.h"
+#include "servers/ftp_server.h"
 #include "transport/ftp.h"
 
 namespace demo {
@@ -19,7 +19,7 @@ std::string Contents(const std::string& native) {
 
 void SendTheFiles(Road& road) {
   Chapter("8. The files travel to the printer server");
-  vk::tq::testing::FtpServer server;
+  vk::tq::servers::FtpServer server;
   const vk::tq::ScopedServicePort port(vk::tq::Service::kFtpControl, server.port());
   const std::wstring folder = road.settings.CertNemiInfoDir;
   const std::string local = road.product.native("CertNemiInfoDir/Job0001.xml");

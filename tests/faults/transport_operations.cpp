@@ -2,9 +2,9 @@
 #include "faults/operation.h"
 #include "platform/service_table.h"
 #include "platform/system_info.h"
-#include "support/dns_server.h"
+#include "servers/shared_printer_server.h"
+#include "support/dns_peer.h"
 #include "support/scripted_ftp_peer.h"
-#include "support/shared_printer_server.h"
 #include "transport/ftp.h"
 #include "transport/shared_printer_communication.h"
 #include "transport/util_link.h"
@@ -58,8 +58,8 @@ Operation OverFtp(const char* name, Work work) {
 // ---- Shared printer ----
 
 std::shared_ptr<void> ServePrinter(Stage& stage) {
-  const auto accept = [](const SharedPrinterServer::Request&) { return true; };
-  auto server = std::make_shared<SharedPrinterServer>(accept);
+  const auto accept = [](const servers::SharedPrinterServer::Request&) { return true; };
+  auto server = std::make_shared<servers::SharedPrinterServer>(accept);
   stage.port = server->port();
   return server;
 }

@@ -1,7 +1,7 @@
 #include "platform/dns.h"
 
 #include "platform/service_table.h"
-#include "support/dns_server.h"
+#include "support/dns_peer.h"
 
 namespace vk::tq::testing {
 namespace {

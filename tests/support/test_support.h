@@ -162,7 +162,6 @@ class ChildProcess {
   ChildProcess& operator=(const ChildProcess&) = delete;
   ~ChildProcess();
 
-  pid_t pid() const { return pid_; }
   void Kill();
   // The exit code, or minus the signal that ended it.
   int Wait();

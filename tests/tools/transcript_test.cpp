@@ -11,9 +11,9 @@
 #include <regex>
 #include <sstream>
 
-#include "support/dns_server.h"
-#include "support/ftp_server.h"
-#include "support/shared_printer_server.h"
+#include "servers/dns_server.h"
+#include "servers/ftp_server.h"
+#include "servers/shared_printer_server.h"
 
 namespace vk::tq::testing {
 namespace {
@@ -140,12 +140,14 @@ TEST_F(Transcript, Settings) { FollowFile("settings.txt"); }
 TEST_F(Transcript, Users) { FollowFile("users.txt"); }
 
 TEST_F(Transcript, Servers) {
-  const FtpServer ftp;
-  const DnsServer dns({"2.0.192.in-addr.arpa."}, {"1.2.0.192.in-addr.arpa. PTR printer.example."});
-  const SharedPrinterServer shared([&](const SharedPrinterServer::Request& request) {
-    WriteNative(native("taken/" + request.command), request.name + " " + request.contents);
-    return request.name != "refused";
-  });
+  const servers::FtpServer ftp;
+  const servers::DnsServer dns({"2.0.192.in-addr.arpa."},
+                               {"1.2.0.192.in-addr.arpa. PTR printer.example."});
+  const servers::SharedPrinterServer shared(
+      [&](const servers::SharedPrinterServer::Request& request) {
+        WriteNative(native("taken/" + request.command), request.name + " " + request.contents);
+        return request.name != "refused";
+      });
   const std::string at = "ftp=" + std::to_string(ftp.port()) + " dns=" + std::to_string(dns.port());
   const ScopedEnvironment ports("TQ_SERVICE_PORTS", at.c_str());
   const ScopedEnvironment port("SHARED_PRINTER_PORT", std::to_string(shared.port()).c_str());

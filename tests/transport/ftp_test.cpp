@@ -1,7 +1,7 @@
 #include "transport/ftp.h"
 
 #include "platform/service_table.h"
-#include "support/ftp_server.h"
+#include "servers/ftp_server.h"
 #include "support/scripted_ftp_peer.h"
 #include "support/test_clock.h"
 
@@ -12,7 +12,7 @@ using namespace std::string_literals;
 using ::testing::ElementsAre;
 using Session = ScriptedFtpPeer::Session;
 
-constexpr const wchar_t* kSecret = FtpServer::kPassword;
+constexpr const wchar_t* kSecret = servers::FtpServer::kPassword;
 constexpr std::uint64_t kFourGiB = std::uint64_t{1} << 32;
 
 void MakeSparse(const std::string& native, std::uint64_t size) {
@@ -64,7 +64,7 @@ class FtpTestOf : public ProductTest {
   ScopedServicePort port_{Service::kFtpControl, server_.port()};
   CFtp ftp_;
 };
-using FtpTest = FtpTestOf<FtpServer>;
+using FtpTest = FtpTestOf<servers::FtpServer>;
 using ScriptedFtpTest = FtpTestOf<ScriptedFtpPeer>;
 using LyingFtpTest = ScriptedFtpTest;
 

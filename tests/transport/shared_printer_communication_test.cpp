@@ -7,7 +7,7 @@
 #include <sstream>
 
 #include "platform/error.h"
-#include "support/shared_printer_server.h"
+#include "servers/shared_printer_server.h"
 #include "support/test_support.h"
 
 namespace vk::tq::testing {
@@ -51,7 +51,7 @@ class SharedPrinterCommunicationTest : public ProductTest {
   std::string frame_;
   std::string answer_ = "CR010";
   LoopbackServer server_{[this](Peer& peer, int) {
-    frame_ = ReadFrame(peer);
+    frame_ = servers::ReadFrame(peer);
     char byte = 0;
     if (recv(peer.get(), &byte, 1, MSG_DONTWAIT) > 0) frame_ += "and more than was announced";
     peer.Write(answer_);
@@ -130,7 +130,7 @@ TEST_F(SharedPrinterCommunicationTest, DeliveryIsRepeatedUntilItIsAccepted) {
   // How often it is repeated, and the connections that this makes.
   for (const auto& [retry, connections] : {std::pair(3, 3), {1, 2}, {0, 1}, {-1, 1}}) {
     LoopbackServer server([](Peer& peer, int index) {
-      ReadFrame(peer);
+      servers::ReadFrame(peer);
       peer.Write(index == 2 ? "CR010" : index == 1 ? "CR011" : "");  // any failure counts
     });
     EXPECT_EQ(ChannelTo(server.port(), retry).SendNemiInfFile(MakeFile()), retry == 3 ? 1 : 0);

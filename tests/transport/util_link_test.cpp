@@ -3,7 +3,7 @@
 #include "platform/dns.h"
 #include "platform/service_table.h"
 #include "platform/system_info.h"
-#include "support/dns_server.h"
+#include "support/dns_peer.h"
 #include "support/test_clock.h"
 
 namespace vk::tq::testing {

@@ -1,4 +1,4 @@
-#include "support/dns_server.h"
+#include "support/dns_peer.h"
 
 #include <fcntl.h>
 #include <netinet/in.h>
@@ -26,34 +26,6 @@ std::string Number16(std::size_t number) {
 }
 
 }  // namespace
-
-DnsServer::DnsServer(const std::vector<std::string>& zones,
-                     const std::vector<std::string>& records) {
-  const std::string configuration = folder_.native("unbound.conf");
-  const std::string output = folder_.native("output");
-  std::string lists;
-  for (const std::string& zone : zones) lists += "  local-zone: \"" + zone + "\" static\n";
-  for (const std::string& record : records) lists += "  local-data: '" + record + "'\n";
-  // Between the choice of a port and the start somebody else may take it.
-  for (int attempt = 0; attempt < 5; ++attempt) {
-    port_ = Listener().port();
-    WriteNative(configuration, "include: " TQ_TEST_DATA "/unbound.conf\nserver:\n  port: " +
-                                   std::to_string(port_) + "\n" + lists);
-    WriteNative(output, "");
-    process_.emplace([&] {
-      dup2(open(output.c_str(), O_WRONLY), STDERR_FILENO);
-      return execl("/usr/sbin/unbound", "unbound", "-d", "-c", configuration.c_str(), nullptr);
-    });
-    std::string said;
-    for (int i = 0; i < 4000 && said.find("fatal error") == std::string::npos; ++i) {
-      usleep(5000);
-      said = ReadNative(output);
-      if (said.find("start of service") != std::string::npos) return;
-    }
-    process_.reset();
-  }
-  throw std::runtime_error("unbound does not start: " + ReadNative(output));
-}
 
 DnsPeer::DnsPeer(Answer answer) : answer_(std::move(answer)) {
   while (!udp_) {

@@ -6,10 +6,10 @@
 
 #include "support/loopback.h"
 
-namespace vk::tq::testing {
+namespace vk::tq::servers {
 
 // A command, a length, and what that announces: nothing for the time. Empty when the client ends.
-std::string ReadFrame(const Peer& client);
+std::string ReadFrame(const testing::Peer& client);
 
 // Speaks the protocol of docs/wire-protocol.md. It tells its time in UTC, and lets its owner decide
 // about everything else.
@@ -28,10 +28,10 @@ class SharedPrinterServer {
   std::uint16_t port() const { return server_.port(); }
 
  private:
-  void Answer(Peer& client) const;
+  void Answer(testing::Peer& client) const;
 
   Decision decide_;
-  LoopbackServer server_;
+  testing::LoopbackServer server_;
 };
 
-}  // namespace vk::tq::testing
+}  // namespace vk::tq::servers

@@ -1,4 +1,4 @@
-#include "support/ftp_server.h"
+#include "servers/ftp_server.h"
 
 #include <grp.h>
 #include <pwd.h>
@@ -7,7 +7,9 @@
 #include <filesystem>
 #include <sstream>
 
-namespace vk::tq::testing {
+namespace vk::tq::servers {
+
+using namespace testing;
 namespace {
 
 constexpr const char* kProgram = "/usr/sbin/proftpd";
@@ -23,7 +25,7 @@ FtpServer::FtpServer() : server_([this](const Peer& control, int) { StartSession
               "tester:" + std::string(kPasswordHash) + ":" + ids + "::" + home() + ":/bin/sh\n");
   std::filesystem::permissions(folder_.native("accounts"), std::filesystem::perms::owner_read);
   WriteNative(folder_.native("proftpd.conf"),
-              "Include " TQ_TEST_DATA "/proftpd.conf\nPort " + std::to_string(port()) + "\nUser " +
+              "Include " TQ_SERVERS "/proftpd.conf\nPort " + std::to_string(port()) + "\nUser " +
                   getpwuid(getuid())->pw_name + "\nGroup " + getgrgid(getgid())->gr_name +
                   "\nAuthUserFile " + folder_.native("accounts") + "\nSystemLog " +
                   folder_.native("system.log") + "\nExtendedLog " + folder_.native("dialogue.log") +
@@ -52,4 +54,4 @@ std::vector<std::string> FtpServer::Dialogue() {
   return lines;
 }
 
-}  // namespace vk::tq::testing
+}  // namespace vk::tq::servers

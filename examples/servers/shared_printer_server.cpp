@@ -1,10 +1,12 @@
-#include "support/shared_printer_server.h"
+#include "servers/shared_printer_server.h"
 
 #include <ctime>
 #include <string_view>
 #include <utility>
 
-namespace vk::tq::testing {
+namespace vk::tq::servers {
+
+using namespace testing;
 namespace {
 
 constexpr std::size_t kHeader = 8;
@@ -56,4 +58,4 @@ void SharedPrinterServer::Answer(Peer& client) const {
   client.Write("CR" + request.command.substr(2) + (decide_(request) ? "0" : "1"));
 }
 
-}  // namespace vk::tq::testing
+}  // namespace vk::tq::servers

@@ -10,7 +10,7 @@
 #include "support/loopback.h"
 #include "support/test_support.h"
 
-namespace vk::tq::testing {
+namespace vk::tq::servers {
 
 // proftpd for one account whose home is a folder of its own, with nothing of the system's
 // configuration. Each control connection gets a process, as from inetd: no port is handed over.
@@ -31,12 +31,12 @@ class FtpServer {
   std::vector<std::string> Dialogue();
 
  private:
-  void StartSession(const Peer& control);
+  void StartSession(const testing::Peer& control);
 
-  TempFolder folder_;
+  testing::TempFolder folder_;
   std::mutex mutex_;
-  std::list<ChildProcess> sessions_;
-  LoopbackServer server_;
+  std::list<testing::ChildProcess> sessions_;
+  testing::LoopbackServer server_;
 };
 
-}  // namespace vk::tq::testing
+}  // namespace vk::tq::servers
