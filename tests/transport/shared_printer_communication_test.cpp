@@ -48,13 +48,14 @@ class SharedPrinterCommunicationTest : public ProductTest {
     ProductTest::Tell(std::to_string(result) + " " + std::to_string(server_.connections()));
   }
 
-  std::string frame_;
-  std::string answer_ = "CR010";
+  Guarded<std::string> frame_;
+  Guarded<std::string> answer_{"CR010"};
   LoopbackServer server_{[this](Peer& peer, int) {
-    frame_ = servers::ReadFrame(peer);
+    std::string frame = servers::ReadFrame(peer);
     char byte = 0;
-    if (recv(peer.get(), &byte, 1, MSG_DONTWAIT) > 0) frame_ += "and more than was announced";
-    peer.Write(answer_);
+    if (recv(peer.get(), &byte, 1, MSG_DONTWAIT) > 0) frame += "and more than was announced";
+    frame_ = frame;
+    peer.Write(*answer_);
   }};
 };
 
@@ -68,8 +69,19 @@ TEST_F(SharedPrinterCommunicationTest, DeliversAFileAsItIsStored) {
     const ScopedEnvironment use_code_page("TQ_ANSI_CODEPAGE", code_page);
     const std::string contents("\0\r\n\xFF\x1A", 5);
     EXPECT_EQ(Channel().SendNemiInfFile(MakeFile(contents, file)), 1) << file;
-    EXPECT_EQ(frame_, "CS01" + BigEndian(31) + Filled(name, 26) + contents) << file;
+    EXPECT_EQ(*frame_, "CS01" + BigEndian(31) + Filled(name, 26) + contents) << file;
   }
+}
+
+// Files of the kernel hold less than their size says, or more, as if they had shrunk or grown.
+TEST_F(SharedPrinterCommunicationTest, WhatIsAnnouncedIsWhatWasRead) {
+  const std::string shrunk = "/sys/devices/system/cpu/online";
+  if (!ExistsNative(shrunk)) GTEST_SKIP() << "there is no sysfs";
+  const std::string contents = ReadNative(shrunk);
+  EXPECT_EQ(Channel().SendNemiInfFile(FromUtf8(shrunk)), 1);
+  EXPECT_EQ(*frame_, "CS01" + BigEndian(26 + contents.size()) + Filled("online", 26) + contents);
+  EXPECT_EQ(Channel().SendNemiInfFile(L"/proc/self/status"), 1);
+  EXPECT_EQ(*frame_, "CS01" + BigEndian(26) + Filled("status", 26));
 }
 
 TEST_F(SharedPrinterCommunicationTest, FileThatCannotBeReadMakesNoConnection) {
@@ -150,7 +162,7 @@ TEST_F(SharedPrinterCommunicationTest, PrintOutRequestCarriesTheTextAndAsManyZer
       "<JobId>a&b%s</JobId><ClientName>\x87\x40</ClientName><PrintMode>OUTPUT</PrintMode>"
       "</QTL></Velkorandia>";
   const std::size_t size = 2 * text.size();
-  EXPECT_EQ(frame_, "CS06" + BigEndian(size) + Filled(text, size));
+  EXPECT_EQ(*frame_, "CS06" + BigEndian(size) + Filled(text, size));
 }
 
 // server_times.txt has a time zone of the client, what the server's text means there, and that text.
@@ -165,7 +177,7 @@ TEST_F(SharedPrinterCommunicationTest, TimeIsTheServersTextAndNineHours) {
     const std::int64_t expected = time == "none" ? 0 : std::stoll(time) + 32400;
     EXPECT_EQ(Channel(5).GetServerTime(L"not read").GetTime(), expected) << text;
   }
-  EXPECT_EQ(frame_, std::string("CS02\0\0\0\1", 8));
+  EXPECT_EQ(*frame_, std::string("CS02\0\0\0\1", 8));
 }
 
 }  // namespace
