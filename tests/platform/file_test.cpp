@@ -113,6 +113,20 @@ TEST_F(FileTest, AReaderThatDoesNotGetTheLockNeverFindsNothing) {
   EXPECT_EQ(32U, GetLastError());
 }
 
+TEST_F(FileTest, FoldersAreMadeWithTheirParentsAndNotInPlaceOfAFile) {
+  WriteNative(native("file"), "");
+  EXPECT_TRUE(CreateFolders(path(L"a\\b\\c\\")));
+  EXPECT_TRUE(fs::is_directory(native("a/b/c")));
+  for (const wchar_t* name : {L"file", L"a\\b"}) {
+    EXPECT_FALSE(CreateFolder(path(name)));
+    EXPECT_EQ(183U, GetLastError());
+  }
+  EXPECT_TRUE(CreateFolders(path(L"a\\b")));
+  EXPECT_FALSE(CreateFolders(path(L"file")) || CreateFolders(path(L"file\\x")));
+  EXPECT_FALSE(CreateFolder(path(L"none\\x")));
+  EXPECT_EQ(3U, GetLastError());
+}
+
 TEST_F(FileTest, AFamilyIsFoundToTheLetter) {
   for (const std::string name :
        {"J.dat", "J.096", "J.aa", "J", "J2.001", "j.001", "xJ.001", "J*.001", ".005"}) {
