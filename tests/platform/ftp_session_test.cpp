@@ -48,6 +48,19 @@ TEST_F(FtpSessionTest, FollowsThePassivePortButNoOtherHost) {
   }
 }
 
+TEST_F(FtpSessionTest, SpeaksToAnIpv6Peer) {
+  std::optional<ScriptedFtpPeer> peer;
+  try {
+    peer.emplace(true);
+  } catch (const std::runtime_error&) {
+    GTEST_SKIP() << "no IPv6 on loopback";
+  }
+  WriteNative(native("a"), "bytes");
+  connection_ = ConnectFtp(internet_, L"::1", peer->port(), L"tester", L"secret");
+  EXPECT_TRUE(Put(L"a"));
+  EXPECT_EQ(peer->file("a"), "bytes");
+}
+
 // It breaks the connection: nobody can tell what the server waits for. A broken one is not made
 // anew: the directory would be another one.
 TEST_F(FtpSessionTest, TakesNoReplyOfAnotherKind) {

@@ -20,15 +20,18 @@ bool StopSignal::Wait(int fd, short events) const {
   return wait[1].revents == 0;
 }
 
-Listener::Listener(bool is_deaf) : socket_(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0)) {
+Listener::Listener(bool is_deaf, bool is_ipv6)
+    : socket_(socket(is_ipv6 ? AF_INET6 : AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0)) {
   sockaddr_in address{AF_INET, 0, {htonl(INADDR_LOOPBACK)}, {}};
-  auto* const any = reinterpret_cast<sockaddr*>(&address);
-  socklen_t size = sizeof address;
+  sockaddr_in6 address6{AF_INET6, 0, 0, IN6ADDR_LOOPBACK_INIT, 0};
+  auto* const any =
+      is_ipv6 ? reinterpret_cast<sockaddr*>(&address6) : reinterpret_cast<sockaddr*>(&address);
+  socklen_t size = is_ipv6 ? sizeof address6 : sizeof address;
   if (bind(get(), any, size) != 0 || (!is_deaf && listen(get(), 8) != 0) ||
       getsockname(get(), any, &size) != 0) {
     throw std::runtime_error("no loopback port");
   }
-  port_ = ntohs(address.sin_port);
+  port_ = ntohs(is_ipv6 ? address6.sin6_port : address.sin_port);
 }
 
 FileDescriptor Listener::Accept(const StopSignal& stop) const {

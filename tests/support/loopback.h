@@ -49,7 +49,7 @@ class StopSignal {
 // A socket that listens on a loopback port that the kernel chose; a deaf one only keeps the port.
 class Listener {
  public:
-  explicit Listener(bool is_deaf = false);
+  explicit Listener(bool is_deaf = false, bool is_ipv6 = false);
 
   std::uint16_t port() const { return port_; }
   int get() const { return socket_.get(); }
@@ -91,8 +91,8 @@ class LoopbackServer {
  public:
   using Serve = std::function<void(Peer& peer, int index)>;
 
-  explicit LoopbackServer(const Serve& serve)
-      : thread_([this, serve] {
+  explicit LoopbackServer(const Serve& serve, bool is_ipv6 = false)
+      : listener_(false, is_ipv6), thread_([this, serve] {
           while (FileDescriptor socket = listener_.Accept(stop_)) {
             Peer peer(std::move(socket), stop_);
             serve(peer, connections_++);

@@ -4,7 +4,9 @@
 
 namespace vk::tq::testing {
 
-ScriptedFtpPeer::ScriptedFtpPeer() {
+ScriptedFtpPeer::ScriptedFtpPeer(bool is_ipv6)
+    : is_ipv6_(is_ipv6),
+      server_([this](Peer& control, int) { Session(*this, control).Run(); }, is_ipv6) {
   static constexpr std::pair<const char*, const char*> kReplies[] = {
       {"", "220 ready"},        {"USER", "331 password?"}, {"PASS", "230 welcome"},
       {"PWD", "257 \"/\""},     {"CWD", "250 there"},      {"TYPE", "200 as you like"},
@@ -19,6 +21,9 @@ ScriptedFtpPeer::ScriptedFtpPeer() {
     const std::uint16_t port = session.OpenPassive();
     return session.Reply("227 Entering Passive Mode (127,0,0,1," + std::to_string(port / 256) +
                          "," + std::to_string(port % 256) + ").");
+  });
+  On("EPSV", [](Session& session, const std::string&) {
+    return session.Reply("229 here (|||" + std::to_string(session.OpenPassive()) + "|)");
   });
   On("STOR", [this](Session& session, const std::string& name) {
     session.Reply("150 go on");
@@ -74,7 +79,7 @@ std::optional<std::string> ScriptedFtpPeer::Session::TakeLine() {
 
 std::uint16_t ScriptedFtpPeer::Session::OpenPassive() {
   CloseData();
-  return passive_.emplace().port();
+  return passive_.emplace(false, peer_.is_ipv6_).port();
 }
 
 Peer* ScriptedFtpPeer::Session::data() {

@@ -55,7 +55,7 @@ class ScriptedFtpPeer {
   // Answers a command; false closes the control connection.
   using Answer = std::function<bool(Session& session, const std::string& argument)>;
 
-  ScriptedFtpPeer();
+  explicit ScriptedFtpPeer(bool is_ipv6 = false);
 
   std::uint16_t port() const { return server_.port(); }
 
@@ -81,7 +81,8 @@ class ScriptedFtpPeer {
   std::map<std::string, std::string> files_;
   mutable std::mutex mutex_;
   std::vector<std::string> commands_;
-  LoopbackServer server_{[this](Peer& control, int) { Session(*this, control).Run(); }};
+  bool is_ipv6_;
+  LoopbackServer server_;
 };
 
 }  // namespace vk::tq::testing
