@@ -25,7 +25,7 @@ std::string UpToZero(const std::string& bytes) { return bytes.substr(0, bytes.fi
 }  // namespace
 
 std::string ReadFrame(const Peer& client) {
-  const std::string header = client.Read(kHeader);
+  std::string header = client.Read(kHeader);
   if (header.size() < kHeader) return {};
   if (header.starts_with("CS02")) return header;
   std::size_t length = 0;
