@@ -2,6 +2,9 @@
 
 #include <filesystem>
 
+#include "foundation/os_type.h"
+#include "platform/error.h"
+#include "platform/system_info.h"
 #include "platform/text.h"
 #include "support/json.h"
 #include "support/test_clock.h"
@@ -50,6 +53,70 @@ TEST_F(UtilSystemTest, FilesAreListedWithoutDirectories) {
   EXPECT_TRUE(files.IsEmpty());
   EXPECT_THAT(log_.texts(),
               ElementsAre("5 140542 GetFileList2 ファイルの一覧取得に失敗しました。 = 3"));
+}
+
+class OtherMachine : public Machine {
+ public:
+  ErrorCode Ipv4Addresses(Ipv4Address* to, std::size_t& count) override {
+    count = 2;
+    if (to == nullptr) return fails ? kErrorNotSupported : kErrorInsufficientBuffer;
+    to[0] = {{255, 255, 255, 255}};
+    to[1] = {{10, 2, 30, 4}};
+    return kErrorSuccess;
+  }
+  bool Version(SystemVersion& to) override {
+    if (fails) SetLastError(kErrorNotSupported);
+    to = version;
+    return !fails;
+  }
+  bool LogonTime(LocalTime& time, LogonStep& step) override {
+    if (fails) SetLastError(1312);
+    step = LogonStep::kSessionData;
+    time = {2024, 3, 1, 4, 5, 6};
+    return !fails;
+  }
+
+  SystemVersion version;
+  bool fails = false;
+};
+
+TEST_F(UtilSystemTest, TheMachineIsAsked) {
+  OtherMachine machine;
+  const ScopedMachine use_machine(machine);
+  CStringArray addresses = {L"first"};
+  EXPECT_EQ(1, CUtil::GetIPList(addresses));
+  EXPECT_THAT(addresses, ElementsAre(L"first", L"255.255.255.255", L"10.2.30.4"));
+  EXPECT_EQ(L"20240301040506", CUtil::GetLogonDateTimeFromLSA());
+  // The type, whether it is Windows 8 or later, and whether it is no workstation.
+  std::wstring told;
+  for (const SystemVersion& version : {SystemVersion{1, 4, 0, 1},
+                                       {1, 4, 10, 1},
+                                       {1, 4, 90, 1},
+                                       {2, 4, 7, 1},
+                                       {2, 5, 0, 1},
+                                       {2, 5, 1, 1},
+                                       {2, 5, 2, 3},
+                                       {2, 6, 1, 1},
+                                       {2, 6, 2, 3},
+                                       {2, 7, 0, 1}}) {
+    machine.version = version;
+    int is_server = 77;
+    const int is_recent = CUtil::IsWin8orLater(&is_server);
+    told += Format(L"%d%d%d ", static_cast<int>(OsTypeOf(version)), is_recent, is_server);
+  }
+  EXPECT_EQ(L"000 100 200 300 400 500 601 700 711 710 ", told);
+  EXPECT_TRUE(CUtil::IsVista() == 1 && CUtil::IsXp() == 0 && CUtil::IsWin2000() == 0);
+  machine.fails = true;
+  Tell(CUtil::GetIPList(addresses) + CUtil::IsWin8orLater(nullptr));
+  Tell(ToUtf8(CUtil::GetLogonDateTimeFromLSA()));
+  EXPECT_THAT(told_,
+              ::testing::EndsWith(
+                  "3 CUtil::IsWin8orLater "
+                  "バージョン情報(Major[7], Minor[0], Product[1])→判定結果[1][0]\n"
+                  "2 101413 CUtil::GetIPList IPアドレステーブルのメモリ獲得に失敗しました。\n"
+                  "5 CUtil::IsWin8orLater バージョン情報の取得エラー[50]\n-> 0\n"
+                  "2 CUtil::GetLogonDateTimeFromLSA "
+                  "ログオンセッションのデータの取得に失敗しました。 = 1312\n-> \n"));
 }
 
 TEST(UtilTimeTest, ARegistrationLastsUpToItsLimit) {

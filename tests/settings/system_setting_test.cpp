@@ -18,6 +18,7 @@ class OpenSetting : public Settings {
   using Settings::GetSize;
   using Settings::ReadCSV;
   using Settings::Settings;
+  using Settings::WriteCSV;
 
   std::wstring Row() {
     std::wstring row;
@@ -129,6 +130,10 @@ TEST_F(SystemSettingTest, RowsAreSplitByTheQuoteRules) {
   EXPECT_EQ(settings->GetDataStr(buffer, 4, 0), 4);
   EXPECT_STREQ(buffer, L"1234");
   EXPECT_EQ(settings->ReadCSV() + settings->GetSize(), 0) << "a blank line";
+  ASSERT_TRUE(settings->Open(path(L"new").c_str(), Settings::modeWrite | Settings::modeCreate));
+  settings->WriteCSV(L"a,1");
+  settings->Close();
+  EXPECT_EQ(ReadNative(native("new")), "a,1\r\n");
 }
 
 }  // namespace
