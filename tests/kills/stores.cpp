@@ -36,9 +36,8 @@ CString Number(int version) { return std::to_wstring(version); }
 
 // A long text: its number, and a tail that differs from the last one in length and each character.
 CString Text(int version, int most = kShort) {
-  const int length = version * 97 % most;
-  return Number(version) + L":" +
-         CString(static_cast<std::size_t>(length), static_cast<wchar_t>(L'あ' + version % 50));
+  const auto length = static_cast<std::size_t>(version * 97 % most);
+  return Number(version) + L":" + CString(length, static_cast<wchar_t>(L'あ' + version % 50));
 }
 
 // The version whose number and text these are.
@@ -140,7 +139,7 @@ using Lock = std::unique_ptr<void, HANDLE (*)(HANDLE)>;
 
 bool WritePrinters(int, int version) {
   CWhiteListFileAccess list;
-  for (int i = 0; i <= version % 7; ++i) list.Add(Number(version), Text(version));
+  list.Add(Number(version), Text(version));
   const Lock lock(GetPrinterWhiteListMutex(), ReleasePrinterWhiteListMutex);
   return lock && list.Write(PathFromNative(jobs_folder)) == 1;
 }
@@ -149,10 +148,8 @@ int ReadPrinters(int) {
   CWhiteListFileAccess list;
   const Lock lock(GetPrinterWhiteListMutex(), ReleasePrinterWhiteListMutex);
   if (!lock || list.Read(PathFromNative(jobs_folder)) != 1) return kNotRead;
-  const CStringArray& names = list.GetNames();
-  const int version = names.IsEmpty() ? kTorn : VersionOf(list.GetKinds()[0], names[0]);
-  const auto count = std::count(names.begin(), names.end(), Text(version));
-  return count == names.GetSize() && count == 1 + version % 7 ? version : kTorn;
+  if (list.GetNames().GetSize() != 1) return kTorn;
+  return VersionOf(list.GetKinds()[0], list.GetNames()[0]);
 }
 
 // ---- INI files ----
