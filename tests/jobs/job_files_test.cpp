@@ -19,6 +19,7 @@ namespace {
 
 namespace fs = std::filesystem;
 using ::testing::ElementsAre;
+using ::testing::PrintToString;
 using Job = CManageFileAccess;
 using Info = CNemiPrintInfoFileAccess;
 using M = MANAGE_FILE;
@@ -147,28 +148,15 @@ TEST_F(JobFilesTest, AJobComesBackWhole) {
   EXPECT_EQ(5, read.ManageStatus);
   reader.InitManageData();
   EXPECT_EQ(GetFileStatus(Path(L"B.005"))->last_write(), read.FileTime) << "is not reset";
-  EXPECT_EQ(L"", read.comment);
-}
-
-TEST_F(JobFilesTest, ElementsAreReadAsTheyAre) {
-  const std::pair<const wchar_t*, const wchar_t*> kCases[] = {
-      {L"</ManageInfo> no XML", L"0 0 before 0"},
-      {L"<tavocopy>2</tavocopy><tavocopyerr>2</tavocopyerr>", L"0 2 before 0"},
-      {L"<tavocopy>1</tavocopy><tavocopyerr>3</tavocopyerr>", L"1 0 before 0"},
-      {L"<copiedjobid/><spoolsize> 99999999999ab</spoolsize>", L"0 0  2147483647"},
-  };
-  for (const auto& [elements, expected] : kCases) {
-    const CString text =
-        Format(L"<Velkorandia><ManageInfo>%s</ManageInfo></Velkorandia>", elements);
-    ASSERT_EQ(0, CCrypto().CryptingStringWriter(text, Path(L"B.005")));
-    Job job = Find();
-    M& read = job.GetManageData();
-    read.copiedjobid = L"before";
-    read.spoolsize = 77;
-    EXPECT_EQ(1, job.ReadInformation());
-    EXPECT_EQ(expected, Format(L"%s %s %s %d", read.tavocopy, read.tavocopyerr, read.copiedjobid,
-                               read.spoolsize));
-  }
+  // A flag is one; a missing element leaves its field as it was, and an empty one clears it.
+  reader.GetManageData().ip = reader.GetManageData().comment = L"before";
+  const CString text =
+      L"<Velkorandia><ManageInfo><tavocopy>2</tavocopy><tavocopyerr>3</tavocopyerr><ip/>"
+      L"<spoolsize> 99999999999ab</spoolsize></ManageInfo></Velkorandia>";
+  ASSERT_EQ(0, CCrypto().CryptingStringWriter(text, Path(L"B.005")));
+  EXPECT_EQ(1, reader.ReadInformation());
+  EXPECT_EQ(L"0 0  before 2147483647", Format(L"%s %s %s %s %d", read.tavocopy, read.tavocopyerr,
+                                              read.ip, read.comment, read.spoolsize));
 }
 
 TEST_F(JobFilesTest, TheStatusIsReadWhereverItLies) {
@@ -193,13 +181,6 @@ TEST_F(JobFilesTest, TheStatusIsReadWhereverItLies) {
     const M& read = job.GetManageData();
     Tell(ToUtf8(Format(L"%d %d [%s]", result, read.ManageStatus, read.PrinterIpAddress)));
   }
-  // A directory in the file's place. The information is read all the same.
-  fs::remove_all(native("jobs"));
-  fs::create_directories(File("B.dat"));
-  MakeJob(99);
-  Job job = Find();
-  Tell(job.ReadAll());
-  Tell(ToUtf8(job.GetManageData().comment));
   ExpectTold();
 }
 
@@ -283,11 +264,8 @@ TEST_F(JobFilesTest, FailuresLoseNothingOfAJob) {
   EXPECT_EQ(old + "somebody else's", ReadNative(File("B.005")) + ReadNative(File("B.096")));
 
   Job missing = At(5, L"missing");
-  Tell(missing.IsExist());
-  Tell(missing.ReadAll());
-  Tell(missing.WriteStatus());
-  Tell(missing.Delete());
-  Tell(missing.ReadInformation());
+  Tell(PrintToString(std::vector{missing.IsExist(), missing.ReadAll(), missing.WriteStatus(),
+                                 missing.Delete(), missing.ReadInformation()}));
   fs::remove_all(native("jobs"));
   Tell(missing.Delete());
   ExpectTold();
@@ -313,26 +291,19 @@ TEST_F(JobFilesTest, InformationComesBackButForTwoFields) {
   expected.ID = L"1";
   expected.NUpName = L"kept";
   const CString text = L"<Velkorandia><QTL><ID>1</ID><FilePath>x</FilePath></QTL></Velkorandia>";
-  for (const CString& written : {text, CString(L"no XML")}) {
-    ASSERT_EQ(0, CCrypto().CryptingStringWriter(written, path));
-    ASSERT_EQ(1, reader.ReadAll());
-    EXPECT_EQ(expected, reader.GetNemiInfData());
-    expected.ID.clear();
-  }
+  ASSERT_EQ(0, CCrypto().CryptingStringWriter(text, path));
+  ASSERT_EQ(1, reader.ReadAll());
+  EXPECT_EQ(expected, reader.GetNemiInfData());
 }
 
 TEST_F(JobFilesTest, FailuresLoseNothingOfTheInformation) {
   const CString sent = path(L"sent");
   Info file(Path(L"job.xml").c_str());
-  Tell(file.IsExist());
-  Tell(file.ReadAll());
-  Tell(file.Delete(0));
-  Tell(file.Move(sent.c_str()));
-  Tell(file.Move(nullptr));
+  Tell(PrintToString(std::vector{file.IsExist(), file.ReadAll(), file.Delete(0),
+                                 file.Move(sent.c_str()), file.Move(nullptr)}));
   // A directory is no text, cannot be removed as a file, and is not replaced.
   Info directory(path(L"jobs").c_str());
-  Tell(directory.ReadAll());
-  Tell(directory.Delete(0));
+  Tell(PrintToString(std::vector{directory.ReadAll(), directory.Delete(0)}));
   ASSERT_EQ(1, file.WriteAll());
   const std::string before = ReadNative(File("job.xml"));
   fs::create_directories(native("sent/job.xml"));
@@ -342,15 +313,13 @@ TEST_F(JobFilesTest, FailuresLoseNothingOfTheInformation) {
   file.GetNemiInfData().Comment = L"new";
   WriteKeyFile(std::string(34, 'k'));
   SetLastError(4711);
-  Tell(file.WriteAll() + file.ReadAll());
+  Tell(PrintToString(std::vector{file.WriteAll(), file.ReadAll()}));
   EXPECT_EQ(L"new", file.GetNemiInfData().Comment);
   EXPECT_EQ(before, ReadNative(File("job.xml")));
   const LockHolder holder(L"KITORA_QTL_JOB_INFO_NEMI");  // not asked for without a path
   Info nothing(nullptr);
-  Tell(nothing.ReadAll());
-  Tell(nothing.WriteAll());
-  Tell(nothing.Delete(3));
-  Tell(nothing.Move(L""));
+  Tell(PrintToString(
+      std::vector{nothing.ReadAll(), nothing.WriteAll(), nothing.Delete(3), nothing.Move(L"")}));
   ExpectTold();
 }
 
@@ -378,16 +347,12 @@ TEST_F(JobFilesTest, WithoutTheLockNothingIsDone) {
   LockHolder info_holder(L"KITORA_QTL_JOB_INFO_NEMI");
   const ScopedLockTimeout shorter(20);
   Job job = At(6);
-  for (const auto operation : std::initializer_list<int (Job::*)()>{
-           &Job::IsExist, &Job::ReadStatus, &Job::WriteStatus, &Job::ReadAll, &Job::ReadInformation,
-           &Job::WriteInformation, &Job::WriteAll, &Job::Delete}) {
-    Tell((job.*operation)());
-  }
+  Tell(PrintToString(std::vector{job.IsExist(), job.ReadStatus(), job.WriteStatus(), job.ReadAll(),
+                                 job.ReadInformation(), job.WriteInformation(), job.WriteAll(),
+                                 job.Delete()}));
   Info file(Path(L"job.xml").c_str());
-  Tell(file.IsExist());
-  Tell(file.ReadAll());
-  Tell(file.WriteAll());
-  Tell(file.Move(path(L"sent").c_str()));
+  Tell(PrintToString(std::vector{file.IsExist(), file.ReadAll(), file.WriteAll(),
+                                 file.Move(path(L"sent").c_str())}));
   for (const int retry : {INT_MIN, 0, 4}) Tell(file.Delete(retry));
   ExpectTold();
   EXPECT_THAT(Family(), ElementsAre("B.005", "job.xml"));
