@@ -21,8 +21,7 @@ namespace {
 
 namespace fs = std::filesystem;
 
-// The second file has several memory pages, which the kernel does not write as one.
-constexpr int kOtherClientKeys = 60, kOtherConfigKeys = 600;
+// A long text has several memory pages, which the kernel does not write as one.
 constexpr int kShort = 250, kLong = 20'000;
 
 // The native folders; StoreTest makes them anew for each test.
@@ -84,37 +83,35 @@ int ReadJob(int place) {
 
 // ---- A print information file ----
 
-bool WriteInfoTo(const std::wstring& path, int version, int most) {
+bool WriteInfoTo(const std::wstring& path, int version) {
   CNemiPrintInfoFileAccess file(path.c_str());
-  file.GetNemiInfData().Comment = Text(version, most);
+  file.GetNemiInfData().Comment = Text(version, kLong);
   file.GetNemiInfData().ImageLogID = Number(version);
   return file.WriteAll() == 1;
 }
 
-int ReadInfoFrom(const std::wstring& path, int most) {
+int ReadInfoFrom(const std::wstring& path) {
   CNemiPrintInfoFileAccess file(path.c_str());
   if (file.ReadAll() != 1) return kNotRead;
-  return VersionOf(file.GetNemiInfData().ImageLogID, file.GetNemiInfData().Comment, most);
+  return VersionOf(file.GetNemiInfData().ImageLogID, file.GetNemiInfData().Comment, kLong);
 }
 
-bool WriteInfo(int, int version) {
-  return WriteInfoTo(InFolder(jobs_folder, L"P.xml"), version, kShort);
-}
+bool WriteInfo(int, int version) { return WriteInfoTo(InFolder(jobs_folder, L"P.xml"), version); }
 
-int ReadInfo(int) { return ReadInfoFrom(InFolder(jobs_folder, L"P.xml"), kShort); }
+int ReadInfo(int) { return ReadInfoFrom(InFolder(jobs_folder, L"P.xml")); }
 
 // Moved into another file system, which copies it. What is not moved yet counts, as it does for who
 // moves it.
 bool WriteInfoElsewhere(int, int version) {
   const std::wstring path = InFolder(jobs_folder, L"M.dat");
-  return WriteInfoTo(path, version, kLong) &&
+  return WriteInfoTo(path, version) &&
          CNemiPrintInfoFileAccess(path.c_str()).Move(PathFromNative(second_folder).c_str()) == 1;
 }
 
 int ReadInfoElsewhere(int) {
-  const int there = ReadInfoFrom(InFolder(second_folder, L"M.xml"), kLong);
+  const int there = ReadInfoFrom(InFolder(second_folder, L"M.xml"));
   if (there == kTorn || !ExistsNative(jobs_folder + "/M.dat")) return there;
-  return ReadInfoFrom(InFolder(jobs_folder, L"M.dat"), kLong);
+  return ReadInfoFrom(InFolder(jobs_folder, L"M.dat"));
 }
 
 // ---- Users ----
@@ -152,41 +149,31 @@ int ReadPrinters(int) {
   return VersionOf(list.GetKinds()[0], list.GetNames()[0]);
 }
 
-// ---- INI files ----
+// ---- An INI file ----
 
-// Keys that nobody writes.
-std::vector<ProfileValue> OtherKeys(int count) {
+// Keys that nobody writes, on several memory pages.
+std::vector<ProfileValue> OtherKeys() {
   std::vector<ProfileValue> keys;
-  for (int i = 0; i < count; ++i)
+  for (int i = 0; i < 600; ++i) {
     keys.push_back({L"Setting", L"Key" + Number(i), L"value " + Number(i)});
+  }
   return keys;
 }
-
-int ReadIni(const wchar_t* name, int other_keys, const wchar_t* first, const wchar_t* last) {
-  const Profile file(ProductPath(name));
-  const auto value = [&](const CString& key) { return file.GetString(L"Setting", key, L"", 1024); };
-  const bool is_whole = std::ranges::all_of(
-      OtherKeys(other_keys), [&](const ProfileValue& key) { return value(key.key) == key.value; });
-  return is_whole ? VersionOf(Number(ParseInt(value(first))), value(last)) : kTorn;
-}
-
-bool WriteClientIni(int, int version) {
-  return CClientSetting().WritePrimPSIpAddr(Text(version)) == 1;
-}
-
-int ReadClientIni(int) { return ReadIni(L"\\config\\Client.ini", kOtherClientKeys, L"P1", L"P1"); }
 
 bool WriteConfigIni(int, int version) {
   return CClientSetting().WriteTrayData(3, Text(version), 0, L"", 5, Number(version)) == 1;
 }
 
 int ReadConfigIni(int) {
-  return ReadIni(L"\\PrintProcessor\\config.ini", kOtherConfigKeys, L"NameTray3", L"NameTray1");
+  const Profile file(ProductPath(L"\\PrintProcessor\\config.ini"));
+  const auto value = [&](const CString& key) { return file.GetString(L"Setting", key, L"", 1024); };
+  const bool is_whole = std::ranges::all_of(
+      OtherKeys(), [&](const ProfileValue& key) { return value(key.key) == key.value; });
+  return is_whole ? VersionOf(value(L"NameTray3"), value(L"NameTray1")) : kTorn;
 }
 
 constexpr wchar_t kJobLock[] = L"Global\\KITORA_QTL_JOB_MANAGE";
 constexpr wchar_t kInfoLock[] = L"KITORA_QTL_JOB_INFO_NEMI";
-constexpr wchar_t kIniLock[] = L"Global\\KITORA_QTL_TEST";
 using User = CUserDataFileAccess;
 using SharedUser = CSharedUserDataFileAccess;
 
@@ -199,8 +186,7 @@ constexpr Store kStores[] = {
     {"UserData", L"KITORA_QTL_USER_DATA", WriteUser<User>, ReadUser<User>},
     {"SharedUserData", L"KITORA_QTL_SHARED_USER_DATA", WriteUser<SharedUser>, ReadUser<SharedUser>},
     {"PrinterList", L"Global\\KITORA_QTL_WHITELIST_DAT_FILE", WritePrinters, ReadPrinters},
-    {"ClientIni", kIniLock, WriteClientIni, ReadClientIni},
-    {"ConfigIni", kIniLock, WriteConfigIni, ReadConfigIni},
+    {"ConfigIni", L"Global\\KITORA_QTL_TEST", WriteConfigIni, ReadConfigIni},
 };
 
 }  // namespace
@@ -219,8 +205,7 @@ StoreTest::StoreTest() {
   second_folder = second_.native();
   for (const char* name : {"data", "PrintProcessor"}) fs::create_directories(product_native(name));
   fs::create_directory(jobs_folder);
-  WriteProfile(ProductPath(L"\\config\\Client.ini"), OtherKeys(kOtherClientKeys));
-  WriteProfile(ProductPath(L"\\PrintProcessor\\config.ini"), OtherKeys(kOtherConfigKeys));
+  WriteProfile(ProductPath(L"\\PrintProcessor\\config.ini"), OtherKeys());
 }
 
 std::ptrdiff_t StoreTest::CountFiles() const {
