@@ -120,9 +120,7 @@ TEST_P(KilledWriterTest, LeavesTheOldOrTheNew) {
 INSTANTIATE_TEST_SUITE_P(Stores, KilledWriterTest, ::testing::ValuesIn(Stores()),
                          ::testing::PrintToStringParamName());
 
-using KilledOwnerTest = StoreTest;
-
-TEST_F(KilledOwnerTest, LeavesTheLockToTheNext) {
+TEST_F(StoreTest, AKilledOwnerLeavesTheLockToTheNext) {
   // The line of the operation that finds the lock abandoned; without one a program takes it over.
   for (const auto& [name, line] : {std::pair{"Job", 120600210},
                                    {"PrintInfo", 100908},

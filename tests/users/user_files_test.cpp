@@ -33,14 +33,14 @@ using ::testing::PrintToString;
 using Peer = EnableUsersAccessorPeer;
 using Printers = CWhiteListFileAccess;
 
-class UserListsTest : public ProductTest {
+class UserFilesTest : public ProductTest {
  protected:
-  UserListsTest() {
+  UserFilesTest() {
     fs::create_directory(native("temporary"));
     WriteKeyFile();
     Peer::DropInstance();
   }
-  ~UserListsTest() override { Peer::DropInstance(); }
+  ~UserFilesTest() override { Peer::DropInstance(); }
 
   // Both are read anew.
   void WritePlain(std::string_view bytes) {
@@ -67,7 +67,7 @@ class UserListsTest : public ProductTest {
   const std::string enciphered_ = product_native("config/EnableUsers.dat");
 };
 
-TEST_F(UserListsTest, LookupsTellTheirDecision) {
+TEST_F(UserFilesTest, LookupsTellTheirDecision) {
   const std::pair<const char*, std::vector<const wchar_t*>> kLists[] = {
       {"[ChangeUsers]\nBob=Acct-B\nEmpty=\nall=1\n[LogOnlyUsers]\nLog=Acct-L\nNone=\nall=2\n"
        "[PcLogonQueryUsers]\nPc=Acct-P\nBare=\nall=3\nlog=3\n",
@@ -99,7 +99,7 @@ TEST_F(UserListsTest, LookupsTellTheirDecision) {
 }
 
 // A name that is cut would be somebody else's. The list is larger than any INI file.
-TEST_F(UserListsTest, NamesAndValuesEndWithTheirBuffers) {
+TEST_F(UserFilesTest, NamesAndValuesEndWithTheirBuffers) {
   const std::string long_name(500, 'n');
   // 501 and 502 characters leave room for 20 more and the end of the list.
   WritePlain("[ChangeUsers]\r\n" + long_name + "=1\r\n" + long_name +
@@ -112,7 +112,7 @@ TEST_F(UserListsTest, NamesAndValuesEndWithTheirBuffers) {
 
 // A writer that is killed before it cuts the file leaves the end of a longer list there: behind a
 // NUL nothing counts.
-TEST_F(UserListsTest, TheEncipheredListComesFirstAndLeavesNoTrace) {
+TEST_F(UserFilesTest, TheEncipheredListComesFirstAndLeavesNoTrace) {
   const ScopedEnvironment ansi("TQ_ANSI_CODEPAGE", "932");
   WritePlain("Bob=plain\r\n");
   for (const std::wstring head : {L"", L"[ChangeUsers]\r\n"}) {
@@ -128,7 +128,7 @@ TEST_F(UserListsTest, TheEncipheredListComesFirstAndLeavesNoTrace) {
   EXPECT_EQ(ListNative(native("temporary")).size(), 0U);
 }
 
-TEST_F(UserListsTest, AListThatCannotBeReadIsEmptyAndTriedAgain) {
+TEST_F(UserFilesTest, AListThatCannotBeReadIsEmptyAndTriedAgain) {
   const auto fail = [&] {
     Peer::DropInstance();
     Tell(ToUtf8(Change(L"bob")));
@@ -148,7 +148,7 @@ TEST_F(UserListsTest, AListThatCannotBeReadIsEmptyAndTriedAgain) {
   EXPECT_EQ(Change(L"bob"), L"enciphered");
 }
 
-TEST_F(UserListsTest, TheInstanceChangesWithTheTimeOfItsFileAlone) {
+TEST_F(UserFilesTest, TheInstanceChangesWithTheTimeOfItsFileAlone) {
   const std::tuple<const char*, std::int64_t, const wchar_t*> kVersions[] = {
       {"bob=1", 5'000'000'001, L"1"},
       {"bob=2", 5'000'000'001, L"1"},
@@ -164,12 +164,11 @@ TEST_F(UserListsTest, TheInstanceChangesWithTheTimeOfItsFileAlone) {
   EXPECT_EQ(Change(L"bob"), L"4");
 }
 
-TEST_F(UserListsTest, AListThatKeepsChangingCountsAsOpen) {
+TEST_F(UserFilesTest, AListThatKeepsChangingCountsAsOpen) {
   struct WritingClock : TestClock {
     explicit WritingClock(const std::string& file) : list(file) {}
-    void Sleep(std::uint32_t) override { WriteNative(list, "bob=" + std::to_string(++version)); }
+    void Sleep(std::uint32_t) override { WriteNative(list, "bob=" + std::to_string(++ticks)); }
     const std::string& list;
-    int version = 0;
   };
   WritingClock clock(plain_);
   const ScopedClock scope(clock);
@@ -181,7 +180,7 @@ TEST_F(UserListsTest, AListThatKeepsChangingCountsAsOpen) {
   EXPECT_THAT(log_.texts(4), ::testing::ElementsAre(::testing::HasSubstr("[Errorcode=32]")));
 }
 
-TEST_F(UserListsTest, EntriesStandForPrintersAndComeBackInOrder) {
+TEST_F(UserFilesTest, EntriesStandForPrintersAndComeBackInOrder) {
   // A kind is the number that begins its text. 0 is the whole first attribute in any case, with a
   // star what it begins with in this case; the others are parts of theirs.
   const std::tuple<const wchar_t*, CStringArray, CStringArray> kCases[] = {
@@ -191,8 +190,7 @@ TEST_F(UserListsTest, EntriesStandForPrintersAndComeBackInOrder) {
       {L"1", {L"10.0"}, {L"ip_", L" IP_", L"Office"}},
       {L" +3rd", {L"PCL6"}, {L"pcl6"}},
       {L"4", {}, {L"", L"a\nb"}}};
-  Printers written;
-  CStringArray kinds, names;
+  Printers written, cut;
   for (const auto& [kind, listed, others] : kCases) {
     for (const CStringArray* some : {&listed, &others}) {
       for (const CString& name : *some) {
@@ -201,9 +199,8 @@ TEST_F(UserListsTest, EntriesStandForPrintersAndComeBackInOrder) {
         EXPECT_EQ(list.IsWhitePrinter(L"Office Ａ3", L"IP_10.0.0.7", L"2F 経理", L"Acme PCL6"),
                   some == &listed)
             << ToUtf8(name);
-        written.Add(kind, name + CString(L"\0is cut", 7));
-        kinds.Add(kind);
-        names.Add(name);
+        written.Add(kind, name + CString(L"\0end", 4));
+        cut.Add(kind, name);
       }
     }
   }
@@ -212,17 +209,17 @@ TEST_F(UserListsTest, EntriesStandForPrintersAndComeBackInOrder) {
   read.m_bMatchAll = 1;
   ASSERT_EQ(read.Read(temp_.path()), 1);
   EXPECT_EQ(read.m_bMatchAll, 0);
-  EXPECT_EQ(read.GetKinds(), kinds);
-  EXPECT_EQ(read.GetNames(), names);
+  EXPECT_EQ(read.GetKinds(), cut.GetKinds());
+  EXPECT_EQ(read.GetNames(), cut.GetNames());
   ASSERT_EQ(read.Read(temp_.path()), 1);
-  EXPECT_EQ(read.GetNames().GetSize(), 2 * names.GetSize()) << "what is read is appended";
+  EXPECT_EQ(read.GetNames().GetSize(), 2 * cut.GetNames().GetSize()) << "what is read is appended";
   // All printers but the suite's own.
   read.m_bMatchAll = -1;
   EXPECT_EQ(read.IsWhitePrinter(L"", L"", L"", L"A Velkorandia Tessa Loquin Driver 2"), 0);
   EXPECT_EQ(read.IsWhitePrinter(L"", L"", L"", L"A velkorandia Tessa Loquin Driver 2"), 1);
 }
 
-TEST_F(UserListsTest, FailuresLoseNothingOfThePrinters) {
+TEST_F(UserFilesTest, FailuresLoseNothingOfThePrinters) {
   Printers list;
   list.Add(L"0", L"A");
   WriteNative(native("folder/WhiteList.dat/x"), "");
@@ -353,13 +350,9 @@ TYPED_TEST(UserDataFileTest, TheTimeThatAFileIsFresh) {
   }
 }
 
-using UserFilesTest = ProductTest;
-
 // The lock of the one file is open to every account, that of the other belongs to its maker.
 TEST_F(UserFilesTest, AccountsMeetOnTheOpenLockOnly) {
   if (geteuid() != 0) GTEST_SKIP() << "needs a second account";
-  constexpr uid_t kNobody = 65534;
-  WriteKeyFile();
   ASSERT_EQ(chmod(temp_.native().c_str(), 0777), 0);
   CUserDataFileAccess user;
   user.SetServiceDataDirectry();
@@ -367,7 +360,7 @@ TEST_F(UserFilesTest, AccountsMeetOnTheOpenLockOnly) {
   HANDLE in_use = CUserDataFileAccess::GetMutex(nullptr, L"KITORA_QTL_SHARED_USER_DATA");
   log_.Clear();
   ChildProcess other([&] {
-    if (setgid(kNobody) != 0 || setuid(kNobody) != 0) return 98;
+    if (setgid(65534) != 0 || setuid(65534) != 0) return 98;
     CUserDataFileAccess read;
     read.SetServiceDataDirectry();
     if (read.ReadAll() != 1 || !log_.lines(5).empty()) return 1;
