@@ -21,7 +21,8 @@ namespace {
 
 namespace fs = std::filesystem;
 
-// A long text has several memory pages, which the kernel does not write as one.
+// The second file has several memory pages, which the kernel does not write as one.
+constexpr int kOtherClientKeys = 60, kOtherConfigKeys = 600;
 constexpr int kShort = 250, kLong = 20'000;
 
 // The native folders; StoreTest makes them anew for each test.
@@ -35,8 +36,9 @@ CString Number(int version) { return std::to_wstring(version); }
 
 // A long text: its number, and a tail that differs from the last one in length and each character.
 CString Text(int version, int most = kShort) {
-  const auto length = static_cast<std::size_t>(version * 97 % most);
-  return Number(version) + L":" + CString(length, static_cast<wchar_t>(L'あ' + version % 50));
+  const int length = version * 97 % most;
+  return Number(version) + L":" +
+         CString(static_cast<std::size_t>(length), static_cast<wchar_t>(L'あ' + version % 50));
 }
 
 // The version whose number and text these are.
@@ -83,35 +85,37 @@ int ReadJob(int place) {
 
 // ---- A print information file ----
 
-bool WriteInfoTo(const std::wstring& path, int version) {
+bool WriteInfoTo(const std::wstring& path, int version, int most) {
   CNemiPrintInfoFileAccess file(path.c_str());
-  file.GetNemiInfData().Comment = Text(version, kLong);
+  file.GetNemiInfData().Comment = Text(version, most);
   file.GetNemiInfData().ImageLogID = Number(version);
   return file.WriteAll() == 1;
 }
 
-int ReadInfoFrom(const std::wstring& path) {
+int ReadInfoFrom(const std::wstring& path, int most) {
   CNemiPrintInfoFileAccess file(path.c_str());
   if (file.ReadAll() != 1) return kNotRead;
-  return VersionOf(file.GetNemiInfData().ImageLogID, file.GetNemiInfData().Comment, kLong);
+  return VersionOf(file.GetNemiInfData().ImageLogID, file.GetNemiInfData().Comment, most);
 }
 
-bool WriteInfo(int, int version) { return WriteInfoTo(InFolder(jobs_folder, L"P.xml"), version); }
+bool WriteInfo(int, int version) {
+  return WriteInfoTo(InFolder(jobs_folder, L"P.xml"), version, kShort);
+}
 
-int ReadInfo(int) { return ReadInfoFrom(InFolder(jobs_folder, L"P.xml")); }
+int ReadInfo(int) { return ReadInfoFrom(InFolder(jobs_folder, L"P.xml"), kShort); }
 
 // Moved into another file system, which copies it. What is not moved yet counts, as it does for who
 // moves it.
 bool WriteInfoElsewhere(int, int version) {
   const std::wstring path = InFolder(jobs_folder, L"M.dat");
-  return WriteInfoTo(path, version) &&
+  return WriteInfoTo(path, version, kLong) &&
          CNemiPrintInfoFileAccess(path.c_str()).Move(PathFromNative(second_folder).c_str()) == 1;
 }
 
 int ReadInfoElsewhere(int) {
-  const int there = ReadInfoFrom(InFolder(second_folder, L"M.xml"));
+  const int there = ReadInfoFrom(InFolder(second_folder, L"M.xml"), kLong);
   if (there == kTorn || !ExistsNative(jobs_folder + "/M.dat")) return there;
-  return ReadInfoFrom(InFolder(jobs_folder, L"M.dat"));
+  return ReadInfoFrom(InFolder(jobs_folder, L"M.dat"), kLong);
 }
 
 // ---- Users ----
@@ -136,7 +140,7 @@ using Lock = std::unique_ptr<void, HANDLE (*)(HANDLE)>;
 
 bool WritePrinters(int, int version) {
   CWhiteListFileAccess list;
-  list.Add(Number(version), Text(version));
+  for (int i = 0; i <= version % 7; ++i) list.Add(Number(version), Text(version));
   const Lock lock(GetPrinterWhiteListMutex(), ReleasePrinterWhiteListMutex);
   return lock && list.Write(PathFromNative(jobs_folder)) == 1;
 }
@@ -145,35 +149,47 @@ int ReadPrinters(int) {
   CWhiteListFileAccess list;
   const Lock lock(GetPrinterWhiteListMutex(), ReleasePrinterWhiteListMutex);
   if (!lock || list.Read(PathFromNative(jobs_folder)) != 1) return kNotRead;
-  if (list.GetNames().GetSize() != 1) return kTorn;
-  return VersionOf(list.GetKinds()[0], list.GetNames()[0]);
+  const CStringArray& names = list.GetNames();
+  const int version = names.IsEmpty() ? kTorn : VersionOf(list.GetKinds()[0], names[0]);
+  const auto count = std::count(names.begin(), names.end(), Text(version));
+  return count == names.GetSize() && count == 1 + version % 7 ? version : kTorn;
 }
 
-// ---- An INI file ----
+// ---- INI files ----
 
-// Keys that nobody writes, on several memory pages.
-std::vector<ProfileValue> OtherKeys() {
+// Keys that nobody writes.
+std::vector<ProfileValue> OtherKeys(int count) {
   std::vector<ProfileValue> keys;
-  for (int i = 0; i < 600; ++i) {
+  for (int i = 0; i < count; ++i)
     keys.push_back({L"Setting", L"Key" + Number(i), L"value " + Number(i)});
-  }
   return keys;
 }
+
+int ReadIni(const wchar_t* name, int other_keys, const wchar_t* first, const wchar_t* last) {
+  const Profile file(ProductPath(name));
+  const auto value = [&](const CString& key) { return file.GetString(L"Setting", key, L"", 1024); };
+  const bool is_whole = std::ranges::all_of(
+      OtherKeys(other_keys), [&](const ProfileValue& key) { return value(key.key) == key.value; });
+  return is_whole ? VersionOf(Number(ParseInt(value(first))), value(last)) : kTorn;
+}
+
+bool WriteClientIni(int, int version) {
+  return CClientSetting().WritePrimPSIpAddr(Text(version)) == 1;
+}
+
+int ReadClientIni(int) { return ReadIni(L"\\config\\Client.ini", kOtherClientKeys, L"P1", L"P1"); }
 
 bool WriteConfigIni(int, int version) {
   return CClientSetting().WriteTrayData(3, Text(version), 0, L"", 5, Number(version)) == 1;
 }
 
 int ReadConfigIni(int) {
-  const Profile file(ProductPath(L"\\PrintProcessor\\config.ini"));
-  const auto value = [&](const CString& key) { return file.GetString(L"Setting", key, L"", 1024); };
-  const bool is_whole = std::ranges::all_of(
-      OtherKeys(), [&](const ProfileValue& key) { return value(key.key) == key.value; });
-  return is_whole ? VersionOf(value(L"NameTray3"), value(L"NameTray1")) : kTorn;
+  return ReadIni(L"\\PrintProcessor\\config.ini", kOtherConfigKeys, L"NameTray3", L"NameTray1");
 }
 
 constexpr wchar_t kJobLock[] = L"Global\\KITORA_QTL_JOB_MANAGE";
 constexpr wchar_t kInfoLock[] = L"KITORA_QTL_JOB_INFO_NEMI";
+constexpr wchar_t kIniLock[] = L"Global\\KITORA_QTL_TEST";
 using User = CUserDataFileAccess;
 using SharedUser = CSharedUserDataFileAccess;
 
@@ -186,7 +202,8 @@ constexpr Store kStores[] = {
     {"UserData", L"KITORA_QTL_USER_DATA", WriteUser<User>, ReadUser<User>},
     {"SharedUserData", L"KITORA_QTL_SHARED_USER_DATA", WriteUser<SharedUser>, ReadUser<SharedUser>},
     {"PrinterList", L"Global\\KITORA_QTL_WHITELIST_DAT_FILE", WritePrinters, ReadPrinters},
-    {"ConfigIni", L"Global\\KITORA_QTL_TEST", WriteConfigIni, ReadConfigIni},
+    {"ClientIni", kIniLock, WriteClientIni, ReadClientIni},
+    {"ConfigIni", kIniLock, WriteConfigIni, ReadConfigIni},
 };
 
 }  // namespace
@@ -205,7 +222,8 @@ StoreTest::StoreTest() {
   second_folder = second_.native();
   for (const char* name : {"data", "PrintProcessor"}) fs::create_directories(product_native(name));
   fs::create_directory(jobs_folder);
-  WriteProfile(ProductPath(L"\\PrintProcessor\\config.ini"), OtherKeys());
+  WriteProfile(ProductPath(L"\\config\\Client.ini"), OtherKeys(kOtherClientKeys));
+  WriteProfile(ProductPath(L"\\PrintProcessor\\config.ini"), OtherKeys(kOtherConfigKeys));
 }
 
 std::ptrdiff_t StoreTest::CountFiles() const {
