@@ -36,6 +36,9 @@ void Hold(Stage& stage) {
   WriteNative(stage.product_native("config/Client.ini"), text);
   WriteNative(stage.product_native("PrintProcessor/config.ini"),
               "[Setting]\r\nNupSetting=1\r\n; kept\r\nNameTray1=old\r\n");
+}
+
+void HoldLists(Stage& stage) {
   WriteNative(stage.native("registry.ini"),
               "[SOFTWARE\\Wow6432Node\\ORV-INC\\Velkorandia\\Tessaloquin\\Option]\n"
               "ImageLogIDDelimiter=#ID#\n");
@@ -208,8 +211,8 @@ std::vector<Operation> SettingsOperations() {
       Op("ConfigFont", kUnsure, [](Stage&) { return Client().WriteFontImageDisp(1); }),
       Op("ConfigTimer", kUnsure, [](Stage&) { return Client().WriteSpoolingJobSkipTimer(77); }),
       Op("ConfigRemnant", kUnsure, [](Stage&) { return Client().WriteWorkaroundRemnantJob(77); }),
-      {"SystemLoad", Hold, LoadSystemSettings},
-      Op("Texts", {}, LoadTexts),
+      {"SystemLoad", HoldLists, LoadSystemSettings},
+      {"Texts", HoldLists, Op("", {}, LoadTexts).run},
       Op("SpecialFolder", {}, [](Stage&) { return CUtil::GetSpecialFolderPath(26); }),
       Op("ExePath", {""}, [](Stage&) { return CUtil::GetExePath(); }),
       Op("ToUnicode", {""}, [](Stage&) { return CUtil::ConvertToUnicode(932, "\x93\xFA, ASCII"); }),
@@ -220,7 +223,7 @@ std::vector<Operation> SettingsOperations() {
       {"FolderAccess", Hold, SetAccess<false>, ViewAccess},
       {"LogonTime", BeginSession, LogonTime},
       {"Pattern", nullptr, Pattern},
-      Op("ImageLogId", {}, FindImageLogId),
+      {"ImageLogId", HoldLists, Op("", {}, FindImageLogId).run},
       Op("IpList", {}, ListAddresses),
       Op("FileList", {}, ListFiles),
       Op("JobFilesLock", {}, TakeAndRelease<TakeJobFiles, ReleaseManageFileMutex>),
