@@ -184,12 +184,14 @@ TEST_F(EnableUsersTest, AListThatKeepsChangingCountsAsOpen) {
   WritingClock clock;
   clock.list = plain_;
   std::optional<ScopedClock> scope(clock);
+  CString account;
   for (int i = 0; i < 500 && log_.lines(4).empty(); ++i) {  // a slow machine is too late to pause
     Peer::DropInstance();
     clock.Sleep(0);
-    CEnableUsersAccessor::GetInstance();
+    CEnableUsersAccessor::GetInstance()->GetTQLoginAccount(L"x", L"", account);
   }
   EXPECT_THAT(log_.texts(4), ElementsAre(::testing::HasSubstr("[Errorcode=32]")));
+  EXPECT_EQ(account, L"x") << "as without any list";
   scope.reset();
   EXPECT_EQ(Change(L"bob"), std::to_wstring(clock.version));
 }
