@@ -10,6 +10,7 @@
 namespace vk::tq::servers {
 
 using namespace testing;
+
 namespace {
 
 constexpr const char* kProgram = "/usr/sbin/proftpd";

@@ -7,6 +7,7 @@
 namespace vk::tq::servers {
 
 using namespace testing;
+
 namespace {
 
 constexpr std::size_t kHeader = 8;
