@@ -264,7 +264,9 @@ class FaultTest : public Stage,
       Prepare();
       const Run run = Perform(fault, n);
       if (run.failed == nullptr) return;
-      for (const char* const kind : {fault.group.kind, "all"}) ++points_[kind][fault.lasts];
+      const bool is_short = &fault.group == &kWrite && (fault.error == kHalf || fault.begins_half);
+      const char* const kind = is_short ? "short write" : fault.group.kind;
+      for (const char* const counted : {kind, "all"}) ++points_[counted][fault.lasts];
       Check(fault, run);
       CheckRecovery(fault, n);
       if (!HasFailure()) continue;
